@@ -1,0 +1,7 @@
+# What every target of the project is compiled with.
+add_library(lenswire_build_flags INTERFACE)
+target_compile_options(lenswire_build_flags INTERFACE -Wall -Wextra -Werror)
+if(LENSWIRE_SANITIZE)
+    add_compile_options(-fsanitize=${LENSWIRE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${LENSWIRE_SANITIZE})
+endif()
