@@ -66,13 +66,13 @@ struct StreamFrameHead {
     uint8_t ucFrameType;  /* video: 1, 3 or 0 */
     uint8_t reserved17;
     uint8_t reserved18[2];
-    uint8_t ucCodec;         /* video: codec code 0 H264, 2 JPEG, 3 H265, 4 H264, 5 H265; audio: kind 1 or 2 */
-    uint8_t ucAudio21;       /* audio: 1 */
-    uint16_t usAttr;         /* video: usAttr >> 10; audio: byte 22 is 0, byte 23 is 1 */
-    uint16_t usWidth;        /* video */
-    uint16_t usHeight;       /* video */
-    uint8_t ucFrameRate;     /* video: measured rate, or the camera's while none is measured */
-    uint8_t reserved29;      /* video: 0 */
+    uint8_t ucCodec;     /* video: codec code 0 H264, 2 JPEG, 3 H265, 4 H264, 5 H265; audio: kind 1 or 2 */
+    uint8_t ucAudio21;   /* audio: 1 */
+    uint16_t usAttr;     /* video: usAttr >> 10; audio: byte 22 is 0, byte 23 is 1 */
+    uint16_t usWidth;    /* video */
+    uint16_t usHeight;   /* video */
+    uint8_t ucFrameRate; /* video: measured rate, or the camera's while none is measured */
+    uint8_t reserved29;  /* video: 0 */
     uint8_t reserved30[2];
     uint32_t ulDataSize; /* bytes after the head: the payload, in audio frames 4 bytes more */
 };
@@ -124,7 +124,7 @@ LENSWIRE_PIN(sizeof(struct HostCameraRecord) == 44);
 /* One pending request. Slots live in g_recvsendlist; a host gets one from Init_Cond_Msg or
  * Prv_PacketMsg and gives it back with prv_destroy_msg. */
 struct RecvSendSlot {
-    uint8_t *recvData; /* 4096 bytes of the host's allocator, owned by the slot; the answer lands here */
+    uint8_t* recvData; /* 4096 bytes of the host's allocator, owned by the slot; the answer lands here */
     uint32_t ulCmd;    /* command code awaited */
     uint32_t ulInUse;  /* 1 while taken */
     pthread_mutex_t mutex;
@@ -154,7 +154,7 @@ struct CmdClient {
 /* One stream connection unit, the host's handle for a stream. */
 struct StreamConn {
     int32_t sockFd; /* stream socket, -1 when there is none */
-    struct CmdClient *pCmdClient;
+    struct CmdClient* pCmdClient;
     uint8_t reserved[68];
 };
 
@@ -164,10 +164,10 @@ struct DevChannelInfo {
     uint8_t ucChannelNo; /* recorder channel; indexes the host's per-channel tables */
     uint8_t ucStreamNo;
     uint8_t reserved4[40];
-    struct StreamConn *pStreamConn;
+    struct StreamConn* pStreamConn;
     uint8_t reserved48[12];
-    void *pRecvBuf; /* host receive-buffer object; its ring begins 16 bytes into it */
-    void *pStream;  /* host stream object, the frame queue */
+    void* pRecvBuf; /* host receive-buffer object; its ring begins 16 bytes into it */
+    void* pStream;  /* host stream object, the frame queue */
     uint8_t reserved68[4];
 };
 
