@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "lenswire/list.h"
+
+namespace {
+
+struct Element {
+    uint64_t value;
+    bool operator==(const Element&) const = default;
+};
+
+// A list and a vector that say the same; checks the links in both directions.
+class ListTest : public testing::Test {
+  protected:
+    ~ListTest() override { List_Delete(list); }
+
+    void expect(const std::vector<uint64_t>& values) const {
+        ASSERT_EQ(List_Count(list), values.size());
+        EXPECT_EQ(List_IsEmpty(list), values.empty() ? 0 : 1);
+        const ListNode* previous = nullptr;
+        const ListNode* node = list->pHead;
+        for (size_t i = 0; i < values.size(); ++i) {
+            ASSERT_NE(node, nullptr);
+            EXPECT_EQ(node->pPrev, previous);
+            EXPECT_EQ(static_cast<const Element*>(node->pData)->value, values[i]) << i;
+            EXPECT_EQ(List_At(list, static_cast<int>(i)), node->pData);
+            previous = node;
+            node = node->pNext;
+        }
+        EXPECT_EQ(node, nullptr);
+        EXPECT_EQ(list->pTail, previous);
+        EXPECT_EQ(List_Frist(list), values.empty() ? nullptr : list->pHead->pData);
+        EXPECT_EQ(List_Last(list), values.empty() ? nullptr : list->pTail->pData);
+        EXPECT_EQ(List_At(list, static_cast<int>(values.size())), nullptr);
+        EXPECT_EQ(List_At(list, -1), nullptr);
+    }
+
+    int insert(uint64_t value, int index) {
+        Element element{value};
+        return List_Insert(list, &element, index);  // the list's copy outlives `element`
+    }
+
+    List* list = List_CreateNew(sizeof(Element));
+};
+
+// A long random walk over every operation that moves a node, compared with a vector after each step.
+TEST_F(ListTest, BehavesLikeAVector) {
+    std::vector<uint64_t> values;
+    std::mt19937 random(7);
+    for (uint64_t step = 0; step < 2000; ++step) {
+        const int index = static_cast<int>(random() % (values.size() + 4)) - 2;
+        const bool inside = index >= 0 && index < static_cast<int>(values.size());
+        Element element{step};
+        Element taken{~step};
+        switch (random() % (values.size() > 12 ? 9 : 7)) {
+            case 0:
+            case 1: {
+                EXPECT_EQ(insert(step, index), 0);
+                const bool in_range = index >= 0 && index <= static_cast<int>(values.size());
+                values.insert(values.begin() + (in_range ? index : 0), step);
+                break;
+            }
+            case 2:
+                EXPECT_EQ(List_PushFront(list, &element), 0);
+                values.insert(values.begin(), step);
+                break;
+            case 3:
+                EXPECT_EQ(List_PushBack(list, &element), 0);
+                values.push_back(step);
+                break;
+            case 4:
+                EXPECT_EQ(List_Replace(list, &element, index), inside ? 0 : -1);
+                if (inside) values[static_cast<size_t>(index)] = step;
+                break;
+            case 5:
+                EXPECT_EQ(List_TakeAt(list, &taken, index), inside ? 0 : -1);
+                EXPECT_EQ(taken.value, inside ? values[static_cast<size_t>(index)] : ~step);
+                if (inside) values.erase(values.begin() + index);
+                break;
+            case 6:
+                List_RemoveAt(list, index);
+                if (inside) values.erase(values.begin() + index);
+                break;
+            case 7:
+                EXPECT_EQ(List_PopFront(list, &taken), 0);
+                EXPECT_EQ(taken.value, values.front());
+                values.erase(values.begin());
+                List_RemoveFrist(list);
+                values.erase(values.begin());
+                break;
+            default:
+                EXPECT_EQ(List_PopBack(list, &taken), 0);
+                EXPECT_EQ(taken.value, values.back());
+                values.pop_back();
+                List_RemoveLast(list);
+                values.pop_back();
+        }
+        ASSERT_NO_FATAL_FAILURE(expect(values)) << "step " << step;
+    }
+    List_Clear(list);
+    expect({});
+}
+
+TEST_F(ListTest, PutsAnElementInFrontWhenItsIndexIsOutside) {
+    insert(1, 0);
+    insert(2, 1);
+    insert(3, 5);
+    expect({3, 1, 2});
+    insert(4, -1);
+    expect({4, 3, 1, 2});
+    insert(5, INT32_MIN);
+    insert(6, INT32_MAX);
+    expect({6, 5, 4, 3, 1, 2});
+}
+
+TEST_F(ListTest, EmptyHasNothingToGive) {
+    Element out{9};
+    EXPECT_EQ(List_PopFront(list, &out), -1);
+    EXPECT_EQ(List_PopBack(list, &out), -1);
+    EXPECT_EQ(List_TakeAt(list, &out, 0), -1);
+    EXPECT_EQ(List_Replace(list, &out, 0), -1);
+    List_RemoveFrist(list);
+    List_RemoveLast(list);
+    EXPECT_EQ(out.value, 9U);
+    expect({});
+}
+
+TEST_F(ListTest, RefusesNullArguments) {
+    Element element{1};
+    insert(1, 0);
+    EXPECT_EQ(List_Insert(list, nullptr, 0), -1);
+    EXPECT_EQ(List_PushBack(list, nullptr), -1);
+    EXPECT_EQ(List_Replace(list, nullptr, 0), -1);
+    EXPECT_EQ(List_TakeAt(list, nullptr, 0), -1);
+    EXPECT_EQ(List_PopBack(list, nullptr), -1);
+    List_removeNode(list, nullptr);
+    expect({1});
+
+    EXPECT_EQ(List_Count(nullptr), 0xFFFFFFFFU);
+    EXPECT_EQ(List_IsEmpty(nullptr), -1);
+    EXPECT_EQ(List_Insert(nullptr, &element, 0), -1);
+    EXPECT_EQ(List_PushFront(nullptr, &element), -1);
+    EXPECT_EQ(List_PushBack(nullptr, &element), -1);
+    EXPECT_EQ(List_PopFront(nullptr, &element), -1);
+    EXPECT_EQ(List_PopBack(nullptr, &element), -1);
+    EXPECT_EQ(List_At(nullptr, 0), nullptr);
+    EXPECT_EQ(List_Last(nullptr), nullptr);
+    List_RemoveLast(nullptr);
+    List_removeNode(nullptr, list->pHead);
+    List_Clear(nullptr);
+    List_Delete(nullptr);
+}
+
+TEST(PointerList, KeepsTheCallersPointersAndCopiesNothing) {
+    List* const list = List_CreateNew(0);
+    Element elements[] = {{1}, {2}, {3}};
+    for (Element& element : elements) List_PushBack(list, &element);
+    EXPECT_EQ(List_At(list, 1), &elements[1]);
+    Element out{9};
+    EXPECT_EQ(List_Replace(list, &out, 1), 0);
+    EXPECT_EQ(List_PopFront(list, &out), 0);
+    EXPECT_EQ(List_PopBack(list, &out), 0);
+    EXPECT_EQ(List_TakeAt(list, &out, 0), 0);
+    EXPECT_EQ(List_Count(list), 0U);
+    List_Delete(list);
+    EXPECT_EQ(out, Element{9});
+    EXPECT_EQ(elements[0], Element{1});
+    EXPECT_EQ(elements[1], Element{2});
+    EXPECT_EQ(elements[2], Element{3});
+}
+
+}  // namespace

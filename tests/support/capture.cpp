@@ -1,0 +1,122 @@
+#include "support/capture.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <regex>
+#include <thread>
+
+namespace lenswire::test {
+
+namespace {
+
+int entries(const char* directory) {
+    DIR* open = opendir(directory);
+    if (open == nullptr) return -1;
+    int count = 0;
+    while (const dirent* entry = readdir(open)) count += entry->d_name[0] != '.';
+    closedir(open);
+    return count;
+}
+
+void write_whole(int descriptor, const std::string& text) {
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t written = write(descriptor, text.data() + done, text.size() - done);
+        if (written <= 0) return;
+        done += static_cast<size_t>(written);
+    }
+}
+
+}  // namespace
+
+Capture::Stream Capture::redirect(int descriptor) {
+    char name[] = "/tmp/lenswire-capture-XXXXXX";
+    const int file = mkostemp(name, O_CLOEXEC | O_APPEND);
+    if (file < 0) std::abort();
+    unlink(name);
+    const int saved = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+    dup2(file, descriptor);
+    return {descriptor, saved, file};
+}
+
+void Capture::restore(const Stream& stream, bool show) {
+    dup2(stream.saved, stream.descriptor);
+    if (show) write_whole(stream.saved, text_of(stream));
+    close(stream.saved);
+    close(stream.file);
+}
+
+std::string Capture::text_of(const Stream& stream) {
+    std::string text;
+    char piece[4096];
+    ssize_t length;
+    while ((length = pread(stream.file, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0) {
+        text.append(piece, static_cast<size_t>(length));
+    }
+    return text;
+}
+
+Capture::Capture() {
+    fflush(stdout);
+    fflush(stderr);
+    out_ = redirect(STDOUT_FILENO);
+    err_ = redirect(STDERR_FILENO);
+}
+
+Capture::~Capture() {
+    fflush(stdout);
+    fflush(stderr);
+    const bool show = testing::Test::HasFailure();
+    restore(out_, show);
+    restore(err_, show);
+}
+
+std::string Capture::out() const {
+    fflush(stdout);
+    return text_of(out_);
+}
+
+std::string Capture::err() const {
+    fflush(stderr);
+    return text_of(err_);
+}
+
+std::string unnumbered(const std::string& text) {
+    static const std::regex kLineNumbers(R"((-)\d+(: )|(:)\d+(\]:?)|(Line: )\d+|(error line: )\d+)");
+    return std::regex_replace(text, kLineNumbers, "$1$3$5$6N$2$4");
+}
+
+int occurrences(const std::string& text, const std::string& what) {
+    int count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size()))
+        ++count;
+    return count;
+}
+
+bool wait_until(const std::function<bool()>& predicate, std::chrono::milliseconds deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!predicate()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+int thread_count() {
+    return entries("/proc/self/task");
+}
+
+// The directory's own descriptor is among its entries.
+int open_descriptors() {
+    return entries("/proc/self/fd") - 1;
+}
+
+bool is_open(int descriptor) {
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
+}  // namespace lenswire::test

@@ -1,0 +1,216 @@
+// A host made for tests: every service that the library imports, backed by tables that a test fills in and
+// lists of what the library did. There is one, host(), since services have no argument that names a host.
+// Safe to use from any thread; no lock is held while a hook runs.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lenswire/host_services.h"
+#include "support/fake_stream.h"
+
+namespace lenswire::test {
+
+// Names for the services that a hook can stand in.
+enum class Service {
+    kChannelInfo,          // channel, 0
+    kDatabase,             // table, operation
+    kBindStatus,           // channel, 0
+    kProtocol,             // channel, 0
+    kGetRequest,           // 0, 0
+    kInsertMessage,        // channel, stream
+    kStreamUsedNum,        // channel, stream
+    kRunFlag,              // channel, stream
+    kSetRecvBit,           // channel, stream
+    kSetNetworkParam,      // channel, stream
+    kGetFrameQueueBuffer,  // size, 0
+    kInsertFrame,          // 0, 0
+    kGetMotionStatus,      // channel, 0
+    kSetMotionStatus,      // channel, status
+    kSnapMotion,           // channel, state
+    kMotionData,           // channel, 0
+    kArmed,                // channel, 0
+    kAlarm,                // queue, 0
+    kMalloc,               // size, 0
+    kFree,                 // 0, 0
+    kDump,                 // 0, 0
+    kCount
+};
+
+struct Channel {
+    std::string address;
+    int port = 0;
+    std::string user = "admin";
+    std::string password = "12345";
+    int protocol = 4;
+    bool bound = true;
+    int fisheye = 0;
+    bool armed = false;
+    int motion = 0;
+    Bytes motion_data = Bytes(88);  // empty: motion_data_copy fails
+};
+
+struct RestartMessage {
+    int channel;
+    int stream;
+    int kind;
+    StreamRequest request;
+};
+
+struct MotionCall {
+    int channel;
+    int status;
+    std::optional<Bytes> data;  // 88 bytes, none when the library passed null
+};
+
+struct Statistics {
+    int channel;
+    int stream;
+    int bytes_per_second;
+    int width;  // Private_Protocol_SetRecvBit
+    int height;
+    int kind;  // libVideoInfoSetNetworkParam
+    int frame_rate;
+};
+
+struct Alarm {
+    int queue;
+    Bytes record;
+};
+
+struct TimeZone {
+    std::string name = "GMT+08:00";
+    int result = 0;  // host zone index in bits 8 to 15, -1 fails
+    uint8_t hours = 8;
+    uint8_t minutes = 0;
+    int time_result = 0;
+    uint32_t camera_index = 0;
+};
+
+// The host's seconds counter. It stands still until a test moves it.
+class Clock {
+  public:
+    uint32_t now() const { return seconds_.load(std::memory_order_relaxed); }
+    void set(uint32_t seconds) { seconds_.store(seconds, std::memory_order_relaxed); }
+    void advance(uint32_t seconds) { seconds_.fetch_add(seconds, std::memory_order_relaxed); }
+
+  private:
+    std::atomic<uint32_t> seconds_{1000};
+};
+
+class FakeHost {
+  public:
+    // Back to the beginning. Allocations that the library still holds stay counted.
+    void reset();
+
+    // -- Channels and database.
+    void has_channel(int channel, Channel description);
+    Channel channel(int channel) const;
+    void shows_channels(int count);  // configGetDisplayNum, 64 unless set
+    void arms(int channel, bool armed);
+    void sets_motion(int channel, int state);
+    void has_record(int table, uint32_t key, Bytes record);
+    // What stands in the database, empty when nothing does.
+    Bytes record(int table, uint32_t key) const;
+    void fails_database(int table, int operation);
+    int database_calls(int table, int operation) const;
+
+    // -- Streams.
+    void posts(const StreamRequest& request);
+    void posts_open(int channel, int stream, StreamConn* unit, ReceiveBuffer& buffer, FakeStream& frames);
+    void posts_close(int channel, int stream);
+    // Whether the library has taken every posted request and come back for more.
+    bool waits_for_requests_taken();
+    std::vector<RestartMessage> restarts() const;
+    size_t restart_count() const;
+    std::vector<Statistics> receive_rates() const;   // Private_Protocol_SetRecvBit
+    std::vector<Statistics> network_params() const;  // libVideoInfoSetNetworkParam
+    // Results during a login; 0 and 4 end one.
+    std::atomic<int> stream_used_num{1};
+    std::atomic<int> run_flag{0};
+
+    // -- Motion and alarms.
+    std::vector<MotionCall> motion_calls() const;
+    std::vector<std::pair<int, int>> snap_calls() const;
+    std::vector<Alarm> alarms() const;
+    bool waits_for_motion_calls(size_t count) const;
+    bool waits_for_alarms(size_t count) const;
+
+    // -- Time.
+    Clock clock;
+    void is_in(const TimeZone& zone);
+
+    // -- Memory.
+    void refuses_allocation(int number);  // counted from now on, the first is 1; 0 refuses none
+    int live_allocations() const;
+    int allocations() const;
+
+    // -- Diagnostics.
+    std::vector<std::string> dumped() const;
+    int dumped_count(const std::string& text) const;
+    // What the library did wrong with a service; a test's fixture expects none.
+    std::vector<std::string> complaints() const;
+    void complains(const std::string& complaint);
+
+    // Runs at every entry into a service, outside every lock of the host, with the arguments named above.
+    void when(Service service, std::function<void(int, int)> hook);
+    int calls(Service service) const { return calls_[static_cast<size_t>(service)]; }
+
+    // -- The services' side.
+    void enters(Service service, int first, int second);
+    bool channel_known(int channel) const;
+    int displayed() const;
+    int operate(int table, int operation, uint32_t key, void* buffer, int length);
+    int next_request(StreamRequest* request);
+    void notes_restart(const RestartMessage& message);
+    void notes_rate(const Statistics& rate);
+    void notes_param(const Statistics& param);
+    void notes_motion(const MotionCall& call);
+    void notes_snap(int channel, int state);
+    void notes_alarm(const Alarm& alarm);
+    void notes_dump(const std::string& text);
+    TimeZone zone() const;
+    void* allocate(int size);
+    void release(void* pointer);
+
+  private:
+    mutable std::mutex mutex_;
+    std::map<int, Channel> channels_;
+    int displayed_ = 64;
+    std::map<std::pair<int, uint32_t>, Bytes> records_;
+    std::map<std::pair<int, int>, bool> failing_;
+    std::map<std::pair<int, int>, int> database_calls_;
+    std::deque<StreamRequest> requests_;
+    uint64_t empty_polls_ = 0;
+    std::vector<RestartMessage> restarts_;
+    std::vector<Statistics> rates_;
+    std::vector<Statistics> params_;
+    std::vector<MotionCall> motion_calls_;
+    std::vector<std::pair<int, int>> snap_calls_;
+    std::vector<Alarm> alarms_;
+    TimeZone zone_;
+    std::map<void*, int> live_;
+    int allocations_ = 0;
+    int refuse_number_ = 0;
+    std::vector<std::string> dumped_;
+    std::vector<std::string> complaints_;
+
+    // Counted and looked up without a lock, so that the host orders nothing between the library's threads
+    // that a real one would not.
+    std::array<std::atomic<int>, static_cast<size_t>(Service::kCount)> calls_{};
+    std::atomic<bool> has_hooks_{false};
+    std::array<std::function<void(int, int)>, static_cast<size_t>(Service::kCount)> hooks_;
+};
+
+FakeHost& host();
+
+}  // namespace lenswire::test

@@ -1,0 +1,245 @@
+#include "support/fake_stream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "lenswire/host_services.h"
+#include "support/capture.h"
+#include "support/fake_host.h"
+
+namespace lenswire::test {
+
+namespace {
+
+// Streams by their two words, for networkGetStreampPrivateInfo.
+struct Registry {
+    std::mutex mutex;
+    int32_t next = 1;
+    std::map<std::pair<int32_t, int32_t>, FakeStream*> streams;
+};
+
+Registry& registry() {
+    static Registry registry;
+    return registry;
+}
+
+RingObject& ring_of(void* ring) {
+    return *reinterpret_cast<RingObject*>(static_cast<uint8_t*>(ring) - offsetof(RingObject, capacity));
+}
+
+FakeStream& stream_of(void* stream) {
+    return *static_cast<StreamObject*>(stream)->self;
+}
+
+uint32_t write_position(const RingObject& ring) {
+    return ring.capacity == 0 ? 0 : (ring.read_position + ring.fill) % ring.capacity;
+}
+
+uint32_t free_piece(const RingObject& ring) {
+    const uint32_t to_the_end = ring.capacity - write_position(ring);
+    return std::min(ring.capacity - ring.fill, to_the_end);
+}
+
+bool copy_out(const RingObject& ring, void* dst, int length) {
+    if (length < 0 || static_cast<uint32_t>(length) > ring.fill) {
+        host().complains("more bytes taken from a ring than it holds");
+        return false;
+    }
+    const auto count = static_cast<uint32_t>(length);
+    const uint32_t first = std::min(count, ring.capacity - ring.read_position);
+    std::memcpy(dst, ring.data + ring.read_position, first);
+    std::memcpy(static_cast<uint8_t*>(dst) + first, ring.data, count - first);
+    return true;
+}
+
+}  // namespace
+
+// Allocated to the byte, so that a sanitizer sees the first byte beyond.
+ReceiveBuffer::ReceiveBuffer(uint32_t capacity) : data_(new uint8_t[capacity]), object_{} {
+    object_.capacity = capacity;
+    object_.data = data_.get();
+    std::memset(object_.host_part, kUntouched, sizeof object_.host_part);
+}
+
+void ReceiveBuffer::holds(const Bytes& bytes) {
+    for (uint8_t byte : bytes) {
+        object_.data[write_position(object_)] = byte;
+        ++object_.fill;
+    }
+}
+
+Bytes ReceiveBuffer::held() const {
+    Bytes bytes(object_.fill);
+    if (!bytes.empty()) copy_out(object_, bytes.data(), static_cast<int>(object_.fill));
+    return bytes;
+}
+
+FakeStream::FakeStream() : object_{} {
+    std::memset(object_.host_part, kUntouched, sizeof object_.host_part);
+    object_.self = this;
+    const std::lock_guard lock(registry().mutex);
+    object_.first = registry().next++;
+    object_.second = ~object_.first;
+    registry().streams[{object_.first, object_.second}] = this;
+}
+
+FakeStream::~FakeStream() {
+    const std::lock_guard lock(registry().mutex);
+    registry().streams.erase({object_.first, object_.second});
+}
+
+std::vector<Frame> FakeStream::frames() const {
+    const std::lock_guard lock(mutex_);
+    return frames_;
+}
+
+size_t FakeStream::frame_count() const {
+    const std::lock_guard lock(mutex_);
+    return frames_.size();
+}
+
+bool FakeStream::waits_for_frames(size_t count) const {
+    return wait_until([&] { return frame_count() >= count; });
+}
+
+void FakeStream::refuses_buffers(size_t after, size_t count) {
+    const std::lock_guard lock(mutex_);
+    refuse_from_ = asked_ + after;
+    refuse_to_ = refuse_from_ + count;
+}
+
+size_t FakeStream::refused_buffers() const {
+    const std::lock_guard lock(mutex_);
+    return refused_;
+}
+
+size_t FakeStream::missing_buffers() const {
+    const std::lock_guard lock(mutex_);
+    return buffers_.size();
+}
+
+Bytes FakeStream::private_info() const {
+    return Bytes(info_, info_ + sizeof info_);
+}
+
+void* FakeStream::get_buffer(int size) {
+    const std::lock_guard lock(mutex_);
+    if (locked_) host().complains("a frame buffer asked for under the queue's lock");
+    if (size < 0) {
+        host().complains("a frame buffer of negative size asked for");
+        return nullptr;
+    }
+    const size_t number = asked_++;
+    if (number >= refuse_from_ && number < refuse_to_) {
+        ++refused_;
+        return nullptr;
+    }
+    Bytes buffer(36 + static_cast<size_t>(size), kUntouched);
+    buffer.shrink_to_fit();
+    void* start = buffer.data();
+    buffers_.emplace(start, std::move(buffer));
+    return start;
+}
+
+void FakeStream::lock() {
+    const std::lock_guard lock(mutex_);
+    if (locked_) host().complains("a frame queue locked twice");
+    locked_ = true;
+}
+
+void FakeStream::insert(void* frame) {
+    const std::lock_guard lock(mutex_);
+    if (!locked_) host().complains("a frame inserted without the queue's lock");
+    const auto found = buffers_.find(frame);
+    if (found == buffers_.end()) {
+        host().complains("a frame inserted that is no buffer of the queue");
+        return;
+    }
+    const Bytes& bytes = found->second;
+    frames_.push_back({slice(bytes, 0, 36), slice(bytes, 36, bytes.size())});
+    buffers_.erase(found);
+}
+
+void FakeStream::unlock() {
+    const std::lock_guard lock(mutex_);
+    if (!locked_) host().complains("a frame queue unlocked that was not locked");
+    locked_ = false;
+}
+
+}  // namespace lenswire::test
+
+using namespace lenswire::test;
+
+extern "C" {
+
+int ring_free_size_ex(void* ring) {
+    return static_cast<int>(free_piece(ring_of(ring)));
+}
+
+void* ring_get_start_buf(void* ring) {
+    RingObject& object = ring_of(ring);
+    return object.unusable ? nullptr : object.data + write_position(object);
+}
+
+int ring_set_data_end(void* ring, int length) {
+    RingObject& object = ring_of(ring);
+    if (length < 0 || static_cast<uint32_t>(length) > free_piece(object)) {
+        host().complains("more bytes put into a ring than it has room for in one piece");
+        return -1;
+    }
+    object.fill += static_cast<uint32_t>(length);
+    return 0;
+}
+
+uint32_t ring_used_size(void* ring) {
+    return ring_of(ring).fill;
+}
+
+int ring_pop_temp(void* ring, void* dst, int length) {
+    return copy_out(ring_of(ring), dst, length) ? length : -1;
+}
+
+int ring_pop_n(void* ring, void* dst, int length, int capacity) {
+    RingObject& object = ring_of(ring);
+    if (length > capacity) {
+        host().complains("more bytes taken from a ring than the capacity given with it");
+        return -1;
+    }
+    if (!copy_out(object, dst, length)) return -1;
+    object.read_position = (object.read_position + static_cast<uint32_t>(length)) % object.capacity;
+    object.fill -= static_cast<uint32_t>(length);
+    return length;
+}
+
+void* streamGetFrameQueueBuffer(void* stream, int size) {
+    host().enters(Service::kGetFrameQueueBuffer, size, 0);
+    return stream_of(stream).get_buffer(size);
+}
+
+int streamFrameQueueLock(void* stream) {
+    stream_of(stream).lock();
+    return 0;
+}
+
+int streamInsertFrameToFrameQueue(void* stream, void* frame) {
+    stream_of(stream).insert(frame);
+    host().enters(Service::kInsertFrame, 0, 0);
+    return 0;
+}
+
+int steramFrameQueueUnlock(void* stream) {
+    stream_of(stream).unlock();
+    return 0;
+}
+
+void* networkGetStreampPrivateInfo(int first, int second) {
+    const std::lock_guard lock(registry().mutex);
+    const auto found = registry().streams.find({first, second});
+    if (found == registry().streams.end()) {
+        host().complains("private information asked for with words of no stream");
+        return nullptr;
+    }
+    return found->second->info();
+}
+}
