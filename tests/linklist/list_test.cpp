@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,8 +7,11 @@
 #include <vector>
 
 #include "lenswire/list.h"
+#include "support/fake_host.h"
 
 namespace {
+
+using lenswire::test::host;
 
 struct Element {
     uint64_t value;
@@ -17,7 +21,11 @@ struct Element {
 // A list and a vector that say the same; checks the links in both directions.
 class ListTest : public testing::Test {
   protected:
-    ~ListTest() override { List_Delete(list); }
+    ~ListTest() override {
+        List_Delete(list);
+        EXPECT_EQ(host().live_allocations(), 0);
+        EXPECT_THAT(host().complaints(), testing::IsEmpty());
+    }
 
     void expect(const std::vector<uint64_t>& values) const {
         ASSERT_EQ(List_Count(list), values.size());
@@ -154,6 +162,21 @@ TEST_F(ListTest, RefusesNullArguments) {
     List_removeNode(nullptr, list->pHead);
     List_Clear(nullptr);
     List_Delete(nullptr);
+}
+
+TEST_F(ListTest, StaysAsItIsWhenTheHostHasNoMemory) {
+    insert(1, 0);
+    for (int refused = 1; refused <= 2; ++refused) {  // the node, then the element
+        host().refuses_allocation(refused);
+        EXPECT_EQ(insert(2, 0), -1);
+        host().refuses_allocation(refused);
+        Element element{3};
+        EXPECT_EQ(List_PushBack(list, &element), -1);
+        expect({1});
+    }
+    host().refuses_allocation(1);
+    EXPECT_EQ(List_CreateNew(8), nullptr);
+    host().refuses_allocation(0);
 }
 
 TEST(PointerList, KeepsTheCallersPointersAndCopiesNothing) {
