@@ -1,0 +1,31 @@
+# shellcheck shell=bash
+# Configuring and building a preset, the same way for every script. Sourced; goes to the project's root.
+
+cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit 1
+# shellcheck source=scripts/lib/packages.sh
+source scripts/lib/packages.sh
+
+# The purposes whose packages a preset needs.
+purposes_of() {
+    case $1 in
+        release | debug | asan | tsan) echo build programs ;;
+        i386 | armhf) echo build "$1" ;;
+        *) return 1 ;;
+    esac
+}
+
+# build_preset PRESET [TARGET...]: everything where no target is named.
+build_preset() {
+    local preset=$1 quiet=()
+    shift
+    # shellcheck disable=SC2046 # words are what is wanted
+    install_packages $(purposes_of "$preset") || return
+    export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
+    if command -v ccache >/dev/null; then
+        export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+    fi
+    [[ -t 1 ]] || quiet=(-- --quiet)
+    echo "Building $preset in build/$preset"
+    cmake --preset "$preset" --log-level=WARNING >/dev/null || return
+    cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} "${quiet[@]}"
+}
