@@ -1,0 +1,229 @@
+#include "pteClient/packet.h"
+
+#include <sys/socket.h>
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "common/log.h"
+#include "common/wire.h"
+#include "lenswire/host_services.h"
+#include "lenswire/stream.h"
+
+using namespace lenswire;
+
+namespace lenswire::packet {
+
+namespace {
+
+constexpr Codec kCodecs[] = {{0, "H264"}, {3, "H265"}, {0, "H264"}, {2, "JPEG"}, {4, "H264"}, {5, "H265"}};
+
+void fill_common(StreamFrameHead& head, uint8_t kind, uint16_t sequence, const timeval& received) {
+    head.ucKind = kind;
+    head.reserved1 = 0;
+    head.usSequence = sequence;
+    head.ulSeconds = static_cast<uint32_t>(received.tv_sec);
+    head.ulMicroseconds = static_cast<uint32_t>(received.tv_usec);
+}
+
+}  // namespace
+
+const Codec& video_codec(uint8_t id) {
+    return kCodecs[id < std::size(kCodecs) ? id : 0];
+}
+
+uint8_t audio_kind(uint8_t id) {
+    return id == LENSWIRE_CODEC_AUDIO_KIND_1 ? 1 : 2;
+}
+
+void fill_video_head(StreamFrameHead& head, const StreamHeadInfo& header, uint16_t sequence, int frame_rate,
+                     uint8_t byte29, const timeval& received) {
+    fill_common(head, 0, sequence, received);
+    const bool passed_on =
+        header.ucFrameType == LENSWIRE_FRAME_TYPE_1 || header.ucFrameType == LENSWIRE_FRAME_TYPE_3;
+    head.ulTimeStamp = header.ulTimeStamp;
+    head.ucFrameType = passed_on ? header.ucFrameType : 0;
+    head.reserved17 = 0;
+    head.ucCodec = video_codec(header.ucCodec).code;
+    head.usAttr = header.usAttr >> 10;
+    head.usWidth = header.usWidth;
+    head.usHeight = header.usHeight;
+    head.ucFrameRate = static_cast<uint8_t>(frame_rate > 0 ? frame_rate : header.usFrameRate);
+    head.reserved29 = byte29;
+    head.ulDataSize = payload_length(header);
+}
+
+void fill_audio_head(StreamFrameHead& head, const StreamHeadInfo& header, uint16_t sequence,
+                     const timeval& received) {
+    fill_common(head, 1, sequence, received);
+    head.ucCodec = audio_kind(header.ucCodec);
+    head.ucAudio21 = 1;
+    head.usAttr = 0x0100;
+    head.ulDataSize = payload_length(header) + sizeof kAudioPrefix;
+}
+
+}  // namespace lenswire::packet
+
+namespace {
+
+constexpr int kHeaderCapacity = 1024;
+constexpr uint32_t kDataCapacity = 0x100000;
+constexpr uint32_t kSkipPiece = 1024;
+constexpr uint32_t kDetectionSpan = 30;
+// A packet is complete when the ring holds more than its payload and this many bytes.
+constexpr uint32_t kBytesBeyondPayload = 64;
+
+// Offsets into objects of the host.
+constexpr size_t kRingOffset = 16;
+constexpr size_t kStreamWordsOffset = 724;
+constexpr size_t kCodecNameOffset = 8;
+constexpr size_t kAudioKindOffset = 72;
+
+void* ring_of(void* pRecvBuf) {
+    return static_cast<uint8_t*>(pRecvBuf) + kRingOffset;
+}
+
+uint8_t* private_info(const void* pStream) {
+    struct Words {
+        int first, second;
+    };
+    const auto words = wire::load<Words>(static_cast<const uint8_t*>(pStream) + kStreamWordsOffset);
+    return static_cast<uint8_t*>(networkGetStreampPrivateInfo(words.first, words.second));
+}
+
+// The payload goes from the ring to its final place in one copy, in pieces of what one pop may take.
+void pop_payload(void* ring, uint8_t* dst, uint32_t length) {
+    while (length > 0) {
+        const uint32_t piece = std::min(length, kDataCapacity);
+        ring_pop_n(ring, dst, static_cast<int>(piece), kDataCapacity);
+        dst += piece;
+        length -= piece;
+    }
+}
+
+void skip_payload(void* ring, uint32_t length) {
+    uint8_t dropped[kSkipPiece];
+    while (length > 0) {
+        const uint32_t piece = std::min(length, kSkipPiece);
+        ring_pop_n(ring, dropped, static_cast<int>(piece), kSkipPiece);
+        length -= piece;
+    }
+}
+
+void insert(void* pStream, void* frame) {
+    streamFrameQueueLock(pStream);
+    streamInsertFrameToFrameQueue(pStream, frame);
+    steramFrameQueueUnlock(pStream);
+}
+
+// Whether the channel still carries audio is decided anew every span of frames.
+void update_audio_detection(int channel) {
+    if (ucAudioTypeFlag[channel] != 0) {
+        if (uFreamCount[channel] != kDetectionSpan) return;
+        if (uFreamType[channel] == 0) ucAudioTypeFlag[channel] = 0;
+    }
+    uFreamCount[channel] = 0;
+    uFreamType[channel] = 0;
+}
+
+void tell_codec_name(const void* pStream, const char (&name)[5]) {
+    uint8_t* info = private_info(pStream);
+    if (info == nullptr || std::memcmp(info + kCodecNameOffset, name, sizeof name - 1) == 0) return;
+    std::memcpy(info + kCodecNameOffset, name, sizeof name);
+}
+
+void tell_audio_kind(const void* pStream, uint32_t kind) {
+    uint8_t* info = private_info(pStream);
+    if (info != nullptr) wire::store(info + kAudioKindOffset, kind);
+}
+
+timeval wall_clock() {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return now;
+}
+
+}  // namespace
+
+int PacketToFrameQueue(const void* header_bytes, int frameRate, void* pRecvBuf, void* pStream, void*,
+                       int byte29, int32_t* videoFrameNo, int32_t*, int32_t* framecount, int32_t* width,
+                       int32_t* height, int channel) {
+    const auto header = wire::load<StreamHeadInfo>(header_bytes);
+    const uint32_t length = packet::payload_length(header);
+    const bool video = packet::is_video(header);
+    const uint32_t prefix = video ? 0 : sizeof packet::kAudioPrefix;
+    void* ring = ring_of(pRecvBuf);
+    update_audio_detection(channel);
+
+    auto* frame =
+        static_cast<uint8_t*>(streamGetFrameQueueBuffer(pStream, static_cast<int>(length + prefix)));
+    if (frame == nullptr) {
+        skip_payload(ring, length);
+        return 0;
+    }
+    auto head = wire::load<StreamFrameHead>(frame);
+    const auto sequence = static_cast<uint16_t>((*videoFrameNo)++);
+    if (video) {
+        packet::fill_video_head(head, header, sequence, frameRate, static_cast<uint8_t>(byte29),
+                                wall_clock());
+        tell_codec_name(pStream, packet::video_codec(header.ucCodec).name);
+    } else {
+        ucAudioTypeFlag[channel] = 1;
+        uFreamType[channel] += 2 * uFreamCount[channel];
+        packet::fill_audio_head(head, header, sequence, wall_clock());
+        tell_audio_kind(pStream, packet::audio_kind(header.ucCodec));
+    }
+    ++uFreamCount[channel];
+    wire::store(frame, head);
+    std::memcpy(frame + sizeof head, packet::kAudioPrefix, prefix);
+    pop_payload(ring, frame + sizeof head + prefix, length);
+    insert(pStream, frame);
+    if (video) {
+        ++*framecount;
+        *width = header.usWidth;
+        *height = header.usHeight;
+    }
+    return 0;
+}
+
+int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate, int32_t* bitrate,
+                          void* pRecvBuf, void* pStream, int32_t* videoFrameNo, int32_t* audioFrameNo,
+                          int32_t* framecount, int32_t* width, int32_t* height) {
+    void* ring = ring_of(pRecvBuf);
+    const int room = ring_free_size_ex(ring);
+    void* start = ring_get_start_buf(ring);
+    if (start == nullptr || room <= 0) {
+        std::printf("#########################recvLen =%d%s \r\n", room, std::strerror(errno));
+        return -1;
+    }
+    const ssize_t received = recv(sockFd, start, static_cast<size_t>(room), 0);
+    if (received == 0) {
+        ENGINE_ERROR("PostRestartMessageToQueue4.................. \n");
+        return -1;
+    }
+    if (received < 0) {
+        if (errno == EINTR || errno == EAGAIN) return 0;
+        ENGINE_ERROR("PostRestartMessageToQueue5.................. \n");
+        return -1;
+    }
+    ring_set_data_end(ring, static_cast<int>(received));
+
+    while (ring_used_size(ring) > ARG_HEAD_LEN) {
+        StreamHeadInfo header{};
+        ring_pop_temp(ring, &header, sizeof header);
+        if (header.ulFlag != LENSWIRE_FLAG_STREAM) {
+            std::printf("*************stream header error! fd:%d, pHeadinfo->ulFlag : %d**************\n",
+                        sockFd, header.ulFlag);
+            return -1;
+        }
+        const uint32_t length = packet::payload_length(header);
+        if (ring_used_size(ring) <= length + kBytesBeyondPayload) break;
+        *bitrate += static_cast<int32_t>(length + sizeof header);
+        ring_pop_n(ring, &header, sizeof header, kHeaderCapacity);
+        PacketToFrameQueue(&header, frameRate, pRecvBuf, pStream, pStream, 0, videoFrameNo, audioFrameNo,
+                           framecount, width, height, channel);
+    }
+    return 1;
+}

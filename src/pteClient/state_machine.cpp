@@ -1,0 +1,103 @@
+#include <cstdio>
+
+#include "common/wire.h"
+#include "lenswire/command.h"
+#include "lenswire/connection.h"
+#include "lenswire/socket.h"
+#include "pteClient/client_table.h"
+#include "pteClient/login.h"
+
+using namespace lenswire;
+using namespace lenswire::clients;
+
+namespace {
+
+constexpr uint32_t kDefaultTimerLength[8] = {10000, 100000, 100000, 100000, 100000, 100000, 100000, 0};
+
+}  // namespace
+
+void PC_SetDefaultTimerLength(CmdClient* client) {
+    if (client == nullptr) return;
+    for (int state = 0; state < 8; ++state) client->ulTimerLen[state] = kDefaultTimerLength[state];
+}
+
+int PC_SetCBState(CmdClient* client, int state) {
+    if (client == nullptr) return -1;
+    if (state < PC_STATE_IDLE || state > PC_STATE_TIMEOUT) {
+        std::printf("State(%u) Error!\n", static_cast<unsigned>(state));
+        return -1;
+    }
+    client->ulTimer = client->ulTimerLen[state];
+    publish(client->ucClientState, static_cast<uint8_t>(state));
+    return 0;
+}
+
+int PC_TimerProc(CmdClient* client) {
+    if (client == nullptr) return -1;
+    if (load(client->ucClientState) > PC_STATE_READY) return 0;
+    PC_SetCBState(client, PC_STATE_TIMEOUT);
+    return -1;
+}
+
+int PC_TaskProc(CmdClient* client) {
+    const int result = PC_TcpSocketRecv(client);
+    if (result == -1 || client->ulTimer == 0) return result;
+    if (--client->ulTimer > 0) return result;
+    return PC_TimerProc(client);
+}
+
+int PC_TcpSocketRecv(CmdClient* client) {
+    if (client == nullptr || load(client->ucClientState) > PC_STATE_READY) return -1;
+    const int ready = PC_SockReadable(load(client->sockFd));
+    if (ready <= 0) return ready;
+    const uint8_t state = load(client->ucClientState);
+    switch (state) {
+        case PC_STATE_CONNECTING:
+            return PC_CONNECTINGRespMsg(client);
+        case PC_STATE_CONNECTED:
+            return PC_CONNECTEDRespMsg(client);
+        case PC_STATE_LOGINING:
+            return PC_LOGININGRespMsg(client);
+        case PC_STATE_LOGINED:
+            return PC_LOGINEDRespMsg(client);
+        default:
+            std::printf("Unmown status[%u] recv packet, bypass it\n", state);
+            return -1;
+    }
+}
+
+int PC_CONNECTINGRespMsg(CmdClient* client) {
+    if (client == nullptr) return -1;
+    if (PC_SockReadable(load(client->sockFd)) > 0) PC_SetCBState(client, PC_STATE_CONNECTED);
+    return 0;
+}
+
+int PC_CONNECTEDRespMsg(CmdClient* client) {
+    if (client == nullptr) return -1;
+    login::PC_CmdLogin(client);
+    if (client->ulLoginStep == login::kLoginSent) return -4;
+    if (client->ulLoginStep == login::kAccepted) PC_SetCBState(client, PC_STATE_LOGINED);
+    return 0;
+}
+
+int PC_LOGININGRespMsg(CmdClient* client) {
+    return PC_SetCBState(client, PC_STATE_LOGINED);
+}
+
+int PC_LOGINEDRespMsg(CmdClient* client) {
+    return PC_SetCBState(client, PC_STATE_READY);
+}
+
+int PC_SendHeartbeat(CmdClient* client) {
+    if (client == nullptr) return -1;
+    Lock lock(g_cmdclient_mutex);
+    const Ref ref = ref_to(client);
+    lock.unlock();
+    const Pin pin(ref);
+    const int fd = load(client->sockFd);
+    if (!pin || fd < 0) return -1;
+    PrivateCmd heartbeat = wire::command_header(LENSWIRE_CMD_HEARTBEAT, 0, 0);
+    heartbeat.ulLoginId = load(client->ulLoginId);
+    int length = sizeof heartbeat;
+    return PC_SendCmd(fd, &heartbeat, &length) == 0 ? 0 : -1;
+}

@@ -1,0 +1,165 @@
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+
+#include "common/log.h"
+#include "lenswire/connection.h"
+#include "lenswire/host_services.h"
+#include "lenswire/stream.h"
+#include "pteClient/client_table.h"
+#include "pteClient/stream_slots.h"
+
+using namespace lenswire;
+using namespace lenswire::streams;
+
+namespace {
+
+constexpr suseconds_t kWaitUs = 1'000;
+constexpr useconds_t kServedPauseUs = 1;
+constexpr int32_t kSilenceLimit = 5;
+constexpr int32_t kStatisticsInterval = 2;
+constexpr int kRestartMessage = 3;
+constexpr int kReportKind = 2;
+
+#define LOOP_ERROR(format, ...)                                                            \
+    std::fprintf(stderr, "[%s:%s:%d]:" format, LENSWIRE_LAYER_CLIENT, "PC_RecvStreamLoop", \
+                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+int32_t now() {
+    return static_cast<int32_t>(uptime());
+}
+
+// The host's clock may wrap: differences are formed modulo 2^32 and read as signed.
+int32_t seconds_between(int32_t earlier, int32_t later) {
+    return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
+}
+
+bool is_silent(int index, int32_t at) {
+    return seconds_between(last_data(index), at) > kSilenceLimit;
+}
+
+// Frees the slot of a stream that has been silent for too long and tells the host. False while it has not,
+// or when the slot is another's by now.
+bool restart_if_silent(int index, Lease& lease) {
+    const int32_t at = now();
+    if (!is_silent(index, at) || !take_lease(index, lease)) return false;
+    if (seconds_between(lease.counters.nodatatime, at) <= kSilenceLimit) return false;
+    lease.counters.nodatatime = at;
+    bring_back(lease);
+    if (!free_slot(lease)) return false;
+    PostRestartMessageToQueue(lease.info.ucChannelNo, lease.info.ucStreamNo);
+    return true;
+}
+
+void restart_failed(const Lease& lease) {
+    if (!free_slot(lease)) return;
+    PostRestartMessageToQueue(lease.info.ucChannelNo, lease.info.ucStreamNo);
+    LOOP_ERROR("PostRestartMessageToQueue2.................. \n");
+}
+
+void update_statistics(Lease& lease) {
+    Counters& counters = lease.counters;
+    const int32_t at = now();
+    const int32_t elapsed = seconds_between(counters.tv1, at);
+    if (elapsed > kStatisticsInterval) {
+        const int channel = lease.info.ucChannelNo;
+        const int stream = lease.info.ucStreamNo;
+        const int32_t frame_rate = counters.framecount / elapsed;
+        if (frame_rate != 0) counters.framerate = frame_rate;
+        const int32_t bytes_per_second = counters.bitrate / elapsed;
+        Private_Protocol_SetRecvBit(channel, stream, bytes_per_second, counters.width, counters.height);
+        libVideoInfoSetNetworkParam(channel, stream, kReportKind, counters.framerate, bytes_per_second);
+        counters.bitrate = 0;
+        counters.framecount = 0;
+        counters.tv1 = now();
+        counters.startNo = counters.videoFrameNo;
+    }
+    counters.nodatatime = at;
+    bring_back(lease);
+}
+
+void serve_readable(Lease& lease) {
+    Counters& counters = lease.counters;
+    const int result = RecvStreamToPacketBuf(
+        lease.info.ucChannelNo, lease.info.ucStreamNo, &counters.frameNo, lease.fd, counters.framerate,
+        &counters.bitrate, lease.info.pRecvBuf, lease.info.pStream, &counters.videoFrameNo,
+        &counters.audioFrameNo, &counters.framecount, &counters.width, &counters.height);
+    if (result == 0) return;
+    if (result < 0) restart_failed(lease);
+    update_statistics(lease);
+}
+
+bool is_in(const fd_set& set, int fd) {
+    return fd > 0 && fd < FD_SETSIZE && FD_ISSET(fd, &set);
+}
+
+void serve_slot(int index, const fd_set& readable) {
+    Lease lease;
+    if (is_in(readable, socket_of(index))) {
+        if (take_lease(index, lease) && is_in(readable, lease.fd)) serve_readable(lease);
+    } else if (socket_of(index) != 0 && restart_if_silent(index, lease)) {
+        ucAudioTypeFlag[lease.info.ucChannelNo] = 0;
+        LOOP_ERROR("channel:%d,stream:%d,PostRestartMessageToQueue3.................. \n",
+                   lease.info.ucChannelNo, lease.info.ucStreamNo);
+    }
+}
+
+void check_silence() {
+    Lease lease;
+    for (int i = 0; i < kSlots; ++i) {
+        if (socket_of(i) == 0 || !restart_if_silent(i, lease)) continue;
+        LOOP_ERROR("PostRestartMessageToQueue1.....[ch=%d][streamNo=%d]............. \n",
+                   lease.info.ucChannelNo, lease.info.ucStreamNo);
+    }
+}
+
+// A descriptor that the host closed makes every select fail: its stream fails, the others go on.
+void restart_bad_descriptors() {
+    Lease lease;
+    for (int i = 0; i < kSlots; ++i) {
+        if (take_lease(i, lease) && fcntl(lease.fd, F_GETFD) < 0) restart_failed(lease);
+    }
+}
+
+int watch_open_slots(fd_set& readable) {
+    int largest = 0;
+    FD_ZERO(&readable);
+    for (int i = 0; i < kSlots; ++i) {
+        const int fd = socket_of(i);
+        if (fd <= 0 || fd >= FD_SETSIZE) continue;
+        FD_SET(fd, &readable);
+        largest = std::max(largest, fd);
+    }
+    return largest;
+}
+
+void run_pass() {
+    fd_set readable;
+    const int largest = watch_open_slots(readable);
+    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
+    const int ready = select(largest + 1, &readable, nullptr, nullptr, &wait);
+    if (ready > 0) {
+        for (int i = 0; i < kSlots; ++i) serve_slot(i, readable);
+        usleep(kServedPauseUs);
+        return;
+    }
+    if (ready < 0 && errno == EBADF) restart_bad_descriptors();
+    check_silence();
+}
+
+}  // namespace
+
+void PC_RecvStreamLoop(void) {
+    while (clients::load(PC_G_RecvStreamLoopSwitch) != 0) run_pass();
+    std::puts("+++++++++PC_RecvStreamLoop thread exit+++++++++");
+}
+
+int PostRestartMessageToQueue(int channel, int stream) {
+    StreamRequest message{};
+    message.ulType = STREAM_REQ_RESTART;
+    return networkInsertMessageToQueue(channel, stream, &message, kRestartMessage);
+}
