@@ -1,0 +1,33 @@
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include "common/log.h"
+#include "lenswire/command.h"
+
+namespace {
+
+constexpr int kTryLater = -2;
+constexpr useconds_t kPauseUs = 500000;
+
+}  // namespace
+
+int Prv_Send_Cmd(uint32_t ip, void* pCmd, void* pData, int time) {
+    if (ip == 0 || pCmd == nullptr || pData == nullptr || time < 0) {
+        PRI_LOG("input paramer error\n");
+        return -1;
+    }
+    int attempts = 0;
+    int result;
+    do {
+        result = Private_Protocol_CMDDelivery(ip, pCmd, pData, time / 2);
+        if (result == 0 || result == -1) break;
+        ++attempts;
+        usleep(kPauseUs);
+    } while (result == kTryLater && attempts < time);
+    if (result != -1 && attempts < time) return 0;
+
+    char text[INET_ADDRSTRLEN];
+    PRI_LOG(" Private_Protocol_CMDDelivery failed,\tk=%d,ip=%s\n", attempts,
+            inet_ntop(AF_INET, &ip, text, sizeof text));
+    return -1;
+}
