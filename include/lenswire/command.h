@@ -28,8 +28,7 @@ LENSWIRE_API int PC_SendCmd(int sockFd, const void* pData, int* pLen);
 LENSWIRE_API int PC_RecvCmd(int sockFd, void* pCmd, int* pLen);
 
 /* One read of up to *pLen bytes, message boundaries ignored. 0 with *pLen = bytes read; 1 when there is
- * when there is nothing to read (*pLen unchanged); -1 with *pLen = 0 at the end of the stream or on an error.
- */
+ * nothing to read (*pLen unchanged); -1 with *pLen = 0 at the end of the stream or on an error. */
 LENSWIRE_API int PC_RecvCmd1(int sockFd, void* buf, int* pLen);
 
 /* -- Pending requests: 128 slots, matched by command code and camera address. Callable from any thread;

@@ -40,15 +40,23 @@ void store(void* bytes, const T& record) {
     std::memcpy(bytes, &record, sizeof record);
 }
 
-inline PrivateCmd load_header(const void* message) { return load<PrivateCmd>(message); }
+inline PrivateCmd load_header(const void* message) {
+    return load<PrivateCmd>(message);
+}
 
 // The protocol forms the payload length as a 32-bit product, wrapping included.
-inline uint32_t payload_length(const PrivateCmd& header) { return header.ulBufferNum * header.ulBufferSize; }
+inline uint32_t payload_length(const PrivateCmd& header) {
+    return header.ulBufferNum * header.ulBufferSize;
+}
 
 // Header and payload; 64 bits wide, so that a huge payload length never looks small.
-inline uint64_t message_length(const PrivateCmd& header) { return uint64_t{ARG_HEAD_LEN} + payload_length(header); }
+inline uint64_t message_length(const PrivateCmd& header) {
+    return uint64_t{ARG_HEAD_LEN} + payload_length(header);
+}
 
-inline bool is_over_long(const PrivateCmd& header) { return message_length(header) > MAX_CMD_SIZE; }
+inline bool is_over_long(const PrivateCmd& header) {
+    return message_length(header) > MAX_CMD_SIZE;
+}
 
 // The header of every command that this side builds.
 inline PrivateCmd command_header(uint16_t command, uint32_t buffer_num, uint32_t buffer_size) {
