@@ -14,18 +14,23 @@ purposes_of() {
     esac
 }
 
-# build_preset PRESET [TARGET...]: everything where no target is named.
-build_preset() {
-    local preset=$1 quiet=()
-    shift
+# configure_preset PRESET: installs what it needs, and configures build/PRESET.
+configure_preset() {
     # shellcheck disable=SC2046 # words are what is wanted
-    install_packages $(purposes_of "$preset") || return
+    install_packages $(purposes_of "$1") || return
     export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     if command -v ccache >/dev/null; then
         export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
     fi
-    [[ -t 1 ]] || quiet=(-- --quiet)
+    cmake --preset "$1" --log-level=WARNING >/dev/null
+}
+
+# build_preset PRESET [TARGET...]: everything where no target is named.
+build_preset() {
+    local preset=$1 quiet=()
+    shift
+    configure_preset "$preset" || return
     echo "Building $preset in build/$preset"
-    cmake --preset "$preset" --log-level=WARNING >/dev/null || return
+    [[ -t 1 ]] || quiet=(-- --quiet)
     cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} "${quiet[@]}"
 }
