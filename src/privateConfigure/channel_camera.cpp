@@ -1,6 +1,7 @@
 #include "privateConfigure/channel_camera.h"
 
 #include <arpa/inet.h>
+#include <string.h>
 
 #include "lenswire/host_services.h"
 
