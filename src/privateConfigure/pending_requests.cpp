@@ -276,7 +276,7 @@ int Prv_CmdStaRgt(const void* message, uint32_t ip) {
     }
     const PrivateCmd header = wire::load_header(message);
     Lock table(g_recvsendlist_mutex);
-    const int index = find_waiting(header.usCmd, ip);
+    const int index = wire::is_over_long(header) ? kSlots : find_waiting(header.usCmd, ip);
     if (index == kSlots) {
         table.unlock();
         PRI_LOG("recv data  j=%d,pCmd->usCmd=%x,pCmd->ucState =%x,ip=%s\n", kSlots, header.usCmd,
