@@ -1,0 +1,268 @@
+// One message on a socket: sent whole, read whole, and refused when anything about it is wrong.
+#include <sys/socket.h>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::HasSubstr;
+
+struct Product {
+    uint32_t number;
+    uint32_t size;
+};
+// Lengths that a 32-bit sum or a signed one would take for small.
+const Product kOverLong[] = {{1, 4065},       {4065, 1},         {1, 0xFFFFFFE0},
+                             {1, 0xFFFFFFFF}, {0x10001, 0xFFFF}, {2, 0x7FFFFFF0}};
+
+Message announcing(const Product& product, Bytes payload = {}) {
+    Message message = command(0x1004, std::move(payload));
+    message.buffer_num = product.number;
+    message.buffer_size = product.size;
+    return message;
+}
+
+// Calls with a buffer of exactly the announced length, so that a sanitizer sees a byte beyond it.
+struct Received {
+    int result;
+    int length;
+    Bytes buffer;
+};
+Received receive(int (*function)(int, void*, int*), int socket, int capacity = 4096) {
+    Received received{
+        .result = 0, .length = capacity, .buffer = repeated('G', static_cast<size_t>(capacity))};
+    received.result = function(socket, received.buffer.data(), &received.length);
+    return received;
+}
+
+TEST(SendCommand, SendsExactlyTheMessageThatTheHeaderAnnounces) {
+    const struct {
+        Message message;
+        size_t on_the_wire;
+    } cases[] = {{command(0x0006), 32},
+                 {announcing({0, 212}), 32},
+                 {announcing({0x10000, 0x10000}), 32},  // the product wraps to nothing
+                 {command(0x1005, pattern(36)), 68},
+                 {announcing({3, 32}, pattern(96)), 128},
+                 {command(0x1005, pattern(4064)), 4096}};
+    for (const auto& row : cases) {
+        Pair pair;
+        Bytes buffer = row.message.bytes();
+        buffer.resize(4096, 'X');
+        int length = 4096;
+        EXPECT_EQ(PC_SendCmd(pair.ours(), buffer.data(), &length), 0);
+        EXPECT_EQ(length, static_cast<int>(row.on_the_wire));
+        EXPECT_EQ(pair.theirs().reads(row.on_the_wire), slice(buffer, 0, row.on_the_wire));
+        EXPECT_FALSE(pair.theirs().has_bytes());
+    }
+}
+
+TEST(SendCommand, RefusesBadArgumentsAndOverLongMessagesWithoutSending) {
+    Pair pair;
+    const Bytes good = command(0x1005, pattern(36)).bytes();
+    Bytes buffer = good;
+    buffer.resize(4096);
+    int length = 68;
+    Capture capture;
+    EXPECT_EQ(PC_SendCmd(-1, buffer.data(), &length), -1);
+    EXPECT_EQ(PC_SendCmd(pair.ours(), nullptr, &length), -1);
+    EXPECT_EQ(PC_SendCmd(pair.ours(), buffer.data(), nullptr), -1);
+    for (int bad : {4097, 67, 31, 0, -1, -4096, INT32_MIN, INT32_MAX}) {
+        length = bad;
+        EXPECT_EQ(PC_SendCmd(pair.ours(), buffer.data(), &length), -1) << bad;
+    }
+    for (const Product& product : kOverLong) {
+        Bytes over_long = announcing(product).bytes();
+        over_long.resize(4096);
+        length = 4096;
+        EXPECT_EQ(PC_SendCmd(pair.ours(), over_long.data(), &length), -1)
+            << product.number << " " << product.size;
+    }
+    EXPECT_FALSE(pair.theirs().has_bytes());
+    const std::string out = unnumbered(capture.out());
+    EXPECT_THAT(
+        out, HasSubstr("PRIVATE_LOG src/pteClient-PC_SendCmd-N: ******input param error ****** sockFd =-1,"));
+    EXPECT_THAT(out, HasSubstr("PRIVATE_LOG src/pteClient-PC_SendCmd-N: ******input param error ****** \n"));
+    EXPECT_THAT(out, HasSubstr("PRIVATE_LOG src/pteClient-PC_SendCmd-N: ************sendLen=68 ,*pLen=67\n"));
+}
+
+TEST(SendCommand, AFullSocketFailsAndNothingMoreIsSent) {
+    Pair pair;
+    Bytes message = command(0x1005, pattern(4064)).bytes();
+    size_t whole_messages = 0;
+    int length = 4096;
+    while (PC_SendCmd(pair.ours(), message.data(), &length) == 0) {
+        ++whole_messages;
+        ASSERT_LT(whole_messages, 100000u);
+        length = 4096;
+    }
+    EXPECT_EQ(length, 0);
+    pair.closes_ours();
+    size_t arrived = 0;
+    uint8_t buffer[65536];
+    ssize_t got;
+    while ((got = recv(pair.theirs().descriptor(), buffer, sizeof buffer, 0)) > 0)
+        arrived += static_cast<size_t>(got);
+    EXPECT_GE(arrived, whole_messages * 4096);
+    EXPECT_LT(arrived, (whole_messages + 1) * 4096);
+}
+
+TEST(SendCommand, AClosedPeerIsAnErrorAndNoSignal) {
+    Pair pair;
+    pair.theirs().closes();
+    const Bytes message = command(0x0006).bytes();
+    int length = 32;
+    EXPECT_EQ(PC_SendCmd(pair.ours(), message.data(), &length), -1);
+    EXPECT_EQ(length, 32);
+}
+
+TEST(ReceiveCommand, ReadsOneMessageAndLeavesTheNext) {
+    Pair pair;
+    const Bytes messages[] = {command(0x0006).bytes(), announcing({0, 212}).bytes(),
+                              command(0x1004, pattern(36)).bytes(), command(0x1004, pattern(4064)).bytes(),
+                              announcing({4, 8}, pattern(32)).bytes()};
+    for (const Bytes& message : messages) pair.theirs().sends(message);
+    for (const Bytes& message : messages) {
+        const Received received = receive(PC_RecvCmd, pair.ours());
+        EXPECT_EQ(received.result, 0);
+        EXPECT_EQ(received.length, static_cast<int>(message.size()));
+        EXPECT_EQ(slice(received.buffer, 0, message.size()), message);
+        EXPECT_EQ(slice(received.buffer, message.size(), 4096), repeated('G', 4096 - message.size()));
+    }
+}
+
+// Every message that is cut short is refused, and its text is logged only as far as it came.
+TEST(ReceiveCommand, AMessageCutAtAnyByteIsRefused) {
+    const Bytes message = command(0x4141, repeated('H', 40)).bytes();
+    for (size_t cut = 1; cut < message.size(); ++cut) {
+        Pair pair;
+        pair.theirs().sends(slice(message, 0, cut));
+        pair.theirs().closes();
+        Capture capture;
+        const Received received = receive(PC_RecvCmd, pair.ours());
+        EXPECT_EQ(received.result, -1) << cut;
+        EXPECT_EQ(received.length, 0) << cut;
+        const std::string out = unnumbered(capture.out());
+        if (cut < 32) {
+            EXPECT_THAT(out,
+                        HasSubstr("File: src/pteClient, Line: N: ************ len is ARG_HEAD_LEN != len : " +
+                                  std::to_string(cut) + ", sock : " + std::to_string(pair.ours())));
+        } else {
+            EXPECT_THAT(out, HasSubstr("PRIVATE_LOG src/pteClient-PC_RecvCmd-N: PC_RecvCmd  len=" +
+                                       std::to_string(cut - 32) + ",*pLen="));
+            EXPECT_THAT(out, HasSubstr("pCmd->ulBufferNum*pCmd->ulBufferSize=40 sock"));
+            EXPECT_EQ(occurrences(out, "H"), static_cast<int>(cut - 32 + occurrences(out, "ARG_H")));
+        }
+        EXPECT_EQ(occurrences(out, "GG"), 0) << "bytes that never came were logged: " << out;
+    }
+}
+
+TEST(ReceiveCommand, ALateRestOfAPayloadIsNotWaitedFor) {
+    Pair pair;
+    const Bytes message = command(0x1004, pattern(36)).bytes();
+    pair.theirs().sends(slice(message, 0, 32));
+    Capture capture;
+    const Received received = receive(PC_RecvCmd, pair.ours());
+    EXPECT_EQ(received.result, -1);
+    EXPECT_EQ(received.length, 0);
+    EXPECT_THAT(capture.err(), HasSubstr("33333333 socket=" + std::to_string(pair.ours()) + "  ,  "));
+}
+
+TEST(ReceiveCommand, RefusesOverLongMessagesBeforeTheirPayload) {
+    for (const Product& product : kOverLong) {
+        Pair pair;
+        pair.theirs().sends(announcing(product, pattern(100)));
+        Capture capture;
+        const Received received = receive(PC_RecvCmd, pair.ours());
+        EXPECT_EQ(received.result, -1) << product.number << " x " << product.size;
+        EXPECT_EQ(received.length, 0);
+        EXPECT_EQ(slice(received.buffer, 32, 4064), repeated('G', 4064));
+        EXPECT_EQ(waiting_bytes(pair.ours()), 100);
+        EXPECT_THAT(capture.out(),
+                    HasSubstr("PC_RecvCmd  *pLen=4096,pCmd->ulBufferNum*pCmd->ulBufferSize=" +
+                              std::to_string(product.number * product.size) + ",pCmd->usCmd=1004"));
+    }
+    // Longer than the caller's buffer, though not than a message may be.
+    Pair pair;
+    pair.theirs().sends(command(0x1004, pattern(36)));
+    const Received received = receive(PC_RecvCmd, pair.ours(), 67);
+    EXPECT_EQ(received.result, -1);
+    EXPECT_EQ(slice(received.buffer, 32, 35), repeated('G', 35));
+}
+
+TEST(ReceiveCommand, AStreamPacketIsRefusedSilently) {
+    Pair pair;
+    Message message = command(0x1004, pattern(4));
+    message.flag = 1;
+    pair.theirs().sends(message);
+    Capture capture;
+    EXPECT_EQ(receive(PC_RecvCmd, pair.ours()).result, -1);
+    EXPECT_EQ(capture.out() + capture.err(), "");
+}
+
+TEST(ReceiveCommand, NothingThereAndBadArgumentsFail) {
+    Pair pair;
+    const Received nothing = receive(PC_RecvCmd, pair.ours());
+    EXPECT_EQ(nothing.result, -1);
+    EXPECT_EQ(nothing.length, 0);
+
+    pair.theirs().sends(command(0x0006));
+    Bytes buffer(4096);
+    int length = 4096;
+    Capture capture;
+    EXPECT_EQ(PC_RecvCmd(-1, buffer.data(), &length), -1);
+    EXPECT_EQ(length, 4096);
+    EXPECT_EQ(PC_RecvCmd(pair.ours(), nullptr, &length), -1);
+    EXPECT_EQ(PC_RecvCmd(pair.ours(), buffer.data(), nullptr), -1);
+    for (int bad : {4097, -1, INT32_MIN}) {
+        length = bad;
+        EXPECT_EQ(PC_RecvCmd(pair.ours(), buffer.data(), &length), -1) << bad;
+    }
+    EXPECT_EQ(unnumbered(capture.out()), "File: src/pteClient, Line: N: ************ sockFd < 0\n");
+    EXPECT_EQ(waiting_bytes(pair.ours()), 32) << "a refused call must not read";
+}
+
+TEST(ReceiveWhateverIsThere, GivesBytesNothingOrTheEnd) {
+    Pair pair;
+    Received received = receive(PC_RecvCmd1, pair.ours());
+    EXPECT_EQ(received.result, 1);
+    EXPECT_EQ(received.length, 4096);
+
+    const Bytes sent = pattern(5000);
+    pair.theirs().sends(sent);
+    received = receive(PC_RecvCmd1, pair.ours(), 100);
+    EXPECT_EQ(received.result, 0);
+    EXPECT_EQ(received.length, 100);
+    EXPECT_EQ(received.buffer, slice(sent, 0, 100));
+    received = receive(PC_RecvCmd1, pair.ours());
+    EXPECT_EQ(received.length, 4096);
+    EXPECT_EQ(received.buffer, slice(sent, 100, 4096));
+    received = receive(PC_RecvCmd1, pair.ours());
+    EXPECT_EQ(received.length, 804);
+
+    pair.theirs().closes();
+    received = receive(PC_RecvCmd1, pair.ours());
+    EXPECT_EQ(received.result, -1);
+    EXPECT_EQ(received.length, 0);
+}
+
+TEST(ReceiveWhateverIsThere, RefusesBadArguments) {
+    Pair pair;
+    pair.theirs().sends(pattern(10));
+    Bytes buffer(4096);
+    int length = 4096;
+    Capture capture;
+    EXPECT_EQ(PC_RecvCmd1(-1, buffer.data(), &length), -1);
+    EXPECT_EQ(PC_RecvCmd1(pair.ours(), nullptr, &length), -1);
+    EXPECT_EQ(PC_RecvCmd1(pair.ours(), buffer.data(), nullptr), -1);
+    for (int bad : {4097, -1, INT32_MIN}) {
+        length = bad;
+        EXPECT_EQ(PC_RecvCmd1(pair.ours(), buffer.data(), &length), -1) << bad;
+    }
+    EXPECT_EQ(unnumbered(capture.out()), "File: src/pteClient, Line: N: ************ sockFd < 0\n");
+    EXPECT_EQ(waiting_bytes(pair.ours()), 10);
+}
+
+}  // namespace
+}  // namespace lenswire::test

@@ -1,0 +1,194 @@
+// The context and its tables: started once, handed out once, given back whole.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::Each;
+using testing::HasSubstr;
+
+constexpr int kClients = 192;
+constexpr int kUnits = 256;
+
+class Context : public EngineTest {};
+
+TEST(ContextBeforeItsStart, HasNothingToHandOut) {
+    EXPECT_EQ(PC_CreateNew(), nullptr);
+    EXPECT_EQ(PC_CreateCmdClient0(), nullptr);
+}
+
+TEST(ContextStartAndStop, HappenOnceAndLeaveNothing) {
+    const int threads = thread_count();
+    const int descriptors = open_descriptors();
+    ASSERT_EQ(PC_InitCtx(), 0);
+    EXPECT_EQ(thread_count(), threads + 3);
+    EXPECT_EQ(PC_InitCtx(), 0);
+    EXPECT_EQ(thread_count(), threads + 3);
+    {
+        Capture capture;
+        EXPECT_EQ(PC_UnInitCtx(), 0);
+        EXPECT_EQ(occurrences(capture.out(), "+++++++++PC_RecvStreamLoop thread exit+++++++++\n"), 1);
+    }
+    EXPECT_TRUE(wait_until([&] { return thread_count() == threads; }));
+    EXPECT_EQ(PC_G_EventLoopSwitch + PC_G_RecvStreamLoopSwitch + PC_G_RecvQueue, 0);
+    EXPECT_EQ(PC_InitCtx(), 0);
+    EXPECT_EQ(thread_count(), threads);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(host().live_allocations(), 0);
+}
+
+TEST_F(Context, StoppingLeavesTheSocketsOpen) {
+    Pair control, stream;
+    StreamConn* unit = PC_CreateNew();
+    unit->sockFd = stream.ours();
+    unit->pCmdClient->sockFd = control.ours();
+    const CmdClient* client = unit->pCmdClient;
+    stops_engine();
+    EXPECT_TRUE(is_open(stream.ours()));
+    EXPECT_TRUE(is_open(control.ours()));
+    EXPECT_EQ(unit->pCmdClient, nullptr);
+    EXPECT_EQ(client->sockFd, 0);
+}
+
+TEST_F(Context, TheTablesHandOut192ClientsAnd256Units) {
+    std::set<StreamConn*> units;
+    std::set<CmdClient*> clients;
+    for (int i = 0; i < kUnits; ++i) {
+        StreamConn* unit = PC_CreateNew();
+        ASSERT_NE(unit, nullptr) << i;
+        EXPECT_EQ(unit->sockFd, -1);
+        units.insert(unit);
+        ASSERT_EQ(unit->pCmdClient != nullptr, i < kClients) << i;
+        if (unit->pCmdClient == nullptr) continue;
+        EXPECT_EQ(unit->pCmdClient->sockFd, -1);
+        EXPECT_EQ(unit->pCmdClient->ucClientState, PC_STATE_IDLE);
+        clients.insert(unit->pCmdClient);
+    }
+    EXPECT_EQ(units.size(), static_cast<size_t>(kUnits));
+    EXPECT_EQ(clients.size(), static_cast<size_t>(kClients));
+    EXPECT_EQ(PC_CreateCmdClient0(), nullptr);
+    {
+        Capture capture;
+        EXPECT_EQ(PC_CreateNew(), nullptr);
+        EXPECT_EQ(unnumbered(capture.err()), "[src/pteClient:PC_CreateNew:N]:no client units now \n");
+    }
+    // What is given back is handed out again.
+    StreamConn* given_back = *std::next(units.begin(), 100);
+    CmdClient* its_client = given_back->pCmdClient;
+    PC_Delete(given_back);
+    EXPECT_EQ(PC_CreateNew(), given_back);
+    EXPECT_EQ(given_back->pCmdClient, its_client);
+}
+
+TEST_F(Context, DeletingAUnitClosesItsControlSocketAndKeepsNoPassword) {
+    Pair control, stream;
+    StreamConn* unit = PC_CreateNew();
+    StreamConn* other = PC_CreateNew();
+    CmdClient* client = unit->pCmdClient;
+    client->sockFd = control.gives_ours();
+    client->LoginInfo = credentials("admin", "secret");
+    client->ulLoginId = 5;
+    client->ulRecvRemainLen = 12;
+    unit->sockFd = stream.ours();
+    other->pCmdClient->LoginInfo = credentials("admin", "other");
+
+    EXPECT_EQ(PC_Delete(unit), 0);
+    EXPECT_TRUE(control.theirs().sees_close());
+    EXPECT_TRUE(is_open(stream.ours()));
+    EXPECT_EQ(unit->pCmdClient, nullptr);
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&client->LoginInfo);
+    EXPECT_THAT(Bytes(bytes, bytes + sizeof client->LoginInfo), Each(0));
+    EXPECT_EQ(client->ulLoginId, 0u);
+    EXPECT_EQ(client->ulRecvRemainLen, 0u);
+    EXPECT_STREQ(other->pCmdClient->LoginInfo.szPassword, "other");
+
+    Capture capture;
+    PC_Delete(unit);
+    StreamConn foreign{};
+    PC_Delete(&foreign);
+    PC_Delete(nullptr);
+    EXPECT_EQ(occurrences(unnumbered(capture.err()), "[src/pteClient:PC_Delete:N]:pClient ="), 3);
+    EXPECT_EQ(occurrences(capture.err(), " not found,holy shit \n"), 3);
+}
+
+TEST_F(Context, AClientThatIsNotOfTheTableIsLeftAlone) {
+    Pair control;
+    CmdClient foreign{};
+    foreign.sockFd = control.ours();
+    foreign.ulLoginId = 9;
+    StreamConn* unit = PC_CreateNew();
+    unit->pCmdClient = &foreign;
+    PC_Delete(unit);
+    EXPECT_EQ(foreign.sockFd, control.ours());
+    EXPECT_EQ(foreign.ulLoginId, 9u);
+    EXPECT_TRUE(is_open(control.ours()));
+
+    // Nor is a client freed that was freed before.
+    unit = PC_CreateNew();
+    StreamConn* twin = PC_CreateNew();
+    PC_Delete(twin);
+    twin = PC_CreateNew();
+    CmdClient* shared = unit->pCmdClient;
+    twin->pCmdClient = shared;
+    shared->sockFd = dup(control.ours());
+    PC_Delete(unit);
+    PC_Delete(twin);
+    EXPECT_EQ(host().complaints().size(), 0u);
+}
+
+TEST_F(Context, ExitClosesOnlyDescriptorsAboveZero) {
+    Pair pair;
+    CmdClient* client = PC_CreateCmdClient0();
+    PC_Exit(nullptr);
+    PC_Exit(client);
+    EXPECT_EQ(client->sockFd, -1);
+
+    ASSERT_TRUE(is_open(0));
+    client->sockFd = 0;
+    PC_Exit(client);
+    EXPECT_EQ(client->sockFd, 0);
+    EXPECT_TRUE(is_open(0));
+
+    PC_SetCBState(client, PC_STATE_LOGINED);
+    client->sockFd = pair.gives_ours();
+    PC_Exit(client);
+    EXPECT_EQ(client->sockFd, -1);
+    EXPECT_EQ(client->ucClientState, PC_STATE_LOGINED);
+    EXPECT_TRUE(pair.theirs().sees_close());
+}
+
+// Units are taken and given back by several host threads; no two ever hold the same unit or client.
+TEST_F(Context, NoUnitIsHandedOutTwice) {
+    constexpr int kThreads = 4, kRounds = 200;
+    std::atomic<int> clashes{0};
+    std::vector<std::thread> threads;
+    for (int thread = 1; thread <= kThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int round = 0; round < kRounds; ++round) {
+                StreamConn* mine[5];
+                for (StreamConn*& unit : mine) {
+                    unit = PC_CreateNew();
+                    unit->reserved[0] = static_cast<uint8_t>(thread);
+                    unit->pCmdClient->ulPort = static_cast<uint32_t>(thread);
+                }
+                for (StreamConn* unit : mine) {
+                    clashes += unit->reserved[0] != thread;
+                    clashes += unit->pCmdClient->ulPort != static_cast<uint32_t>(thread);
+                    PC_Delete(unit);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(clashes, 0);
+}
+
+}  // namespace
+}  // namespace lenswire::test

@@ -1,0 +1,171 @@
+// A command finds its camera's control connection by address alone.
+#include <arpa/inet.h>
+
+#include <thread>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::HasSubstr;
+
+const uint32_t kCamera = inet_addr("10.1.2.3");
+
+class Delivery : public EngineTest {
+  protected:
+    // A client with that address and socket, in a state in which nobody else uses it.
+    CmdClient* client_of(uint32_t address, int socket, uint32_t login_id = 0) {
+        CmdClient* client = PC_CreateNew()->pCmdClient;
+        client->ulIpAddr = address;
+        client->sockFd = socket;
+        client->ulLoginId = login_id;
+        return client;
+    }
+    static int delivers(Bytes& message, int time = 20, uint32_t address = kCamera) {
+        return Prv_Send_Cmd(address, message.data(), message.data(), time);
+    }
+    static Bytes in_buffer(const Message& message) {
+        Bytes bytes = message.bytes();
+        bytes.resize(4096);
+        return bytes;
+    }
+};
+
+TEST_F(Delivery, StampsTheLoginIdentifierIntoTheMessage) {
+    Pair pair;
+    client_of(kCamera, pair.gives_ours(), 0xA0B1C2D3);
+    Bytes buffer = in_buffer(command(0x1005, pattern(36)));
+    EXPECT_EQ(delivers(buffer), 0);
+    EXPECT_EQ(pair.theirs().reads(68), command(0x1005, pattern(36), 0, 0xA0B1C2D3).bytes());
+    EXPECT_FALSE(pair.theirs().has_bytes());
+    EXPECT_EQ(u32_at(buffer, 8), 0xA0B1C2D3);
+}
+
+TEST_F(Delivery, ACameraThatIsLoggingInGetsCommandsToo) {
+    Pair pair;
+    CmdClient* client = client_of(kCamera, pair.gives_ours());
+    PC_SetCBState(client, PC_STATE_CONNECTED);
+    Bytes buffer = in_buffer(command(0x1004, pattern(36), 0, 55));
+    EXPECT_EQ(delivers(buffer), 0);
+    EXPECT_EQ(pair.theirs().reads_command().login_id, 0u);
+}
+
+TEST_F(Delivery, TheFirstClientOfAnAddressIsTheOne) {
+    Pair first, second, other;
+    client_of(inet_addr("10.1.2.4"), other.gives_ours());
+    CmdClient* client = client_of(kCamera, first.gives_ours());
+    client_of(kCamera, second.ours());
+    Bytes buffer = in_buffer(command(0x1004));
+    EXPECT_EQ(delivers(buffer), 0);
+    EXPECT_EQ(first.theirs().reads_command().command, 0x1004);
+
+    // Even when it has no socket and the second has one.
+    const int socket = client->sockFd;
+    client->sockFd = -1;
+    Capture capture;
+    EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera, buffer.data(), buffer.data(), 10), -1);
+    EXPECT_EQ(capture.out() + capture.err(), "");
+    EXPECT_EQ(delivers(buffer), -1);
+    EXPECT_EQ(unnumbered(capture.out()),
+              "PRI_LOG src/privateConfigure-Prv_Send_Cmd-N:  Private_Protocol_CMDDelivery failed,\tk=0,"
+              "ip=10.1.2.3\n");
+    client->sockFd = socket;
+    EXPECT_FALSE(second.theirs().has_bytes());
+    EXPECT_FALSE(other.theirs().has_bytes());
+    second.gives_ours();
+}
+
+TEST_F(Delivery, WithoutAClientNothingIsSent) {
+    Pair pair;
+    client_of(kCamera, pair.gives_ours());
+    Bytes buffer = in_buffer(command(0x1004));
+    const Bytes before = buffer;
+    Capture capture;
+    EXPECT_EQ(Private_Protocol_CMDDelivery(inet_addr("10.1.2.9"), buffer.data(), buffer.data(), 10), -1);
+    EXPECT_EQ(capture.out() + capture.err(), "");
+    EXPECT_EQ(buffer, before);
+    EXPECT_FALSE(pair.theirs().has_bytes());
+}
+
+TEST_F(Delivery, TheAttemptBudgetDecidesTheResult) {
+    Pair pair;
+    client_of(kCamera, pair.gives_ours());
+    const struct {
+        int time;
+        int result;
+        bool sent;
+    } cases[] = {{0, -1, true}, {1, 0, true},    {20, 0, true},
+                 {21, 0, true}, {-1, -1, false}, {INT32_MIN, -1, false}};
+    for (const auto& row : cases) {
+        Bytes buffer = in_buffer(command(0x1004));
+        EXPECT_EQ(delivers(buffer, row.time), row.result) << row.time;
+        EXPECT_EQ(pair.theirs().has_bytes(), row.sent) << row.time;
+        if (row.sent) pair.theirs().reads_command();
+    }
+}
+
+TEST_F(Delivery, BadArgumentsAndOverLongMessagesAreRefused) {
+    Pair pair;
+    client_of(kCamera, pair.gives_ours());
+    Bytes buffer = in_buffer(command(0x1004));
+    Capture capture;
+    EXPECT_EQ(Private_Protocol_CMDDelivery(0, buffer.data(), buffer.data(), 1), -1);
+    EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera, nullptr, buffer.data(), 1), -1);
+    EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera, buffer.data(), nullptr, 1), -1);
+    EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera, buffer.data(), buffer.data(), -1), -1);
+    EXPECT_EQ(occurrences(capture.out(), ": input para error ip="), 4);
+    EXPECT_EQ(Prv_Send_Cmd(0, buffer.data(), buffer.data(), 1), -1);
+    EXPECT_EQ(Prv_Send_Cmd(kCamera, nullptr, buffer.data(), 1), -1);
+    EXPECT_EQ(Prv_Send_Cmd(kCamera, buffer.data(), nullptr, 1), -1);
+    EXPECT_EQ(occurrences(capture.out(), ": input paramer error\n"), 3);
+    Message message = command(0x1005, pattern(64));
+    for (const auto& [number, size] : {std::pair{1u, 4065u}, {1u, 0xFFFFFFE0u}, {0xFFFFu, 0xFFFFu}}) {
+        message.buffer_num = number;
+        message.buffer_size = size;
+        buffer = in_buffer(message);
+        EXPECT_EQ(delivers(buffer), -1) << number << " x " << size;
+    }
+    EXPECT_FALSE(pair.theirs().has_bytes());
+}
+
+TEST_F(Delivery, AFailedSendIsReported) {
+    Pair pair;
+    client_of(kCamera, pair.gives_ours());
+    pair.theirs().closes();
+    Bytes buffer = in_buffer(command(0x1004));
+    Capture capture;
+    EXPECT_EQ(delivers(buffer), -1);
+    EXPECT_THAT(
+        unnumbered(capture.out()),
+        HasSubstr("PRIVATE_LOG src/pteClient-Private_Protocol_CMDDelivery-N: send error\nsend error\n"));
+}
+
+// Whole messages of many host threads go out one after the other.
+TEST_F(Delivery, MessagesOfSeveralThreadsDoNotMix) {
+    constexpr int kThreads = 4, kMessages = 100;
+    Pair pair;
+    client_of(kCamera, pair.gives_ours(), 7);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([thread] {
+            for (int i = 0; i < kMessages; ++i) {
+                Bytes buffer = in_buffer(command(0x1005, repeated(static_cast<uint8_t>(thread), 500)));
+                while (delivers(buffer) != 0) std::this_thread::yield();
+            }
+        });
+    }
+    int seen[kThreads] = {};
+    Capture capture;  // a full socket is reported, and the message tried again
+    for (int i = 0; i < kThreads * kMessages; ++i) {
+        const Message message = pair.theirs().reads_command();
+        ASSERT_EQ(message.payload.size(), 500u);
+        ++seen[message.payload[0]];
+        EXPECT_EQ(message.payload, repeated(message.payload[0], 500));
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(seen, testing::Each(kMessages));
+}
+
+}  // namespace
+}  // namespace lenswire::test

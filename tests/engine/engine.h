@@ -1,0 +1,87 @@
+// What the engine's tests stand on: a started context, logins with a scripted camera, and looks at what
+// the library's threads write.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <string>
+
+#include "lenswire/command.h"
+#include "lenswire/connection.h"
+#include "lenswire/socket.h"
+#include "lenswire/stream.h"
+#include "support/camera_bytes.h"
+#include "support/capture.h"
+#include "support/fake_host.h"
+#include "support/scripted_camera.h"
+
+namespace lenswire::test {
+
+// A word that one of the library's threads writes.
+template <typename T>
+T peek(const T& word) {
+    return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
+}
+
+LoginInfo credentials(const std::string& user = "admin", const std::string& password = "12345");
+
+// Two connected stream sockets: ours() non-blocking as the library has them, theirs() the camera's side.
+class Pair {
+  public:
+    Pair();
+    ~Pair();
+    Pair(const Pair&) = delete;
+    Pair& operator=(const Pair&) = delete;
+
+    int ours() const { return ours_; }
+    Wire& theirs() { return theirs_; }
+    // Leaves the descriptor to somebody else.
+    int gives_ours();
+    void closes_ours();
+
+  private:
+    int ours_ = -1;
+    Wire theirs_;
+};
+
+// Bytes that wait in a socket to be read.
+int waiting_bytes(int descriptor);
+
+// A host reset, and nothing of it left misused or taken at the end. Starts no context.
+class HostTest : public testing::Test {
+  protected:
+    HostTest() { host().reset(); }
+    void TearDown() override;
+};
+
+// The same with a started context. One a process, as with every host.
+class EngineTest : public HostTest {
+  protected:
+    EngineTest();
+    ~EngineTest() override;
+    void SetUp() override;
+    void TearDown() override;
+
+    // Stops the context before the end of the test.
+    void stops_engine();
+    // Ends one worker thread by its switch, so that the test can play its part.
+    void stops_thread(uint8_t& run_switch);
+
+    // Logs a unit in and returns the camera's end of its control connection.
+    Wire logs_in(StreamConn* unit, ScriptedCamera& camera, uint32_t login_id = kLoginId);
+    // A unit of its own, logged in.
+    struct LoggedIn {
+        StreamConn* unit;
+        Wire wire;
+    };
+    LoggedIn new_login(ScriptedCamera& camera, uint32_t login_id = kLoginId);
+
+  private:
+    int threads_before_ = 0;
+    int stopped_threads_ = 0;
+    bool running_ = false;
+};
+
+}  // namespace lenswire::test

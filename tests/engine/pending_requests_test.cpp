@@ -1,0 +1,275 @@
+// The table that brings a camera's answer to the thread that asked.
+#include <arpa/inet.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr int kCommand = 0x1004;
+const uint32_t kCamera = inet_addr("10.1.2.3");
+const uint32_t kOtherCamera = inet_addr("10.1.2.4");
+
+RecvSendSlot* const kTableFull = reinterpret_cast<RecvSendSlot*>(1);
+
+// A whole message in a buffer of exactly 4096 bytes, as the event loop has it.
+Bytes whole(const Message& message) {
+    Bytes bytes = message.bytes();
+    bytes.resize(4096);
+    return bytes;
+}
+
+int receive(const Message& message, uint32_t camera = kCamera) {
+    return Private_Protocol_RecvProcess(whole(message).data(), camera);
+}
+
+Bytes content(const RecvSendSlot* slot, size_t count = 4096) {
+    return Bytes(slot->recvData, slot->recvData + count);
+}
+
+// The result that has been posted by now, -1 also when nothing has.
+int posted(RecvSendSlot* slot) {
+    return Prv_GetCond_Property(slot, 0);
+}
+
+class PendingRequests : public HostTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(Prv_cmd_Init(), 0); }
+    void TearDown() override {
+        EXPECT_EQ(g_rs_num, 0);
+        EXPECT_EQ(Prv_cmd_Delectl(), 0);
+        HostTest::TearDown();
+    }
+};
+
+TEST_F(PendingRequests, AnAnswerWakesTheWaiterWithHeaderAndPayload) {
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    ASSERT_NE(slot, nullptr);
+    EXPECT_EQ(content(slot), Bytes(4096));
+    const Message answer = command(kCommand, pattern(36), 0, 77);
+    std::thread event_loop([&] { EXPECT_EQ(receive(answer), 0); });
+    EXPECT_EQ(Prv_GetCond_Property(slot, 20), 0);
+    event_loop.join();
+    EXPECT_EQ(content(slot, 32 + 36), answer.bytes());
+    EXPECT_EQ(prv_destroy_msg(slot), 0);
+}
+
+TEST_F(PendingRequests, TheStateOfAnAnswerDecidesBetweenSuccessAndError) {
+    const struct {
+        int code;
+        uint16_t state;
+        int result;
+    } cases[] = {{kCommand, 0, 0}, {kCommand, 1, -1},     {kCommand, 2, -1}, {kCommand, 0x100, -1},
+                 {0x1058, 0, 0},   {0x1058, 2, 0},        {0x1058, 1, -1},   {0x1058, 3, -1},
+                 {0x1057, 2, -1},  {kCommand, 0xFFFF, -1}};
+    for (const auto& row : cases) {
+        RecvSendSlot* slot = Init_Cond_Msg(row.code, 0, kCamera);
+        // Posted before the wait begins, so a wait of 20 seconds ends at once.
+        EXPECT_EQ(receive(command(static_cast<uint16_t>(row.code), pattern(4), row.state)), 0);
+        EXPECT_EQ(slot->ucPosted, 1) << std::hex << row.code << " " << row.state;
+        EXPECT_EQ(Prv_GetCond_Property(slot, 20), row.result) << std::hex << row.code << " " << row.state;
+        prv_destroy_msg(slot);
+    }
+    EXPECT_EQ(host().dumped_count("state 2 is error ip is 10.1.2.3"), 2);
+}
+
+TEST_F(PendingRequests, AnAnswerWithoutPayloadLeavesTheRequestInTheBuffer) {
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    const Bytes request = command(kCommand, pattern(60, 9)).bytes();
+    std::memcpy(slot->recvData, request.data(), request.size());
+    EXPECT_EQ(receive(command(kCommand)), 0);
+    EXPECT_EQ(posted(slot), 0);
+    EXPECT_EQ(content(slot, request.size()), request);
+    prv_destroy_msg(slot);
+}
+
+TEST_F(PendingRequests, CommandCodeAndAddressBothMustMatch) {
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    Capture capture;
+    EXPECT_EQ(receive(command(kCommand, pattern(8)), kOtherCamera), 0);
+    EXPECT_EQ(receive(command(kCommand + 1, pattern(8))), 0);
+    EXPECT_EQ(Prv_CmdStaRgt(whole(command(kCommand + 1, pattern(8))).data(), kCamera), -1);
+    EXPECT_EQ(Prv_CmdStaErr(whole(command(kCommand, {}, 1)).data(), kOtherCamera), -1);
+    EXPECT_EQ(slot->ucPosted, 0);
+    EXPECT_EQ(posted(slot), -1);
+    EXPECT_EQ(content(slot), Bytes(4096));
+    EXPECT_EQ(host().dumped_count("pthread_cond_timedwait time out"), 1);
+    EXPECT_THAT(unnumbered(capture.out()),
+                HasSubstr("PRI_LOG src/privateConfigure-Prv_CmdStaRgt-N: recv data  j=128,pCmd->usCmd=1004,"
+                          "pCmd->ucState =0,ip=10.1.2.4\n"));
+    EXPECT_EQ(host().dumped_count("recv data is error j=128,pCmd->usCmd=1004,pCmd->ucState =1,ip=10.1.2.4"),
+              1);
+    prv_destroy_msg(slot);
+}
+
+TEST_F(PendingRequests, OnlyTheFirstOfTwoAnswersCountsButTheSecondReplacesTheBytes) {
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    EXPECT_EQ(receive(command(kCommand, pattern(16, 1))), 0);
+    EXPECT_EQ(receive(command(kCommand, {}, 1)), 0);
+    const Message second = command(kCommand, pattern(16, 2));
+    EXPECT_EQ(receive(second), 0);
+    EXPECT_EQ(posted(slot), 0);
+    EXPECT_EQ(content(slot, 48), second.bytes());
+    prv_destroy_msg(slot);
+
+    slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    EXPECT_EQ(receive(command(kCommand, {}, 1)), 0);
+    EXPECT_EQ(receive(second), 0);
+    EXPECT_EQ(posted(slot), -1);
+    prv_destroy_msg(slot);
+}
+
+TEST_F(PendingRequests, TwoWaitersForOneKeyAreServedInTheOrderOfTheirSlots) {
+    RecvSendSlot* first = Init_Cond_Msg(kCommand, 0, kCamera);
+    RecvSendSlot* second = Init_Cond_Msg(kCommand, 0, kCamera);
+    ASSERT_LT(first, second);
+    EXPECT_EQ(receive(command(kCommand, pattern(8, 1))), 0);
+    EXPECT_EQ(receive(command(kCommand, pattern(8, 2))), 0);
+    EXPECT_EQ(posted(first), 0);
+    EXPECT_EQ(posted(second), -1);
+    prv_destroy_msg(first);
+    const Message third = command(kCommand, pattern(8, 3));
+    EXPECT_EQ(receive(third), 0);
+    EXPECT_EQ(posted(second), 0);
+    EXPECT_EQ(content(second, 40), third.bytes());
+    prv_destroy_msg(second);
+}
+
+TEST_F(PendingRequests, AnAnswerAfterTheReleaseReachesNobody) {
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    prv_destroy_msg(slot);
+    EXPECT_EQ(Prv_CmdStaRgt(whole(command(kCommand, pattern(8))).data(), kCamera), -1);
+    slot = Init_Cond_Msg(kCommand, 0, kOtherCamera);
+    EXPECT_EQ(slot->ucPosted, 0);
+    EXPECT_EQ(content(slot), Bytes(4096));
+    prv_destroy_msg(slot);
+}
+
+TEST_F(PendingRequests, TheTableTakes128AndReportsThe129th) {
+    RecvSendSlot* slots[128];
+    for (int i = 0; i < 128; ++i) {
+        slots[i] = Init_Cond_Msg(kCommand + i, 0, kCamera);
+        ASSERT_EQ(slots[i], &g_recvsendlist[i]);
+        EXPECT_EQ(g_rs_num, i + 1);
+    }
+    EXPECT_EQ(Init_Cond_Msg(kCommand, 0, kCamera), kTableFull);
+    Capture capture;
+    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 1, kCamera), nullptr);
+    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 0, kCamera), nullptr);
+    EXPECT_EQ(host().dumped_count("g_recvsenddata is full,add again \n"), 2);
+    EXPECT_EQ(host().dumped_count("###############please wait*********************"), 1);
+    EXPECT_EQ(unnumbered(capture.out()),
+              "PRI_LOG src/privateConfigure-Prv_PacketMsg-N: ###############cond init error time =1\n"
+              "PRI_LOG src/privateConfigure-Prv_PacketMsg-N: ###############cond init error time =0\n");
+    // A freed place in the middle is the next one taken, and only that one.
+    prv_destroy_msg(slots[77]);
+    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 1, kCamera), slots[77]);
+    EXPECT_EQ(Init_Cond_Msg(kCommand, 0, kCamera), kTableFull);
+    for (RecvSendSlot* slot : slots) prv_destroy_msg(slot);
+}
+
+TEST_F(PendingRequests, ARequestWaitsForAFullTableToGetRoom) {
+    for (int i = 0; i < 128; ++i) Init_Cond_Msg(kCommand, 0, kCamera);
+    host().when(Service::kDump, [](int, int) {
+        if (g_rs_num == 128) prv_destroy_msg(&g_recvsendlist[5]);
+    });
+    RecvSendSlot* slot = Prv_PacketMsg(kCommand, 0, 5, kCamera);
+    EXPECT_EQ(slot, &g_recvsendlist[5]);
+    EXPECT_EQ(host().dumped_count("please wait"), 1);
+    for (RecvSendSlot& taken : g_recvsendlist) prv_destroy_msg(&taken);
+}
+
+TEST_F(PendingRequests, WithoutMemoryNothingIsTaken) {
+    RecvSendSlot* kept = Init_Cond_Msg(kCommand, 0, kCamera);
+    host().refuses_allocation(1);
+    Capture capture;
+    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 5, kCamera), nullptr);
+    EXPECT_EQ(unnumbered(capture.out()),
+              "PRI_LOG src/privateConfigure-Init_Cond_Msg-N: MeMalloc failed \n\n");
+    EXPECT_EQ(g_rs_num, 1);
+    RecvSendSlot* next = Prv_PacketMsg(kCommand, 0, 5, kCamera);
+    EXPECT_EQ(next, &g_recvsendlist[1]);
+    prv_destroy_msg(next);
+    prv_destroy_msg(kept);
+}
+
+TEST_F(PendingRequests, BadArgumentsAreRefused) {
+    const Bytes message = whole(command(kCommand, pattern(4)));
+    Capture capture;
+    EXPECT_EQ(Init_Cond_Msg(-1, 0, kCamera), nullptr);
+    EXPECT_EQ(Init_Cond_Msg(kCommand, -1, kCamera), nullptr);
+    EXPECT_EQ(Prv_PacketMsg(-1, 0, 5, kCamera), nullptr);
+    EXPECT_EQ(Prv_PacketMsg(kCommand, -1, 5, kCamera), nullptr);
+    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, -1, kCamera), nullptr);
+    EXPECT_EQ(Prv_GetCond_Property(nullptr, 1), -1);
+    EXPECT_EQ(cond_post(nullptr), -1);
+    EXPECT_EQ(cond_post_error(nullptr), -1);
+    EXPECT_EQ(prv_destroy_msg(nullptr), -1);
+    EXPECT_EQ(Prv_CmdStaRgt(nullptr, kCamera), -1);
+    EXPECT_EQ(Prv_CmdStaErr(nullptr, kCamera), -1);
+    EXPECT_EQ(Private_Protocol_RecvProcess(nullptr, kCamera), -1);
+    EXPECT_EQ(Private_Protocol_RecvProcess(message.data(), 0), -1);
+    EXPECT_EQ(occurrences(capture.out(), "PRI_LOG src/privateConfigure-"), 13);
+    RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+    EXPECT_EQ(Prv_GetCond_Property(slot, -1), -1);
+    prv_destroy_msg(slot);
+}
+
+// A header may announce any product; what it announces beyond a whole message is never copied.
+TEST_F(PendingRequests, AnOverLongAnswerIsNotDelivered) {
+    const struct {
+        uint32_t number;
+        uint32_t size;
+    } cases[] = {{1, 4065}, {4065, 1}, {1, 0xFFFFFFE0}, {1, 0xFFFFFFFF}, {0xFFFF, 0xFFFF}, {2, 0x7FFFFFFF}};
+    for (const auto& row : cases) {
+        RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
+        Message answer = command(kCommand, pattern(4064));
+        answer.buffer_num = row.number;
+        answer.buffer_size = row.size;
+        receive(answer);
+        EXPECT_EQ(posted(slot), -1) << row.number << " x " << row.size;
+        EXPECT_EQ(content(slot), Bytes(4096)) << row.number << " x " << row.size;
+        prv_destroy_msg(slot);
+    }
+}
+
+// A camera that answers one command over and over, while a host thread takes and releases slots for that
+// one and for another: the other slot is never written or posted.
+TEST_F(PendingRequests, AReleasedSlotIsNeverAnsweredForItsNextOwner) {
+    constexpr int kRounds = 3000;
+    std::atomic<bool> done{false};
+    std::thread event_loop([&] {
+        const Bytes answer = whole(command(kCommand, repeated(0xAB, 4064)));
+        const Bytes refusal = whole(command(kCommand, {}, 1));
+        while (!done) {
+            Private_Protocol_RecvProcess(answer.data(), kCamera);
+            Private_Protocol_RecvProcess(refusal.data(), kCamera);
+        }
+    });
+    Capture capture;
+    for (int i = 0; i < kRounds; ++i) {
+        RecvSendSlot* asked = Init_Cond_Msg(kCommand, 0, kCamera);
+        if (i % 2 == 0) posted(asked);
+        prv_destroy_msg(asked);
+        RecvSendSlot* other = Init_Cond_Msg(0x1023, 0, kCamera);
+        ASSERT_EQ(other, asked);
+        const int result = posted(other);
+        const bool untouched = content(other) == Bytes(4096);
+        prv_destroy_msg(other);
+        if (result != -1 || !untouched) {
+            ADD_FAILURE() << "round " << i << ": an answer reached a request of another command";
+            break;
+        }
+    }
+    done = true;
+    event_loop.join();
+}
+
+}  // namespace
+}  // namespace lenswire::test

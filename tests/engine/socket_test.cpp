@@ -1,0 +1,138 @@
+// The steps that every connection to a camera is made of.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <vector>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::HasSubstr;
+
+const uint32_t kLoopback = inet_addr("127.0.0.1");
+
+// A descriptor beyond what select can watch; refuses the test when the system allows none.
+int descriptor_beyond_select(int of) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max == RLIM_INFINITY || limit.rlim_max > 4096 ? 4096 : limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return fcntl(of, F_DUPFD_CLOEXEC, 1024);
+}
+
+TEST(Sockets, ConnectToGivesANonBlockingSocketThatBecomesUsable) {
+    ScriptedCamera camera;
+    // Only the low 16 bits of the port count.
+    const int socket = SK_ConnectTo(camera.address(), camera.port() + 0x10000);
+    ASSERT_GT(socket, 0);
+    EXPECT_TRUE(fcntl(socket, F_GETFL) & O_NONBLOCK);
+    Wire wire = camera.accepts();
+    EXPECT_EQ(PC_SockReadable(socket), 1);
+    EXPECT_EQ(SK_SelectWaitWriteable(socket, 20000), 0);
+    EXPECT_EQ(Getsockerron(socket), 0);
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    ASSERT_EQ(getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &length), 0);
+    EXPECT_EQ(ntohs(peer.sin_port), camera.port());
+    EXPECT_EQ(peer.sin_addr.s_addr, camera.address());
+    close(socket);
+}
+
+TEST(Sockets, ARefusedConnectShowsInTheReadinessTests) {
+    const int port = refused_port();
+    int socket = SK_ConnectTo(kLoopback, port);
+    ASSERT_GT(socket, 0);
+    EXPECT_EQ(PC_SockReadable(socket), -3);
+    close(socket);
+
+    socket = SK_ConnectTo(kLoopback, port);
+    EXPECT_EQ(SK_SelectWaitWriteable(socket, 20000), -1);
+    close(socket);
+
+    socket = SK_ConnectTo(kLoopback, port);
+    ASSERT_EQ(SK_SelectWaitReadable(socket, 20000), 0);
+    EXPECT_EQ(Getsockerron(socket), -1);
+    EXPECT_EQ(errno, ECONNREFUSED);
+    close(socket);
+}
+
+// A listener whose queue is full leaves further connects in progress.
+TEST(Sockets, AConnectInProgressIsNotReady) {
+    ScriptedCamera camera("127.0.0.1", 0);
+    std::vector<int> queued;
+    for (int i = 0; i < 4; ++i) queued.push_back(SK_ConnectTo(camera.address(), camera.port()));
+    EXPECT_EQ(PC_SockReadable(queued.back()), -2);
+    EXPECT_EQ(SK_SelectWaitWriteable(queued.back(), 0), -1);
+    for (int socket : queued) close(socket);
+}
+
+TEST(Sockets, WaitingTellsReadableFromTimedOut) {
+    Pair pair;
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 0), -1);
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 20), -1);
+    EXPECT_EQ(SK_SelectWaitWriteable(pair.ours(), 0), 0);
+    EXPECT_EQ(PC_SockReadable(pair.ours()), 1);
+    pair.theirs().sends(pattern(1));
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 0), 0);
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 1500), 0);
+    // The end of the stream is readable too.
+    pair.theirs().closes();
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 0), 0);
+}
+
+TEST(Sockets, SecondsAndMillisecondsOfAWaitAddUp) {
+    Pair pair;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(SK_SelectWaitReadable(pair.ours(), 1050), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1040));
+}
+
+TEST(Sockets, IllegalDescriptorsFailAtOnce) {
+    Pair pair;
+    const int closed = dup(pair.ours());
+    close(closed);
+    Capture capture;
+    EXPECT_EQ(PC_SockReadable(-1), -1);
+    EXPECT_EQ(capture.out(), "illegal socket fd[-1]\n");
+    EXPECT_EQ(PC_SockReadable(closed), 0);
+    EXPECT_EQ(SK_SelectWaitReadable(-1, 10000), -1);
+    EXPECT_LT(SK_SelectWaitWriteable(-1, 10000), 0);
+    EXPECT_LT(SK_SelectWaitReadable(closed, 10000), 0);
+    EXPECT_LT(SK_SelectWaitWriteable(closed, 10000), 0);
+    EXPECT_EQ(SK_SelectWaitWriteable(0, 10000), -1);
+    EXPECT_EQ(SK_SetSocketUnblock(closed), -1);
+    EXPECT_EQ(Getsockerron(closed), -1);
+    EXPECT_THAT(capture.out(), HasSubstr(std::string("getsockopt(SO_ERROR): ") + strerror(EBADF)));
+}
+
+// select's sets end at 1024: a larger descriptor is an error and touches no memory beyond them.
+TEST(Sockets, DescriptorsBeyondSelectAreRefused) {
+    Pair pair;
+    const int large = descriptor_beyond_select(pair.ours());
+    if (large < 0) GTEST_SKIP() << "no descriptor above 1023 is allowed here";
+    pair.theirs().sends(pattern(1));
+    EXPECT_LE(PC_SockReadable(large), 0);
+    EXPECT_LT(SK_SelectWaitReadable(large, 0), 0);
+    EXPECT_LT(SK_SelectWaitWriteable(large, 0), 0);
+    close(large);
+}
+
+TEST(Sockets, SetSocketUnblockKeepsTheOtherFlags) {
+    Pair pair;
+    const int socket = pair.theirs().descriptor();
+    fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_APPEND);
+    EXPECT_EQ(SK_SetSocketUnblock(socket), 0);
+    EXPECT_EQ(fcntl(socket, F_GETFL) & (O_NONBLOCK | O_APPEND), O_NONBLOCK | O_APPEND);
+}
+
+}  // namespace
+}  // namespace lenswire::test
