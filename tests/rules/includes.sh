@@ -12,7 +12,7 @@ for folder in "$root"/src/*/; do
     allowed[src/$name]="$name/* common/* lenswire/*"
 done
 # An include in angle brackets is a system header unless it names one of these.
-ours=" lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
+ours=" src include bench lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
 
 may_include() { # folder target
     local pattern

@@ -38,4 +38,5 @@ expect bad recorder '"camera/camera.h"'
 expect bad camera '"lenswire/records.h"'
 expect bad camera '"common/wire.h"'
 expect bad camera '"recorder/ring.h"'
+expect bad camera '<src/common/wire.h>'
 exit $failed
