@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cerrno>
-#include <cstring>
 
 #include "common/log.h"
 #include "common/wire.h"
@@ -120,7 +119,7 @@ int PC_RecvCmd(int sockFd, void* pCmd, int* pLen) {
     const ssize_t body = receive(sockFd, bytes + ARG_HEAD_LEN, expected);
     const int error = errno;
     if (body <= 0 && try_again_later()) {
-        std::fprintf(stderr, "33333333 socket=%d  ,  %s \n", sockFd, std::strerror(error));
+        std::fprintf(stderr, "33333333 socket=%d  ,  %m \n", sockFd);
         usleep(kReceivePauseUs);
     }
     if (body != static_cast<ssize_t>(expected)) {

@@ -195,7 +195,7 @@ int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate,
     const int room = ring_free_size_ex(ring);
     void* start = ring_get_start_buf(ring);
     if (start == nullptr || room <= 0) {
-        std::printf("#########################recvLen =%d%s \r\n", room, std::strerror(errno));
+        std::printf("#########################recvLen =%d%m \r\n", room);
         return -1;
     }
     const ssize_t received = recv(sockFd, start, static_cast<size_t>(room), 0);

@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -101,7 +100,7 @@ int Getsockerron(int fd) {
     socklen_t length = sizeof error;
     int result = 0;
     if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
-        std::printf("getsockopt(SO_ERROR): %s", std::strerror(errno));
+        std::printf("getsockopt(SO_ERROR): %m");
         result = -1;
     }
     if (error == 0) return result;
