@@ -1,4 +1,5 @@
 #include <pthread.h>
+#include <signal.h>
 #include <atomic>
 #include <cstdio>
 
@@ -36,9 +37,14 @@ Worker g_workers[] = {
 
 std::atomic<bool> g_ctx_inited;
 
+// The host's signals go to the host's threads: a new thread inherits that all are blocked.
 bool start(Worker& worker, const pthread_attr_t& attributes) {
+    sigset_t all, before;
+    sigfillset(&all);
     clients::publish(worker.run_switch, uint8_t{1});
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     worker.started = pthread_create(&worker.thread, &attributes, worker.main, nullptr) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return worker.started;
 }
 
