@@ -5,14 +5,15 @@
 # CC and READELF are the platform's. A sanitized library drags the sanitizers in: only its exports are looked at.
 set -uo pipefail
 sanitized=
-[[ $1 == --sanitized ]] && sanitized=1
-[[ $1 == --sanitized || -z $1 ]] && shift
+[[ $1 == --sanitized ]] && sanitized=1 && shift
 library=$1
 headers=$2/lenswire
 read -r -a cc <<<"$CC"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failed=0
+
+[[ -f $library ]] || { echo "$library: not there" && exit 1; }
 
 fault() {
     echo "$*"
