@@ -1,0 +1,354 @@
+#include "camera/camera_core.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "camera/login.h"
+#include "lenswire/protocol.h"
+
+namespace lenswire::camera {
+namespace {
+
+constexpr int kBacklog = 128;
+constexpr size_t kMostStreamsKept = 4096;
+constexpr int64_t kRestartRetryMs = 200;
+
+// A listening socket on the address, -1 with errno when there is none; tells the port it got.
+int listen_on(const std::string& address, uint16_t* port) {
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_port = htons(*port);
+    if (inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -1;
+    const int on = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    socklen_t length = sizeof name;
+    auto* any = reinterpret_cast<sockaddr*>(&name);
+    if (bind(fd, any, length) == 0 && listen(fd, kBacklog) == 0 && getsockname(fd, any, &length) == 0) {
+        *port = ntohs(name.sin_port);
+        return fd;
+    }
+    const int reason = errno;
+    ::close(fd);
+    errno = reason;
+    return -1;
+}
+
+// The 32 bytes that describe a stream to whoever asked for it.
+Bytes describe_stream(const Command& request, const Frame& first) {
+    Bytes description(LENSWIRE_STREAM_ANSWER_SIZE);
+    description[0] = request.payload[0];
+    description[1] = request.payload[1];
+    description[2] = first.head.codec;
+    description[3] = static_cast<uint8_t>(first.head.frame_rate);
+    put_u16(&description[4], first.head.width);
+    put_u16(&description[6], first.head.height);
+    return description;
+}
+
+}  // namespace
+
+const CameraCore::HandlerRow CameraCore::kHandlers[] = {
+    {LENSWIRE_CMD_SERIAL, false, &CameraCore::on_serial},
+    {LENSWIRE_CMD_LOGIN, false, &CameraCore::on_login},
+    {LENSWIRE_CMD_HEARTBEAT, true, &CameraCore::on_heartbeat},
+    {LENSWIRE_CMD_STREAM, true, &CameraCore::on_stream},
+    {LENSWIRE_CMD_FISH_PROPERTY_GET, false, &CameraCore::on_setting},
+};
+
+void CameraCore::Listener::close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+}
+
+void CameraCore::Listener::on_ready(uint32_t) {
+    while (fd_ >= 0) {
+        const int fd = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0) {
+            core_.accepted(fd);
+        } else if (errno != EINTR && errno != ECONNABORTED) {
+            return;
+        }
+    }
+}
+
+CameraCore::CameraCore(Loop& loop, CameraConfig the_config)
+    : config(std::move(the_config)),
+      port(config.port),
+      loop_(loop),
+      start_us_(now_us()),
+      motion_timer_(loop, [this] { on_motion_time(); }),
+      restart_timer_(loop, [this] {
+          std::string error;
+          if (!start(&error)) restart_timer_.arm(now_us() + kRestartRetryMs * 1000);
+      }) {}
+
+CameraCore::~CameraCore() {
+    stop();
+}
+
+bool CameraCore::start(std::string* error) {
+    if (running) return true;
+    const int fd = listen_on(config.address, &port);
+    if (fd < 0) {
+        *error = config.address + ":" + std::to_string(port) + ": " + std::strerror(errno);
+        return false;
+    }
+    listener_ = std::make_unique<Listener>(*this, fd);
+    if (!loop_.watch(fd, listener_.get())) {
+        *error = std::string("no event loop: ") + std::strerror(errno);
+        loop_.bury(std::move(listener_));
+        return false;
+    }
+    running = true;
+    motion_state_ = 0;
+    if (config.motion_every_ms > 0) motion_timer_.arm(now_us() + config.motion_every_ms * 1000);
+    return true;
+}
+
+void CameraCore::stop() {
+    restart_timer_.disarm();
+    motion_timer_.disarm();
+    if (listener_) {
+        listener_->close();
+        loop_.bury(std::move(listener_));
+    }
+    while (!connections_.empty()) connections_.back()->close();
+    running = false;
+}
+
+void CameraCore::restart_in(int64_t down_ms) {
+    stop();
+    restart_timer_.arm(now_us() + down_ms * 1000);
+}
+
+void CameraCore::accepted(int fd) {
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    auto connection = std::make_unique<Connection>(*this, loop_, fd, ++last_number_);
+    ++stats_.connections;
+    loop_.report_change();
+    if (loop_.watch(fd, connection.get())) connections_.push_back(std::move(connection));
+}
+
+void CameraCore::connection_closed(Connection* connection) {
+    const auto found = std::find_if(connections_.begin(), connections_.end(),
+                                    [connection](const auto& each) { return each.get() == connection; });
+    loop_.report_change();
+    if (found == connections_.end()) return;
+    loop_.bury(std::move(*found));
+    connections_.erase(found);
+}
+
+CameraStats CameraCore::stats() const {
+    CameraStats stats = stats_;
+    for (const auto& connection : connections_) {
+        if (connection->logged_in()) ++stats.control_open;
+        if (connection->is_stream()) ++stats.streams_open;
+    }
+    for (const auto& stream : streams) {
+        stats.video_frames += stream->video_frames;
+        stats.audio_frames += stream->audio_frames;
+        stats.stream_bytes += stream->bytes;
+    }
+    return stats;
+}
+
+// A control connection proves itself with its own id, any other connection with one that is logged in.
+bool CameraCore::has_login(const Connection& connection, const Command& command) {
+    if (connection.logged_in()) return connection.login_id() == command.login_id;
+    return command.login_id != 0 &&
+           std::any_of(connections_.begin(), connections_.end(),
+                       [&](const auto& each) { return each->login_id() == command.login_id; });
+}
+
+void CameraCore::on_command(Connection& connection, const Command& command) {
+    ++stats_.commands;
+    received.push_back({connection.number(), command});
+    if (received.size() > Camera::kMostReceived) received.pop_front();
+    loop_.report_change();
+    if (command.flag != LENSWIRE_FLAG_COMMAND) {
+        count_malformed();
+        return;
+    }
+    const auto* row = std::find_if(std::begin(kHandlers), std::end(kHandlers),
+                                   [&](const HandlerRow& each) { return each.code == command.code; });
+    const bool needs_login = row == std::end(kHandlers) || row->needs_login;
+    if (needs_login && !has_login(connection, command)) {
+        ++stats_.wrong_login_ids;
+        if (config.require_login) {
+            answer(connection, answer_to(command, {}, kStateNotLoggedIn));
+            return;
+        }
+    }
+    const auto hook = hooks.find(command.code);
+    if (hook != hooks.end() && row == std::end(kHandlers)) {
+        const auto hooked = Camera::Hook(hook->second)(command);
+        if (hooked) answer(connection, *hooked);
+        return;
+    }
+    const Handler handler = row == std::end(kHandlers) ? &CameraCore::on_setting : row->handler;
+    (this->*handler)(connection, command);
+}
+
+void CameraCore::on_serial(Connection& connection, const Command& command) {
+    const DesBlock serial = random_serial();
+    connection.set_serial(serial);
+    answer(connection, answer_to(command, Bytes(serial.begin(), serial.end())));
+}
+
+void CameraCore::on_login(Connection& connection, const Command& command) {
+    const auto& serial = connection.serial();
+    const LoginVerdict verdict = serial ? check_login(command.payload, *serial, config.user, config.password)
+                                        : LoginVerdict::kMalformed;
+    const bool refused_by_fault =
+        std::any_of(answer_faults.begin(), answer_faults.end(), [](const AnswerFault& fault) {
+            return fault.code == LENSWIRE_CMD_LOGIN && fault.state.value_or(0) != 0;
+        });
+    if (verdict != LoginVerdict::kAccepted || refused_by_fault) {
+        ++stats_.refused_logins;
+        answer(connection, answer_to(command, {}, kStateRefused));
+        return;
+    }
+    ++stats_.logins;
+    connection.set_login_id(random_login_id());
+    Command reply = answer_to(command, {});
+    reply.login_id = connection.login_id();
+    answer(connection, reply);
+}
+
+void CameraCore::on_heartbeat(Connection& connection, const Command& command) {
+    ++stats_.heartbeats;
+    if (config.answer_heartbeats) answer(connection, answer_to(command, {}));
+}
+
+void CameraCore::on_stream(Connection& connection, const Command& command) {
+    if (command.payload.size() != LENSWIRE_STREAM_REQUEST_SIZE || connection.logged_in() ||
+        connection.is_stream()) {
+        count_malformed();
+        answer(connection, answer_to(command, {}, kStateBadRequest));
+        return;
+    }
+    const uint8_t channel = command.payload[0];
+    const uint8_t stream = command.payload[1];
+    const StreamConfig wanted = stream < config.streams.size() ? config.streams[stream] : StreamConfig{};
+    const uint32_t seed = synthetic_seed(config.number, channel, stream);
+    auto source = FrameSource::make(wanted, seed);
+    if (!source) {
+        answer(connection, answer_to(command, {}, kStateUnsupported));
+        return;
+    }
+    const Frame first = FrameSource::make(wanted, seed)->next();
+    const bool answered = answer(connection, answer_to(command, describe_stream(command, first)));
+    if (!answered || connection.fd() < 0) return;
+    auto stats = std::make_shared<StreamStats>();
+    stats->channel = channel;
+    stats->stream = stream;
+    streams.push_back(stats);
+    if (streams.size() > kMostStreamsKept) streams.pop_front();
+    connection.start_stream({.config = wanted,
+                             .source = std::move(source),
+                             .faults = take_stream_faults(stream),
+                             .stats = std::move(stats),
+                             .timestamp_base_ms = static_cast<uint32_t>((now_us() - start_us_) / 1000),
+                             .gather_us = config.gather_us});
+}
+
+void CameraCore::on_setting(Connection& connection, const Command& command) {
+    const auto reply = settings.handle(command);
+    if (reply) answer(connection, *reply);
+}
+
+bool CameraCore::answer(Connection& connection, const Command& answer) {
+    const auto fault = take_answer_fault(answer.code);
+    if (!fault) {
+        connection.send({.bytes = to_bytes(answer)});
+        return true;
+    }
+    if (fault->silent) return false;
+    connection.send({.bytes = spoiled_bytes(answer, *fault),
+                     .piece = fault->piece,
+                     .gap_us = fault->piece_gap_ms * 1000,
+                     .close_after = fault->close_after},
+                    fault->delay_ms == 0 ? 0 : now_us() + fault->delay_ms * 1000);
+    return true;
+}
+
+// The first fault that applies; one that has done its times is gone.
+std::optional<AnswerFault> CameraCore::take_answer_fault(uint16_t code) {
+    const auto found =
+        std::find_if(answer_faults.begin(), answer_faults.end(),
+                     [code](const AnswerFault& each) { return each.code.value_or(code) == code; });
+    if (found == answer_faults.end()) return std::nullopt;
+    const AnswerFault fault = *found;
+    if (found->times != 0 && --found->times == 0) answer_faults.erase(found);
+    return fault;
+}
+
+std::vector<StreamFault> CameraCore::take_stream_faults(uint8_t stream) {
+    std::vector<StreamFault> taken;
+    for (StreamFault& fault : stream_faults) {
+        if (fault.stream.value_or(stream) != stream) continue;
+        taken.push_back(fault);
+        if (fault.times != 0 && --fault.times == 0) fault.at_frame = UINT64_MAX;
+    }
+    std::erase_if(stream_faults, [](const StreamFault& fault) { return fault.at_frame == UINT64_MAX; });
+    return taken;
+}
+
+size_t CameraCore::send_to_all(const Bytes& bytes) {
+    std::vector<Connection*> reached;  // a send may close its connection and with it change the list
+    for (const auto& connection : connections_) {
+        if (connection->logged_in()) reached.push_back(connection.get());
+    }
+    for (Connection* connection : reached) connection->send({.bytes = bytes});
+    return reached.size();
+}
+
+size_t CameraCore::push_motion(uint8_t state) {
+    Command push;
+    push.code = LENSWIRE_CMD_MOTION_PUSH;
+    push.payload = {0, 0, state, 0};
+    push.buffer_size = static_cast<uint32_t>(push.payload.size());
+    push.buffer_num = 1;
+    const size_t reached = send_to_all(to_bytes(push));
+    stats_.motion_pushes += reached;
+    loop_.report_change();
+    return reached;
+}
+
+void CameraCore::on_motion_time() {
+    motion_state_ ^= 1;
+    push_motion(motion_state_);
+    motion_timer_.arm(now_us() + config.motion_every_ms * 500);
+}
+
+void CameraCore::finish_streams(bool close) {
+    std::vector<Connection*> finished;  // finishing may close a connection and with it change the list
+    for (const auto& connection : connections_) {
+        if (connection->is_stream()) finished.push_back(connection.get());
+    }
+    for (Connection* connection : finished) connection->finish_stream(close);
+}
+
+void CameraCore::drop_connections(bool streams_too) {
+    std::vector<Connection*> dropped;
+    for (const auto& connection : connections_) {
+        if (connection->is_stream() == streams_too) dropped.push_back(connection.get());
+    }
+    for (Connection* connection : dropped) connection->close();
+}
+
+}  // namespace lenswire::camera
