@@ -1,0 +1,33 @@
+// The process's clock and waits in the hands of a test: the program's own sleep, usleep, time and
+// pthread_cond_timedwait stand in front of libc's, for the library too. Outside the scope of a Timewarp or
+// a FrozenTime they are as ever.
+#pragma once
+
+#include <ctime>
+#include <vector>
+
+namespace lenswire::test {
+
+// For its scope and its thread: sleeps return at once, a wait for an answer that is not there yet ends at
+// once as one that timed out, and all of them are written down.
+class Timewarp {
+  public:
+    Timewarp();
+    ~Timewarp();
+    Timewarp(const Timewarp&) = delete;
+    Timewarp& operator=(const Timewarp&) = delete;
+
+    std::vector<long> slept_us;
+    std::vector<int> waited_s;
+};
+
+// For its scope time() gives this moment.
+class FrozenTime {
+  public:
+    explicit FrozenTime(time_t moment);
+    ~FrozenTime();
+    FrozenTime(const FrozenTime&) = delete;
+    FrozenTime& operator=(const FrozenTime&) = delete;
+};
+
+}  // namespace lenswire::test

@@ -1,0 +1,55 @@
+// What the tests of the settings stand on: a library that is logged in to one camera, which the test plays,
+// and operations that run on a thread of their own meanwhile.
+#pragma once
+
+#include <functional>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "engine/engine.h"
+#include "lenswire/lenswire.h"
+#include "settings/interposed.h"
+
+namespace lenswire::test {
+
+// Log lines of the configuration layer as a host sees them, numbers replaced by N.
+std::string line(const std::string& operation, const std::string& text);   // standard output
+std::string error(const std::string& operation, const std::string& text);  // standard error
+
+// The recorder channel that the camera is bound to.
+constexpr int kChannel = 5;
+
+class SettingsTest : public EngineTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    uint32_t ip() const { return camera_.address(); }
+
+    // Starts an operation; the test then is the camera.
+    std::future<int> starts(std::function<int()> operation);
+    // Runs it against the camera's answers, in turn, and checks that no request stays unread.
+    struct Exchanged {
+        int result;
+        std::vector<Message> requests;
+    };
+    Exchanged runs(const std::function<int()>& operation, const std::vector<Message>& answers);
+    // Runs an operation that awaits nothing and returns the commands that the camera received.
+    Exchanged sends(const std::function<int()>& operation, size_t commands = 1);
+    // Whether the camera has received anything that was not read yet.
+    bool camera_was_asked();
+    // Takes the camera's address away from the library.
+    void loses_camera();
+
+    ScriptedCamera camera_;
+    Wire wire_;
+
+  private:
+    StreamConn* unit_ = nullptr;
+};
+
+// An answer whose header says more or other than its payload holds.
+Message claiming(uint16_t code, uint32_t number, uint32_t size, Bytes payload);
+
+}  // namespace lenswire::test
