@@ -137,8 +137,9 @@ uint32_t synthetic_length(const Synthetic& synthetic, uint64_t index) {
 
 Bytes synthetic_payload(const Synthetic& synthetic, uint32_t seed, uint64_t index) {
     const Frame frame = SyntheticVideo(synthetic, seed).frame(index);
-    Bytes payload(frame.prefix.begin(), frame.prefix.end());
-    payload.insert(payload.end(), frame.payload.begin(), frame.payload.end());
+    Bytes payload(frame.head.length);
+    std::copy(frame.prefix.begin(), frame.prefix.end(), payload.begin());
+    std::copy(frame.payload.begin(), frame.payload.end(), payload.begin() + kSyntheticPrefix);
     return payload;
 }
 
