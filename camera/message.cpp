@@ -1,5 +1,6 @@
 #include "camera/message.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "lenswire/protocol.h"
@@ -61,7 +62,7 @@ Command answer_to(const Command& request, Bytes payload, uint16_t state) {
 }
 
 Bytes to_bytes(const Command& command) {
-    Bytes bytes(ARG_HEAD_LEN);
+    Bytes bytes(ARG_HEAD_LEN + command.payload.size());
     put_u16(&bytes[0], command.flag);
     bytes[2] = command.tag1;
     bytes[3] = command.tag2;
@@ -70,7 +71,7 @@ Bytes to_bytes(const Command& command) {
     put_u32(&bytes[8], command.login_id);
     put_u32(&bytes[12], command.buffer_size);
     put_u32(&bytes[16], command.buffer_num);
-    bytes.insert(bytes.end(), command.payload.begin(), command.payload.end());
+    std::copy(command.payload.begin(), command.payload.end(), bytes.begin() + ARG_HEAD_LEN);
     return bytes;
 }
 
