@@ -1,0 +1,340 @@
+// A login as the camera sees it on the wire, and everything that can go wrong with one.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+// DES in ECB mode under default_serial(), made with another implementation of the cipher.
+const Bytes kEncrypted12345 = {0x19, 0x28, 0xD6, 0xD4, 0xAA, 0x89, 0x90, 0x41, 0x5F, 0xFE, 0x00,
+                               0x09, 0x4C, 0xCA, 0x91, 0xBC, 0x5F, 0xFE, 0x00, 0x09, 0x4C, 0xCA,
+                               0x91, 0xBC, 0x5F, 0xFE, 0x00, 0x09, 0x4C, 0xCA, 0x91, 0xBC};
+const char kLongPassword[] = "abcdefghijklmnopqrstuvwxyz012345";  // 32 characters, no room for a NUL
+const Bytes kEncryptedLong = {0xC0, 0x8B, 0x42, 0x21, 0x7A, 0x83, 0x70, 0xC9, 0xC9, 0x42, 0x6B,
+                              0xD4, 0xEF, 0x5A, 0x38, 0x26, 0x4D, 0x18, 0x32, 0xDB, 0xEA, 0x84,
+                              0x2E, 0x2D, 0x73, 0xF9, 0x5E, 0xF0, 0xFA, 0x01, 0x4C, 0x72};
+const Bytes kEncryptedSerial = {0x28, 0x19, 0x29, 0xBD, 0x78, 0x6C, 0xCC, 0x25};
+
+Bytes padded(Bytes bytes, size_t size) {
+    bytes.resize(size);
+    return bytes;
+}
+
+// The 108 bytes of a login request.
+Bytes login_request(const std::string& user, const Bytes& password) {
+    return Bytes{0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 76, 0, 0, 0, 1, 0, 0, 0} + Bytes(12) +
+           padded(bytes_of(user), 32) + password + Bytes(4) + kEncryptedSerial;
+}
+
+class Login : public EngineTest {
+  protected:
+    int login(StreamConn* unit, const ScriptedCamera& camera, const LoginInfo& info = credentials(),
+              int channel = 0, int stream = 0) {
+        return PC_Login(unit, camera.address(), camera.port(), &info, channel, stream);
+    }
+    void fails_with(int result, const ScriptedCamera& camera) {
+        StreamConn* unit = PC_CreateNew();
+        Capture capture;
+        EXPECT_EQ(login(unit, camera), result);
+        EXPECT_EQ(unit->pCmdClient->ucClientState, PC_STATE_IDLE);
+        EXPECT_EQ(unit->pCmdClient->sockFd, -1);
+        out_ = capture.out();
+        EXPECT_THAT(unnumbered(out_), HasSubstr("[src/pteClient:PcInviteStream:N]:channel 0 stream 0 wait "
+                                                "private respone time out "));
+    }
+    // Ends a login from the host's side once it has asked so many times whether to go on.
+    void gives_up_after(int questions) {
+        host().when(Service::kStreamUsedNum, [questions](int, int) {
+            if (host().calls(Service::kStreamUsedNum) > questions) host().stream_used_num = 0;
+        });
+    }
+
+    std::string out_;
+};
+
+TEST_F(Login, SaysOnTheWireWhatTheCameraExpects) {
+    const struct {
+        std::string user;
+        std::string password;
+        std::string sent_user;
+        Bytes sent_password;
+    } cases[] = {
+        {"admin", "12345", "admin", kEncrypted12345},
+        // A user that fills its field loses the last character to the NUL.
+        {std::string(32, 'u'), kLongPassword, std::string(31, 'u'), kEncryptedLong},
+        {"", kLongPassword, "", kEncryptedLong},
+    };
+    ScriptedCamera camera;
+    for (const auto& row : cases) {
+        auto served = std::async(std::launch::async, [&] {
+            Wire wire = camera.accepts();
+            EXPECT_EQ(answers_serial_request(wire), (Bytes{0, 0, 1, 1, 1, 1, 0, 0} + Bytes(24)));
+            EXPECT_EQ(answers_login(wire), login_request(row.sent_user, row.sent_password));
+        });
+        StreamConn* unit = PC_CreateNew();
+        EXPECT_EQ(login(unit, camera, credentials(row.user, row.password)), 0);
+        served.get();
+    }
+}
+
+TEST_F(Login, LeavesAClientThatIsReady) {
+    ScriptedCamera camera;
+    StreamConn* unit = PC_CreateNew();
+    CmdClient* client = unit->pCmdClient;
+    host().clock.set(4711);
+    Capture capture;
+    auto served = camera.logs_in_next(0xFEEDF00D);
+    EXPECT_EQ(login(unit, camera, credentials(), 3, 1), 0);
+    const Wire wire = served.get();
+    EXPECT_EQ(client->ucClientState, PC_STATE_READY);
+    EXPECT_EQ(client->ulLoginStep, 4u);
+    EXPECT_EQ(client->ulLoginId, 0xFEEDF00Du);
+    EXPECT_EQ(client->ulLoginUptime, 4711u);
+    EXPECT_EQ(client->ulIpAddr, camera.address());
+    EXPECT_EQ(client->ulPort, static_cast<uint32_t>(camera.port()));
+    EXPECT_EQ(Bytes(client->serialNum, client->serialNum + 8), default_serial());
+    EXPECT_GT(client->sockFd, 0);
+    EXPECT_THAT(unnumbered(capture.out()),
+                HasSubstr("File: src/pteClient, Line: N: connect success! id is "));
+}
+
+TEST_F(Login, NamesTheStreamItIsForWhenItAsksTheHost) {
+    std::vector<std::pair<int, int>> asked;
+    for (Service service : {Service::kStreamUsedNum, Service::kRunFlag}) {
+        host().when(service, [&](int channel, int stream) { asked.emplace_back(channel, stream); });
+    }
+    ScriptedCamera camera;
+    auto served = camera.logs_in_next();
+    EXPECT_EQ(login(PC_CreateNew(), camera, credentials(), 17, 2), 0);
+    EXPECT_THAT(asked, testing::Each(std::pair(17, 2)));
+    EXPECT_GE(asked.size(), 2u);
+}
+
+TEST_F(Login, WaitsForSlowAnswersAndPassesOverOthers) {
+    ScriptedCamera camera;
+    auto served = std::async(std::launch::async, [&] {
+        Wire wire = camera.accepts();
+        wire.reads(32);
+        // Slower than the library polls, so that it finds nothing at first.
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        wire.sends(command(0x0009, {0, 0, 1}).bytes() + command(0x0006).bytes() + command(0x1004).bytes() +
+                   command(0x0101, default_serial(), 1).bytes());  // its state does not matter
+        EXPECT_EQ(wire.reads(108), login_request("admin", kEncrypted12345));
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        wire.sends(command(0x0009, {0, 0, 1}).bytes() + command(0x0101, Bytes(8)).bytes() +
+                   command(0x0000, {}, 0, 99).bytes());
+        return wire;
+    });
+    StreamConn* unit = PC_CreateNew();
+    EXPECT_EQ(login(unit, camera), 0);
+    EXPECT_EQ(unit->pCmdClient->ulLoginId, 99u);
+    EXPECT_EQ(host().motion_calls().size(), 0u);
+}
+
+// What comes right behind the login reply belongs to the event loop.
+TEST_F(Login, LeavesTheBytesAfterTheReplyToTheEventLoop) {
+    ScriptedCamera camera;
+    host().has_channel(0, {.address = "127.0.0.1", .armed = true});
+    auto served = std::async(std::launch::async, [&] {
+        Wire wire = camera.accepts();
+        answers_serial_request(wire);
+        wire.reads(108);
+        wire.sends(command(0x0000, {}, 0, 1).bytes() + command(0x0009, {0, 0, 1}).bytes());
+        return wire;
+    });
+    EXPECT_EQ(login(PC_CreateNew(), camera), 0);
+    EXPECT_TRUE(host().waits_for_motion_calls(1));
+}
+
+TEST_F(Login, ARefusalEndsAsIfTheReplyNeverCame) {
+    ScriptedCamera camera;
+    auto served = std::async(std::launch::async, [&] {
+        Wire wire = camera.accepts();
+        answers_serial_request(wire);
+        answers_login(wire, 8, 1);
+        host().run_flag = 4;
+        return wire;
+    });
+    StreamConn* unit = PC_CreateNew();
+    Capture capture;
+    EXPECT_EQ(login(unit, camera, credentials(), 5, 1), -4);
+    EXPECT_EQ(unit->pCmdClient->ucClientState, PC_STATE_IDLE);
+    EXPECT_EQ(unit->pCmdClient->sockFd, -1);
+    Wire wire = served.get();
+    EXPECT_TRUE(wire.sees_close());
+    EXPECT_THAT(unnumbered(capture.out()),
+                HasSubstr("[src/pteClient:PcInviteStream:N]:channel 5 stream 1 wait "
+                          "private respone time out "));
+}
+
+TEST_F(Login, EndsAtOnceWhenTheHostDoesNotWantIt) {
+    ScriptedCamera camera;
+    host().stream_used_num = 0;
+    fails_with(-1, camera);
+    EXPECT_THAT(out_, HasSubstr("time out 0 \n"));
+}
+
+TEST_F(Login, TellsThatTheConnectionWasRefused) {
+    ScriptedCamera camera;
+    camera.stops_listening();
+    gives_up_after(4);
+    fails_with(-3, camera);
+}
+
+// A step that fails closes the socket; the steps after it fail too, until the host gives up.
+TEST_F(Login, ReportsEveryFailedStep) {
+    ScriptedCamera camera;
+    StreamConn* unit = PC_CreateNew();
+    gives_up_after(4);
+    host().when(Service::kRunFlag, [&](int, int) {
+        if (host().calls(Service::kRunFlag) == 2) PC_SetCBState(unit->pCmdClient, PC_STATE_TIMEOUT);
+    });
+    Capture capture;
+    EXPECT_EQ(login(unit, camera), -1);
+    EXPECT_EQ(occurrences(unnumbered(capture.err()),
+                          "RTSP_TaskProc Failed, error line: N, error file: src/pteClient\n"),
+              3);
+    EXPECT_EQ(unit->pCmdClient->sockFd, -1);
+    EXPECT_TRUE(camera.accepts().sees_close());
+}
+
+TEST_F(Login, OfACameraThatHangsUpFails) {
+    ScriptedCamera camera;
+    auto served = std::async(std::launch::async, [&] { camera.accepts().reads(32); });
+    gives_up_after(10);
+    fails_with(-1, camera);
+}
+
+TEST_F(Login, WithoutArgumentsOrClientsFailsAtOnce) {
+    ScriptedCamera camera;
+    const LoginInfo info = credentials();
+    StreamConn* unit = PC_CreateNew();
+    EXPECT_EQ(PC_Login(nullptr, camera.address(), camera.port(), &info, 0, 0), -1);
+    EXPECT_EQ(PC_Login(unit, camera.address(), camera.port(), nullptr, 0, 0), -1);
+    EXPECT_EQ(unit->pCmdClient->ulIpAddr, 0u);
+
+    while (PC_CreateCmdClient0() != nullptr) continue;
+    StreamConn* clientless = PC_CreateNew();
+    ASSERT_NE(clientless, nullptr);
+    Capture capture;
+    EXPECT_EQ(login(clientless, camera), -1);
+    EXPECT_EQ(clientless->pCmdClient, nullptr);
+    EXPECT_EQ(unnumbered(capture.err()), "[src/pteClient:PC_Login:N]:add client failed \n");
+    // As soon as a client is free, the login takes it.
+    CmdClient* freed = unit->pCmdClient;
+    PC_Delete(unit);
+    auto served = camera.logs_in_next();
+    EXPECT_EQ(login(clientless, camera), 0);
+    EXPECT_EQ(clientless->pCmdClient, freed);
+}
+
+TEST_F(Login, OnceMoreOnTheSameUnitReplacesTheConnection) {
+    ScriptedCamera first, second;
+    StreamConn* unit = PC_CreateNew();
+    Wire old = logs_in(unit, first, 1);
+    // Part of a message waits for its rest, which never comes on that connection.
+    host().has_channel(0, {.address = "127.0.0.1", .armed = true});
+    const int old_socket = unit->pCmdClient->sockFd;
+    old.sends(slice(command(0x0009, {0, 0, 7}).bytes(), 0, 20));
+    EXPECT_TRUE(wait_until([&] { return waiting_bytes(old_socket) == 0; }));
+
+    Wire fresh = logs_in(unit, second, 2);
+    EXPECT_TRUE(old.sees_close());
+    EXPECT_EQ(unit->pCmdClient->ulLoginId, 2u);
+    EXPECT_EQ(unit->pCmdClient->ulPort, static_cast<uint32_t>(second.port()));
+    fresh.sends(command(0x0009, {0, 0, 1}));
+    ASSERT_TRUE(host().waits_for_motion_calls(1));
+    EXPECT_EQ(host().motion_calls()[0].status, 1);
+}
+
+// select watches descriptors up to 1023.
+TEST_F(Login, ADescriptorOf1024IsTooLargeAnd1023IsNot) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max < 2048 ? limit.rlim_max : 2048;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 1100) GTEST_SKIP() << "no descriptor above 1023 is allowed here";
+    ScriptedCamera camera;
+    StreamConn* unit = PC_CreateNew();
+    std::vector<int> taken;
+    for (int next = 0; next < 1023;) taken.push_back(next = dup(STDERR_FILENO));
+
+    ASSERT_EQ(taken.back(), 1023);
+    EXPECT_EQ(login(unit, camera), -1);
+    EXPECT_EQ(unit->pCmdClient->sockFd, -1);
+    EXPECT_FALSE(is_open(1024));
+    camera.accepts();  // the end of what was just given up
+
+    close(1023);
+    taken.pop_back();
+    auto served = camera.logs_in_next();
+    EXPECT_EQ(login(unit, camera), 0);
+    EXPECT_EQ(unit->pCmdClient->sockFd, 1023);
+    served.get();
+    for (int descriptor : taken) close(descriptor);
+}
+
+TEST_F(Login, SeveralCamerasAtATime) {
+    constexpr int kCameras = 8;
+    ScriptedCamera cameras[kCameras];
+    StreamConn* units[kCameras];
+    std::vector<std::future<Wire>> served;
+    std::vector<std::thread> hosts;
+    for (uint32_t i = 0; i < kCameras; ++i) {
+        units[i] = PC_CreateNew();
+        served.push_back(cameras[i].logs_in_next(100 + i));
+        hosts.emplace_back([&, i] { EXPECT_EQ(login(units[i], cameras[i]), 0); });
+    }
+    for (std::thread& thread : hosts) thread.join();
+    for (uint32_t i = 0; i < kCameras; ++i) EXPECT_EQ(units[i]->pCmdClient->ulLoginId, 100 + i);
+}
+
+// A unit that is given back while its login is under way: the login ends, and whoever takes the slot next
+// has it for himself.
+TEST_F(Login, EndsWhenItsUnitIsDeletedMeanwhile) {
+    ScriptedCamera silent, other;
+    StreamConn* unit = PC_CreateNew();
+    CmdClient* client = unit->pCmdClient;
+    std::thread inviting([&] { EXPECT_LT(login(unit, silent), 0); });
+    Wire wire = silent.accepts();
+    wire.reads(32);
+    PC_Delete(unit);
+    EXPECT_TRUE(wire.sees_close());
+    StreamConn* next = PC_CreateNew();
+    ASSERT_EQ(next->pCmdClient, client);
+    Wire fresh = logs_in(next, other, 6);
+    inviting.join();
+    EXPECT_EQ(client->ucClientState, PC_STATE_READY);
+    EXPECT_EQ(client->ulLoginId, 6u);
+    EXPECT_EQ(client->ulPort, static_cast<uint32_t>(other.port()));
+    EXPECT_EQ(PC_SendHeartbeat(client), 0);
+    EXPECT_EQ(fresh.reads_command().login_id, 6u);
+}
+
+TEST_F(Login, ThePasswordAppearsInNoOutput) {
+    ScriptedCamera camera;
+    const LoginInfo info = credentials("admin", "Tr0ub4dor&3");
+    StreamConn* unit = PC_CreateNew();
+    Capture capture;
+    auto served = camera.logs_in_next();
+    EXPECT_EQ(login(unit, camera, info), 0);
+    host().stream_used_num = 0;
+    EXPECT_EQ(login(unit, camera, info), -1);
+    PC_Delete(unit);
+    EXPECT_THAT(capture.out() + capture.err(), Not(HasSubstr("Tr0ub4dor")));
+    EXPECT_EQ(host().dumped_count("Tr0ub4dor"), 0);
+}
+
+}  // namespace
+}  // namespace lenswire::test
