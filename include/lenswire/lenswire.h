@@ -9,6 +9,7 @@
 #include "lenswire/list.h"
 #include "lenswire/motion.h"
 #include "lenswire/protocol.h"
+#include "lenswire/ptz_codes.h"
 #include "lenswire/records.h"
 #include "lenswire/socket.h"
 #include "lenswire/stream.h"

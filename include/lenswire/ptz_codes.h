@@ -9,7 +9,7 @@
 #define LENSWIRE_PTZ_CODES_H
 
 enum LenswirePtzMove {
-    LENSWIRE_PTZ_STOP = 0x01,     /* ends a move where it is; the argument is not used */
+    LENSWIRE_PTZ_STOP = 0x01, /* ends a move where it is; the argument is not used */
     LENSWIRE_PTZ_LEFT = 0x02,
     LENSWIRE_PTZ_RIGHT = 0x03,
     LENSWIRE_PTZ_UP = 0x04,
