@@ -23,7 +23,7 @@ struct Message {
     uint32_t buffer_size = 0;
     uint32_t buffer_num = 0;
     Bytes reserved = Bytes(12);
-    Bytes payload;
+    Bytes payload = {};
 
     Bytes bytes() const;
 };
@@ -46,7 +46,7 @@ struct Packet {
     uint16_t attr = 0;
     uint8_t filler = 0;      // in every byte that nobody reads
     uint32_t info_bits = 0;  // bits 1..5 and 28..31 of the info word, which nobody reads
-    Bytes payload;
+    Bytes payload = {};
 
     Bytes bytes() const;
 };

@@ -1,0 +1,400 @@
+// Packets out of the host's ring and into its frame queue, played without the receive loop.
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <cstring>
+#include <random>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// Behind a packet, so many bytes must have come before it is taken out.
+constexpr size_t kBehind = 33;
+constexpr int kChannel = 200;
+
+// Any packet whose delivery is not looked at.
+Bytes filler() {
+    return Packet{.payload = pattern(kBehind)}.bytes();
+}
+
+// One stream's objects and counters, as the receive loop would hand them on.
+class Stream {
+  public:
+    explicit Stream(uint32_t capacity = 1 << 16) : buffer_(capacity) {}
+
+    int receives() {
+        return RecvStreamToPacketBuf(kChannel, 0, &frame_no, pair_.ours(), frame_rate, &bit_rate,
+                                     buffer_.object(), frames_.object(), &video_frame_no, &audio_frame_no,
+                                     &frame_count, &width, &height);
+    }
+    int receives(const Bytes& bytes) {
+        camera().sends(bytes);
+        return receives();
+    }
+    // As many receives as it takes.
+    void receives_all(const Bytes& bytes) {
+        camera().sends(bytes);
+        while (waiting_bytes(pair_.ours()) > 0) {
+            if (receives() != 1) {
+                ADD_FAILURE() << "the stream failed";
+                return;
+            }
+        }
+    }
+    Wire& camera() { return pair_.theirs(); }
+    Pair& pair() { return pair_; }
+    ReceiveBuffer& buffer() { return buffer_; }
+    FakeStream& queue() { return frames_; }
+    std::vector<Frame> frames() const { return frames_.frames(); }
+    Frame last() const { return frames_.frames().back(); }
+
+    int32_t frame_no = -7, audio_frame_no = -7;  // nobody touches these
+    int32_t video_frame_no = 0, bit_rate = 0, frame_count = 0, width = 0, height = 0;
+    int frame_rate = 0;
+
+  private:
+    Pair pair_;
+    ReceiveBuffer buffer_;
+    FakeStream frames_;
+};
+
+class Packets : public HostTest {
+  protected:
+    Packets() {
+        ucAudioTypeFlag[kChannel] = 0;
+        uFreamCount[kChannel] = uFreamType[kChannel] = 0;
+    }
+    Stream stream_;
+};
+
+TEST_F(Packets, AVideoFrameHeadSaysWhatThePacketSaid) {
+    const Bytes payload = pattern(1000);
+    stream_.video_frame_no = 0x1FFFE;
+    timeval before, after;
+    gettimeofday(&before, nullptr);
+    EXPECT_EQ(stream_.receives(Packet{.frame_type = 3,
+                                      .codec = 1,
+                                      .time_stamp = 0xA1A2A3A4,
+                                      .width = 0x1234,
+                                      .height = 0x5678,
+                                      .frame_rate = 300,
+                                      .attr = 0xABCD,
+                                      .filler = 0x77,
+                                      .info_bits = 0xF000003E,
+                                      .payload = payload}
+                                   .bytes() +
+                               filler()),
+              1);
+    gettimeofday(&after, nullptr);
+    ASSERT_EQ(stream_.frames().size(), 1u);
+    const Bytes head = stream_.last().head;
+    constexpr uint8_t x = kUntouched;
+    EXPECT_EQ(slice(head, 0, 4), (Bytes{0, 0, 0xFE, 0xFF}));
+    const auto stamp = u32_at(head, 4) * 1000000ull + u32_at(head, 8);
+    EXPECT_GE(stamp,
+              static_cast<uint32_t>(before.tv_sec) * 1000000ull + static_cast<uint32_t>(before.tv_usec));
+    EXPECT_LE(stamp, static_cast<uint32_t>(after.tv_sec) * 1000000ull + static_cast<uint32_t>(after.tv_usec));
+    EXPECT_LT(u32_at(head, 8), 1000000u);
+    EXPECT_EQ(slice(head, 12, 24), (Bytes{0xA4, 0xA3, 0xA2, 0xA1, 3,          0, x, x, 3,    x,    0x2A, 0,
+                                          0x34, 0x12, 0x78, 0x56, 300 & 0xFF, 0, x, x, 0xE8, 0x03, 0,    0}));
+    EXPECT_EQ(stream_.last().payload, payload);
+    EXPECT_EQ(stream_.video_frame_no, 0x1FFFF);
+    EXPECT_EQ(stream_.frame_count, 1);
+    EXPECT_EQ(stream_.width, 0x1234);
+    EXPECT_EQ(stream_.height, 0x5678);
+    EXPECT_EQ(stream_.bit_rate, 1032);
+    EXPECT_EQ(stream_.frame_no, -7);
+    EXPECT_EQ(stream_.audio_frame_no, -7);
+}
+
+TEST_F(Packets, VideoHeadsByCodecFrameTypeAndRate) {
+    const struct {
+        uint8_t codec;
+        uint8_t head_code;
+        const char* name;
+    } codecs[] = {{0, 0, "H264"}, {1, 3, "H265"},  {2, 0, "H264"},  {3, 2, "JPEG"},
+                  {4, 4, "H264"}, {5, 5, "H265"},  {6, 0, "H264"},  {9, 0, "H264"},
+                  {1, 3, "H265"}, {16, 0, "H264"}, {255, 0, "H264"}};
+    for (const auto& row : codecs) {
+        stream_.receives_all(Packet{.codec = row.codec, .payload = pattern(40)}.bytes());
+        stream_.receives_all(Packet{.codec = row.codec, .payload = pattern(40)}.bytes());
+        EXPECT_EQ(stream_.last().head[20], row.head_code) << int{row.codec};
+        Bytes info(128);
+        std::memcpy(info.data() + 8, row.name, 5);
+        EXPECT_EQ(stream_.queue().private_info(), info) << int{row.codec};
+        stream_.buffer().ring().fill = 0;
+    }
+    const struct {
+        uint8_t type;
+        uint8_t in_head;
+    } types[] = {{0, 0}, {1, 1}, {2, 0}, {3, 3}, {4, 0}, {255, 0}};
+    for (const auto& row : types) {
+        stream_.receives_all(Packet{.frame_type = row.type, .payload = pattern(40)}.bytes() + filler());
+        EXPECT_EQ(stream_.last().head[16], row.in_head) << int{row.type};
+        stream_.buffer().ring().fill = 0;
+    }
+    const struct {
+        int measured;
+        uint16_t announced;
+        uint8_t in_head;
+    } rates[] = {{0, 25, 25}, {0, 300, 44}, {30, 25, 30}, {-1, 25, 25}, {300, 25, 44}};
+    for (const auto& row : rates) {
+        stream_.frame_rate = row.measured;
+        stream_.receives_all(Packet{.frame_rate = row.announced, .payload = pattern(40)}.bytes() + filler());
+        EXPECT_EQ(stream_.last().head[28], row.in_head) << row.measured << " " << row.announced;
+        stream_.buffer().ring().fill = 0;
+    }
+}
+
+TEST_F(Packets, AnAudioFrameHasAPrefixAndSharesTheSequence) {
+    const Bytes payload = pattern(160);
+    constexpr uint8_t x = kUntouched;
+    for (const auto& [codec, kind] : {std::pair<uint8_t, uint8_t>{16, 1}, {0, 2}, {17, 2}}) {
+        stream_.width = stream_.height = stream_.frame_count = 0;
+        stream_.video_frame_no = 5;
+        stream_.receives_all(Packet{.video = false, .codec = codec, .width = 9, .payload = payload}.bytes() +
+                             filler());
+        const Frame frame = stream_.last();
+        EXPECT_EQ(slice(frame.head, 0, 4), (Bytes{1, 0, 5, 0}));
+        EXPECT_EQ(slice(frame.head, 12, 24),
+                  (Bytes{x, x, x, x, x, x, x, x, kind, 1, 0, 1, x, x, x, x, x, x, x, x, 164, 0, 0, 0}));
+        EXPECT_EQ(frame.payload, (Bytes{0x00, 0x01, 0xA0, 0x00} + payload));
+        EXPECT_EQ(stream_.video_frame_no, 6);
+        EXPECT_EQ(stream_.frame_count + stream_.width, 0);
+        Bytes info(128);
+        info[72] = kind;
+        EXPECT_EQ(stream_.queue().private_info(), info);
+        stream_.buffer().ring().fill = 0;
+    }
+}
+
+TEST_F(Packets, AHostWithoutPrivateInformationGetsItsFramesToo) {
+    stream_.queue().has_private_info(false);
+    stream_.receives_all(Packet{.codec = 1, .payload = pattern(9)}.bytes() +
+                         Packet{.video = false, .codec = 16, .payload = pattern(9)}.bytes() + filler());
+    EXPECT_EQ(stream_.frames().size(), 2u);
+    EXPECT_EQ(stream_.queue().private_info(), Bytes(128));
+}
+
+TEST_F(Packets, APacketIsTakenOutOnceMoreThan32BytesAreBehindIt) {
+    EXPECT_EQ(stream_.receives(Packet{.payload = pattern(100)}.bytes()), 1);
+    EXPECT_EQ(stream_.frames().size(), 0u);
+    const Bytes next = Packet{.payload = pattern(50, 2)}.bytes();
+    EXPECT_EQ(stream_.receives(slice(next, 0, 32)), 1);
+    EXPECT_EQ(stream_.frames().size(), 0u);
+    EXPECT_EQ(stream_.bit_rate, 0);
+    EXPECT_EQ(stream_.receives(slice(next, 32, 1)), 1);
+    EXPECT_EQ(stream_.frames().size(), 1u);
+    EXPECT_EQ(stream_.bit_rate, 132);
+    EXPECT_EQ(stream_.receives(slice(next, 33, 100)), 1);
+    EXPECT_EQ(stream_.frames().size(), 1u);
+    EXPECT_EQ(stream_.receives(filler()), 1);
+    EXPECT_EQ(stream_.frames().size(), 2u);
+    EXPECT_EQ(stream_.last().payload, pattern(50, 2));
+}
+
+TEST_F(Packets, PacketsWithoutPayloadAreFrames) {
+    stream_.receives_all(Packet{}.bytes() + Packet{.video = false}.bytes() + Packet{}.bytes() +
+                         Packet{}.bytes() + pattern(0));
+    ASSERT_EQ(stream_.frames().size(), 2u);
+    EXPECT_EQ(stream_.frames()[0].payload, Bytes());
+    EXPECT_EQ(stream_.frames()[1].payload, (Bytes{0x00, 0x01, 0xA0, 0x00}));
+}
+
+// The payloads of the packets in order, audio prefixes included.
+struct Sent {
+    Bytes bytes;
+    std::vector<Bytes> frames;
+};
+Sent random_packets(std::mt19937& random, int count, size_t largest) {
+    Sent sent;
+    for (int i = 0; i < count; ++i) {
+        const size_t size = std::uniform_int_distribution<size_t>(0, largest)(random);
+        const Packet packet{.video = random() % 3 != 0, .payload = pattern(size, static_cast<uint32_t>(i))};
+        sent.bytes = sent.bytes + packet.bytes();
+        sent.frames.push_back(packet.video ? packet.payload : Bytes{0, 1, 0xA0, 0} + packet.payload);
+    }
+    sent.bytes = sent.bytes + filler();
+    return sent;
+}
+
+std::vector<Bytes> payloads(const std::vector<Frame>& frames) {
+    std::vector<Bytes> payloads;
+    for (const Frame& frame : frames) payloads.push_back(frame.payload);
+    return payloads;
+}
+
+TEST_F(Packets, CutAtAnyByteTheFramesAreTheSame) {
+    std::mt19937 random(1);
+    const Sent sent = random_packets(random, 4, 60);
+    for (size_t cut = 1; cut < sent.bytes.size(); ++cut) {
+        Stream stream;
+        stream.receives(slice(sent.bytes, 0, cut));
+        stream.receives(slice(sent.bytes, cut, sent.bytes.size()));
+        EXPECT_EQ(payloads(stream.frames()), sent.frames) << cut;
+    }
+}
+
+// A small ring, whose end every kind of header and payload comes to lie across.
+TEST_F(Packets, InARingThatWrapsTheFramesAreTheSame) {
+    std::mt19937 random(2);
+    const Sent sent = random_packets(random, 400, 500);
+    Stream stream(997);
+    for (size_t at = 0; at < sent.bytes.size();) {
+        const size_t piece = std::uniform_int_distribution<size_t>(1, 600)(random);
+        stream.receives_all(slice(sent.bytes, at, piece));
+        at += piece;
+    }
+    EXPECT_EQ(payloads(stream.frames()), sent.frames);
+    EXPECT_EQ(stream.bit_rate, static_cast<int32_t>(sent.bytes.size() - filler().size()));
+    EXPECT_EQ(stream.queue().missing_buffers(), 0u);
+}
+
+TEST_F(Packets, ARingMayBecomeExactlyFull) {
+    // 65 bytes more than the payload are just enough.
+    Stream fits(500);
+    EXPECT_EQ(fits.receives(Packet{.payload = pattern(500 - 65)}.bytes() + slice(filler(), 0, 33)), 1);
+    EXPECT_EQ(fits.frames().size(), 1u);
+
+    Stream too_small(499);
+    EXPECT_EQ(too_small.receives(Packet{.payload = pattern(500 - 65)}.bytes() + slice(filler(), 0, 33)), 1);
+    EXPECT_EQ(too_small.buffer().ring().fill, 499u);
+    Capture capture;
+    EXPECT_EQ(too_small.receives(), -1);
+    EXPECT_EQ(too_small.frames().size(), 0u);
+    EXPECT_THAT(capture.out(), HasSubstr("#########################recvLen =0"));
+    EXPECT_THAT(capture.out(), HasSubstr(" \r\n"));
+
+    Stream unusable;
+    unusable.buffer().ring().unusable = true;
+    EXPECT_EQ(unusable.receives(filler()), -1);
+    EXPECT_THAT(capture.out(), HasSubstr("#########################recvLen =65536"));
+}
+
+TEST_F(Packets, AWrongFlagFailsTheStreamAndKeepsWhatCameBefore) {
+    for (uint16_t flag : {0, 2, 0x101, 0xFFFF}) {
+        Stream stream;
+        Capture capture;
+        const Bytes wrong = Packet{.flag = flag, .payload = pattern(40)}.bytes();
+        EXPECT_EQ(stream.receives(Packet{.payload = pattern(10)}.bytes() + wrong + filler()), -1);
+        EXPECT_EQ(stream.frames().size(), 1u);
+        EXPECT_EQ(capture.out(),
+                  "*************stream header error! fd:" + std::to_string(stream.pair().ours()) +
+                      ", pHeadinfo->ulFlag : " + std::to_string(flag) + "**************\n");
+        EXPECT_EQ(stream.bit_rate, 42);
+    }
+    // A header is looked at once more than 32 bytes are there.
+    Stream stream;
+    EXPECT_EQ(stream.receives(Packet{.flag = 0}.bytes()), 1);
+    EXPECT_EQ(stream.receives(Bytes{1}), -1);
+}
+
+TEST_F(Packets, TheEndOfTheStreamAndErrorsFailAndNothingThereDoesNot) {
+    Capture capture;
+    EXPECT_EQ(stream_.receives(), 0);
+    EXPECT_EQ(capture.out() + capture.err(), "");
+    stream_.camera().closes();
+    EXPECT_EQ(stream_.receives(), -1);
+    EXPECT_EQ(unnumbered(capture.err()),
+              "[src/pteClient:RecvStreamToPacketBuf:N]:PostRestartMessageToQueue4.................. \n");
+
+    ScriptedCamera camera;
+    const int socket = SK_ConnectTo(camera.address(), camera.port());
+    camera.accepts().resets();
+    ASSERT_EQ(SK_SelectWaitReadable(socket, 20000), 0);
+    Stream reset;
+    dup2(socket, reset.pair().ours());
+    close(socket);
+    EXPECT_EQ(reset.receives(), -1);
+    EXPECT_THAT(
+        unnumbered(capture.err()),
+        HasSubstr("[src/pteClient:RecvStreamToPacketBuf:N]:PostRestartMessageToQueue5.................. \n"));
+}
+
+// Payloads that hold whole packets of their own: nothing of a dropped frame may be taken for a header.
+TEST_F(Packets, AFrameWithoutABufferIsDroppedWhole) {
+    Bytes hostile;
+    while (hostile.size() < 700) hostile = hostile + Packet{.codec = 3, .payload = pattern(20)}.bytes();
+    const Bytes packets[] = {Packet{.payload = pattern(300, 1)}.bytes(), Packet{.payload = hostile}.bytes(),
+                             Packet{.video = false, .payload = hostile}.bytes(),
+                             Packet{.payload = pattern(0)}.bytes(),
+                             Packet{.payload = pattern(400, 2)}.bytes()};
+    Bytes sent;
+    for (const Bytes& packet : packets) sent = sent + packet;
+    for (uint32_t start : {0u, 800u, 1100u, 1400u, 1900u}) {
+        for (size_t piece : {1u, 7u, 64u, 4096u}) {
+            Stream stream(2048);
+            stream.buffer().starts_at(start);
+            stream.queue().refuses_buffers(1, 3);
+            for (size_t at = 0; at < sent.size(); at += piece) stream.receives_all(slice(sent, at, piece));
+            stream.receives_all(filler());
+            EXPECT_EQ(payloads(stream.frames()), (std::vector<Bytes>{pattern(300, 1), pattern(400, 2)}))
+                << start << " " << piece;
+            EXPECT_EQ(stream.queue().refused_buffers(), 3u);
+            EXPECT_EQ(stream.bit_rate, static_cast<int32_t>(sent.size()));
+            EXPECT_EQ(stream.video_frame_no, 2);
+            EXPECT_EQ(u16_at(stream.last().head, 2), 1);
+        }
+    }
+}
+
+TEST_F(Packets, AFrameOfMoreThanAMegabyteIsTakenWhole) {
+    Stream stream(4 << 20);
+    const Bytes large = pattern(1500000);
+    const Bytes sent = Packet{.payload = large}.bytes() + Packet{.payload = pattern(30)}.bytes() + filler();
+    for (size_t at = 0; at < sent.size(); at += 50000) stream.receives_all(slice(sent, at, 50000));
+    ASSERT_EQ(stream.frames().size(), 2u);
+    EXPECT_TRUE(stream.frames()[0].payload == large);
+    EXPECT_EQ(stream.last().payload, pattern(30));
+
+    stream.queue().refuses_buffers(0, 1);
+    for (size_t at = 0; at < sent.size(); at += 50000) stream.receives_all(slice(sent, at, 50000));
+    ASSERT_EQ(stream.frames().size(), 4u) << "the filler of before and the small frame";
+    EXPECT_EQ(stream.last().payload, pattern(30));
+}
+
+// Delivers one packet after the other, audio (a) or video (v), and returns the channel's audio flag after
+// each.
+TEST_F(Packets, TheAudioFlagFollowsThirtyFrames) {
+    const auto delivers = [&](const std::string& kinds) {
+        std::string flags;
+        for (char kind : kinds) {
+            const Bytes packet = Packet{.video = kind == 'v', .payload = pattern(8)}.bytes();
+            stream_.buffer().holds(slice(packet, 32, 8));
+            EXPECT_EQ(PacketToFrameQueue(packet.data(), 0, stream_.buffer().object(),
+                                         stream_.queue().object(), stream_.queue().object(), 0,
+                                         &stream_.video_frame_no, &stream_.audio_frame_no,
+                                         &stream_.frame_count, &stream_.width, &stream_.height, kChannel),
+                      0);
+            flags += ucAudioTypeFlag[kChannel] != 0 ? '1' : '0';
+        }
+        return flags;
+    };
+    const auto video = [](size_t count) { return std::string(count, 'v'); };
+    const auto on = [](size_t count) { return std::string(count, '1'); };
+
+    EXPECT_EQ(delivers("vvvvv"), "00000");
+    EXPECT_EQ(uFreamCount[kChannel], 1u) << "without audio the span does not grow";
+    // Audio at the first place of a span alone: the flag goes once thirty frames have been counted.
+    EXPECT_EQ(delivers("a" + video(30)), on(30) + "0");
+    // Audio at a later place keeps it for another span.
+    EXPECT_EQ(delivers("avvva" + video(25)), on(30));
+    EXPECT_EQ(uFreamType[kChannel], 8u);
+    EXPECT_EQ(delivers(video(31)), on(30) + "0");
+    // A frame that is dropped does not count.
+    EXPECT_EQ(delivers("a" + video(28)), on(29));
+    stream_.queue().refuses_buffers(0, 5);
+    EXPECT_EQ(delivers("vvavv"), on(5));
+    EXPECT_EQ(uFreamCount[kChannel], 29u);
+    EXPECT_EQ(delivers("vv"), "10");
+    EXPECT_EQ(stream_.buffer().ring().fill, 0u);
+}
+
+}  // namespace
+}  // namespace lenswire::test
