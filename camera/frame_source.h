@@ -45,9 +45,9 @@ enum class Pace {
 };
 
 struct StreamConfig {
-    std::shared_ptr<const Clip> video;
-    std::shared_ptr<const Clip> audio;   // interleaved with the video when there is one
-    std::optional<Synthetic> synthetic;  // instead of the two clips
+    std::shared_ptr<const Clip> video = {};
+    std::shared_ptr<const Clip> audio = {};   // interleaved with the video when there is one
+    std::optional<Synthetic> synthetic = {};  // instead of the two clips
     uint16_t frame_rate = 25;            // of the video clip
     Pace pace = Pace::kRealTime;
     uint32_t link_mbit = 100;
