@@ -113,6 +113,7 @@ bool CameraCore::start(std::string* error) {
         return false;
     }
     running = true;
+    loop_.report_change();
     motion_state_ = 0;
     if (config.motion_every_ms > 0) motion_timer_.arm(now_us() + config.motion_every_ms * 1000);
     return true;
@@ -127,6 +128,7 @@ void CameraCore::stop() {
     }
     while (!connections_.empty()) connections_.back()->close();
     running = false;
+    loop_.report_change();
 }
 
 void CameraCore::restart_in(int64_t down_ms) {

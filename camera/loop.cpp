@@ -73,6 +73,14 @@ bool Loop::wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& p
     return change_.wait_for(guard, std::chrono::milliseconds(timeout_ms), predicate);
 }
 
+void Loop::report_change() {
+    if (std::this_thread::get_id() == runner_) {
+        changed_ = true;  // those who wait are told once, at the end of the pass
+    } else {
+        change_.notify_all();
+    }
+}
+
 bool Loop::watch(int fd, Watched* watched) {
     epoll_event event{};
     event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;

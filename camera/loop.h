@@ -63,7 +63,7 @@ class Loop {
     // Waits under the guard until the predicate holds, false when the time runs out first. The predicate is
     // looked at after every pass of the loop that reported a change.
     bool wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& predicate);
-    void report_change() { changed_ = true; }
+    void report_change();
 
     bool watch(int fd, Watched* watched);
     // Keeps an object alive until the events of this pass are served: they may still point to it.
