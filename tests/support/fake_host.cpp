@@ -47,6 +47,11 @@ void FakeHost::has_channel(int channel, Channel description) {
     channels_[channel] = std::move(description);
 }
 
+void FakeHost::loses_channel(int channel) {
+    const std::lock_guard lock(mutex_);
+    channels_.erase(channel);
+}
+
 Channel FakeHost::channel(int channel) const {
     const std::lock_guard lock(mutex_);
     const auto found = channels_.find(channel);

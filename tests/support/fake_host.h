@@ -114,6 +114,7 @@ class FakeHost {
 
     // -- Channels and database.
     void has_channel(int channel, Channel description);
+    void loses_channel(int channel);
     Channel channel(int channel) const;
     void shows_channels(int count);  // configGetDisplayNum, 64 unless set
     void arms(int channel, bool armed);

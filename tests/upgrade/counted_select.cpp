@@ -1,0 +1,46 @@
+#include "upgrade/counted_select.h"
+
+#include <dlfcn.h>
+#include <sys/select.h>
+
+#include <atomic>
+
+namespace lenswire::test {
+namespace {
+
+std::atomic<pthread_t> g_thread{};
+std::atomic<int> g_calls{0};
+std::atomic<int> g_writing{0};
+
+int members(const fd_set* set, int end) {
+    int count = 0;
+    for (int i = 0; set != nullptr && i < end; ++i) count += FD_ISSET(i, set) ? 1 : 0;
+    return count;
+}
+
+}  // namespace
+
+void counts_selects_of(pthread_t thread) {
+    g_calls = 0;
+    g_thread = thread;
+}
+
+int select_calls() {
+    return g_calls;
+}
+
+int watched_for_writing() {
+    return g_writing;
+}
+
+}  // namespace lenswire::test
+
+extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
+    using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
+    static const auto real = reinterpret_cast<Select>(dlsym(RTLD_NEXT, "select"));
+    if (pthread_self() == lenswire::test::g_thread.load()) {
+        lenswire::test::g_writing = lenswire::test::members(writable, end);
+        ++lenswire::test::g_calls;
+    }
+    return real(end, readable, writable, failed, timeout);
+}

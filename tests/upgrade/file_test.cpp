@@ -1,0 +1,398 @@
+// Does a file fit a camera: everything that is decided without a connection.
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "upgrade/upgrade.h"
+
+namespace {
+
+using namespace lenswire::test;
+
+constexpr const char* kFopenError = "[src/privateConfigure:CheckUpgradFile2:N] fopen error\n";
+
+std::string in_folder(const std::string& name) {
+    return "/no/such/folder/" + name;
+}
+
+int compare(const Bytes& info, std::string path) {
+    return CompareUpgradeFile(info.data(), path.data());
+}
+
+// A header-style file.
+Bytes header_file(const std::string& platform, const std::string& sensor, uint32_t length, uint32_t word,
+                  size_t size = 100) {
+    Bytes file = pattern(size);
+    std::memset(file.data(), 0, 16);
+    std::memcpy(file.data(), platform.data(), platform.size());
+    std::memcpy(file.data() + 8, sensor.data(), sensor.size());
+    put_u32(file, 16, length);
+    put_u32(file, 20, word);
+    return file;
+}
+
+// -- The dispatch table, told apart by what each check does with a camera without a firmware name and a file
+// that is not there.
+
+struct Range {
+    int first, last;
+};
+using Ranges = std::vector<Range>;
+
+const Ranges kByName = {{0, 4},     {6, 10},    {14, 59},   {69, 70},   {78, 89},   {98, 129}, {135, 136},
+                        {138, 139}, {144, 149}, {151, 199}, {209, 219}, {222, 229}, {235, 255}};
+const Ranges kByNameThenHeader = {{5, 5},     {90, 97},   {130, 134}, {137, 137},
+                                  {150, 150}, {200, 208}, {220, 221}, {230, 234}};
+const Ranges kByTag = {{11, 13}};
+const Ranges kByTokens = {{60, 68}, {71, 77}, {140, 143}};
+
+struct Trace {
+    Ranges ranges;
+    int result;
+    std::string out, err;
+};
+
+TEST(DeviceType, PicksItsCheck) {
+    const std::vector<Trace> traces = {
+        {kByName, -2, "", ""},
+        {kByNameThenHeader, -1, "fopen /no/such/folder/file error\n", ""},
+        {kByTag, -1, "#####################checkUpgradFile2###################\n", kFopenError},
+        {kByTokens, -1, "", ""},
+    };
+    std::vector<int> checks(256);
+    for (const Trace& trace : traces) {
+        for (const Range& range : trace.ranges) {
+            for (int type = range.first; type <= range.last; ++type) {
+                ++checks[static_cast<size_t>(type)];
+                Capture capture;
+                EXPECT_EQ(compare(device_info(static_cast<uint8_t>(type), ""), in_folder("file")),
+                          trace.result)
+                    << type;
+                EXPECT_EQ(capture.out(), trace.out) << type;
+                EXPECT_EQ(unnumbered(capture.err()), trace.err) << type;
+            }
+        }
+    }
+    EXPECT_THAT(checks, testing::Each(1));
+}
+
+TEST(DeviceType, AsksForTheHeaderOnlyWithoutALetterSet) {
+    const Folder folder;
+    // By its header the file fits all of these cameras of type 5.
+    const std::string path = folder.writes("A_B_x", header_file("HI3516A", "IMX178", 100, 1));
+    EXPECT_EQ(compare(device_info(5, "A_B_none_D"), path), 0);
+    EXPECT_EQ(compare(device_info(5, ""), path), 0);
+    EXPECT_EQ(compare(device_info(5, "A_C_BTAMC_D"), path), -1);
+    EXPECT_EQ(compare(device_info(5, "A_B_BTAMC_D"), path), 0);
+    EXPECT_EQ(compare(device_info(250, "A_B_none_D"), path), -2);
+}
+
+// -- First grammar.
+
+struct NameCase {
+    std::string firmware, path;
+    int result;
+};
+
+const std::string k31(31, 'n');
+const std::string k32(32, 'n');
+
+const NameCase kNames[] = {
+    // letters, in any order and anywhere in the third field only
+    {"A_B_MTAXC_D", "A_B_x.bin", 0},
+    {"A_B_BTAMC_D", "A_B_x.bin", 0},
+    {"A_B_xFxTxAxMxCx_D", "A_B_x.bin", 0},
+    {"A_B_WTAMC_D", "A_B_x.bin", 0},
+    {"A_B_TAMC_D", "A_B_x.bin", -2},
+    {"A_B_BAMC_D", "A_B_x.bin", -2},
+    {"A_B_BTMC_D", "A_B_x.bin", -2},
+    {"A_B_BTAC_D", "A_B_x.bin", -2},
+    {"A_B_BTAM_D", "A_B_x.bin", -2},
+    {"A_B_btamc_D", "A_B_x.bin", -2},
+    {"BTAMC_BTAMC_no_BTAMC", "A_B_x.bin", -2},
+    {"A_B_BTAMC", "A_B_x.bin", 0},  // no fourth field
+    {"A_B_BTAMC_D_E_F", "A_B_x_y_z.bin", 0},
+    {"", "A_B_x.bin", -2},
+    {"A__BTAMC_D", "A__x.bin", -2},  // an empty field ends the scan
+    {"_B_BTAMC_D", "_B_x.bin", -2},
+    // first two fields
+    {"A_B_BTAMC_D", "A_B", 0},
+    {"A_B_BTAMC_D", "A_BB_x", -1},
+    {"AA_B_BTAMC_D", "A_B_x", -1},
+    {"A_B_BTAMC_D", "a_B_x", -1},
+    {"A_B_BTAMC_D", "A", -1},
+    {"A_B_BTAMC_D", "", -1},
+    {"A_B_BTAMC_D", "A_B.bin", -1},
+    // the last component of the path is the name
+    {"A_B_BTAMC_D", "/X_Y_z/A_B_x.bin", 0},
+    {"A_B_BTAMC_D", "/A_B_x/X_Y_z.bin", -1},
+    {"A_B_BTAMC_D", "/A_B_x/", -1},
+    // P asks for BD anywhere in the path
+    {"A_B_MTAXCP_D", "A_B_x.bin", -1},
+    {"A_B_MTAXCP_D", "A_B_BD.bin", 0},
+    {"A_B_MTAXCP_D", "/BD/A_B_x.bin", 0},
+    {"A_B_MTAXCP_D", "/B/D/A_B_x.bin", -1},
+    {"A_B_MTAXC_P", "A_B_x.bin", 0},
+    // limits: 31 characters a field
+    {k31 + "_B_BTAMC", k31 + "_B_x", 0},
+    {k32 + "_B_BTAMC", k32 + "_B_x", -1},
+    {"A_" + k32 + "_BTAMC", "A_" + k32 + "_x", -1},
+    {"A_" + k32 + "_none", "A_" + k32 + "_x", -2},
+    {"A_B_BTAMC" + std::string(26, 'n'), "A_B_x", 0},
+    {"A_B_BTAMC" + std::string(27, 'n'), "A_B_x", -1},
+    {"A_B_BTAMC_" + k31, "A_B_" + k31, 0},
+    {"A_B_BTAMC_" + k32, "A_B_x", -1},
+    {"A_B_BTAMC_D", "A_B_" + k32, -1},
+    // 63 a name, 127 a path
+    {"A_B_BTAMC_D", "A_B_x_" + std::string(57, 'n'), 0},
+    {"A_B_BTAMC_D", "A_B_x_" + std::string(58, 'n'), -1},
+    {"A_B_BTAMC_D_" + std::string(51, 'n'), "A_B_x", 0},
+    {"A_B_BTAMC_D_" + std::string(52, 'n'), "A_B_x", -1},
+    {"A_B_BTAMC_D", std::string(121, '/') + "A_B_xy", 0},
+    {"A_B_BTAMC_D", std::string(122, '/') + "A_B_xy", -1},
+    {"A_B_none_D", std::string(122, '/') + "A_B_xy", -2},
+};
+
+TEST(FirstGrammar, ComparesLettersAndTwoFields) {
+    for (const NameCase& c : kNames) {
+        std::string path = c.path;
+        EXPECT_EQ(QM_VT_NewUpgradeFileCheck(c.firmware.c_str(), path.data()), c.result)
+            << c.firmware << " | " << c.path;
+        EXPECT_EQ(path, c.path);
+    }
+}
+
+// -- Second grammar.
+
+constexpr const char* kTokensFit = "#####################S2L CheckUpgrade successful\n";
+constexpr const char* kTokensDiffer = "###################CheckUpgrafe error\n";
+
+std::string tokens(size_t count) {
+    std::string text = "a";
+    for (size_t i = 1; i < count; ++i) text += "_a";
+    return text;
+}
+
+struct TokenCase {
+    std::string firmware, path;
+    const char* out;
+};
+
+const TokenCase kTokenCases[] = {
+    {"S2L_55_W", "S2L_55M_W_x.bin", kTokensFit},
+    {"S2L_55_W", "S2L_5_W_x.bin", kTokensDiffer},
+    {"S2L_55_W_never_seen", "/any/S2Lx_55", kTokensFit},
+    {"S2L_55_Wx", "S2L_55_Wxy", kTokensFit},  // no end: not exactly W
+    {"S2L_55_Wx", "S2L_55_W", kTokensDiffer},
+    {"S2L_55", "S2L_W_55", kTokensDiffer},  // the file's list ends at its W
+    {"S2L_55", "S2L", kTokensDiffer},
+    {"S2L", "s2l", kTokensDiffer},
+    {"S2L", "", kTokensDiffer},
+    {"", "S2L", ""},
+    {"W_S2L", "S2L", ""},
+    {k31, k31, kTokensFit},
+    {k32, k32, kTokensDiffer},
+    {"n", k32, kTokensDiffer},
+    {tokens(16), tokens(16), kTokensFit},
+    {tokens(16) + "_W", tokens(16) + "_W_a", kTokensFit},
+    {tokens(17), tokens(17), kTokensDiffer},
+    {"a", tokens(17), kTokensDiffer},
+    {"S2L", "S2L_" + std::string(28, 'n') + "_" + std::string(30, 'n'), kTokensFit},
+    {"S2L", "S2L_" + std::string(28, 'n') + "_" + std::string(31, 'n'), kTokensDiffer},
+};
+
+TEST(SecondGrammar, ComparesTheTokensBeforeW) {
+    for (const TokenCase& c : kTokenCases) {
+        Capture capture;
+        Bytes info = device_info(60, c.firmware);
+        EXPECT_EQ(CheckUpgradFile3(info.data(), c.path.c_str()), c.out == kTokensFit ? 0 : -1)
+            << c.firmware << " | " << c.path;
+        EXPECT_EQ(capture.out(), c.out) << c.firmware << " | " << c.path;
+    }
+}
+
+// -- Header.
+
+constexpr const char* kNamesError =
+    "[src/privateConfigure:CheckUpgradFile:N] #######!platform.empty() && !sensortype.empty() "
+    "error########\n";
+constexpr const char* kTypeError = "[src/privateConfigure:CheckUpgradFile:N] ndevType error\n";
+constexpr const char* kLengthError = "[src/privateConfigure:CheckUpgradFile:N] upgrateDataLen error\n";
+
+struct HeaderCase {
+    uint8_t type;
+    std::string camera_platform, camera_sensor;
+    Bytes file;
+    const char* err;  // empty: fits
+};
+
+TEST(HeaderCheck, ComparesNamesAndLength) {
+    const Folder folder;
+    const HeaderCase cases[] = {
+        // the camera's own names
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
+        {5, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
+        {0, "GM8138", "OV4689", header_file("GM8139", "OV4689", 100, 1), kNamesError},
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV468", 100, 1), kNamesError},
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 0), kNamesError},
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 0, 1), kNamesError},
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 99, 1), kLengthError},
+        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 101, 1), kLengthError},
+        {0, "HI3516A", "IMX1781", header_file("HI3516A", "IMX1781", 100, 1), ""},
+        {0, "HI3516AV", "OV4689", header_file("HI3516AV", "OV4689", 100, 1), kNamesError},
+        {0, "GM8138", "OV468912", header_file("GM8138", "OV468912", 100, 1), kNamesError},
+        // names by device type, also when the camera gives only one of its two
+        {5, "", "", header_file("HI3516A", "IMX178", 100, 1), ""},
+        {5, "GM8138", "", header_file("HI3516A", "IMX178", 100, 1), ""},
+        {5, "", "OV4689", header_file("HI3516A", "IMX178", 100, 1), ""},
+        {5, "", "", header_file("HI3516A", "IMX178", 100, 0), kTypeError},
+        {5, "", "", header_file("HI3516A", "IMX178", 0, 1), kTypeError},
+        {5, "", "", header_file("HI3516A", "OV4689", 100, 1), kTypeError},
+        {5, "", "", header_file("HI3516", "IMX178", 100, 1), kTypeError},
+        {100, "", "", header_file("GM8136", "OV2715", 100, 1), ""},
+        {100, "", "", header_file("GM8135", "OV9732", 100, 1), ""},
+        {100, "", "", header_file("GM8136", "OV9732", 100, 1), kTypeError},
+        {101, "", "", header_file("GM8138", "OV4689", 100, 1), ""},
+        {102, "", "", header_file("GM8135", "OV9750", 100, 1), ""},
+        {200, "", "", header_file("HI3516D", "OV4689", 100, 1), ""},
+        {201, "", "", header_file("HI3516D", "OV4689", 100, 1), ""},
+        // no names at all
+        {90, "", "", header_file("", "", 100, 0), ""},
+        {90, "", "", header_file("XXXXXXXX", "YYYYYYYY", 100, 0), ""},
+        {90, "", "", header_file("", "", 0, 0), kLengthError},
+        {90, "", "", header_file("", "", 24, 0, 24), ""},
+    };
+    for (const HeaderCase& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Capture capture;
+        const std::string path = folder.writes("file", c.file);
+        const Bytes info = device_info(c.type, "", c.camera_platform, c.camera_sensor);
+        EXPECT_EQ(CheckUpgradFile(info.data(), path.c_str()), *c.err == '\0' ? 0 : -1);
+        EXPECT_EQ(unnumbered(capture.err()), c.err);
+        EXPECT_EQ(capture.out(), "");
+    }
+}
+
+TEST(HeaderCheck, WantsTheWholeHeader) {
+    const Folder folder;
+    const std::string path = folder.writes("file", slice(header_file("", "", 23, 0), 0, 23));
+    Capture capture;
+    EXPECT_EQ(CheckUpgradFile(device_info(90, "").data(), path.c_str()), -1);
+    EXPECT_EQ(capture.out(), "fread error\n");
+}
+
+// A length of 32 bits never matches a longer file by its low bits.
+TEST(HeaderCheck, DoesNotTakeALongFileForAShortOne) {
+    const Folder folder;
+    const std::string path = folder.writes("file", header_file("", "", 100, 0));
+    ASSERT_EQ(truncate64(path.c_str(), (int64_t{1} << 32) + 100), 0);
+    Capture capture;
+    EXPECT_EQ(CheckUpgradFile(device_info(90, "").data(), path.c_str()), -1);
+    EXPECT_EQ(unnumbered(capture.err()), kLengthError);
+}
+
+// -- Tag.
+
+struct TagCase {
+    size_t size;
+    std::string tag;
+    const char* err;
+};
+
+TEST(TagCheck, WantsTheWordAtItsPlace) {
+    const Folder folder;
+    const std::string ended("APPLICATION\0", 12);
+    const TagCase cases[] = {
+        {308, ended, ""},
+        {400, ended + "more", ""},
+        {307, ended, "[src/privateConfigure:CheckUpgradFile2:N] fread error\n"},
+        {308, "APPLICATION", "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
+        {308, std::string("APPLICATIOM\0", 12),
+         "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
+        {308, std::string("APP\0", 4),
+         "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
+    };
+    for (const TagCase& c : cases) {
+        Capture capture;
+        Bytes file = repeated('.', c.size);
+        std::memcpy(file.data() + 180, c.tag.data(), c.tag.size());
+        const std::string path = folder.writes("file", file);
+        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), *c.err == '\0' ? 0 : -1) << c.tag;
+        EXPECT_EQ(unnumbered(capture.err()), c.err) << c.tag;
+        EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################\n");
+    }
+}
+
+// -- What is hostile about arguments.
+
+// Bytes that end where readable memory ends.
+class AtTheEdge {
+  public:
+    explicit AtTheEdge(const Bytes& bytes) {
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        size_ = 2 * page;
+        map_ = static_cast<char*>(
+            mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(map_ + page, page, PROT_NONE);
+        start_ = map_ + page - bytes.size();
+        std::memcpy(start_, bytes.data(), bytes.size());
+    }
+    ~AtTheEdge() { munmap(map_, size_); }
+    AtTheEdge(const AtTheEdge&) = delete;
+    AtTheEdge& operator=(const AtTheEdge&) = delete;
+
+    char* get() const { return start_; }
+
+  private:
+    size_t size_;
+    char* map_;
+    char* start_;
+};
+
+TEST(Arguments, AreReadNoFurtherThanTheirFields) {
+    Capture capture;
+    const AtTheEdge path(repeated('A', 128));
+    for (int type = 0; type < 256; ++type) {
+        Bytes bytes = repeated('W', 464);
+        bytes[1] = static_cast<uint8_t>(type);
+        const AtTheEdge info(bytes);
+        EXPECT_NE(CompareUpgradeFile(info.get(), path.get()), 0) << type;
+        std::string short_path = "/dev/null";
+        EXPECT_NE(CompareUpgradeFile(info.get(), short_path.data()), 0) << type;
+    }
+    const AtTheEdge name(bytes_of("A_B_BTAMC_") + repeated('n', 54));
+    std::string file = "A_B_x";
+    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(name.get(), file.data()), -1);
+}
+
+TEST(Arguments, MayBeMissing) {
+    Capture capture;
+    Bytes info = device_info(0, kFirmware);
+    std::string path = kFileName;
+    EXPECT_EQ(CompareUpgradeFile(nullptr, path.data()), -1);
+    EXPECT_EQ(CompareUpgradeFile(info.data(), nullptr), -1);
+    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(nullptr, path.data()), -1);
+    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(kFirmware, nullptr), -1);
+    EXPECT_EQ(CheckUpgradFile(info.data(), nullptr), -1);
+    EXPECT_EQ(CheckUpgradFile2(11, nullptr), -1);
+    EXPECT_EQ(CheckUpgradFile3(nullptr, path.data()), -1);
+    EXPECT_EQ(occurrences(capture.err(), "\n"), 7);
+}
+
+// A pipe that nobody writes into would hold its reader for ever.
+TEST(Arguments, NameRegularFiles) {
+    const Folder folder;
+    const std::string pipe = folder.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {pipe, folder.path(""), std::string("/dev/zero")}) {
+        Capture capture;
+        EXPECT_EQ(CheckUpgradFile(device_info(90, "").data(), path.c_str()), -1);
+        EXPECT_EQ(capture.out(), "fopen " + path + " error\n");
+        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), -1);
+        EXPECT_EQ(unnumbered(capture.err()), kFopenError);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,361 @@
+// Upgrade jobs from the call to the end, over loopback connections that the test plays.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <future>
+#include <set>
+
+#include "upgrade/counted_select.h"
+#include "upgrade/upgrade.h"
+
+namespace {
+
+using namespace lenswire::test;
+
+constexpr uint32_t kAll = 100;
+
+class UpgradeJob : public UpgradeTest {
+  protected:
+    // A file that fits the camera.
+    std::string has_file(size_t size) {
+        content_ = pattern(size, 9);
+        return folder_.writes(kFileName, content_);
+    }
+    uint32_t total() const { return static_cast<uint32_t>(content_.size()) + 32; }
+    // The whole upload as it must arrive.
+    Bytes upload() const { return upload_header(static_cast<uint32_t>(content_.size())) + content_; }
+    // Wakes a job's loop without telling it anything.
+    static void nudges(Wire& wire) { wire.sends(Bytes{0}); }
+    // Wakes it so often, once at a time, and returns how often it went to wait meanwhile.
+    static int waits_while_nudged(Wire& wire, int times) {
+        const int before = select_calls();
+        for (int i = 0; i < times; ++i) {
+            const int calls = select_calls();
+            nudges(wire);
+            EXPECT_TRUE(wait_until([calls] { return select_calls() > calls; }));
+        }
+        return select_calls() - before;
+    }
+
+    Bytes content_;
+};
+
+TEST_F(UpgradeJob, UploadsTheFileAndKeepsItsOutcome) {
+    const std::string path = has_file(700001);
+    binds({3}, uploads_.port());
+    Capture capture;
+    const pthread_t job = starts({3}, path);
+    Wire wire = uploads_.accepts();
+    EXPECT_EQ(wire.reads(total()), upload());
+    EXPECT_TRUE(wait_until([&] { return status(job).camera[0].ulPercent == kAll; }));
+    EXPECT_EQ(status(job).ulUsed, 1U);
+    EXPECT_EQ(status(job).ulThreadId, static_cast<uint32_t>(job));
+    EXPECT_EQ(status(job).ulCameraCount, 1U);
+    EXPECT_EQ(status(job).camera[0].ulChannel, 3U);
+    EXPECT_EQ(status(job).camera[0].ulState, uint32_t{UPGRADE_RUNNING});
+
+    wire.sends(upload_answer());
+    EXPECT_TRUE(wire.sees_close());
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_DONE});
+    EXPECT_EQ(end.camera[0].ulPercent, kAll);
+    EXPECT_EQ(end.ulCameraCount, 1U);
+    EXPECT_THAT(host().alarms(), testing::IsEmpty());
+    EXPECT_EQ(host().record(24, 3), Bytes(9));
+    EXPECT_EQ(capture.err(), "");
+    EXPECT_THAT(capture.out(), testing::HasSubstr("###############Ipc Upgrade Check successful##########"));
+    EXPECT_THAT(capture.out(), testing::HasSubstr("#####################ipc_upgrade_thread##########"));
+}
+
+TEST_F(UpgradeJob, WithoutAChannelEndsAtOnce) {
+    const pthread_t job = starts({}, has_file(10));
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.ulCameraCount, 0U);
+    EXPECT_EQ(end.ulThreadId, static_cast<uint32_t>(job));
+}
+
+// What a camera does once it has the whole file, and what becomes of it.
+struct Ending {
+    const char* name;
+    std::vector<Message> sends;
+    uint32_t state;
+};
+
+TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
+    const Message nonsense = command(0x1234, repeated(0, 8));
+    const Ending endings[] = {
+        {"success", {upload_answer()}, UPGRADE_DONE},
+        {"success with a payload", {command(0x2002, repeated(7, 100))}, UPGRADE_DONE},
+        {"failure", {upload_answer(1)}, UPGRADE_FAILED},
+        {"failure in the high byte", {upload_answer(0x100)}, UPGRADE_FAILED},
+        {"nothing, then the end", {}, UPGRADE_FAILED},
+        {"29 unexpected, then success", std::vector<Message>(29, nonsense), UPGRADE_DONE},
+        {"30 unexpected", std::vector<Message>(30, nonsense), UPGRADE_FAILED},
+    };
+    const std::string path = has_file(5000);
+    binds({1}, uploads_.port());
+    Capture capture;
+    size_t alarms = 0;
+    for (const Ending& ending : endings) {
+        SCOPED_TRACE(ending.name);
+        const pthread_t job = starts({1}, path);
+        counts_selects_of(job);
+        Wire wire = uploads_.accepts();
+        EXPECT_EQ(wire.reads(total()), upload());
+        for (const Message& message : ending.sends) {
+            // One receive per message.
+            const int calls = select_calls();
+            wire.sends(message);
+            EXPECT_TRUE(wait_until([&] { return select_calls() > calls || status(job).ulUsed == 0; }));
+        }
+        if (ending.sends.size() == 29) wire.sends(upload_answer());
+        if (ending.sends.empty()) wire.closes();
+        const UpgradeJobStatus end = waits_for_end(job);
+        EXPECT_EQ(end.camera[0].ulState, ending.state);
+        EXPECT_EQ(end.camera[0].ulPercent, kAll);
+        if (ending.state == UPGRADE_FAILED) ++alarms;
+        ASSERT_EQ(host().alarms().size(), alarms);
+    }
+    EXPECT_EQ(host().alarms().front().queue, 0);
+    EXPECT_EQ(host().alarms().front().record, (Bytes{40, 1, 0, 1}));
+    EXPECT_THAT(capture.out(), testing::HasSubstr("p_cmd->usCmd:4660,ret:40,ipc_upgrade_cfg[i].sock:"));
+}
+
+TEST_F(UpgradeJob, FailsTheCameraThatBreaksOff) {
+    const std::string path = has_file(8 << 20);
+    binds({1, 2, 3}, uploads_.port());
+    binds({2}, refused_port());
+    const pthread_t job = starts({1, 2, 3}, path);
+    Wire closing = uploads_.accepts();
+    Wire resetting = uploads_.accepts();
+    closing.reads(100000);
+    resetting.reads(10);
+    closing.closes();
+    resetting.resets();
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.ulCameraCount, 3U);
+    std::multiset<int> alarmed;
+    for (const Alarm& alarm : host().alarms()) alarmed.insert(alarm.record[1]);
+    EXPECT_EQ(alarmed, (std::multiset<int>{1, 2, 3}));
+    for (uint32_t k = 0; k < 3; ++k) {
+        EXPECT_EQ(end.camera[k].ulChannel, k + 1);
+        EXPECT_EQ(end.camera[k].ulState, uint32_t{UPGRADE_FAILED});
+        EXPECT_LT(end.camera[k].ulPercent, kAll);
+    }
+}
+
+TEST_F(UpgradeJob, ServesSixtyFourCamerasAtOnce) {
+    const std::string path = has_file((1 << 20) + 3);
+    std::vector<int> channels;
+    for (int channel = 0; channel < 64; ++channel) channels.push_back(channel);
+    binds(channels, uploads_.port());
+    const Bytes expected = upload();
+    Capture capture;
+    const pthread_t job = starts(channels, path);
+    std::vector<std::future<bool>> cameras;
+    for (int i = 0; i < 64; ++i) {
+        cameras.push_back(std::async(std::launch::async, [&expected, wire = uploads_.accepts()]() mutable {
+            // Some read in gulps, some in sips.
+            Bytes received;
+            while (received.size() < expected.size()) {
+                received = received + wire.reads(std::min(expected.size() - received.size(), size_t{300007}));
+            }
+            wire.sends(upload_answer());
+            return received == expected && wire.sees_close();
+        }));
+    }
+    for (auto& camera : cameras) EXPECT_TRUE(camera.get());
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.ulCameraCount, 64U);
+    for (uint32_t k = 0; k < 64; ++k) {
+        EXPECT_EQ(end.camera[k].ulChannel, k);
+        EXPECT_EQ(end.camera[k].ulState, uint32_t{UPGRADE_DONE});
+        EXPECT_EQ(end.camera[k].ulPercent, kAll);
+    }
+    EXPECT_EQ(host().database_calls(24, 1), 64);
+}
+
+// -- Time.
+
+struct Moment {
+    uint32_t start;
+    int32_t step;
+    bool over;
+};
+
+TEST_F(UpgradeJob, GivesACameraSixtySecondsEitherWay) {
+    const Moment moments[] = {{1000, 59, false},
+                              {1000, 60, true},
+                              {1000, -59, false},
+                              {1000, -60, true},
+                              {UINT32_MAX - 10, 59, false},
+                              {UINT32_MAX - 10, 60, true}};
+    const std::string path = has_file(100);
+    binds({1}, uploads_.port());
+    for (const Moment& moment : moments) {
+        SCOPED_TRACE(testing::Message() << moment.start << " " << moment.step);
+        host().clock.set(moment.start);
+        const pthread_t job = starts({1}, path);
+        Wire wire = uploads_.accepts();
+        wire.reads(total());
+        host().clock.set(moment.start + static_cast<uint32_t>(moment.step));
+        if (!moment.over) {
+            counts_selects_of(job);
+            waits_while_nudged(wire, 3);
+            wire.sends(upload_answer());
+        } else {
+            nudges(wire);
+        }
+        EXPECT_EQ(waits_for_end(job).camera[0].ulState,
+                  uint32_t{moment.over ? UPGRADE_TIMED_OUT : UPGRADE_DONE});
+    }
+    EXPECT_THAT(host().alarms(), testing::IsEmpty());
+}
+
+// -- Waiting: a loop that spins would go to wait many thousand times meanwhile.
+
+constexpr int kNudges = 20;
+constexpr int kFew = 100;
+
+TEST_F(UpgradeJob, SleepsWhileACameraOwesItsAnswer) {
+    binds({1}, uploads_.port());
+    const pthread_t job = starts({1}, has_file(100000));
+    counts_selects_of(job);
+    Wire wire = uploads_.accepts();
+    wire.reads(total());
+    EXPECT_TRUE(wait_until([&] { return status(job).camera[0].ulPercent == kAll; }));
+    EXPECT_LT(waits_while_nudged(wire, kNudges), kFew);
+    EXPECT_EQ(watched_for_writing(), 0);
+    wire.sends(upload_answer());
+    waits_for_end(job);
+}
+
+TEST_F(UpgradeJob, SleepsWhileACameraDoesNotRead) {
+    binds({1, 2}, uploads_.port());
+    const pthread_t job = starts({1, 2}, has_file(16 << 20));
+    counts_selects_of(job);
+    Wire first = uploads_.accepts();
+    Wire second = uploads_.accepts();
+    // The second camera takes everything, the first one nothing.
+    EXPECT_EQ(second.reads(total()), upload());
+    waits_while_nudged(second, 2);
+    EXPECT_LT(waits_while_nudged(second, kNudges), kFew);
+    EXPECT_EQ(watched_for_writing(), 1);
+    second.sends(upload_answer());
+    EXPECT_EQ(first.reads(total()), upload());
+    first.sends(upload_answer());
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_DONE});
+    EXPECT_EQ(end.camera[1].ulState, uint32_t{UPGRADE_DONE});
+}
+
+TEST_F(UpgradeJob, TimesOutQuietlyWhenTheFileShrinks) {
+    const std::string path = has_file(32 << 20);
+    binds({1}, uploads_.port());
+    const pthread_t job = starts({1}, path);
+    counts_selects_of(job);
+    Wire wire = uploads_.accepts();
+    wire.reads(1000000);
+    ASSERT_EQ(truncate(path.c_str(), 1000), 0);
+    // The camera takes all that was under way; then it is ready for more, and there is none.
+    waits_while_nudged(wire, 2);
+    while (wire.has_bytes()) wire.reads(static_cast<size_t>(waiting_bytes(wire.descriptor())));
+    waits_while_nudged(wire, 2);
+    EXPECT_LT(waits_while_nudged(wire, kNudges), kFew);
+    host().clock.advance(60);
+    nudges(wire);
+    const UpgradeJobStatus end = waits_for_end(job);
+    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_TIMED_OUT});
+    EXPECT_LT(end.camera[0].ulPercent, kAll);
+    EXPECT_THAT(host().alarms(), testing::IsEmpty());
+}
+
+// A file that grows meanwhile is sent as long as it was announced.
+TEST_F(UpgradeJob, SendsWhatItAnnounced) {
+    const std::string path = has_file(16 << 20);
+    binds({1}, uploads_.port());
+    const pthread_t job = starts({1}, path);
+    Wire wire = uploads_.accepts();
+    const Bytes start = wire.reads(1000);
+    ASSERT_EQ(truncate(path.c_str(), 64 << 20), 0);
+    EXPECT_EQ(start + wire.reads(total() - 1000), upload());
+    EXPECT_TRUE(wait_until([&] { return status(job).camera[0].ulPercent == kAll; }));
+    EXPECT_FALSE(wire.has_bytes());
+    wire.sends(upload_answer());
+    waits_for_end(job);
+}
+
+// -- The table.
+
+TEST_F(UpgradeJob, RefusesTheSixtyFifth) {
+    const std::string path = has_file(100);
+    binds({1}, uploads_.port());
+    Capture capture;
+    std::set<pthread_t> jobs;
+    std::vector<Wire> wires;
+    for (int i = 0; i < 64; ++i) {
+        jobs.insert(starts({1}, path));
+        wires.push_back(uploads_.accepts());
+    }
+    EXPECT_EQ(jobs.size(), 64U);
+    starts({1}, path, -1);
+    for (const pthread_t job : jobs) EXPECT_EQ(status(job).ulUsed, 1U);
+
+    wires.front().closes();
+    EXPECT_TRUE(wait_until([&] {
+        return std::any_of(jobs.begin(), jobs.end(),
+                           [this](pthread_t job) { return status(job).ulUsed == 0; });
+    }));
+    const pthread_t next = starts({1}, path);
+    wires.front() = uploads_.accepts();
+    host().clock.advance(60);
+    for (Wire& wire : wires) nudges(wire);
+    EXPECT_EQ(waits_for_end(next).camera[0].ulState, uint32_t{UPGRADE_TIMED_OUT});
+    EXPECT_TRUE(wait_until([&] {
+        return std::all_of(jobs.begin(), jobs.end(), [](pthread_t job) {
+            UpgradeJobStatus status;
+            return Prv_ipc_upgrade_get_status(job, &status) != 0 || status.ulUsed == 0;
+        });
+    }));
+}
+
+TEST_F(UpgradeJob, IsUnknownUntilItIsStarted) {
+    UpgradeJobStatus untouched;
+    std::memset(&untouched, 0x55, sizeof untouched);
+    EXPECT_EQ(Prv_ipc_upgrade_get_status(pthread_self(), &untouched), -1);
+    EXPECT_EQ(Prv_ipc_upgrade_get_status(pthread_t{}, &untouched), -1);
+    EXPECT_EQ(untouched.ulUsed, 0x55555555U);
+    const pthread_t job = starts({}, has_file(10));
+    EXPECT_EQ(Prv_ipc_upgrade_get_status(job, nullptr), -1);
+    waits_for_end(job);
+#if UINTPTR_MAX > UINT32_MAX
+    // The same low half is not the same thread.
+    EXPECT_EQ(Prv_ipc_upgrade_get_status(job ^ pthread_t{1} << 40, &untouched), -1);
+#endif
+}
+
+// Hosts start, poll and start again from several threads while jobs end.
+TEST_F(UpgradeJob, StartsPollsAndEndsTogether) {
+    const std::string path = has_file(1000);
+    Capture capture;
+    std::vector<std::future<void>> hosts;
+    for (int i = 0; i < 4; ++i) {
+        hosts.push_back(std::async(std::launch::async, [&] {
+            for (int k = 0; k < 25; ++k) {
+                const UpgradeRequest request = request_for({}, path);
+                pthread_t job;
+                ASSERT_EQ(Prv_ipc_upgrade(&request, &job), 0);
+                UpgradeJobStatus status{};
+                // Another host's job may have taken the record over.
+                EXPECT_TRUE(wait_until(
+                    [&] { return Prv_ipc_upgrade_get_status(job, &status) != 0 || status.ulUsed == 0; }));
+            }
+        }));
+    }
+    for (auto& host : hosts) host.get();
+}
+
+}  // namespace

@@ -1,0 +1,129 @@
+#include "upgrade/upgrade.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace lenswire::test {
+
+Folder::Folder() {
+    char name[] = "/tmp/lenswire-upgrade-XXXXXX";
+    if (mkdtemp(name) == nullptr) std::abort();
+    path_ = name;
+}
+
+Folder::~Folder() {
+    std::filesystem::remove_all(path_);
+}
+
+std::string Folder::writes(const std::string& name, const Bytes& bytes) const {
+    std::ofstream file(path(name), std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return path(name);
+}
+
+Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform,
+                  const std::string& sensor) {
+    Bytes info(464);
+    info[1] = type;
+    const auto put = [&info](const std::string& text, size_t at, size_t size) {
+        std::copy_n(text.begin(), std::min(text.size(), size),
+                    info.begin() + static_cast<std::ptrdiff_t>(at));
+    };
+    put(firmware, 368, 64);
+    put(platform, 432, 8);
+    put(sensor, 448, 8);
+    return info;
+}
+
+UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path) {
+    UpgradeRequest request{};
+    for (const int channel : channels) request.aucChannel[channel] = 1;
+    std::memcpy(request.szFilePath, path.data(), std::min(path.size(), sizeof request.szFilePath));
+    return request;
+}
+
+Bytes upload_header(uint32_t file_size) {
+    Message message = command(0x2002);
+    message.buffer_size = file_size;
+    message.buffer_num = 1;
+    return message.bytes();
+}
+
+Message upload_answer(uint16_t state) {
+    return command(0x2002, {}, state);
+}
+
+void UpgradeTest::SetUp() {
+    EngineTest::SetUp();
+    LoggedIn login = new_login(control_);
+    unit_ = login.unit;
+    control_wire_ = std::move(login.wire);
+    control_thread_ = std::thread([this] { answers_requests(); });
+    descriptors_ = open_descriptors();
+    threads_ = thread_count();
+}
+
+void UpgradeTest::TearDown() {
+    EXPECT_TRUE(wait_until([this] { return thread_count() == threads_; })) << "a job's thread was left over";
+    EXPECT_EQ(open_descriptors(), descriptors_) << "a descriptor was left over";
+    PC_Delete(unit_);
+    control_thread_.join();
+    EXPECT_EQ(g_rs_num, 0) << "a request slot was not given back";
+    EngineTest::TearDown();
+}
+
+// Until the library closes the control connection.
+void UpgradeTest::answers_requests() {
+    const auto more_comes = [this] {
+        uint8_t byte;
+        return recv(control_wire_.descriptor(), &byte, 1, MSG_PEEK) > 0;
+    };
+    while (more_comes()) {
+        const Message request = control_wire_.reads_command();
+        if (request.command != 0x2003) continue;
+        EXPECT_EQ(request.payload, Bytes(464));
+        Message answer = command(0x2003, info_, info_state_);
+        answer.flag = info_flag_;
+        control_wire_.sends(answer);
+    }
+}
+
+void UpgradeTest::binds(const std::vector<int>& channels, int port, int protocol) {
+    for (const int channel : channels) {
+        Channel description;
+        description.address = control_.address_text();
+        description.port = port;
+        host().has_channel(channel, description);
+        Bytes record(450);
+        record[97] = static_cast<uint8_t>(channel + 1);
+        std::copy_n(description.address.begin(), description.address.size(), record.begin() + 100);
+        record[186] = static_cast<uint8_t>(protocol);
+        host().has_record(17, static_cast<uint32_t>(channel), record);
+        host().has_record(24, static_cast<uint32_t>(channel), repeated(0xEE, 9));
+    }
+}
+
+pthread_t UpgradeTest::starts(const std::vector<int>& channels, const std::string& path, int expected) {
+    const UpgradeRequest request = request_for(channels, path);
+    pthread_t job{};
+    EXPECT_EQ(Prv_ipc_upgrade(&request, &job), expected);
+    return job;
+}
+
+UpgradeJobStatus UpgradeTest::status(pthread_t job) {
+    UpgradeJobStatus status{};
+    EXPECT_EQ(Prv_ipc_upgrade_get_status(job, &status), 0);
+    return status;
+}
+
+UpgradeJobStatus UpgradeTest::waits_for_end(pthread_t job) {
+    EXPECT_TRUE(wait_until([this, job] { return status(job).ulUsed == 0; })) << "the job does not end";
+    return status(job);
+}
+
+}  // namespace lenswire::test

@@ -1,0 +1,73 @@
+// What the tests of the upgrade stand on: files to send, a camera that says what it is, jobs over a set of
+// channels whose upload connections the test plays.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/engine.h"
+#include "lenswire/upgrade.h"
+
+namespace lenswire::test {
+
+// A directory of the test's own.
+class Folder {
+  public:
+    Folder();
+    ~Folder();
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string path(const std::string& name) const { return path_ / name; }
+    std::string writes(const std::string& name, const Bytes& bytes) const;
+
+  private:
+    std::filesystem::path path_;
+};
+
+// 464 bytes of device information, built by offsets.
+Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform = "",
+                  const std::string& sensor = "");
+
+constexpr const char* kFirmware = "A_B_MTAXC_D";
+constexpr const char* kFileName = "A_B_x.bin";
+
+class UpgradeTest : public EngineTest {
+  protected:
+    void SetUp() override;
+    // Nothing of any job is left over: descriptors, threads, memory, request slots.
+    void TearDown() override;
+
+    // Binds channels to an upload port; all of them are the same camera on the control connection.
+    void binds(const std::vector<int>& channels, int port, int protocol = 4);
+    // Starts a job; the test fails unless the result is the expected one.
+    pthread_t starts(const std::vector<int>& channels, const std::string& path, int expected = 0);
+    UpgradeJobStatus status(pthread_t job);
+    UpgradeJobStatus waits_for_end(pthread_t job);
+
+    Folder folder_;
+    ScriptedCamera uploads_;  // takes the upload connections
+    Bytes info_ = device_info(0, kFirmware);
+    uint16_t info_flag_ = 0;  // ulFlag and ucState of the device information
+    uint16_t info_state_ = 0;
+
+  private:
+    void answers_requests();
+
+    ScriptedCamera control_;
+    StreamConn* unit_ = nullptr;
+    Wire control_wire_;
+    std::thread control_thread_;
+    int descriptors_ = 0;
+    int threads_ = 0;
+};
+
+UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path);
+
+// The header that announces an upload, and the answer to one.
+Bytes upload_header(uint32_t file_size);
+Message upload_answer(uint16_t state = 0);
+
+}  // namespace lenswire::test
