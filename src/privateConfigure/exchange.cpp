@@ -31,7 +31,8 @@ void print(const Row& row, const char* text) {
 
 void report_no_answer(const Row& row) {
     if (row.no_answer_names_command) {
-        report(row, "get cond and property failed pCmd->usCmd =%x", row.command);
+        report(row, "get cond and property failed pCmd->usCmd =%x",
+               row.named_command != 0 ? row.named_command : row.command);
     } else {
         report(row, "get cond and property failed");
     }
@@ -56,6 +57,11 @@ void report(const Row& row, const char* format, ...) {
     print(row, text);
 }
 
+int refuse(const Row& row) {
+    report(row, "%s", row.refused);
+    return -1;
+}
+
 Request::Request(const Row& row) {
     wire::store(bytes, wire::command_header(row.command, row.number, row.size));
 }
@@ -74,7 +80,7 @@ std::span<const uint8_t> Request::whole() const {
 }
 
 uint32_t Answer::record_count(uint32_t record_size) const {
-    return std::min<uint32_t>(header().ulBufferNum, (MAX_CMD_SIZE - ARG_HEAD_LEN) / record_size);
+    return std::min(header().ulBufferNum, static_cast<uint32_t>(wire::payload(bytes).size() / record_size));
 }
 
 Pending::Pending(const Row& row, uint32_t ip) : row_(row), ip_(ip), slot_(row.command, kSlotAttempts, ip) {
@@ -107,10 +113,7 @@ bool fetch(const Row& row, Request& request, int channel, uint32_t ip, Answer& a
 }
 
 int get(const Row& row, int channel, uint32_t ip, void* out) {
-    if (ip == 0 || channel < 0 || out == nullptr) {
-        report(row, "%s", row.refused);
-        return -1;
-    }
+    if (ip == 0 || channel < 0 || out == nullptr) return refuse(row);
     Request request(row, channel);
     Answer answer;
     if (!fetch(row, request, channel, ip, answer)) return -1;
@@ -125,10 +128,7 @@ int send(const Row& row, uint32_t ip, Request& request) {
 }
 
 int set(const Row& row, uint32_t ip, const void* record) {
-    if (ip == 0 || record == nullptr) {
-        report(row, "%s", row.refused);
-        return -1;
-    }
+    if (ip == 0 || record == nullptr) return refuse(row);
     Request request(row, record);
     return send(row, ip, request);
 }

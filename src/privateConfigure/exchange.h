@@ -34,7 +34,11 @@ struct Row {
     const char* not_sent = " Prv_Send_Cmd failed";
     bool not_sent_names_channel = false;
     bool no_answer_names_command = true;
+    uint16_t named_command = 0;  // the command named there, 0 the row's own
 };
+
+// Prints the row's line about bad arguments; -1.
+int refuse(const Row& row);
 
 // Prints a line of the operation in the row's form; the text has no line end.
 [[gnu::format(printf, 2, 3)]] void report(const Row& row, const char* format, ...);
@@ -57,7 +61,7 @@ struct Request {
 struct Answer {
     PrivateCmd header() const { return wire::load_header(bytes); }
     const uint8_t* payload() const { return bytes + ARG_HEAD_LEN; }
-    // The records that lie wholly in the buffer, at most as many as the header counts.
+    // The records that lie wholly in the payload, at most as many as the header counts.
     uint32_t record_count(uint32_t record_size) const;
 
     uint8_t bytes[MAX_CMD_SIZE];

@@ -10,6 +10,7 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
+#include "privateConfigure/host_tables.h"
 
 using namespace lenswire;
 using exchange::Row;
@@ -35,9 +36,6 @@ constexpr Row kAlarmEx{.operation = "prv_set_alarm_property_ex",
 constexpr uint32_t kLastChannel = 64;
 constexpr int kChannels = 64;
 constexpr int kOurProtocol = 4;
-constexpr int kMotionTable = 21;
-constexpr int kRead = 2;
-constexpr int kWrite = 1;
 constexpr int kMotion = 1;
 constexpr uint8_t kMotionAlarm = 2;
 
