@@ -1,0 +1,77 @@
+// The library, delivering into frame queues that a consumer empties.
+#include <algorithm>
+#include <atomic>
+#include <iterator>
+#include <set>
+
+#include "bench/host.h"
+#include "bench/measure.h"
+#include "bench/receiver.h"
+#include "bench/sender.h"
+#include "bench/worker_threads.h"
+#include "lenswire/connection.h"
+#include "lenswire/stream.h"
+
+namespace lenswire::bench {
+
+namespace {
+
+class PluginReceiver : public Receiver {
+  public:
+    explicit PluginReceiver(const ReceiverOptions& options) : host_(options.streams, options.timed_frames) {
+        workers_ = start_library();
+    }
+
+    ~PluginReceiver() override { PC_UnInitCtx(); }
+
+    void starts(const Sender& sender) override {
+        for (uint32_t stream = 0; stream < host_.streams(); ++stream) {
+            StreamConn* unit = PC_CreateNew();
+            if (unit == nullptr) give_up("PC_CreateNew");
+            unit->sockFd = connect_to(sender.port());
+            host_.posts_open(stream, unit);
+        }
+        while (open_slots() < host_.streams()) sleep_ms(1);
+    }
+
+    std::vector<Role> receiving() const override { return workers_; }
+    std::vector<Role> consuming() const override { return {{"consumer", host_.consumer().thread()}}; }
+    uint64_t bytes() const override { return host_.bytes(); }
+
+    bool delivers_frames() const override { return true; }
+    uint32_t delivered(uint32_t stream) const override { return host_.stream(stream).inserted; }
+    int64_t delivered_at(uint32_t stream, uint32_t frame) const override {
+        const StreamObject& object = host_.stream(stream);
+        return frame < object.inserted_room ? object.inserted_at[frame].load() : 0;
+    }
+    uint32_t wrong_frames() const override { return host_.wrong_frames() + host_.restarts; }
+
+  private:
+    static uint32_t open_slots() {
+        return static_cast<uint32_t>(std::count_if(std::begin(arrayfd), std::end(arrayfd), [](int32_t& fd) {
+            return std::atomic_ref(fd).load() > 0;
+        }));
+    }
+
+    mutable Host host_;
+    std::vector<Role> workers_;
+};
+
+}  // namespace
+
+std::vector<Role> start_library() {
+    const std::set<pid_t> before = threads();
+    if (PC_InitCtx() != 0) give_up("PC_InitCtx");
+    const std::set<pid_t> after = threads();
+    std::vector<pid_t> started;
+    std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
+                        std::back_inserter(started));
+    if (started.size() != 3) give_up("the library did not start three threads");
+    return {{"event_loop", started[0]}, {"receive_loop", started[1]}, {"queue", started[2]}};
+}
+
+std::unique_ptr<Receiver> make_plugin_receiver(const ReceiverOptions& options) {
+    return std::make_unique<PluginReceiver>(options);
+}
+
+}  // namespace lenswire::bench

@@ -1,0 +1,16 @@
+// One round of a benchmark: what a subcommand measures once and prints as one line of JSON.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+namespace lenswire::bench {
+
+using Json = nlohmann::ordered_json;
+using Round = std::function<Json()>;
+
+// Each adds its subcommand with its options and returns what to run when it was chosen.
+Round add_streams(CLI::App& app);
+
+}  // namespace lenswire::bench

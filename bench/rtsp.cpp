@@ -1,0 +1,115 @@
+#include "bench/rtsp.h"
+
+#include <sys/socket.h>
+#include <algorithm>
+#include <string>
+
+namespace lenswire::bench::rtsp {
+
+namespace {
+
+constexpr uint32_t kPayloadBytes = kRtpPacketBytes - 4 - 12 - 2;
+constexpr uint32_t kClockRate = 90'000;
+constexpr uint8_t kPayloadType = 96;
+
+// How a frame's NAL unit begins: an IDR slice or another one, first macroblock 0.
+constexpr uint8_t kKeyStart[] = {0x65, 0x88, 0x84};
+constexpr uint8_t kOtherStart[] = {0x41, 0x9a, 0x21};
+
+const std::string kDescription =
+    "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=bench\r\nt=0 0\r\n"
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n"
+    "a=fmtp:96 packetization-mode=1;profile-level-id=4d4028;"
+    "sprop-parameter-sets=Z01AKOygPAET8uAiAAADAAIAAAMAZB4wYyw=,aOvjyyA=\r\n"
+    "a=control:track\r\n";
+
+// Up to the blank line; empty when the player has gone. These requests have no body.
+std::string read_request(int fd) {
+    std::string text;
+    char byte;
+    while (!text.ends_with("\r\n\r\n")) {
+        if (recv(fd, &byte, 1, 0) != 1) return {};
+        text += byte;
+    }
+    return text;
+}
+
+std::string field(const std::string& request, const std::string& name) {
+    const size_t at = request.find("\r\n" + name + ": ");
+    if (at == std::string::npos) return {};
+    const size_t start = at + name.size() + 4;
+    return request.substr(start, request.find("\r\n", start) - start);
+}
+
+std::string answer_to(const std::string& request) {
+    std::string fields = "CSeq: " + field(request, "CSeq") + "\r\n";
+    std::string body;
+    if (request.starts_with("OPTIONS")) fields += "Public: DESCRIBE, SETUP, PLAY, TEARDOWN\r\n";
+    if (request.starts_with("DESCRIBE")) {
+        body = kDescription;
+        fields += "Content-Type: application/sdp\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
+    }
+    if (request.starts_with("SETUP")) fields += "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n";
+    return "RTSP/1.0 200 OK\r\n" + fields + "Session: 1\r\n\r\n" + body;
+}
+
+void put16(std::vector<uint8_t>& bytes, uint32_t value) {
+    bytes.push_back(static_cast<uint8_t>(value >> 8));
+    bytes.push_back(static_cast<uint8_t>(value));
+}
+
+void put32(std::vector<uint8_t>& bytes, uint32_t value) {
+    put16(bytes, value >> 16);
+    put16(bytes, value);
+}
+
+}  // namespace
+
+bool answer_until_play(int fd) {
+    while (true) {
+        const std::string request = read_request(fd);
+        if (request.empty()) return false;
+        const std::string answer = answer_to(request);
+        if (send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) return false;
+        if (request.starts_with("PLAY")) return true;
+    }
+}
+
+RtpPackets::RtpPackets(uint32_t streams) : streams_(streams), bulk_(payload_bytes(kKeyFrame)) {}
+
+// One fragment (FU-A) of the frame's NAL unit, whose first byte goes into each fragment's own two.
+void RtpPackets::add_rtp(Stream& stream, uint32_t number, uint32_t frame, uint32_t from, uint32_t count) {
+    constexpr uint8_t kFragment = 28;
+    const uint8_t* start = is_key_frame(frame) ? kKeyStart : kOtherStart;
+    const bool first = from == 1;
+    const bool last = from + count == frame_size(frame);
+    std::vector<uint8_t>& bytes = stream.bytes;
+    bytes.insert(bytes.end(), {'$', 0});
+    put16(bytes, 12 + 2 + count);
+    bytes.insert(bytes.end(), {0x80, static_cast<uint8_t>(last << 7 | kPayloadType)});
+    put16(bytes, stream.sequence++);
+    put32(bytes, number * (kClockRate / kFrameRate));
+    put32(bytes, 1);
+    bytes.push_back(static_cast<uint8_t>((start[0] & 0xe0) | kFragment));
+    bytes.push_back(static_cast<uint8_t>(first << 7 | last << 6 | (start[0] & 0x1f)));
+    const size_t payload = bytes.size();
+    bytes.insert(bytes.end(), bulk_.begin() + from, bulk_.begin() + from + count);
+    if (first) std::copy_n(start + 1, 2, bytes.begin() + static_cast<ptrdiff_t>(payload));
+}
+
+PacketBytes RtpPackets::packet(uint32_t stream, uint32_t number) {
+    Stream& one = streams_[stream];
+    const uint32_t frame = phase(stream).first_frame + number;
+    const uint32_t size = frame_size(frame);
+    one.bytes.clear();
+    for (uint32_t from = 1; from < size; from += kPayloadBytes) {
+        add_rtp(one, number, frame, from, std::min(kPayloadBytes, size - from));
+    }
+    return {one.bytes, {}};
+}
+
+int64_t RtpPackets::due_ns(uint32_t stream, uint32_t number) const {
+    return phase(stream).delay_ns + number * kFrameNs;
+}
+
+}  // namespace lenswire::bench::rtsp

@@ -1,0 +1,77 @@
+// The cameras' side of the stream benchmarks: a process of its own that paces all streams, so that what the
+// receiving process spends is measured alone.
+#pragma once
+
+#include <sys/types.h>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "bench/video.h"
+
+namespace lenswire::bench {
+
+enum class Pacing {
+    kWhole,    // every packet at once when it is due
+    kSpread,   // segment by segment, as a link of 100 Mbit/s to each camera spreads it
+    kUnpaced,  // as fast as the receiver takes it
+};
+
+enum class Protocol { kCamera, kRtsp };
+
+struct SenderOptions {
+    uint32_t streams;
+    Pacing pacing;
+    Protocol protocol;
+    int64_t longest_ms;  // that the streams will run
+};
+
+// What the two processes share.
+struct SenderBoard {
+    enum Order : int { kWait, kSend, kStop };
+    std::atomic<int> order;
+    std::atomic<int> port;
+    std::atomic<uint32_t> connected;
+    std::atomic<bool> finished;
+    std::atomic<int64_t> worst_delay_ns;  // how far behind its own schedule the sender fell
+    std::atomic<int64_t> cpu_ns;
+};
+
+class Sender {
+  public:
+    // Starts the process; to be called before this process has threads.
+    explicit Sender(const SenderOptions& options);
+    ~Sender();
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    int port() const { return board_->port; }
+    void waits_for_connections() const;
+    void go() { board_->order = SenderBoard::kSend; }
+    // Stops the sending and waits until the process has ended.
+    void stop();
+
+    // Of each packet, the time just before its last byte (and those beyond it that the receiver has to see)
+    // went to the kernel; 0 for packets that are not yet complete.
+    std::span<std::atomic<int64_t>> completed_at(uint32_t stream) const {
+        return {times_ + stream * packets_, packets_};
+    }
+    // How many of a stream's packets are complete.
+    uint32_t completed(uint32_t stream) const { return completed_[stream]; }
+    const SenderBoard& board() const { return *board_; }
+
+  private:
+    SenderOptions options_;
+    size_t packets_;  // that have a time, of each stream
+    size_t mapped_bytes_;
+    SenderBoard* board_;
+    std::atomic<uint32_t>* completed_;
+    std::atomic<int64_t>* times_;
+    pid_t process_;
+};
+
+// A TCP connection to a port of the loopback interface, non-blocking as the library's are.
+int connect_to(int port);
+
+}  // namespace lenswire::bench
