@@ -14,6 +14,7 @@
 #include "lenswire/stream.h"
 #include "support/camera_bytes.h"
 #include "support/capture.h"
+#include "support/connections.h"
 #include "support/fake_host.h"
 #include "support/scripted_camera.h"
 
@@ -24,30 +25,6 @@ template <typename T>
 T peek(const T& word) {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
-
-LoginInfo credentials(const std::string& user = "admin", const std::string& password = "12345");
-
-// Two connected stream sockets: ours() non-blocking as the library has them, theirs() the camera's side.
-class Pair {
-  public:
-    Pair();
-    ~Pair();
-    Pair(const Pair&) = delete;
-    Pair& operator=(const Pair&) = delete;
-
-    int ours() const { return ours_; }
-    Wire& theirs() { return theirs_; }
-    // Leaves the descriptor to somebody else.
-    int gives_ours();
-    void closes_ours();
-
-  private:
-    int ours_ = -1;
-    Wire theirs_;
-};
-
-// Bytes that wait in a socket to be read.
-int waiting_bytes(int descriptor);
 
 // A host reset, and nothing of it left misused or taken at the end. Starts no context.
 class HostTest : public testing::Test {

@@ -1,0 +1,99 @@
+// A host loads the library, works with it and unloads it, over and over.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+
+#include "lenswire/command.h"
+#include "lenswire/connection.h"
+#include "support/capture.h"
+#include "support/connections.h"
+#include "support/fake_host.h"
+#include "support/scripted_camera.h"
+
+namespace lenswire::test {
+namespace {
+
+// One load of the library; this program is not linked with it.
+class Library {
+  public:
+    Library() : handle_(dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        EXPECT_NE(handle_, nullptr) << dlerror();
+    }
+    void unload() { EXPECT_EQ(dlclose(handle_), 0); }
+    template <typename Function, typename... Arguments>
+    auto call(Function*, const char* name, Arguments... arguments) {
+        auto* function = reinterpret_cast<Function*>(dlsym(handle_, name));
+        EXPECT_NE(function, nullptr) << name;
+        return function(arguments...);
+    }
+
+  private:
+    void* handle_;
+};
+// The function's type comes from its declaration, the function itself from the library just loaded.
+#define CALL(library, function, ...) \
+    (library).call(static_cast<decltype(&function)>(nullptr), #function __VA_OPT__(, ) __VA_ARGS__)
+
+bool is_mapped() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("liblenswire.so") != std::string::npos) return true;
+    }
+    return false;
+}
+
+// A camera logged in, a request answered, a frame received: every thread and table has been used.
+void works(Library& library, ScriptedCamera& camera) {
+    ASSERT_EQ(CALL(library, PC_InitCtx), 0);
+    StreamConn* unit = CALL(library, PC_CreateNew);
+    ASSERT_NE(unit, nullptr);
+    const LoginInfo info = credentials();
+    std::future<Wire> served = camera.logs_in_next();
+    ASSERT_EQ(CALL(library, PC_Login, unit, camera.address(), camera.port(), &info, 0, 0), 0);
+    Wire control = served.get();
+
+    RecvSendSlot* slot = CALL(library, Prv_PacketMsg, 0x1004, 0, 1, camera.address());
+    ASSERT_NE(slot, nullptr);
+    control.sends(command(0x1004, pattern(36)));
+    EXPECT_EQ(CALL(library, Prv_GetCond_Property, slot, 20), 0);
+    CALL(library, prv_destroy_msg, slot);
+
+    Pair pair;
+    ReceiveBuffer buffer(1 << 16);
+    FakeStream frames;
+    unit->sockFd = pair.ours();
+    host().posts_open(0, 0, unit, buffer, frames);
+    pair.theirs().sends(Packet{.payload = pattern(100)}.bytes() + Packet{.payload = pattern(1)}.bytes());
+    EXPECT_TRUE(frames.waits_for_frames(1));
+
+    CALL(library, PC_Delete, unit);
+    EXPECT_EQ(CALL(library, PC_UnInitCtx), 0);
+}
+
+TEST(LoadingAndUnloading, TwentyTimesLeavesNothing) {
+    ScriptedCamera camera;
+    ASSERT_FALSE(is_mapped());
+    const int threads = thread_count();
+    const int descriptors = open_descriptors();
+    Capture capture;
+    for (int round = 0; round < 20; ++round) {
+        host().reset();
+        auto library = std::make_unique<Library>();
+        EXPECT_TRUE(is_mapped());
+        works(*library, camera);
+        library->unload();
+        ASSERT_FALSE(is_mapped()) << "round " << round;
+        EXPECT_TRUE(wait_until([&] { return thread_count() == threads; })) << "round " << round;
+        EXPECT_EQ(host().live_allocations(), 0) << "round " << round;
+        EXPECT_THAT(host().complaints(), testing::IsEmpty());
+        if (HasFailure()) break;
+    }
+    // The capture's own four descriptors are among them.
+    EXPECT_EQ(open_descriptors(), descriptors + 4);
+}
+
+}  // namespace
+}  // namespace lenswire::test

@@ -1,0 +1,326 @@
+// The receive loop over its slots: frames, statistics, and streams that fail or fall silent. The clock is
+// the host's and moves only when a test moves it.
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::Each;
+using testing::HasSubstr;
+
+Packet video(uint32_t seed, size_t size = 100) {
+    return {.width = 640, .height = 360, .frame_rate = 25, .payload = pattern(size, seed)};
+}
+// Pushes the packet before it out; delivered itself, as audio, only when more follows.
+const Bytes kTail = Packet{.video = false, .payload = pattern(1)}.bytes();
+
+class ReceiveLoop : public EngineTest {
+  protected:
+    struct Stream {
+        Stream(int channel, int number, uint32_t capacity)
+            : channel(channel), number(number), buffer(capacity) {}
+        Wire& camera() { return pair.theirs(); }
+
+        int channel;
+        int number;
+        Pair pair;
+        ReceiveBuffer buffer;
+        FakeStream frames;
+        StreamConn unit{};
+        int socket = -1;
+        int slot = -1;
+    };
+
+    void TearDown() override {
+        stops_engine();  // before the streams' objects go
+        EngineTest::TearDown();
+    }
+    std::unique_ptr<Stream> new_stream(int channel, int number = 0, uint32_t capacity = 1 << 16) {
+        auto stream = std::make_unique<Stream>(channel, number, capacity);
+        stream->socket = stream->unit.sockFd = stream->pair.ours();
+        stream->unit.pCmdClient = &client_;
+        opens(*stream);
+        return stream;
+    }
+    void opens(Stream& stream) {
+        host().posts_open(stream.channel, stream.number, &stream.unit, stream.buffer, stream.frames);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+        for (int i = 0; i < LENSWIRE_STREAM_SLOTS; ++i) {
+            if (peek(arrayfd[i]) == stream.socket) stream.slot = i;
+        }
+        ASSERT_GE(stream.slot, 0);
+    }
+    static bool is_open_slot(const Stream& stream) { return peek(arrayfd[stream.slot]) == stream.socket; }
+    // A frame through a stream: the loop has made a pass since the call.
+    void makes_a_pass(Stream& stream) {
+        const size_t before = stream.frames.frame_count();
+        stream.camera().sends(video(1).bytes() + kTail);
+        ASSERT_TRUE(stream.frames.waits_for_frames(before + 1));
+    }
+    void waits_for_restart(const Stream& stream, size_t count = 1) {
+        ASSERT_TRUE(wait_until([&] { return host().restart_count() >= count && !is_open_slot(stream); }));
+        const RestartMessage restart = host().restarts()[count - 1];
+        EXPECT_EQ(restart.channel, stream.channel);
+        EXPECT_EQ(restart.stream, stream.number);
+        EXPECT_EQ(restart.kind, 3);
+        StreamRequest expected;
+        std::memset(&expected, 0, sizeof expected);
+        expected.ulType = STREAM_REQ_RESTART;
+        EXPECT_EQ(std::memcmp(&restart.request, &expected, sizeof expected), 0);
+    }
+
+    CmdClient client_{};
+};
+
+TEST_F(ReceiveLoop, FramesOfManyStreamsArriveByteForByte) {
+    std::vector<std::unique_ptr<Stream>> streams;
+    for (int i = 0; i < 20; ++i) streams.push_back(new_stream(i, i % 2));
+    for (uint32_t frame = 0; frame < 30; ++frame) {
+        for (auto& stream : streams)
+            stream->camera().sends(video(frame + static_cast<uint32_t>(stream->channel), 700));
+    }
+    for (auto& stream : streams) stream->camera().sends(kTail);
+    for (auto& stream : streams) {
+        ASSERT_TRUE(stream->frames.waits_for_frames(30));
+        const std::vector<Frame> frames = stream->frames.frames();
+        for (uint32_t frame = 0; frame < 30; ++frame) {
+            EXPECT_EQ(u16_at(frames[frame].head, 2), frame);
+            EXPECT_EQ(frames[frame].payload, pattern(700, frame + static_cast<uint32_t>(stream->channel)));
+        }
+    }
+    EXPECT_EQ(host().restart_count(), 0u);
+}
+
+TEST_F(ReceiveLoop, ASilentStreamIsRestartedAfterMoreThanFiveSeconds) {
+    // Also where the clock, or its signed reading, wraps.
+    size_t restarts = 0;
+    for (uint32_t start : {1000u, 0xFFFFFFFDu, 0x7FFFFFFDu, 0x80000000u}) {
+        host().clock.set(start);
+        auto silent = new_stream(40, 1);
+        auto living = new_stream(41);
+        host().clock.advance(5);
+        makes_a_pass(*living);
+        makes_a_pass(*living);
+        EXPECT_TRUE(is_open_slot(*silent)) << start;
+        EXPECT_EQ(host().restart_count(), restarts);
+        Capture capture;
+        host().clock.advance(1);
+        waits_for_restart(*silent, ++restarts);
+        EXPECT_EQ(peek(nodatatime[silent->slot]), static_cast<int32_t>(start + 6));
+        EXPECT_TRUE(is_open_slot(*living)) << start;
+        makes_a_pass(*living);
+        EXPECT_EQ(host().restart_count(), restarts) << "told twice";
+        EXPECT_TRUE(is_open(silent->pair.ours()));
+        host().posts_close(41, 0);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+        EXPECT_EQ(occurrences(unnumbered(capture.err()),
+                              "[src/pteClient:PC_RecvStreamLoop:N]:PostRestartMessageToQueue1.....[ch=40]"
+                              "[streamNo=1]............. \n") +
+                      occurrences(unnumbered(capture.err()),
+                                  "[src/pteClient:PC_RecvStreamLoop:N]:channel:40,stream:1,"
+                                  "PostRestartMessageToQueue3.................. \n"),
+                  1)
+            << capture.err();
+    }
+}
+
+// Found silent by a pass that has just served another stream, for which the time went by meanwhile.
+TEST_F(ReceiveLoop, FoundSilentBesideAnotherTheChannelLosesItsAudioFlag) {
+    auto living = new_stream(51);
+    auto silent = new_stream(50);
+    ASSERT_LT(living->slot, silent->slot);
+    ucAudioTypeFlag[50] = ucAudioTypeFlag[51] = 1;
+    host().when(Service::kInsertFrame, [](int, int) {
+        if (host().calls(Service::kInsertFrame) == 1) host().clock.advance(6);
+    });
+    Capture capture;
+    living->camera().sends(video(1).bytes() + kTail);
+    waits_for_restart(*silent);
+    stops_engine();
+    EXPECT_EQ(unnumbered(capture.err()),
+              "[src/pteClient:PC_RecvStreamLoop:N]:channel:50,stream:0,"
+              "PostRestartMessageToQueue3.................. \n");
+    EXPECT_EQ(ucAudioTypeFlag[50], 0);
+    EXPECT_EQ(ucAudioTypeFlag[51], 1);
+}
+
+TEST_F(ReceiveLoop, AStreamThatFailsIsRestartedAtOnce) {
+    const struct {
+        const char* what;
+        void (*fails)(Stream&);
+        size_t frames;  // what stood in the ring before the end is delivered
+        const char* out;
+        const char* err;
+    } cases[] = {
+        {"closed", [](Stream& stream) { stream.camera().closes(); }, 1, "",
+         "[src/pteClient:RecvStreamToPacketBuf:N]:PostRestartMessageToQueue4.................. \n"},
+        {"a command on the stream",
+         [](Stream& stream) { stream.camera().sends(command(0x1004, pattern(8))); }, 2,
+         "*************stream header error! fd:", ""},
+        {"a frame larger than the ring",
+         [](Stream& stream) { stream.camera().sends(slice(video(1, 100000).bytes(), 0, 70000)); }, 2,
+         "#########################recvLen =0", ""},
+    };
+    size_t restarts = 0;
+    for (const auto& row : cases) {
+        auto failing = new_stream(60);
+        auto living = new_stream(61);
+        failing->camera().sends(video(1).bytes() + kTail);
+        ASSERT_TRUE(failing->frames.waits_for_frames(1));
+        Capture capture;
+        row.fails(*failing);
+        waits_for_restart(*failing, ++restarts);
+        makes_a_pass(*living);
+        EXPECT_EQ(failing->frames.frame_count(), row.frames) << row.what;
+        EXPECT_TRUE(is_open(failing->pair.ours())) << row.what;
+        EXPECT_THAT(capture.out(), HasSubstr(row.out)) << row.what;
+        EXPECT_THAT(
+            unnumbered(capture.err()),
+            HasSubstr(std::string(row.err) + "[src/pteClient:PC_RecvStreamLoop:N]:PostRestartMessageToQueue2"
+                                             ".................. \n"))
+            << row.what;
+        host().posts_close(61, 0);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+        EXPECT_EQ(host().restart_count(), restarts);
+    }
+}
+
+TEST_F(ReceiveLoop, RatesAreReportedOnceMoreThanTwoSecondsHavePassed) {
+    auto stream = new_stream(70, 1);
+    for (uint32_t i = 0; i < 29; ++i) stream->camera().sends(video(i, 268));
+    stream->camera().sends(kTail);
+    ASSERT_TRUE(stream->frames.waits_for_frames(29));
+    // Two seconds are not enough.
+    host().clock.advance(2);
+    makes_a_pass(*stream);
+    makes_a_pass(*stream);
+    EXPECT_EQ(host().receive_rates().size(), 0u);
+    // Three are: 29 frames, one of each pass, and the tails of the first two.
+    host().clock.advance(1);
+    stream->camera().sends(slice(kTail, 0, 1));  // completes no packet
+    ASSERT_TRUE(wait_until([] { return host().network_params().size() == 1; }));
+    const Statistics rate = host().receive_rates().at(0);
+    const int bytes = 29 * 300 + 2 * (132 + 33);
+    EXPECT_EQ(rate.channel, 70);
+    EXPECT_EQ(rate.stream, 1);
+    EXPECT_EQ(rate.width, 640);
+    EXPECT_EQ(rate.height, 360);
+    EXPECT_EQ(rate.bytes_per_second, bytes / 3);
+    const Statistics param = host().network_params()[0];
+    EXPECT_EQ(param.channel, 70);
+    EXPECT_EQ(param.stream, 1);
+    EXPECT_EQ(param.kind, 2);
+    EXPECT_EQ(param.frame_rate, 31 / 3);
+    EXPECT_EQ(param.bytes_per_second, bytes / 3);
+
+    // An interval without video keeps the rate of the one before and counts every byte.
+    stream->camera().sends(slice(kTail, 1, 32) + Packet{.video = false, .payload = pattern(468)}.bytes() +
+                           kTail);
+    ASSERT_TRUE(stream->frames.waits_for_frames(29 + 4 + 3));
+    host().clock.advance(4);
+    stream->camera().sends(slice(kTail, 0, 1));
+    ASSERT_TRUE(wait_until([] { return host().network_params().size() == 2; }));
+    EXPECT_EQ(host().network_params()[1].frame_rate, 31 / 3);
+    EXPECT_EQ(host().receive_rates()[1].bytes_per_second, (33 + 33 + 500) / 4);
+    // The measured rate is what frames carry from then on.
+    stream->camera().sends(slice(kTail, 1, 32) + video(3).bytes() + kTail);
+    ASSERT_TRUE(stream->frames.waits_for_frames(29 + 4 + 3 + 3));
+    EXPECT_EQ(stream->frames.frames().back().head[28], 31 / 3);
+    stops_engine();
+    EXPECT_EQ(startNo[stream->slot], 29 + 4 + 3);
+    EXPECT_EQ(videoFrameNo[stream->slot], 29 + 4 + 3 + 3);
+}
+
+TEST_F(ReceiveLoop, AFailingStreamStillReportsItsRates) {
+    auto stream = new_stream(71);
+    makes_a_pass(*stream);
+    host().clock.advance(3);
+    stream->camera().closes();
+    waits_for_restart(*stream);
+    ASSERT_TRUE(wait_until([] { return host().network_params().size() == 1; }));
+    EXPECT_EQ(host().receive_rates()[0].bytes_per_second, 132 / 3);
+}
+
+TEST_F(ReceiveLoop, ABadDescriptorDoesNotStarveTheOthers) {
+    auto good = new_stream(0);
+    auto bad = new_stream(1);
+    auto other = new_stream(2);
+    bad->pair.closes_ours();
+    waits_for_restart(*bad);
+    makes_a_pass(*good);
+    makes_a_pass(*other);
+    EXPECT_EQ(host().restart_count(), 1u);
+}
+
+// A host that answers the restart message at once: it frees the stream's objects and opens the next one,
+// which gets the same slot, and even the same descriptor number, before the call returns.
+TEST_F(ReceiveLoop, ASlotReopenedFromInsideTheRestartCallIsLeftAlone) {
+    const auto closes = [](Stream& stream) { stream.camera().closes(); };
+    const auto falls_silent = [](Stream&) { host().clock.advance(6); };
+    const auto fails_late = [](Stream& stream) {
+        host().clock.advance(3);
+        stream.camera().sends(command(0x1004, pattern(8)));
+    };
+    size_t restarts = 0;
+    for (void (*fails)(Stream&) : {+closes, +falls_silent, +fails_late}) {
+        auto stream = new_stream(80);
+        const int slot = stream->slot;
+        makes_a_pass(*stream);
+        std::unique_ptr<Stream> next;
+        std::promise<void> reopened;
+        host().when(Service::kInsertMessage, [&](int, int) {
+            stream.reset();
+            next = new_stream(80);
+            reopened.set_value();
+        });
+        fails(*stream);
+        reopened.get_future().wait();
+        host().when(Service::kInsertMessage, nullptr);
+        EXPECT_EQ(next->slot, slot);
+        makes_a_pass(*next);
+        makes_a_pass(*next);
+        EXPECT_TRUE(is_open_slot(*next));
+        EXPECT_EQ(host().restart_count(), ++restarts);
+        EXPECT_EQ(u16_at(next->frames.frames()[0].head, 2), 0);
+        host().posts_close(80, 0);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+    }
+}
+
+// The slot changes hands in the middle of a delivery, and the stream that held it fails in the same call.
+TEST_F(ReceiveLoop, ASlotReopenedDuringADeliveryIsLeftAlone) {
+    auto stream = new_stream(90);
+    std::unique_ptr<Stream> next;
+    std::promise<void> reopened;
+    host().when(Service::kInsertFrame, [&](int, int) {
+        if (next) return;
+        host().posts_close(90, 0);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+        next = new_stream(91);
+        reopened.set_value();
+    });
+    stream->camera().sends(video(1).bytes() + command(0x1004, pattern(100)).bytes());
+    reopened.get_future().wait();
+    host().when(Service::kInsertFrame, nullptr);
+    EXPECT_EQ(next->slot, stream->slot);
+    makes_a_pass(*next);
+    makes_a_pass(*next);
+    EXPECT_TRUE(is_open_slot(*next));
+    for (const RestartMessage& restart : host().restarts()) EXPECT_EQ(restart.channel, 90);
+}
+
+TEST_F(ReceiveLoop, ARestartMessageCanBeSentByTheHostItself) {
+    EXPECT_EQ(PostRestartMessageToQueue(7, 1), 0);
+    ASSERT_EQ(host().restart_count(), 1u);
+    EXPECT_EQ(host().restarts()[0].channel, 7);
+    EXPECT_EQ(host().restarts()[0].stream, 1);
+    EXPECT_EQ(host().restarts()[0].request.ulType, uint32_t{STREAM_REQ_RESTART});
+}
+
+}  // namespace
+}  // namespace lenswire::test

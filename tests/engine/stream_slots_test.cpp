@@ -1,0 +1,205 @@
+// Requests from the host's queue and the slots that they open and close.
+#include <fcntl.h>
+
+#include <cstring>
+
+#include "engine/engine.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::Each;
+using testing::HasSubstr;
+
+constexpr int kSlots = LENSWIRE_STREAM_SLOTS;
+
+int open_slots() {
+    int count = 0;
+    for (const int32_t& fd : arrayfd) count += peek(fd) != 0;
+    return count;
+}
+
+// Streams on sockets on which nothing arrives. The host's clock stands still, so none is restarted.
+class StreamSlots : public EngineTest {
+  protected:
+    StreamSlots() { unit_.pCmdClient = &client_; }
+
+    StreamRequest open_request(int channel, int stream, int socket) {
+        unit_.sockFd = socket;
+        StreamRequest request{};
+        request.ulType = STREAM_REQ_OPEN;
+        request.info.ucChannelNo = static_cast<uint8_t>(channel);
+        request.info.ucStreamNo = static_cast<uint8_t>(stream);
+        request.info.pStreamConn = &unit_;
+        request.info.pRecvBuf = buffer_.object();
+        request.info.pStream = frames_.object();
+        return request;
+    }
+    void takes(const StreamRequest& request) {
+        host().posts(request);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+    }
+    void opens(int channel, int stream, int socket) { takes(open_request(channel, stream, socket)); }
+    void closes(int channel, int stream) {
+        host().posts_close(channel, stream);
+        ASSERT_TRUE(host().waits_for_requests_taken());
+    }
+
+    CmdClient client_{};
+    StreamConn unit_{};
+    ReceiveBuffer buffer_;
+    FakeStream frames_;
+    Pair pairs_[3];
+};
+
+TEST_F(StreamSlots, AnOpenRequestFillsTheLowestSlotAndPublishesItsSocketLast) {
+    buffer_.ring().fill = 99;
+    // As if the slot had been used before.
+    for (int32_t* table :
+         {nodatatime, tv1, bitrate, framecount, framerate, videoFrameNo, startNo, frameNo, audioFrameNo}) {
+        table[0] = 55;
+    }
+    host().clock.set(4000);
+    StreamRequest request = open_request(12, 1, pairs_[0].ours());
+    std::memset(request.info.reserved4, 0x5A, sizeof request.info.reserved4);
+    std::memset(request.info.reserved48, 0x6B, sizeof request.info.reserved48);
+    takes(request);
+    ASSERT_EQ(peek(arrayfd[0]), pairs_[0].ours());
+    EXPECT_EQ(open_slots(), 1);
+    EXPECT_EQ(std::memcmp(&devchannelinfo[0], &request.info, sizeof request.info), 0);
+    for (const int32_t* table :
+         {bitrate, framecount, framerate, videoFrameNo, startNo, frameNo, audioFrameNo}) {
+        EXPECT_EQ(peek(table[0]), 0);
+    }
+    EXPECT_EQ(peek(tv1[0]), 4000);
+    EXPECT_EQ(peek(nodatatime[0]), 4000);
+    EXPECT_EQ(buffer_.ring().fill, 0u);
+}
+
+TEST_F(StreamSlots, AUnitWithoutAClientIsReportedAndOpened) {
+    unit_.pCmdClient = nullptr;
+    Capture capture;
+    opens(1, 0, pairs_[0].ours());
+    EXPECT_EQ(peek(arrayfd[0]), pairs_[0].ours());
+    EXPECT_EQ(unnumbered(capture.err()), "[src/pteClient:PC_GetQueueThread:N]:holy shit.... \n");
+}
+
+TEST_F(StreamSlots, TheHundredAndNinetyThirdIsDroppedUntilASlotIsFree) {
+    std::vector<int> sockets;
+    for (int i = 0; i < kSlots + 2; ++i) sockets.push_back(fcntl(pairs_[0].ours(), F_DUPFD_CLOEXEC, 100));
+    std::vector<StreamConn> units(sockets.size());
+    for (size_t i = 0; i < sockets.size(); ++i) {
+        units[i] = {.sockFd = sockets[i], .pCmdClient = &client_, .reserved = {}};
+        StreamRequest request = open_request(static_cast<int>(i), 0, 0);
+        request.info.pStreamConn = &units[i];
+        host().posts(request);
+    }
+    ASSERT_TRUE(host().waits_for_requests_taken());
+    for (int i = 0; i < kSlots; ++i) EXPECT_EQ(peek(arrayfd[i]), sockets[static_cast<size_t>(i)]);
+    closes(kSlots, 0);  // was never opened
+    EXPECT_EQ(open_slots(), kSlots);
+    closes(77, 0);
+    EXPECT_EQ(peek(arrayfd[77]), 0);
+    EXPECT_EQ(open_slots(), kSlots - 1);
+    opens(kSlots + 1, 0, sockets.back());
+    EXPECT_EQ(peek(arrayfd[77]), sockets.back());
+    EXPECT_EQ(host().restart_count(), 0u);
+    for (int socket : sockets) EXPECT_TRUE(is_open(socket));
+    stops_engine();
+    for (int socket : sockets) close(socket);
+}
+
+TEST_F(StreamSlots, ClosingTakesTheLowerOfTwoSlotsOfOneStream) {
+    opens(4, 0, pairs_[0].ours());
+    opens(4, 1, pairs_[1].ours());
+    opens(4, 0, pairs_[2].ours());
+    EXPECT_EQ(open_slots(), 3);
+    const int32_t counters_before = peek(tv1[0]);
+    closes(4, 0);
+    EXPECT_EQ(peek(arrayfd[0]), 0);
+    EXPECT_EQ(peek(arrayfd[1]), pairs_[1].ours());
+    EXPECT_EQ(peek(arrayfd[2]), pairs_[2].ours());
+    EXPECT_EQ(peek(tv1[0]), counters_before);
+    EXPECT_EQ(devchannelinfo[0].ucChannelNo, 4) << "the record of a freed slot stays";
+    closes(4, 2);
+    closes(5, 0);
+    EXPECT_EQ(open_slots(), 2);
+    closes(4, 1);
+    EXPECT_EQ(open_slots(), 1);
+    EXPECT_TRUE(is_open(pairs_[0].ours()));
+    EXPECT_EQ(host().restart_count(), 0u);
+}
+
+TEST_F(StreamSlots, OtherRequestsAreIgnored) {
+    for (uint32_t type : {2u, 3u, 4u, 0x100u, 0xFFFFFFFFu}) {
+        StreamRequest request = open_request(1, 0, pairs_[0].ours());
+        request.ulType = type;
+        takes(request);
+    }
+    EXPECT_EQ(open_slots(), 0);
+    opens(1, 0, pairs_[0].ours());
+    for (uint32_t type : {2u, 3u}) {
+        StreamRequest request = open_request(1, 0, pairs_[0].ours());
+        request.ulType = type;
+        takes(request);
+    }
+    EXPECT_EQ(open_slots(), 1);
+}
+
+TEST_F(StreamSlots, RequestsOfOneBurstTakeEffectInOrder) {
+    for (int i = 0; i < 20; ++i) {
+        host().posts(open_request(9, 0, pairs_[0].ours()));
+        host().posts_close(9, 0);
+    }
+    host().posts(open_request(9, 0, pairs_[0].ours()));
+    ASSERT_TRUE(host().waits_for_requests_taken());
+    EXPECT_EQ(open_slots(), 1);
+    EXPECT_EQ(peek(arrayfd[0]), pairs_[0].ours());
+}
+
+// What cannot be served takes no slot: one line, and one restart message so that the host tries again.
+TEST_F(StreamSlots, UnusableOpenRequestsAreRefused) {
+    const auto refuses = [&](const char* what, StreamRequest request) {
+        const size_t before = host().restart_count();
+        Capture capture;
+        takes(request);
+        EXPECT_EQ(open_slots(), 0) << what;
+        ASSERT_EQ(host().restart_count(), before + 1) << what;
+        const RestartMessage restart = host().restarts().back();
+        EXPECT_EQ(restart.channel, 33) << what;
+        EXPECT_EQ(restart.stream, 1) << what;
+        EXPECT_EQ(restart.kind, 3) << what;
+        EXPECT_EQ(occurrences(capture.err(), "\n"), 1) << what << ": " << capture.err();
+    };
+    StreamRequest request = open_request(33, 1, pairs_[0].ours());
+    request.info.pStreamConn = nullptr;
+    refuses("no unit", request);
+    request = open_request(33, 1, pairs_[0].ours());
+    request.info.pRecvBuf = nullptr;
+    refuses("no receive buffer", request);
+    request = open_request(33, 1, pairs_[0].ours());
+    request.info.pStream = nullptr;
+    refuses("no stream", request);
+    for (int socket : {-1, 0, 1024, 5000, INT32_MIN, INT32_MAX}) {
+        refuses(std::to_string(socket).c_str(), open_request(33, 1, socket));
+    }
+    opens(33, 1, pairs_[0].ours());
+    EXPECT_EQ(open_slots(), 1);
+}
+
+TEST_F(StreamSlots, TheQueueThreadFinishesItsBurstWhenItIsStopped) {
+    host().when(Service::kGetRequest, [](int, int) {
+        if (host().calls(Service::kGetRequest) % 2 == 0)
+            __atomic_store_n(&PC_G_RecvQueue, uint8_t{0}, __ATOMIC_RELEASE);
+    });
+    host().posts(open_request(1, 0, pairs_[0].ours()));
+    host().posts_close(1, 0);
+    host().posts(open_request(2, 0, pairs_[1].ours()));
+    stops_engine();
+    // Whatever was in hand was done whole.
+    const int first = peek(arrayfd[0]);
+    EXPECT_TRUE(first == 0 || first == pairs_[0].ours() || first == pairs_[1].ours());
+}
+
+}  // namespace
+}  // namespace lenswire::test
