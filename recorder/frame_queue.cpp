@@ -94,7 +94,7 @@ void FrameQueue::unlock() {
     const bool tell = inserted_ && listener_ != nullptr;
     inserted_ = false;
     mutex_.unlock();
-    if (tell) listener_->frames_waiting(*this);
+    if (tell) listener_->frames_waiting();
 }
 
 void FrameQueue::begin_connection() {

@@ -47,7 +47,7 @@ class FrameQueue {
     // Called after each unlock that follows an insertion, without the lock.
     class Listener {
       public:
-        virtual void frames_waiting(FrameQueue& queue) = 0;
+        virtual void frames_waiting() = 0;
 
       protected:
         ~Listener() = default;

@@ -59,6 +59,7 @@ void Recording::count(const StreamFrameHead& head, size_t bytes) {
     ++report_.frames;
     report_.bytes += bytes;
     if (head.ucKind != kVideo) return;
+    ++report_.pictures;
     report_.width = head.usWidth;
     report_.height = head.usHeight;
     if (!codec) ++report_.unwritten;

@@ -49,6 +49,7 @@ struct RecordingReport {
     int width = 0;
     int height = 0;
     uint64_t frames = 0;     // received, video and audio
+    uint64_t pictures = 0;   // received
     uint64_t bytes = 0;      // received
     uint64_t skipped = 0;    // before a key frame, or sound that had no track yet
     uint64_t unwritten = 0;  // refused by the disk, or of no known kind

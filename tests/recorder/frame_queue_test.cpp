@@ -123,7 +123,7 @@ TEST(FrameQueue, MarksTheFirstFrameOfAConnection) {
 TEST(FrameQueue, LosesNothingBetweenAReceiverAndAConsumer) {
     struct Signal : FrameQueue::Listener {
         std::atomic<int> waiting{0};
-        void frames_waiting(FrameQueue&) override {
+        void frames_waiting() override {
             ++waiting;
             waiting.notify_one();
         }
