@@ -114,6 +114,7 @@ Store::Store(const std::string& file) : database_(file) {
 }
 
 void Store::create_tables() {
+    database_.execute("BEGIN");
     database_.execute(kTables);
     int index = 0;
     for (const int offset : kOffsets) {
@@ -126,6 +127,7 @@ void Store::create_tables() {
             .bind(24 + offset / 30)
             .run();
     }
+    database_.execute("COMMIT");
 }
 
 int Store::bind_camera(const CameraAddress& camera) {
