@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -62,6 +63,16 @@ int usleep(useconds_t microseconds) {
     if (t_warp == nullptr) return real<int (*)(useconds_t)>("usleep")(microseconds);
     t_warp->slept_us.push_back(static_cast<long>(microseconds));
     return 0;
+}
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
+    using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
+    const auto real_select = real<Select>("select");
+    if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
+    timeval now{};
+    const int result = real_select(count, readable, writable, exceptional, &now);
+    if (result == 0) t_warp->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
+    return result;
 }
 
 time_t time(time_t* out) {

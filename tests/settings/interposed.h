@@ -1,4 +1,4 @@
-// The process's clock and waits in the hands of a test: the program's own sleep, usleep, time and
+// The process's clock and waits in the hands of a test: the program's own sleep, usleep, time, select and
 // pthread_cond_timedwait stand in front of libc's, for the library too. Outside the scope of a Timewarp or
 // a FrozenTime they are as ever.
 #pragma once
@@ -8,7 +8,7 @@
 
 namespace lenswire::test {
 
-// For its scope and its thread: sleeps return at once, a wait for an answer that is not there yet ends at
+// For its scope and its thread: sleeps return at once, a wait for something that is not there yet ends at
 // once as one that timed out, and all of them are written down.
 class Timewarp {
   public:
@@ -18,7 +18,8 @@ class Timewarp {
     Timewarp& operator=(const Timewarp&) = delete;
 
     std::vector<long> slept_us;
-    std::vector<int> waited_s;
+    std::vector<int> waited_s;      // pthread_cond_timedwait
+    std::vector<long> selected_ms;  // select that found nothing ready
 };
 
 // For its scope time() gives this moment.

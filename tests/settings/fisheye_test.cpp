@@ -1,0 +1,172 @@
+// Fisheye cameras: asked without a login, and what their type means for a channel.
+#include <cstring>
+
+#include "settings/settings.h"
+
+namespace lenswire::test {
+namespace {
+
+// A camera that nobody logs in to: it accepts, reads one request and does what the test says.
+class Fisheye : public HostTest {
+  protected:
+    void SetUp() override { descriptors_ = open_descriptors(); }
+    void TearDown() override {
+        EXPECT_EQ(open_descriptors(), descriptors_) << "a connection was left open";
+        HostTest::TearDown();
+    }
+
+    HostCameraRecord record(uint8_t channel = 3) const {
+        HostCameraRecord record{};
+        record.ucChannelNo = channel;
+        std::strcpy(record.szIpAddr, camera_.address_text().c_str());
+        record.ulPort = static_cast<uint32_t>(camera_.port());
+        return record;
+    }
+
+    // Runs an operation while the camera answers with these bytes, or hangs up when there are none.
+    int asks(const std::function<int()>& operation, const Bytes& answer) {
+        std::future<int> result = std::async(std::launch::async, operation);
+        Wire wire = camera_.accepts();
+        request_ = wire.reads_command();
+        if (answer.empty()) {
+            wire.closes();
+        } else {
+            wire.sends(answer);
+        }
+        return result.get();
+    }
+
+    int gets(const Bytes& answer) {
+        return asks(
+            [this] {
+                return Private_Fish_Protocol_EYE_PROPERTY0(0x103, camera_.address_text().c_str(),
+                                                           camera_.port(), out_.data());
+            },
+            answer);
+    }
+
+    int descriptors_ = 0;
+    ScriptedCamera camera_;
+    Message request_;
+    Bytes out_ = repeated('u', 64);
+};
+
+TEST_F(Fisheye, TellsItsPropertyWithoutALogin) {
+    Message answer = command(0x1063, pattern(100));
+    EXPECT_EQ(gets(answer.bytes()), 0);
+    EXPECT_EQ(out_, pattern(64));
+    Bytes payload(64);
+    payload[0] = 3;
+    EXPECT_EQ(request_.bytes(), command(0x1063, payload).bytes());
+    // Neither the state nor the rest of a short answer is looked at.
+    EXPECT_EQ(gets(command(0x1063, {1, 2}, 5).bytes()), 0);
+    EXPECT_EQ(out_, (Bytes{1, 2} + Bytes(62)));
+}
+
+TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
+    const struct {
+        Bytes answer;
+        std::string line;
+    } cases[] = {
+        {command(0x1064, pattern(64)).bytes(),
+         "++++++++++++++[259]PC_GetStream type:4196 len:96+++++++++++++++\n"},
+        {{}, ""},
+    };
+    for (const auto& row : cases) {
+        Capture capture;
+        EXPECT_EQ(gets(row.answer), -1);
+        EXPECT_EQ(capture.out(), row.line);
+    }
+    Capture quiet;
+    for (const Bytes& bad : {claiming(0x1063, 1, 64, {1, 2, 3}).bytes(),
+                             claiming(0x1063, 2, 0x7FFFFFF0, {}).bytes(), Bytes{1, 2, 3}}) {
+        EXPECT_EQ(gets(bad), -1);
+    }
+    EXPECT_EQ(out_, repeated('u', 64));
+}
+
+TEST_F(Fisheye, GivesUpOnACameraThatAcceptsAndSaysNothing) {
+    const Timewarp warp;
+    EXPECT_EQ(
+        Private_Fish_Protocol_EYE_PROPERTY0(1, camera_.address_text().c_str(), camera_.port(), out_.data()),
+        -1);
+    EXPECT_THAT(warp.selected_ms, testing::ElementsAre(3000));
+    Wire wire = camera_.accepts();
+    EXPECT_EQ(wire.reads_command().command, 0x1063);
+    EXPECT_TRUE(wire.sees_close());
+    EXPECT_EQ(out_, repeated('u', 64));
+}
+
+TEST_F(Fisheye, NeedsAnAddressThatAnswers) {
+    const int refused = refused_port();
+    Capture capture;
+    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", refused, out_.data()), -1);
+    EXPECT_EQ(capture.out(), "");
+    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(-1, "127.0.0.1", 1, out_.data()), -1);
+    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, nullptr, 1, out_.data()), -1);
+    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", 1, nullptr), -1);
+    const std::string refusal = line("Private_Fish_Protocol_EYE_PROPERTY0", "parameter pass error!");
+    EXPECT_EQ(unnumbered(capture.out()), refusal + refusal + refusal);
+    EXPECT_EQ(out_, repeated('u', 64));
+}
+
+TEST_F(Fisheye, ATypeFollowsFromTheCamerasTypeAndTheHostsWishes) {
+    constexpr int kAny = 77;
+    const struct {
+        int reported, type, number, flag, result;
+    } cases[] = {
+        {0, kAny, kAny, 1, -1}, {0, kAny, kAny, 0, 1}, {0, 2, 5, 2, 1},       {1, 2, 0, 1, -1},
+        {1, 2, 5, 0, 2},        {1, 1, 5, 0, -1},      {1, 1, 0, 0, 2},       {1, 1, 0, 2, 2},
+        {2, 3, 1, 1, -1},       {2, 3, 0, 1, 0},       {2, 3, 9, 0, 0},       {2, 1, 3, 0, 3},
+        {2, 1, 4, 0, -1},       {2, 1, -1, 0, -1},     {2, 1, 0, 1, 3},       {3, 4, 9, 1, 0},
+        {3, 1, 0, 1, 4},        {3, 1, 1, 0, -1},      {4, kAny, kAny, 1, 0}, {9, 1, 0, 0, 0},
+        {255, 4, 9, 1, 0},
+    };
+    for (const auto& row : cases) {
+        Bytes property = pattern(64);
+        property[1] = static_cast<uint8_t>(row.reported);
+        const HostCameraRecord camera = record();
+        EXPECT_EQ(asks([&] { return GetFishType(&camera, row.type, row.number, row.flag); },
+                       command(0x1063, property).bytes()),
+                  row.result)
+            << row.reported << " " << row.type << " " << row.number << " " << row.flag;
+        EXPECT_EQ(request_.payload[0], 3);
+    }
+}
+
+TEST_F(Fisheye, HasNoTypeWhenItDoesNotTell) {
+    const HostCameraRecord camera = record();
+    Capture capture;
+    EXPECT_EQ(asks([&] { return GetFishType(&camera, 1, 0, 0); }, command(0x1064, pattern(64)).bytes()), -1);
+    EXPECT_THAT(unnumbered(capture.out()), testing::EndsWith("PRIVATE_LOG src/pteClient-GetFishType-N: "
+                                                             "Private_Protocol_GetEncodingScope failed\n"));
+    EXPECT_EQ(GetFishType(nullptr, 1, 0, 0), -1);
+    HostCameraRecord endless = record();
+    std::memset(endless.szIpAddr, '1', sizeof endless.szIpAddr);  // no NUL before the port
+    endless.ulPort = 0x31313131;
+    EXPECT_EQ(GetFishType(&endless, 1, 0, 0), -1);
+}
+
+TEST_F(Fisheye, ShowsTheTwoNibblesOfTheHostsByte) {
+    const HostCameraRecord camera = record(200);
+    uint8_t high = 77;
+    uint8_t low = 78;
+    EXPECT_EQ(GetFiashEve(&camera, &high, &low), -1) << "no such record";
+    Bytes channel(450, 0xFF);
+    channel[192] = 0;
+    host().has_record(17, 200, channel);
+    EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
+    EXPECT_EQ(high, 77);
+    EXPECT_EQ(low, 78);
+    channel[192] = 0x13;
+    host().has_record(17, 200, channel);
+    EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
+    EXPECT_EQ(high, 1);
+    EXPECT_EQ(low, 3);
+    EXPECT_EQ(GetFiashEve(nullptr, &high, &low), -1);
+    EXPECT_EQ(GetFiashEve(&camera, nullptr, &low), -1);
+    EXPECT_EQ(GetFiashEve(&camera, &high, nullptr), -1);
+}
+
+}  // namespace
+}  // namespace lenswire::test

@@ -1,0 +1,78 @@
+// Which platform a camera is of: by its device type, or else by its property block.
+#include <set>
+
+#include "settings/settings.h"
+
+namespace lenswire::test {
+namespace {
+
+const std::set<int> kFamily = {81,  130, 131, 132, 134, 135, 137, 138, 140, 141, 142, 143, 150, 151,
+                               153, 154, 156, 157, 158, 159, 160, 161, 162, 163, 182, 183, 202, 209,
+                               210, 211, 215, 221, 222, 230, 231, 232, 233, 234, 235, 241};
+
+Message device_info(int type) {
+    Bytes info = pattern(464);
+    info[1] = static_cast<uint8_t>(type);
+    return command(0x2003, info);
+}
+
+Message property_block(uint8_t byte27) {
+    Bytes block = repeated(1, 1024);
+    block[27] = byte27;
+    return command(0x2012, block);
+}
+
+using Platform = SettingsTest;
+
+int platform() {
+    return Private_Protocol_GetPlatFormType(kChannel);
+}
+
+TEST_F(Platform, KnowsTheFamilyByItsDeviceTypes) {
+    ASSERT_EQ(kFamily.size(), 40u);
+    for (int type = 0; type < 256; ++type) {
+        const bool in_family = kFamily.contains(type);
+        std::vector<Message> answers = {device_info(type)};
+        if (!in_family) answers.push_back(property_block(0));
+        EXPECT_EQ(runs(platform, answers).result, in_family ? 1 : 0) << type;
+    }
+}
+
+TEST_F(Platform, AsksThePropertyBlockOfTheOthers) {
+    for (const auto& [byte27, family] : {std::pair{0, 0}, {1, 1}, {2, 0}, {255, 0}}) {
+        const auto [result, requests] =
+            runs(platform, {device_info(136), property_block(static_cast<uint8_t>(byte27))});
+        EXPECT_EQ(result, family) << byte27;
+        EXPECT_EQ(requests[1].command, 0x2012);
+        EXPECT_EQ(requests[1].payload, Bytes(1024));
+    }
+    EXPECT_EQ(host().live_allocations(), 0);
+}
+
+TEST_F(Platform, CountsAPropertyBlockThatCannotBeHadAsNo) {
+    Capture capture;
+    EXPECT_EQ(runs(platform, {device_info(0), command(0x2012, {}, 9)}).result, 0);
+    EXPECT_EQ(unnumbered(capture.err()),
+              error("Prv_Get_IPC_PropertyParam", "get cond and property failed pCmd->usCmd =2012"));
+}
+
+TEST_F(Platform, NeedsACamera) {
+    Channel nowhere;
+    nowhere.address = "0.0.0.0";
+    host().has_channel(1, nowhere);
+    uint8_t out[1024];
+    Capture capture;
+    EXPECT_EQ(Private_Protocol_GetPlatFormType(1), 0);
+    EXPECT_EQ(Prv_Get_IPC_PropertyParam(1, out), -1);
+    EXPECT_EQ(Prv_Get_IPC_PropertyParam(2, out), -1);
+    EXPECT_EQ(unnumbered(capture.out()),
+              line("Private_Protocol_GetPlatFormType", "IP  error\n") +
+                  line("Prv_Get_IPC_PropertyParam", "IP  error\n") +
+                  line("Prv_Get_IPC_PropertyParam", "DbMainMsgChannelInfo   get channel failed\n"));
+    EXPECT_EQ(Private_Protocol_GetPlatFormType(2), 0);
+    EXPECT_EQ(Prv_Get_IPC_PropertyParam(kChannel, nullptr), -1);
+    EXPECT_FALSE(camera_was_asked());
+}
+
+}  // namespace
+}  // namespace lenswire::test

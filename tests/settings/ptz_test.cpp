@@ -1,0 +1,108 @@
+// Pan, tilt, zoom: speed, operations and presets, by recorder channel.
+#include "settings/settings.h"
+
+namespace lenswire::test {
+namespace {
+
+constexpr uint16_t kGet = 0x1031;
+constexpr uint16_t kSet = 0x1030;
+constexpr uint16_t kOption = 0x0020;
+
+class Ptz : public SettingsTest {
+  protected:
+    void has_fisheye(uint8_t byte) {
+        Bytes record(450, 0xFF);
+        record[192] = byte;
+        host().has_record(17, kChannel, record);
+    }
+    // The option that goes out for an operation.
+    Message option_of(const std::function<int()>& operation, int result) {
+        const auto exchanged = sends(operation);
+        EXPECT_EQ(exchanged.result, result);
+        return exchanged.requests[0];
+    }
+};
+
+Message option(uint8_t operation, uint8_t argument) {
+    Bytes payload(20);
+    payload[0] = 1;
+    payload[1] = operation;
+    payload[4] = argument;
+    return command(kOption, payload, 0, kLoginId);
+}
+
+TEST_F(Ptz, SetsASpeedAndKeepsTheRest) {
+    for (const auto& [fisheye, ptz] :
+         {std::pair{0x00, kChannel}, {0x12, 2}, {0x1F, 15}, {0x23, 4}, {0x03, 4}, {0x2F, 16}}) {
+        has_fisheye(static_cast<uint8_t>(fisheye));
+        std::future<int> result = starts([] { return Private_SetPtzSpeed(kChannel, 0x1FE); });
+        EXPECT_EQ(wire_.reads_command().command, kGet);
+        wire_.sends(command(kGet, pattern(24)));
+        const Message set = wire_.reads_command();
+        EXPECT_EQ(result.get(), 0);
+        EXPECT_EQ(set.command, kSet);
+        Bytes expected = pattern(24);
+        expected[0] = static_cast<uint8_t>(ptz);
+        expected[1] = 0xFE;
+        EXPECT_EQ(set.payload, expected);
+    }
+}
+
+TEST_F(Ptz, TakesAChannelWithoutARecordForAnOrdinaryCamera) {
+    std::future<int> result = starts([] { return Private_SetPtzSpeed(kChannel, 9); });
+    wire_.reads_command();
+    wire_.sends(command(kGet, pattern(24)));
+    EXPECT_EQ(wire_.reads_command().payload[0], kChannel);
+    EXPECT_EQ(result.get(), 0);
+}
+
+TEST_F(Ptz, NeedsThePropertyAndACamera) {
+    Capture quiet;
+    EXPECT_EQ(runs([] { return Private_SetPtzSpeed(kChannel, 9); }, {command(kGet, {}, 1)}).result, -1);
+    Capture capture;
+    EXPECT_EQ(Private_SetPtzSpeed(9, 9), -1);
+    EXPECT_EQ(Private_PtzCmd(9, 1, 2, 3), -1);
+    EXPECT_EQ(unnumbered(capture.out()),
+              line("Private_SetPtzSpeed", "DbMainMsgChannelInfo  get channel failed\n") +
+                  line("Private_PtzCmd", "DbMainMsgChannelInfo  get channel failed\n"));
+    EXPECT_FALSE(camera_was_asked());
+}
+
+TEST_F(Ptz, SendsOperationsWithTheSecondArgumentUnlessItIsNothing) {
+    const struct {
+        int operation, first, second;
+        uint8_t sent_operation, sent_argument;
+    } cases[] = {{7, 3, 7, 7, 7},     {7, 3, 0, 7, 3},     {0x1FF, 0, 0, 0xFF, 0},
+                 {1, 0x102, 0, 1, 2}, {1, 3, 0x100, 1, 0}, {1, 3, -1, 1, 255}};
+    for (const auto& row : cases) {
+        EXPECT_EQ(option_of([&] { return Private_PtzCmd(kChannel, row.operation, row.first, row.second); }, 0)
+                      .bytes(),
+                  option(row.sent_operation, row.sent_argument).bytes());
+    }
+}
+
+TEST_F(Ptz, CountsPresetsFromZeroOnTheWire) {
+    for (const auto& [number, index] : {std::pair{1, 0}, {2, 1}, {256, 255}, {0, 255}, {257, 0}}) {
+        const auto preset = static_cast<uint16_t>(number);
+        const auto sent = static_cast<uint8_t>(index);
+        EXPECT_EQ(option_of([&] { return Private_SetPreset(kChannel, &preset); }, 4).bytes(),
+                  option(0x2C, sent).bytes());
+        EXPECT_EQ(option_of([&] { return Private_RecallPreset(kChannel, &preset); }, 4).bytes(),
+                  option(0x28, sent).bytes());
+    }
+    EXPECT_EQ(Private_SetPreset(kChannel, nullptr), -1);
+    EXPECT_EQ(Private_RecallPreset(kChannel, nullptr), -1);
+}
+
+TEST_F(Ptz, ReportsNoFailureOfASend) {
+    loses_camera();
+    const uint16_t preset = 1;
+    Capture capture;
+    EXPECT_EQ(Private_PtzCmd(kChannel, 1, 2, 3), 0);
+    EXPECT_EQ(Private_SetPreset(kChannel, &preset), 4);
+    EXPECT_EQ(Private_RecallPreset(9, &preset), 4);
+    EXPECT_EQ(occurrences(unnumbered(capture.out()), line("Private_PTZ_OPTION", " Prv_Send_Cmd failed")), 2);
+}
+
+}  // namespace
+}  // namespace lenswire::test

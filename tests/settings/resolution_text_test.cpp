@@ -1,0 +1,379 @@
+// The resolution-list text: a small language of its own, held against a reading of it with scanf.
+#include <cstdio>
+#include <cstring>
+#include <random>
+
+#include "settings/settings.h"
+
+namespace lenswire::test {
+namespace {
+
+using Sizes = std::vector<std::pair<int, int>>;
+using Names = std::vector<std::string>;
+
+// A scope full of the host's bytes.
+struct Scope {
+    Scope() { std::memset(&record, 0xAA, sizeof record); }
+    EncodingScope record;
+
+    const EncodingScopeEntry& entry(int i) const { return record.entries[i]; }
+    bool untouched(int i) const { return bytes(i) == repeated(0xAA, sizeof(EncodingScopeEntry)); }
+    Bytes bytes(int i) const {
+        const auto* start = reinterpret_cast<const uint8_t*>(&record.entries[i]);
+        return Bytes(start, start + sizeof(EncodingScopeEntry));
+    }
+    Sizes sizes(int i) const {
+        Sizes sizes;
+        for (uint32_t k = 0; k < entry(i).ulSizes && k < 16; ++k) {
+            sizes.emplace_back(entry(i).slots[k].usWidth, entry(i).slots[k].usHeight);
+        }
+        return sizes;
+    }
+    // The names that were written over the host's bytes.
+    Names names(int i) const {
+        Names names;
+        for (const ResolutionSlot& slot : entry(i).slots) {
+            if (static_cast<uint8_t>(slot.szCodec[0]) == 0xAA) break;
+            names.emplace_back(slot.szCodec);
+        }
+        return names;
+    }
+};
+
+Bytes payload_of(const std::string& text) {
+    return Bytes{9, 0x5C, 9} + bytes_of(text) + Bytes{0};
+}
+
+int parse(Scope& scope, const std::string& text) {
+    return Parse_EncodingResolution(&scope.record, payload_of(text).data());
+}
+
+TEST(ResolutionText, FillsInTheEntriesOfThreeStreamModes) {
+    Scope scope;
+    EXPECT_EQ(parse(scope,
+                    "H264:1920x1080;H264:1280x720;@H264:1920x1080,H264:640x360;H264:1280x720,"
+                    "H264:640x360;@H264:1920x1080,H264:640x360,H264:320x240;"),
+              0);
+    EXPECT_EQ(scope.sizes(0), (Sizes{{1920, 1080}, {1280, 720}}));
+    EXPECT_EQ(scope.sizes(1), (Sizes{{1920, 1080}, {1280, 720}}));
+    EXPECT_EQ(scope.sizes(2), (Sizes{{640, 360}}));
+    EXPECT_EQ(scope.sizes(3), (Sizes{{1920, 1080}}));
+    EXPECT_EQ(scope.sizes(4), (Sizes{{640, 360}}));
+    EXPECT_EQ(scope.sizes(5), (Sizes{{320, 240}}));
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(scope.names(i), Names{"H264"});
+        EXPECT_EQ(slice(scope.bytes(i), 0, 16), repeated(0xAA, 16));
+        EXPECT_EQ(slice(scope.bytes(i), 244, 44), repeated(0xAA, 44));
+    }
+}
+
+TEST(ResolutionText, KeepsSizesAndNamesAsListsOfTheirOwn) {
+    Scope scope;
+    EXPECT_EQ(parse(scope, "H265:2592x1944;H264:2592x1944;H264:1920x1080;@H265:2592x1944,H264:704x576;"), 0);
+    EXPECT_EQ(scope.sizes(0), (Sizes{{2592, 1944}, {1920, 1080}}));
+    EXPECT_EQ(scope.names(0), (Names{"H265", "H264"}));
+    EXPECT_EQ(scope.sizes(1), (Sizes{{2592, 1944}}));
+    EXPECT_EQ(scope.names(1), Names{"H265"});
+    EXPECT_EQ(scope.sizes(2), (Sizes{{704, 576}}));
+    EXPECT_EQ(scope.names(2), Names{"H264"});
+    for (int i = 3; i < 6; ++i) EXPECT_TRUE(scope.untouched(i));
+}
+
+TEST(ResolutionText, ReadsSingleListsAsScanfWould) {
+    const struct {
+        std::string list;
+        Sizes sizes;
+        Names names;
+    } cases[] = {
+        {"H264:1280x720;H264:640x360", {{1280, 720}, {640, 360}}, {"H264"}},  // the last without its end
+        {"H264X:1920x1080;H264:1x2;", {{0, 0}, {1, 2}}, {"H264"}},            // a codec too long
+        {"H264:10x20;MJPEG:1x1;", {{10, 20}}, {"H264", "MJPE"}},              // keeps the size before
+        {" \t\nH264: +7x\v8;", {{7, 8}}, {"H264"}},                           // white space, a sign
+        {"H264:-1x-2;", {{65535, 65534}}, {"H264"}},
+        {"H264:65537x65538;H264:1x2;", {{1, 2}}, {"H264"}},  // what fits in 16 bits
+        {"H264:99999999999999999999x1;", {{65535, 1}}, {"H264"}},
+        {"H264:-99999999999999999999x1;", {{0, 1}}, {"H264"}},
+        {"H264:5y6;", {{5, 0}}, {"H264"}},
+        {"H264:x6;", {{0, 0}}, {"H264"}},
+        {"H264 :5x6;", {{0, 0}}, {"H264"}},
+        {"H26:5x6;", {{0, 0}}, {"H26:"}},  // a word ends at white space, not at a colon
+        {";H264:1x1;", {{0, 0}, {1, 1}}, {";H26", "H264"}},
+        {"   ;", {{0, 0}}, {";"}},
+        {"H264:1x1;  ", {{1, 1}}, {"H264"}},
+        {"H264", {}, {}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.list);
+        Scope scope;
+        EXPECT_EQ(Parse_SinResolution(&scope.record.entries[0], row.list.c_str()), 0);
+        EXPECT_EQ(scope.entry(0).ulSizes, row.sizes.size());
+        EXPECT_EQ(scope.sizes(0), row.sizes);
+        EXPECT_EQ(scope.names(0), row.names);
+    }
+}
+
+TEST(ResolutionText, StopsAtSixteenGroups) {
+    std::string list;
+    for (int i = 1; i <= 20; ++i) {
+        list += "C" + std::to_string(100 + i) + ":" + std::to_string(i) + "x" + std::to_string(i) + ";";
+    }
+    Scope scope;
+    EXPECT_EQ(Parse_SinResolution(&scope.record.entries[0], list.c_str()), 0);
+    EXPECT_EQ(scope.entry(0).ulSizes, 16u);
+    EXPECT_EQ(scope.sizes(0).back(), (std::pair{16, 16}));
+    EXPECT_EQ(scope.names(0).size(), 16u);
+    EXPECT_EQ(scope.names(0).back(), "C116");
+    EXPECT_TRUE(scope.untouched(1));
+}
+
+TEST(ResolutionText, FailsWithoutAKnownCodecAndWithoutArguments) {
+    Scope scope;
+    Capture capture;
+    EXPECT_EQ(parse(scope, "MJPG:640x480;"), -1);
+    EXPECT_EQ(unnumbered(capture.out()), line("Parse_EncodingResolution",
+                                              "input resolution error   resolution is  :  MJPG:640x480; \n"));
+    EXPECT_EQ(Parse_EncodingResolution(&scope.record, nullptr), -1);
+    EXPECT_EQ(Parse_EncodingResolution(nullptr, payload_of("H264:1x1;").data()), -1);
+    EXPECT_EQ(Parse_SinResolution(nullptr, "H264:1x1;"), -1);
+    EXPECT_EQ(Parse_DouResolution(&scope.record.entries[1], nullptr), -1);
+    EXPECT_EQ(Parse_ThrResolution(nullptr, nullptr), -1);
+    EXPECT_EQ(Prv_EncScopPasVal(nullptr, payload_of("").data()), -1);
+    EXPECT_EQ(Prv_EncScopPasVal(&scope.record, nullptr), -1);
+    for (int i = 0; i < 6; ++i) EXPECT_TRUE(scope.untouched(i));
+    EXPECT_THAT(unnumbered(capture.out()),
+                testing::HasSubstr(line("Parse_DouResolution", "Parameter input error")));
+}
+
+TEST(ResolutionText, WithoutAnAtIsOnlyCounted) {
+    Scope scope;
+    Capture capture;
+    EXPECT_EQ(parse(scope, "H264:1920x1080;"), 0);
+    EXPECT_EQ(unnumbered(capture.out()),
+              line("Parse_EncodingResolution_Get", "resolution only have single stream\n"));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(scope.entry(i).ulSizes, 0u);
+    for (int i = 3; i < 6; ++i) EXPECT_TRUE(scope.untouched(i));
+}
+
+TEST(ResolutionText, IsSplitAtItsFirstTwoAts) {
+    const struct {
+        std::string text;
+        int result;
+        std::string lists[3];
+    } cases[] = {
+        {"", 0, {"?", "?", "?"}},      {"abc", 0, {"?", "?", "?"}}, {"a@b", 0, {"a", "b", "?"}},
+        {"a@b@c", 1, {"a", "b", "c"}}, {"a@@", 1, {"a", "", ""}},   {"a@b@c@d@", 1, {"a", "b", "c@d@"}},
+        {"@b@", 1, {"", "b", ""}},     {"a@", 0, {"a", "", "?"}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.text);
+        char lists[3][1024] = {"?", "?", "?"};
+        Capture quiet;
+        EXPECT_EQ(Parse_EncodingResolution_Get(row.text.c_str(), lists[0], lists[1], lists[2]), row.result);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(lists[i], row.lists[i]) << i;
+    }
+    char list[1024];
+    EXPECT_EQ(Parse_EncodingResolution_Get(nullptr, list, list, list), -1);
+    EXPECT_EQ(Parse_EncodingResolution_Get("a@b", nullptr, list, list), -1);
+    EXPECT_EQ(Parse_EncodingResolution_Get("a@b", list, nullptr, list), -1);
+    EXPECT_EQ(Parse_EncodingResolution_Get("a@b@c", list, list, nullptr), -1);
+}
+
+// Texts longer than anything a message holds, for whoever calls the steps with texts of its own.
+TEST(ResolutionText, CutsListsThatAreLongerThanTheirBuffers) {
+    const std::string endless(5000, 'z');
+    std::vector<char> lists[3];
+    for (auto& list : lists) list.assign(1024, '?');
+    EXPECT_EQ(Parse_EncodingResolution_Get((endless + "@" + endless + "@" + endless).c_str(), lists[0].data(),
+                                           lists[1].data(), lists[2].data()),
+              1);
+    for (const auto& list : lists) EXPECT_EQ(std::string(list.data()), std::string(1023, 'z'));
+}
+
+TEST(ResolutionText, EndsWithThePayload) {
+    const std::string head = "H264:1x1;@H264:2x2,H264:3x3;@";
+    std::string text = head;
+    text.resize(1024 - 9, ' ');
+    text += "H264:4x44H264:5x5,H264:6x6;";  // cut between the two fours
+    const Bytes message = Bytes{0, 1, 0} + bytes_of(text);
+    const Bytes exactly = slice(message, 0, 1027);  // a byte further belongs to nobody
+    Scope scope;
+    EXPECT_EQ(Parse_EncodingResolution(&scope.record, exactly.data()), 0);
+    EXPECT_EQ(scope.sizes(1), (Sizes{{2, 2}}));
+    EXPECT_EQ(scope.sizes(3), Sizes{}) << "the list has neither an end nor a comma";
+    EXPECT_EQ(scope.entry(3).ulSizes, 0u);
+}
+
+TEST(ResolutionText, AFullEntryTakesNoMore) {
+    Scope scope;
+    EncodingScopeEntry& entry = scope.record.entries[2];
+    uint32_t sizes = 0;
+    uint32_t names = 0;
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(Parse_FiltRes(&sizes, &names, &entry, i, i, ("C" + std::to_string(i)).c_str()), 0);
+    }
+    EXPECT_EQ(sizes, 16u);
+    EXPECT_EQ(names, 16u);
+    EXPECT_EQ(slice(scope.bytes(2), 240, 48), repeated(0xAA, 48));
+    EXPECT_TRUE(scope.untouched(3));
+
+    uint32_t beyond = 0xFFFFFFFF;
+    EXPECT_EQ(Parse_FiltRes(&beyond, &beyond, &entry, 999, 999, "XXXX"), 0);
+    sizes = names = 0;
+    const std::string endless(64, 'w');
+    EXPECT_EQ(Parse_FiltRes(&sizes, &names, &scope.record.entries[3], 1, 1, endless.c_str()), 0);
+    EXPECT_EQ(std::string(scope.entry(3).slots[0].szCodec), std::string(9, 'w'));
+    EXPECT_EQ(scope.entry(3).slots[0].usWidth, 1);
+}
+
+TEST(ResolutionText, FiltersByWhatIsHeld) {
+    Scope scope;
+    EncodingScopeEntry& entry = scope.record.entries[0];
+    uint32_t sizes = 0;
+    uint32_t names = 0;
+    const struct {
+        int width, height;
+        const char* codec;
+        uint32_t sizes, names;
+    } steps[] = {
+        {1, 2, "H264", 1, 1}, {1, 2, "H264", 1, 1},
+        {2, 1, "H265", 2, 2}, {1, 2, "H2", 2, 2},  // a beginning counts
+        {1, 2, "", 2, 3},     {1, 2, "", 2, 4},    // an empty one is always new
+        {1, 2, "H26X", 2, 5},
+    };
+    for (const auto& step : steps) {
+        EXPECT_EQ(Parse_FiltRes(&sizes, &names, &entry, step.width, step.height, step.codec), 0);
+        EXPECT_EQ(sizes, step.sizes);
+        EXPECT_EQ(names, step.names);
+    }
+    EXPECT_EQ(Parse_FiltRes(nullptr, &names, &entry, 1, 1, "A"), -1);
+    EXPECT_EQ(Parse_FiltRes(&sizes, nullptr, &entry, 1, 1, "A"), -1);
+    EXPECT_EQ(Parse_FiltRes(&sizes, &names, nullptr, 1, 1, "A"), -1);
+    EXPECT_EQ(Parse_FiltRes(&sizes, &names, &entry, 1, 1, nullptr), -1);
+}
+
+// -- The reference: each list read with scanf, as the format is given.
+
+struct Reference {
+    int streams;
+    const char* format;
+    char separator;
+    bool clears;
+};
+const Reference kReferences[] = {
+    {1, "%04s:%dx%d;", ':', true},
+    {2, "%04s:%dx%d,%04s:%dx%d;", ',', true},
+    {3, "%04s:%dx%d,%04s:%dx%d,%04s:%dx%d;", ',', false},
+};
+
+void refer(const Reference& reference, EncodingScopeEntry* entries, const std::string& text) {
+    char codec[3][8] = {};
+    int width[3] = {};
+    int height[3] = {};
+    std::vector<std::pair<int, int>> sizes[3];
+    std::vector<std::string> names[3];
+    size_t at = 0;
+    for (int group = 0; group < 16; ++group) {
+        size_t end = text.find(';', at);
+        if (end == std::string::npos) end = text.find(reference.separator, at);
+        if (end == std::string::npos) break;
+        if (reference.clears) std::memset(codec, 0, sizeof codec);
+        sscanf(text.c_str() + at, reference.format, codec[0], &width[0], &height[0], codec[1], &width[1],
+               &height[1], codec[2], &width[2], &height[2]);
+        at = end + 1;
+        for (int i = 0; i < reference.streams; ++i) {
+            const std::pair size{width[i] & 0xFFFF, height[i] & 0xFFFF};
+            if (std::find(sizes[i].begin(), sizes[i].end(), size) == sizes[i].end()) sizes[i].push_back(size);
+            const std::string name = codec[i];
+            const bool known =
+                !name.empty() && std::any_of(names[i].begin(), names[i].end(), [&](auto& held) {
+                    return held.compare(0, name.size(), name) == 0;
+                });
+            if (!known) names[i].push_back(name);
+        }
+    }
+    for (int i = 0; i < reference.streams; ++i) {
+        for (size_t k = 0; k < sizes[i].size(); ++k) {
+            entries[i].slots[k].usWidth = static_cast<uint16_t>(sizes[i][k].first);
+            entries[i].slots[k].usHeight = static_cast<uint16_t>(sizes[i][k].second);
+        }
+        for (size_t k = 0; k < names[i].size(); ++k)
+            std::strcpy(entries[i].slots[k].szCodec, names[i][k].c_str());
+        entries[i].ulSizes = static_cast<uint32_t>(sizes[i].size());
+    }
+}
+
+std::string random_list(std::mt19937& random) {
+    static const std::vector<std::string> kPieces = {"H264",
+                                                     "H265",
+                                                     "MJPG",
+                                                     "H2",
+                                                     "H264:640x360",
+                                                     "H265:1920x1080",
+                                                     ":",
+                                                     ":",
+                                                     "x",
+                                                     ",",
+                                                     ",",
+                                                     ";",
+                                                     ";",
+                                                     "1",
+                                                     "64",
+                                                     "720",
+                                                     "-",
+                                                     "+",
+                                                     " ",
+                                                     "\t",
+                                                     "X",
+                                                     "H264:1x2,H265:3x4;",
+                                                     "H264:1x2,H265:3x4,MJPG:5x6;"};
+    std::string list;
+    const size_t count = random() % 60;
+    for (size_t i = 0; i < count; ++i) list += kPieces[random() % kPieces.size()];
+    // Longer runs of digits are read differently by machines of different word sizes.
+    size_t digits = 0;
+    std::string safe;
+    for (const char c : list) {
+        digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+        if (digits <= 9) safe += c;
+    }
+    return safe;
+}
+
+TEST(ResolutionText, AgreesWithScanfOnTextsThatMakeNoSense) {
+    std::mt19937 random(20240605);
+    for (int round = 0; round < 3000; ++round) {
+        const std::string list = random_list(random);
+        for (const Reference& reference : kReferences) {
+            Scope expected;
+            Scope scope;
+            refer(reference, expected.record.entries, list);
+            int (*const parsers[])(void*, const char*) = {Parse_SinResolution, Parse_DouResolution,
+                                                          Parse_ThrResolution};
+            EXPECT_EQ(parsers[reference.streams - 1](scope.record.entries, list.c_str()), 0);
+            for (int i = 0; i < 6; ++i)
+                ASSERT_EQ(scope.bytes(i), expected.bytes(i)) << list << "\nentry " << i;
+        }
+    }
+}
+
+TEST(ResolutionText, StandsAnyBytes) {
+    std::mt19937 random(7);
+    Capture quiet;
+    for (int round = 0; round < 2000; ++round) {
+        Bytes payload(1027);
+        for (uint8_t& byte : payload) byte = static_cast<uint8_t>(random());
+        const std::string hint = "@H264:1x1;@";
+        if (round % 2 == 0) std::copy(hint.begin(), hint.end(), payload.begin() + 3 + round % 900);
+        if (round % 3 == 0) std::replace(payload.begin(), payload.end(), uint8_t{0}, uint8_t{';'});
+        Scope scope;
+        Parse_EncodingResolution(&scope.record, payload.data());
+        for (int i = 0; i < 6; ++i) {
+            EXPECT_EQ(slice(scope.bytes(i), 0, 16), repeated(0xAA, 16));
+            EXPECT_EQ(slice(scope.bytes(i), 244, 44), repeated(0xAA, 44));
+            EXPECT_TRUE(scope.untouched(i) || scope.entry(i).ulSizes <= 16);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace lenswire::test
