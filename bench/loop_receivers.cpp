@@ -84,7 +84,7 @@ class LoopReceiver : public Receiver {
     void starts(const Sender& sender) override {
         FD_ZERO(&watched_);
         for (uint32_t stream = 0; stream < streams_; ++stream) {
-            sockets_.push_back(connect_to(sender.port()));
+            sockets_.push_back(connect_to(kLoopback, sender.port()));
             FD_SET(sockets_.back(), &watched_);
         }
         thread_ = std::thread([this] { run(); });

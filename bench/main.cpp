@@ -23,6 +23,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"streams", "receive many streams", add_streams},
+    {"control", "ask cameras for settings", add_control},
 };
 
 // The library prints its own lines on standard output. They go nowhere; what this returns is the way out

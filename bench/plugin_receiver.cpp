@@ -2,13 +2,12 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
-#include <set>
 
 #include "bench/host.h"
+#include "bench/library_clients.h"
 #include "bench/measure.h"
 #include "bench/receiver.h"
 #include "bench/sender.h"
-#include "bench/worker_threads.h"
 #include "lenswire/connection.h"
 #include "lenswire/stream.h"
 
@@ -28,7 +27,7 @@ class PluginReceiver : public Receiver {
         for (uint32_t stream = 0; stream < host_.streams(); ++stream) {
             StreamConn* unit = PC_CreateNew();
             if (unit == nullptr) give_up("PC_CreateNew");
-            unit->sockFd = connect_to(sender.port());
+            unit->sockFd = connect_to(kLoopback, sender.port());
             host_.posts_open(stream, unit);
         }
         while (open_slots() < host_.streams()) sleep_ms(1);
@@ -58,17 +57,6 @@ class PluginReceiver : public Receiver {
 };
 
 }  // namespace
-
-std::vector<Role> start_library() {
-    const std::set<pid_t> before = threads();
-    if (PC_InitCtx() != 0) give_up("PC_InitCtx");
-    const std::set<pid_t> after = threads();
-    std::vector<pid_t> started;
-    std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
-                        std::back_inserter(started));
-    if (started.size() != 3) give_up("the library did not start three threads");
-    return {{"event_loop", started[0]}, {"receive_loop", started[1]}, {"queue", started[2]}};
-}
 
 std::unique_ptr<Receiver> make_plugin_receiver(const ReceiverOptions& options) {
     return std::make_unique<PluginReceiver>(options);

@@ -12,5 +12,6 @@ using Round = std::function<Json()>;
 
 // Each adds its subcommand with its options and returns what to run when it was chosen.
 Round add_streams(CLI::App& app);
+Round add_control(CLI::App& app);
 
 }  // namespace lenswire::bench

@@ -1,17 +1,12 @@
 #include "bench/sender.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <functional>
 #include <queue>
 #include <vector>
@@ -191,20 +186,6 @@ void send_unpaced(std::vector<Outlet>& outlets, const SenderBoard& board) {
     }
 }
 
-int listen_on_loopback(std::atomic<int>& port) {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(listener, 256) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        give_up("listening for streams");
-    }
-    port = ntohs(address.sin_port);
-    return listener;
-}
-
 int accept_stream(int listener, Protocol protocol) {
     const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) give_up("accepting a stream");
@@ -215,11 +196,12 @@ int accept_stream(int listener, Protocol protocol) {
     return fd;
 }
 
-[[noreturn]] void run_sender(const SenderOptions& options, SenderBoard& board,
-                             const std::function<Progress(uint32_t)>& progress) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+void run_sender(const SenderOptions& options, SenderBoard& board,
+                const std::function<Progress(uint32_t)>& progress) {
     prctl(PR_SET_TIMERSLACK, 1);
-    const int listener = listen_on_loopback(board.port);
+    int port = 0;
+    const int listener = listen_at(kLoopback, port);
+    board.port = port;
     std::unique_ptr<PacketSource> source;
     if (options.protocol == Protocol::kCamera) {
         source = std::make_unique<CameraPackets>(options.streams);
@@ -239,59 +221,39 @@ int accept_stream(int listener, Protocol protocol) {
     }
     board.cpu_ns = process_cpu_ns();
     board.finished = true;
-    // The connections stay open until the receiver has what was sent.
     while (true) pause();
+}
+
+// One entry per packet that can become due.
+size_t timed_packets(const SenderOptions& options) {
+    return static_cast<size_t>(options.longest_ms / 1000 + 2) * kFrameRate * 2;
 }
 
 }  // namespace
 
-Sender::Sender(const SenderOptions& options) : options_(options) {
-    packets_ = static_cast<size_t>(options.longest_ms / 1000 + 2) * kFrameRate * 2;
-    const size_t board_bytes = sizeof(SenderBoard);
-    const size_t times_bytes = options.streams * packets_ * sizeof(int64_t);
-    mapped_bytes_ = board_bytes + times_bytes + options.streams * sizeof(uint32_t);
-    void* shared = mmap(nullptr, mapped_bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (shared == MAP_FAILED) give_up("mmap");
-    auto* bytes = static_cast<uint8_t*>(shared);
-    board_ = reinterpret_cast<SenderBoard*>(bytes);
-    times_ = reinterpret_cast<std::atomic<int64_t>*>(bytes + board_bytes);
-    completed_ = reinterpret_cast<std::atomic<uint32_t>*>(bytes + board_bytes + times_bytes);
-    process_ = fork();
-    if (process_ < 0) give_up("fork");
-    if (process_ == 0) {
-        run_sender(options, *board_, [this](uint32_t stream) {
-            return Progress{completed_at(stream), completed_ + stream};
-        });
-    }
+Sender::Sender(const SenderOptions& options)
+    : options_(options),
+      packets_(timed_packets(options)),
+      shared_(sizeof(SenderBoard) + options.streams * (packets_ * sizeof(int64_t) + sizeof(uint32_t))),
+      board_(reinterpret_cast<SenderBoard*>(shared_.bytes())),
+      times_(reinterpret_cast<std::atomic<int64_t>*>(board_ + 1)),
+      completed_(reinterpret_cast<std::atomic<uint32_t>*>(times_ + options.streams * packets_)),
+      process_([this] {
+          run_sender(options_, *board_, [this](uint32_t stream) {
+              return Progress{completed_at(stream), completed_ + stream};
+          });
+      }) {
     while (board_->port == 0) sleep_ms(1);
 }
 
-Sender::~Sender() {
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-    munmap(board_, mapped_bytes_);
-}
-
-void Sender::waits_for_connections() const {
+void Sender::go() {
     while (board_->connected < options_.streams) sleep_ms(1);
+    board_->order = SenderBoard::kSend;
 }
 
 void Sender::stop() {
     board_->order = SenderBoard::kStop;
     while (!board_->finished) sleep_ms(1);
-}
-
-int connect_to(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        give_up("connecting a stream");
-    }
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-    return fd;
 }
 
 }  // namespace lenswire::bench

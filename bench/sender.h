@@ -2,12 +2,12 @@
 // receiving process spends is measured alone.
 #pragma once
 
-#include <sys/types.h>
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
 
+#include "bench/process.h"
 #include "bench/video.h"
 
 namespace lenswire::bench {
@@ -40,16 +40,14 @@ struct SenderBoard {
 
 class Sender {
   public:
-    // Starts the process; to be called before this process has threads.
+    // Starts the process.
     explicit Sender(const SenderOptions& options);
-    ~Sender();
-    Sender(const Sender&) = delete;
-    Sender& operator=(const Sender&) = delete;
 
+    // Where it listens, on 127.0.0.1.
     int port() const { return board_->port; }
-    void waits_for_connections() const;
-    void go() { board_->order = SenderBoard::kSend; }
-    // Stops the sending and waits until the process has ended.
+    // Begins to send once every stream is connected.
+    void go();
+    // Stops the sending; the connections stay open until this object is gone.
     void stop();
 
     // Of each packet, the time just before its last byte (and those beyond it that the receiver has to see)
@@ -64,14 +62,11 @@ class Sender {
   private:
     SenderOptions options_;
     size_t packets_;  // that have a time, of each stream
-    size_t mapped_bytes_;
+    SharedMemory shared_;
     SenderBoard* board_;
-    std::atomic<uint32_t>* completed_;
     std::atomic<int64_t>* times_;
-    pid_t process_;
+    std::atomic<uint32_t>* completed_;
+    ChildProcess process_;
 };
-
-// A TCP connection to a port of the loopback interface, non-blocking as the library's are.
-int connect_to(int port);
 
 }  // namespace lenswire::bench

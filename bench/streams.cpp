@@ -118,7 +118,6 @@ Json run(const Options& options) {
     const auto receiver = kReceivers.at(options.receiver)({options.streams, timed_frames});
     if (receiver == nullptr) return {{"skipped", "built without it"}};
     receiver->starts(sender);
-    sender.waits_for_connections();
     sender.go();
 
     sleep_ms(options.warm_up_ms);
