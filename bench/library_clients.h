@@ -1,4 +1,4 @@
-// Cameras of a CameraProcess, as clients of the library.
+// The library at work in this process: its context, its clients, its streams.
 #pragma once
 
 #include <vector>
@@ -14,5 +14,9 @@ std::vector<Role> start_library();
 
 // Makes the cameras known to the host and logs in to all of them. A unit for each.
 std::vector<StreamConn*> log_in(Host& host, const CameraProcess& cameras);
+
+// Connects all of the host's streams to a sender's port and has the library open them, on the units given
+// or on new ones.
+void open_streams(Host& host, int port, std::vector<StreamConn*> units = {});
 
 }  // namespace lenswire::bench

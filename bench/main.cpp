@@ -24,6 +24,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"streams", "receive many streams", add_streams},
     {"control", "ask cameras for settings", add_control},
+    {"idle", "do nothing, with or without silent streams", add_idle},
 };
 
 // The library prints its own lines on standard output. They go nowhere; what this returns is the way out

@@ -1,15 +1,9 @@
 // The library, delivering into frame queues that a consumer empties.
-#include <algorithm>
-#include <atomic>
-#include <iterator>
-
 #include "bench/host.h"
 #include "bench/library_clients.h"
-#include "bench/measure.h"
 #include "bench/receiver.h"
 #include "bench/sender.h"
 #include "lenswire/connection.h"
-#include "lenswire/stream.h"
 
 namespace lenswire::bench {
 
@@ -23,15 +17,7 @@ class PluginReceiver : public Receiver {
 
     ~PluginReceiver() override { PC_UnInitCtx(); }
 
-    void starts(const Sender& sender) override {
-        for (uint32_t stream = 0; stream < host_.streams(); ++stream) {
-            StreamConn* unit = PC_CreateNew();
-            if (unit == nullptr) give_up("PC_CreateNew");
-            unit->sockFd = connect_to(kLoopback, sender.port());
-            host_.posts_open(stream, unit);
-        }
-        while (open_slots() < host_.streams()) sleep_ms(1);
-    }
+    void starts(const Sender& sender) override { open_streams(host_, sender.port()); }
 
     std::vector<Role> receiving() const override { return workers_; }
     std::vector<Role> consuming() const override { return {{"consumer", host_.consumer().thread()}}; }
@@ -46,12 +32,6 @@ class PluginReceiver : public Receiver {
     uint32_t wrong_frames() const override { return host_.wrong_frames() + host_.restarts; }
 
   private:
-    static uint32_t open_slots() {
-        return static_cast<uint32_t>(std::count_if(std::begin(arrayfd), std::end(arrayfd), [](int32_t& fd) {
-            return std::atomic_ref(fd).load() > 0;
-        }));
-    }
-
     mutable Host host_;
     std::vector<Role> workers_;
 };

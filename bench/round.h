@@ -13,5 +13,6 @@ using Round = std::function<Json()>;
 // Each adds its subcommand with its options and returns what to run when it was chosen.
 Round add_streams(CLI::App& app);
 Round add_control(CLI::App& app);
+Round add_idle(CLI::App& app);
 
 }  // namespace lenswire::bench
