@@ -105,6 +105,11 @@ void Camera::on_command(uint16_t code, Hook hook) {
     }
 }
 
+void Camera::watch_commands(std::function<void(const Command&)> watcher) {
+    const auto guard = loop_->lock();
+    core_->watcher = std::move(watcher);
+}
+
 size_t Camera::push_motion(uint8_t state) {
     const auto guard = loop_->lock();
     return core_->push_motion(state);
@@ -130,14 +135,14 @@ void Camera::drop_stream_connections() {
     core_->drop_connections(true);
 }
 
-Bytes Camera::record(uint16_t get_code) const {
+Bytes Camera::record(uint16_t code) const {
     const auto guard = loop_->lock();
-    return core_->settings.record(get_code);
+    return core_->settings.record(code);
 }
 
-void Camera::set_record(uint16_t get_code, Bytes bytes) {
+void Camera::set_record(uint16_t code, Bytes bytes) {
     const auto guard = loop_->lock();
-    core_->settings.set_record(get_code, std::move(bytes));
+    core_->settings.set_record(code, std::move(bytes));
 }
 
 }  // namespace lenswire::camera

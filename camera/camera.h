@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "camera/device.h"
 #include "camera/faults.h"
 #include "camera/frame_source.h"
 #include "camera/message.h"
@@ -26,8 +27,10 @@ struct CameraConfig {
     bool answer_heartbeats = true;
     // Refuse commands and streams that do not carry a login id of this camera. They are counted either way.
     bool require_login = true;
-    int64_t motion_every_ms = 0;  // pushes motion that often, and its end half that time later; 0: never
-    int64_t gather_us = 4000;     // frames that fall due within such a span are sent in one go
+    // Pushes motion that often, and its end half that time later, while its detection is on; 0: never.
+    int64_t motion_every_ms = 0;
+    DeviceConfig device = {};
+    int64_t gather_us = 4000;  // frames that fall due within such a span are sent in one go
 };
 
 // Where a received command came from.
@@ -76,6 +79,9 @@ class Camera {
     using Hook = std::function<std::optional<Command>(const Command& request)>;
     void on_command(uint16_t code, Hook hook);
 
+    // Called with every command that is received, on the thread that serves the cameras.
+    void watch_commands(std::function<void(const Command& command)> watcher);
+
     // Pushes a motion state to all logged-in control connections; returns how many there are.
     size_t push_motion(uint8_t state);
     // Sends bytes as they are to all logged-in control connections.
@@ -88,9 +94,10 @@ class Camera {
     void drop_control_connections();
     void drop_stream_connections();
 
-    // The record behind a get command, as it stands.
-    Bytes record(uint16_t get_code) const;
-    void set_record(uint16_t get_code, Bytes bytes);
+    // The record behind a get command (a set command that has no get), as a get would answer it; encoding and
+    // cruise lines as all three in one. One that is set may have any size, so that answers can be wrong.
+    Bytes record(uint16_t code) const;
+    void set_record(uint16_t code, Bytes bytes);
 
     static constexpr size_t kMostReceived = 4096;
 

@@ -58,6 +58,24 @@ Bytes describe_stream(const Command& request, const Frame& first) {
     return description;
 }
 
+Surroundings surroundings_of(const CameraConfig& config) {
+    Surroundings around{
+        .device = config.device, .address = config.address, .port = config.port, .streams = {}};
+    for (const StreamConfig& stream : config.streams) {
+        StreamShape shape{.audio = stream.audio != nullptr};
+        if (const auto source = FrameSource::make(stream, 0)) {
+            const PacketHead head = source->next().head;
+            shape.codec = head.codec;
+            shape.width = head.width;
+            shape.height = head.height;
+            shape.frame_rate = static_cast<uint8_t>(head.frame_rate);
+            shape.kbit_rate = stream.synthetic ? static_cast<uint32_t>(stream.synthetic->mbit * 1000) : 512;
+        }
+        around.streams.push_back(shape);
+    }
+    return around;
+}
+
 }  // namespace
 
 const CameraCore::HandlerRow CameraCore::kHandlers[] = {
@@ -87,6 +105,7 @@ void CameraCore::Listener::on_ready(uint32_t) {
 CameraCore::CameraCore(Loop& loop, CameraConfig the_config)
     : config(std::move(the_config)),
       port(config.port),
+      settings(surroundings_of(config)),
       loop_(loop),
       start_us_(now_us()),
       motion_timer_(loop, [this] { on_motion_time(); }),
@@ -101,6 +120,8 @@ CameraCore::~CameraCore() {
 
 bool CameraCore::start(std::string* error) {
     if (running) return true;
+    if (!settings_loaded_ && !settings.load(error)) return false;
+    settings_loaded_ = true;
     const int fd = listen_on(config.address, &port);
     if (fd < 0) {
         *error = config.address + ":" + std::to_string(port) + ": " + std::strerror(errno);
@@ -112,6 +133,7 @@ bool CameraCore::start(std::string* error) {
         loop_.bury(std::move(listener_));
         return false;
     }
+    settings.set_port(port);
     running = true;
     loop_.report_change();
     motion_state_ = 0;
@@ -180,6 +202,8 @@ void CameraCore::on_command(Connection& connection, const Command& command) {
     ++stats_.commands;
     received.push_back({connection.number(), command});
     if (received.size() > Camera::kMostReceived) received.pop_front();
+    if (watcher) watcher(command);
+    if (command.tag1 != 1 || command.tag2 != 1 || !command.reserved_clear) count_malformed();
     loop_.report_change();
     if (command.flag != LENSWIRE_FLAG_COMMAND) {
         count_malformed();
@@ -269,7 +293,8 @@ void CameraCore::on_stream(Connection& connection, const Command& command) {
 }
 
 void CameraCore::on_setting(Connection& connection, const Command& command) {
-    const auto reply = settings.handle(command);
+    const auto [reply, understood] = settings.handle(command);
+    if (!understood) count_malformed();
     if (reply) answer(connection, *reply);
 }
 
@@ -333,7 +358,7 @@ size_t CameraCore::push_motion(uint8_t state) {
 
 void CameraCore::on_motion_time() {
     motion_state_ ^= 1;
-    push_motion(motion_state_);
+    if (settings.detects_motion()) push_motion(motion_state_);
     motion_timer_.arm(now_us() + config.motion_every_ms * 500);
 }
 

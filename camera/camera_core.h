@@ -43,6 +43,7 @@ class CameraCore {
     std::vector<AnswerFault> answer_faults;
     std::vector<StreamFault> stream_faults;
     std::map<uint16_t, Camera::Hook> hooks;
+    std::function<void(const Command&)> watcher;
     std::deque<std::shared_ptr<StreamStats>> streams;
     std::deque<Received> received;
 
@@ -89,6 +90,7 @@ class CameraCore {
     Timer motion_timer_;
     Timer restart_timer_;
     uint8_t motion_state_ = 0;
+    bool settings_loaded_ = false;
 };
 
 }  // namespace lenswire::camera

@@ -14,7 +14,7 @@ namespace lenswire::camera {
 // Spoils answers to commands. What is left at its default stays right, and several of the fields may be set.
 struct AnswerFault {
     std::optional<uint16_t> code = {};  // the command that it applies to; every command when absent
-    uint32_t times = 0;            // how many answers it spoils; 0: all of them
+    uint32_t times = 0;                 // how many answers it spoils; 0: all of them
 
     bool silent = false;       // no answer at all
     int64_t delay_ms = 0;      // the answer goes out that much later; other answers may overtake it
@@ -25,11 +25,11 @@ struct AnswerFault {
     std::optional<uint16_t> answer_code = {};
     std::optional<uint32_t> buffer_size = {};  // what the header announces, whatever follows
     std::optional<uint32_t> buffer_num = {};
-    int32_t length_delta = 0;        // announced size = real size + this
+    int32_t length_delta = 0;             // announced size = real size + this
     std::optional<Bytes> payload = {};    // instead of the right one
-    uint32_t garbage = 0;            // bytes of rubbish right behind the answer
+    uint32_t garbage = 0;                 // bytes of rubbish right behind the answer
     std::optional<uint32_t> cut_at = {};  // only the first so many bytes go out
-    bool close_after = false;        // the connection is closed once the answer is out
+    bool close_after = false;             // the connection is closed once the answer is out
 };
 
 enum class StreamFaultKind {
@@ -47,7 +47,7 @@ struct StreamFault {
     StreamFaultKind kind = StreamFaultKind::kClose;
     uint64_t at_frame = 0;  // the video frame of a connection, from 0, where it happens
     int64_t value = 0;
-    uint32_t times = 1;             // on how many connections it happens; 0: on all
+    uint32_t times = 1;                  // on how many connections it happens; 0: on all
     std::optional<uint8_t> stream = {};  // only on this stream number
 };
 

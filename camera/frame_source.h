@@ -48,7 +48,7 @@ struct StreamConfig {
     std::shared_ptr<const Clip> video = {};
     std::shared_ptr<const Clip> audio = {};   // interleaved with the video when there is one
     std::optional<Synthetic> synthetic = {};  // instead of the two clips
-    uint16_t frame_rate = 25;            // of the video clip
+    uint16_t frame_rate = 25;                 // of the video clip
     Pace pace = Pace::kRealTime;
     uint32_t link_mbit = 100;
     uint64_t max_frames = 0;  // video frames after which the stream ends at a frame boundary; 0 never

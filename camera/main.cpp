@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "camera/farm.h"
+#include "camera/layouts.h"
 #include "camera/options.h"
 
 using namespace lenswire::camera;
@@ -32,6 +33,14 @@ std::string describe(const StreamConfig& stream) {
     std::snprintf(text, sizeof text, "%s %ux%u%s", clip_kind_name(stream.video->kind()),
                   stream.video->width(), stream.video->height(), stream.audio ? " audio" : "");
     return text;
+}
+
+void show_commands(Camera& camera) {
+    const std::string name = camera.address() + ":" + std::to_string(camera.port());
+    camera.watch_commands([name](const Command& command) {
+        std::printf("%s %s\n", name.c_str(), describe(command).c_str());
+        std::fflush(stdout);
+    });
 }
 
 void announce(const Camera& camera) {
@@ -91,7 +100,10 @@ int main(int argc, char** argv) {
         }
     }
     for (const auto& [camera, fault] : options->faults) farm[camera].add_fault(fault);
-    for (size_t i = 0; i < farm.size(); ++i) announce(farm[i]);
+    for (size_t i = 0; i < farm.size(); ++i) {
+        announce(farm[i]);
+        if (options->show) show_commands(farm[i]);
+    }
     std::fflush(stdout);
     wait_for_end(options->seconds, signals);
     for (size_t i = 0; i < farm.size(); ++i) {

@@ -22,6 +22,7 @@ Command parse_header(std::span<const uint8_t> bytes) {
     command.login_id = get_u32(at + 8);
     command.buffer_size = get_u32(at + 12);
     command.buffer_num = get_u32(at + 16);
+    command.reserved_clear = std::all_of(at + 20, at + ARG_HEAD_LEN, [](uint8_t byte) { return byte == 0; });
     return command;
 }
 

@@ -19,6 +19,7 @@ struct Command {
     uint32_t login_id = 0;
     uint32_t buffer_size = 0;
     uint32_t buffer_num = 0;
+    bool reserved_clear = true;  // of a received command: whether its last 12 header bytes were 0
     Bytes payload;
 };
 

@@ -33,12 +33,22 @@ struct Typed {
     std::vector<std::string> faults;
     bool ignore_heartbeats = false;
     bool any_login_id = false;
+    bool show = false;
+    std::string state;
+    DeviceConfig device;
     unsigned threads = 1;
     double seconds = 0;
 };
 
 [[noreturn]] void refuse(const std::string& text) {
     throw std::runtime_error(text);
+}
+
+CLI::Validator at_most(size_t length) {
+    return {[length](std::string& text) {
+                return text.size() <= length ? "" : "longer than " + std::to_string(length) + " characters";
+            },
+            ""};
 }
 
 void declare(CLI::App& app, Typed& typed) {
@@ -73,6 +83,16 @@ void declare(CLI::App& app, Typed& typed) {
         "Streams: stop close-mid close reset stall[=MS] one-byte bad-flag wrong-length=N");
     app.add_flag("--ignore-heartbeats", typed.ignore_heartbeats, "Do not answer heartbeats");
     app.add_flag("--any-login-id", typed.any_login_id, "Serve commands that carry a wrong login id, too");
+    app.add_flag("--show", typed.show, "Say in words what is received");
+    app.add_option("--state", typed.state,
+                   "Keep the settings in files, in a folder per camera below this one");
+    app.add_option("--fisheye", typed.device.fisheye_type, "Fisheye type, 0 to 3")->check(CLI::Range(0, 3));
+    app.add_option("--device-type", typed.device.type, "Device type, 0 to 255");
+    app.add_option("--firmware-name", typed.device.firmware_name, "Firmware name")->check(at_most(63));
+    app.add_option("--platform", typed.device.platform, "Chip name")->check(at_most(7));
+    app.add_option("--sensor", typed.device.sensor, "Image sensor name")->check(at_most(7));
+    app.add_flag("--special-family", typed.device.special_family,
+                 "Mark the property block of the special family");
     app.add_option("--threads", typed.threads, "Threads that serve the cameras")->check(CLI::Range(1U, 64U));
     app.add_option("--seconds", typed.seconds, "End after that time")->check(CLI::Range(0.0, 1e9));
 }
@@ -207,6 +227,7 @@ Options make_options(const Typed& typed) {
     Options options;
     options.threads = typed.threads;
     options.seconds = typed.seconds;
+    options.show = typed.show;
     if (typed.user.size() > 31) refuse("--user: longer than the 31 characters of a login");
     const std::string password =
         typed.password_file.empty() ? typed.password : read_password(typed.password_file);
@@ -223,6 +244,9 @@ Options make_options(const Typed& typed) {
         camera.streams = turns[number % turns.size()];
         camera.answer_heartbeats = !typed.ignore_heartbeats;
         camera.require_login = !typed.any_login_id;
+        camera.device = typed.device;
+        camera.device.name = "Camera " + std::to_string(number + 1);
+        if (!typed.state.empty()) camera.device.state_dir = typed.state + "/" + camera.address;
         camera.motion_every_ms = static_cast<int64_t>(typed.motion * 1000);
         options.cameras.push_back(std::move(camera));
     }

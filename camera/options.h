@@ -14,6 +14,7 @@ namespace lenswire::camera {
 struct Options {
     unsigned threads = 1;
     double seconds = 0;  // run time; 0: until a signal
+    bool show = false;   // every received command in words
     std::vector<CameraConfig> cameras;
     std::vector<std::pair<size_t, Fault>> faults;  // which camera, from 0
 };

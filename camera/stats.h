@@ -28,7 +28,7 @@ struct CameraStats {
     uint64_t heartbeats = 0;
     uint64_t commands = 0;         // whole messages of every kind
     uint64_t wrong_login_ids = 0;  // commands that needed a login id and carried another one
-    uint64_t malformed = 0;        // messages that no recorder should send: over-long, a flag, a wrong length
+    uint64_t malformed = 0;        // messages that no recorder should send: wrong lengths, flags, tags
     uint64_t motion_pushes = 0;
     uint64_t video_frames = 0;  // over all streams, ended ones included
     uint64_t audio_frames = 0;
