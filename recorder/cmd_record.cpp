@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 
@@ -24,6 +25,7 @@ constexpr auto kTick = std::chrono::milliseconds(200);
 struct RecordOptions {
     std::vector<std::string> cameras;
     std::string directory = "recordings";
+    std::string summary;
     double seconds = 0;  // 0: until a signal
     bool disarmed = false;
 };
@@ -120,6 +122,12 @@ int exit_code(const std::vector<StreamStatus>& streams) {
     return sound ? kDone : kCameraFailed;
 }
 
+void write_summary(const std::string& path, const std::vector<StreamStatus>& streams) {
+    std::ofstream file(path);
+    file << summary_json(streams) << std::flush;
+    if (!file) throw camera_failed("cannot write " + path);
+}
+
 int record(const RecordOptions& options, const CommonOptions& common, Console& console) {
     RecordSession::Options session_options{.cameras = camera_addresses(options.cameras, common.password_file),
                                            .directory = options.directory,
@@ -143,6 +151,7 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     }
     if (common.json) console.print(summary_json(streams));
     if (!common.json && std::ranges::any_of(streams, streamed)) console.print(summary_table(streams));
+    if (!options.summary.empty()) write_summary(options.summary, streams);
     return exit_code(streams);
 }
 
@@ -159,6 +168,7 @@ void add_record(CLI::App& app, CommonOptions& common, Command& chosen) {
             return good ? std::string() : "must be a number of seconds above 0";
         });
     command->add_option("--out", options->directory, "Folder for the files")->capture_default_str();
+    command->add_option("--summary", options->summary, "File for the result as JSON, beside what is shown");
     command->add_flag("--disarmed", options->disarmed, "Begin with motion detection disarmed");
     command->callback([options, &common, &chosen] {
         chosen = [options, &common](Console& console) { return record(*options, common, console); };
