@@ -294,10 +294,10 @@ void Settings::keep(uint16_t code) {
 
 // When it was set goes before the record, so that the clock runs on while the camera is off.
 void Settings::keep_clock() {
-    Bytes bytes(8);
+    Bytes bytes(8 + clock_.as_set().size());
     put_u32(&bytes[0], static_cast<uint32_t>(clock_.set_at_us()));
     put_u32(&bytes[4], static_cast<uint32_t>(clock_.set_at_us() >> 32));
-    bytes.insert(bytes.end(), clock_.as_set().begin(), clock_.as_set().end());
+    std::ranges::copy(clock_.as_set(), bytes.begin() + 8);
     store_.save("clock", bytes);
 }
 
