@@ -26,6 +26,7 @@ namespace {
 constexpr const char* kThread = "ipc_upgrade_thread";
 constexpr int kUnexpectedMax = 30;
 constexpr int64_t kPause_ms = 1000;
+constexpr int kPiecesAtOnce = 4;
 constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;
 
 int64_t now_ms() {
@@ -77,7 +78,7 @@ class Upload {
     bool waits_for(Ready& ready) const;
     void receives(size_t k);
     uint32_t judges(Camera& camera, const uint8_t* message, ssize_t length) const;
-    void sends_piece(size_t k, std::FILE* file);
+    void sends_pieces(size_t k, std::FILE* file);
     void ends(size_t k, uint32_t state);
 
     JobRecord record_;
@@ -123,7 +124,7 @@ void Upload::sends(std::FILE* file, uint32_t size) {
         for (size_t k = 0; k < count_; ++k) {
             const int sock = cameras_[k].sock;
             if (sock >= 0 && FD_ISSET(sock, &ready.readable)) receives(k);
-            if (cameras_[k].connected() && FD_ISSET(sock, &ready.writable)) sends_piece(k, file);
+            if (cameras_[k].connected() && FD_ISSET(sock, &ready.writable)) sends_pieces(k, file);
         }
     }
 }
@@ -191,10 +192,15 @@ uint32_t Upload::judges(Camera& camera, const uint8_t* message, ssize_t length) 
     return ++camera.unexpected < kUnexpectedMax ? UPGRADE_RUNNING : UPGRADE_FAILED;
 }
 
-void Upload::sends_piece(size_t k, std::FILE* file) {
+// A connection that takes whole pieces gets a few at once: waking up costs more than sending them.
+void Upload::sends_pieces(size_t k, std::FILE* file) {
     Camera& camera = cameras_[k];
     const uint32_t before = camera.sent;
-    upload_step(camera.sock, file, header_, total_, camera.sent);
+    for (int i = 0; i < kPiecesAtOnce; ++i) {
+        const uint32_t start = camera.sent;
+        upload_step(camera.sock, file, header_, total_, camera.sent);
+        if (camera.sent - start < kPieceSize) break;
+    }
     camera.send_again_ms = camera.sent == before ? now_ms() + kPause_ms : 0;
     const auto percent =
         static_cast<uint32_t>(static_cast<float>(camera.sent) / static_cast<float>(total_) * 100);

@@ -15,7 +15,6 @@ namespace lenswire::upgrade {
 
 namespace {
 
-constexpr uint32_t kPieceSize = 256 * 1024;
 static_assert(sizeof(off_t) == 8, "a file's last bytes lie beyond 31 bits");
 
 // sendfile saves both copies of a piece, which is most of what an upload costs, but knows no MSG_NOSIGNAL:
