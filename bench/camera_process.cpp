@@ -17,7 +17,9 @@ namespace lenswire::bench {
 
 namespace {
 
-constexpr size_t kTakeBytes = 256 * 1024;
+// A camera takes its firmware in small pieces out of a small buffer.
+constexpr size_t kTakeBytes = 16 * 1024;
+constexpr int kReceiveBufferBytes = 64 * 1024;
 
 }  // namespace
 
@@ -28,6 +30,7 @@ class CameraLoop {
         for (uint32_t camera = 0; camera < cameras; ++camera) {
             int port = 0;
             const int listener = listen_at(CameraProcess::address_text(camera).c_str(), port);
+            setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
             connections_[listener] = {.camera = camera, .listens = true};
             watch(listener);
             board_[camera].port = port;

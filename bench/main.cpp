@@ -24,6 +24,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"streams", "receive many streams", add_streams},
     {"control", "ask cameras for settings", add_control},
+    {"upload", "send a firmware file to many cameras", add_upload},
     {"idle", "do nothing, with or without silent streams", add_idle},
 };
 

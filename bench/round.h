@@ -14,5 +14,6 @@ using Round = std::function<Json()>;
 Round add_streams(CLI::App& app);
 Round add_control(CLI::App& app);
 Round add_idle(CLI::App& app);
+Round add_upload(CLI::App& app);
 
 }  // namespace lenswire::bench
