@@ -72,7 +72,7 @@ struct IpcWifiNetwork {
     uint8_t ucSecured;
 };
 
-#define LENSWIRE_WIFI_NETWORKS 16
+#define LENSWIRE_WIFI_NETWORKS 8
 
 struct IpcWifi {
     uint8_t ucConnected;
@@ -81,7 +81,7 @@ struct IpcWifi {
     uint8_t reserved3;
     char szSsid[32];                                        /* the network it is in */
     struct IpcWifiNetwork networks[LENSWIRE_WIFI_NETWORKS]; /* in sight */
-    uint8_t reserved580[46];
+    uint8_t reserved308[318];
 };
 
 /* LENSWIRE_CMD_MOTION_GET and _SET. */
