@@ -25,6 +25,7 @@ constexpr Command kCommands[] = {
     {"streams", "receive many streams", add_streams},
     {"control", "ask cameras for settings", add_control},
     {"upload", "send a firmware file to many cameras", add_upload},
+    {"memory", "fill the library's tables", add_memory},
     {"idle", "do nothing, with or without silent streams", add_idle},
 };
 

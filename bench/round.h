@@ -15,5 +15,6 @@ Round add_streams(CLI::App& app);
 Round add_control(CLI::App& app);
 Round add_idle(CLI::App& app);
 Round add_upload(CLI::App& app);
+Round add_memory(CLI::App& app);
 
 }  // namespace lenswire::bench

@@ -8,6 +8,7 @@
 
 #include "bench/host.h"
 #include "bench/measure.h"
+#include "bench/thread_notes.h"
 
 using namespace lenswire::bench;
 
@@ -81,6 +82,7 @@ int get_channel_protocol(int channel) {
     return is_known(channel) ? kPrivateProtocol : 0;
 }
 int get_channel_bindstatus(int channel) {
+    note_this_thread();
     return is_known(channel) ? 1 : 0;
 }
 int is_channel_fish_eye(int) {
@@ -90,6 +92,7 @@ int is_channel_fish_eye(int) {
 // -- Stream requests and statistics.
 
 int Private_Protocol_GetRequestFromQueue(StreamRequest* request) {
+    note_this_thread();
     return host().next_request(request);
 }
 
@@ -158,6 +161,7 @@ int ring_pop_n(void* ring, void* dst, int length, int) {
 // -- Frame queue.
 
 void* streamGetFrameQueueBuffer(void* stream, int size) {
+    note_this_thread();
     uint8_t* buffer = host().consumer().pool().take(sizeof(StreamFrameHead) + static_cast<size_t>(size));
     if (buffer == nullptr) ++object_of(stream).refused;
     return buffer;

@@ -1,0 +1,75 @@
+#include "bench/thread_notes.h"
+
+#include <unistd.h>
+#include <mutex>
+
+#include "bench/measure.h"
+
+// The program's own malloc and its kind count, per thread, and leave the work to those of the C library.
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* pointer, size_t size);
+}
+
+namespace {
+
+thread_local uint64_t t_allocations = 0;
+thread_local bool t_noted = false;
+
+std::mutex g_mutex;
+std::vector<lenswire::bench::ThreadNote> g_noted;
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(size_t size) {
+    ++t_allocations;
+    return __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size) {
+    ++t_allocations;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* pointer, size_t size) {
+    ++t_allocations;
+    return __libc_realloc(pointer, size);
+}
+
+}  // extern "C"
+
+namespace lenswire::bench {
+
+void note_this_thread() {
+    if (t_noted) return;
+    const std::lock_guard lock(g_mutex);
+    g_noted.push_back({gettid(), pthread_self(), &t_allocations});
+    t_noted = true;
+}
+
+std::vector<ThreadNote> noted_threads() {
+    const std::lock_guard lock(g_mutex);
+    return g_noted;
+}
+
+uint64_t allocations_of_this_thread() {
+    return t_allocations;
+}
+
+size_t used_stack(pthread_t thread) {
+    pthread_attr_t attributes;
+    void* lowest;
+    size_t size;
+    if (pthread_getattr_np(thread, &attributes) != 0 ||
+        pthread_attr_getstack(&attributes, &lowest, &size) != 0) {
+        give_up("where a stack is");
+    }
+    pthread_attr_destroy(&attributes);
+    const auto* words = static_cast<const volatile uintptr_t*>(lowest);
+    size_t untouched = 0;
+    while (untouched < size / sizeof *words && words[untouched] == 0) ++untouched;
+    return size - untouched * sizeof *words;
+}
+
+}  // namespace lenswire::bench
