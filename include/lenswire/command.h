@@ -13,18 +13,18 @@
 extern "C" {
 #endif
 
-/* -- One message on a socket. pLen holds the caller's buffer length on entry, 0 to 4096, and the bytes
- * moved on return. None of the three closes the socket or tries again. */
+/* -- One message on a socket. pLen holds the caller's buffer length on entry, at most 4096, and the bytes
+ * moved on return; bad arguments leave it as it is. None of the three closes the socket or tries again. */
 
 /* Sends the whole message that starts at pData; its length follows from its header and must not be
  * above *pLen. One send, no SIGPIPE. 0 with *pLen = the length when all of it went out; -1 otherwise:
  * *pLen is 0 after a short send and when nothing could be sent now (after a pause of 5 ms). */
 LENSWIRE_API int PC_SendCmd(int sockFd, const void* pData, int* pLen);
 
-/* Reads exactly one message: 32 bytes of header, then the payload it announces, one read each. 0 with
- * *pLen = the message's length, or -1 with *pLen = 0: nothing there (after a pause of 100 ms), closed,
- * ulFlag not 0, longer than *pLen, or a payload that is not wholly there yet. Text of a broken message
- * that is logged is bounded by the bytes received. */
+/* Reads exactly one message into a buffer of at least 32 bytes: 32 bytes of header, then the payload it
+ * announces, one read each. 0 with *pLen = the message's length, or -1 with *pLen = 0: nothing there (after a
+ * pause of 100 ms), closed, ulFlag not 0, longer than *pLen, or a payload that is not wholly there yet. Text
+ * of a broken message that is logged is bounded by the bytes received. */
 LENSWIRE_API int PC_RecvCmd(int sockFd, void* pCmd, int* pLen);
 
 /* One read of up to *pLen bytes, message boundaries ignored. 0 with *pLen = bytes read; 1 when there is
@@ -38,8 +38,8 @@ LENSWIRE_API int PC_RecvCmd1(int sockFd, void* buf, int* pLen);
 extern LENSWIRE_API struct RecvSendSlot g_recvsendlist[128];
 extern LENSWIRE_API int32_t g_rs_num;
 
-/* Creates and destroys the table's lock. PC_InitCtx does the first. Both return the result of the
- * pthread call. */
+/* Creates and destroys the table's lock. PC_InitCtx does the first; after the second no other function of
+ * this family may be called. Both return the result of the pthread call. */
 LENSWIRE_API int Prv_cmd_Init(void);
 LENSWIRE_API int Prv_cmd_Delectl(void);
 
@@ -78,7 +78,8 @@ LENSWIRE_API int Private_Protocol_RecvProcess(const void* message, uint32_t ip);
  * client, no socket, or the send failed. time must not be negative. */
 LENSWIRE_API int Private_Protocol_CMDDelivery(uint32_t ip, void* pCmd, void* pData, int time);
 
-/* The same with the configuration layer's checks and log line; time is the number of attempts. */
+/* The same with the configuration layer's checks and log line; time is the caller's
+ * attempt budget: with 0 the message goes out and -1 comes back, any other value makes one attempt. */
 LENSWIRE_API int Prv_Send_Cmd(uint32_t ip, void* pCmd, void* pData, int time);
 
 #ifdef __cplusplus

@@ -39,7 +39,8 @@ extern LENSWIRE_API uint8_t PC_G_EventLoopSwitch, PC_G_RecvStreamLoopSwitch, PC_
 LENSWIRE_API int PC_InitCtx(void);
 
 /* Stops and joins the three threads and clears the tables; sockets held in them are not closed. After
- * it the library may be unloaded. Returns the result of destroying the delivery lock, 0 as a rule. Must
+ * it, and once no firmware upgrade runs and no other thread is inside the library, it may be unloaded. Units
+ * and clients are no longer to be had. Returns the result of destroying the delivery lock, 0 as a rule. Must
  * not be called from a host service. */
 LENSWIRE_API int PC_UnInitCtx(void);
 
@@ -54,14 +55,15 @@ LENSWIRE_API struct CmdClient* PC_CreateCmdClient0(void);
  * uses the control socket any more. Always 0. */
 LENSWIRE_API int PC_Delete(struct StreamConn* unit);
 
-/* Closes a client's control socket, if it is above 0. The state stays. */
+/* Closes a client's control socket, if it is above 0, waiting as PC_Delete does. The state stays. */
 LENSWIRE_API void PC_Exit(struct CmdClient* client);
 
 /* Connects the unit's client to a camera (address in network order, port in host order) and logs in.
  * info is copied. channel and stream name the recorder stream it is for and are passed to
  * networkGetStreamUsedNum and networkGetRunFlag, which can end the attempt. Blocks up to 10 seconds and
  * one step. 0 when the client is PC_STATE_READY; -4 no login reply or login refused, -3 connection
- * refused, -2 the socket never became ready, -1 other failures, no free client, or deleted meanwhile. A
+ * refused, -2 the socket never became ready, -1 other failures, no free client, or deleted or
+ * invited by another thread meanwhile. A
  * unit that is logged in already is logged in anew. */
 LENSWIRE_API int PC_Login(struct StreamConn* unit, uint32_t address, int port, const struct LoginInfo* info,
                           int channel, int stream);

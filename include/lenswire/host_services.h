@@ -2,8 +2,9 @@
  * be linked so that these names are in its dynamic symbol table (-rdynamic).
  *
  * Threads: the library calls a service from the thread named at its family. It holds no lock of its
- * own meanwhile, so a service may call back into the library. Services must not block for long: all
- * cameras share the event loop, all streams share the receive loop. */
+ * own meanwhile, so a service may call back into the library; one that the event loop calls cannot wait for
+ * an answer of a camera, though, since nobody would read it. Services must not block for long: all cameras
+ * share the event loop, all streams share the receive loop. */
 #ifndef LENSWIRE_HOST_SERVICES_H
 #define LENSWIRE_HOST_SERVICES_H
 
@@ -32,7 +33,8 @@ int get_channel_bindstatus(int channel);
 /* Fisheye byte of a channel in the low 8 bits, 0 for an ordinary camera. */
 int is_channel_fish_eye(int channel);
 
-/* -- Stream requests and statistics; called from the queue thread and the receive loop. */
+/* -- Stream requests and statistics; called from the queue thread and the receive loop, the two
+ * questions of a login from the thread that logs in. */
 
 /* Copies the oldest pending request out and removes it; -1 when there is none. Must not block. */
 int Private_Protocol_GetRequestFromQueue(struct StreamRequest* request);
@@ -83,7 +85,7 @@ extern uint8_t ucAudioTypeFlag[];
 extern uint32_t uFreamCount[];
 extern uint32_t uFreamType[];
 
-/* -- Motion and alarms; called from the event loop and the host's own threads. */
+/* -- Motion and alarms; called from the event loop, the host's own threads and upgrade threads. */
 
 /* Current motion state of a channel, 1 motion. */
 int VideoMDGetStatus(int channel);

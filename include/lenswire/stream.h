@@ -8,8 +8,9 @@
  * invites again and posts a new open request.
  *
  * Ownership: the host owns the socket and the objects. After a restart message they are no longer
- * touched. After a close request a delivery may still be under way for a moment; a host that frees the
- * objects does so after PC_UnInitCtx, or keeps them for the next open. */
+ * touched. After a close request the pass that is under way may still use them for a moment: a host frees
+ * the objects after PC_UnInitCtx, or keeps them for the next open, and invites a closed stream again once a
+ * few passes (10 ms) have gone by, or on another unit. */
 #ifndef LENSWIRE_STREAM_H
 #define LENSWIRE_STREAM_H
 
@@ -21,8 +22,8 @@ extern "C" {
 
 #define LENSWIRE_STREAM_SLOTS 192
 
-/* The stream slot tables, one entry per slot, written by the library; a host may read them (single 32-bit
- * loads). Times are uptime seconds. */
+/* The stream slot tables, one entry per slot, written by the library once a pass; a host may read them
+ * (single 32-bit loads; the records only while their slot is open). Times are uptime seconds. */
 extern LENSWIRE_API int32_t arrayfd[LENSWIRE_STREAM_SLOTS];    /* socket, 0 = slot free */
 extern LENSWIRE_API int32_t nodatatime[LENSWIRE_STREAM_SLOTS]; /* last data, or last restart */
 extern LENSWIRE_API int32_t tv1[LENSWIRE_STREAM_SLOTS];        /* start of the statistics interval */
@@ -42,7 +43,8 @@ extern LENSWIRE_API struct DevChannelInfo
  * channel (low 8 bits count). A previous stream socket of conn is closed first; conn must not be in an
  * open slot. out gets the first 32 payload bytes of the camera's answer, zero beyond what it sent, and
  * only on success. Returns 0 or -1; after a failure a socket may remain in conn->sockFd, which the next
- * call closes. Blocks up to 6 seconds. Called from a host thread. */
+ * call closes. Blocks up to 6 seconds. Called from a host thread;
+ * conn must not be deleted meanwhile. */
 LENSWIRE_API int PC_GetStream(struct StreamConn* conn, int channel, int stream, void* out32);
 
 /* Body of the queue thread: takes the host's stream requests and opens and closes slots, until
@@ -57,7 +59,7 @@ LENSWIRE_API int PostRestartMessageToQueue(int channel, int stream);
 
 /* One receive from a readable stream socket into the host's ring, then every complete packet out of it.
  * A packet is complete when the ring holds more than its payload and 64 bytes. The addresses are those
- * of the slot's table entries. 1 bytes were received, 0 nothing to read, -1 the stream failed. Receive
+ * of the stream's counters. 1 bytes were received, 0 nothing to read, -1 the stream failed. Receive
  * loop only. */
 LENSWIRE_API int RecvStreamToPacketBuf(int channel, int stream, int32_t* frameNo, int sockFd, int frameRate,
                                        int32_t* bitrate, void* pRecvBuf, void* pStream, int32_t* videoFrameNo,

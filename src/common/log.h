@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+#include "lenswire/host_services.h"
+
 #define LENSWIRE_LAYER_CONFIGURE "src/privateConfigure"
 #define LENSWIRE_LAYER_CLIENT "src/pteClient"
 

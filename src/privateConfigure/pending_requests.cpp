@@ -21,19 +21,20 @@ namespace {
 
 constexpr int kSlots = 128;
 
-// g_recvsendlist_mutex guards every field of g_recvsendlist but ucPosted and ulErrFlag, g_rs_num, and the
-// side table below. Host threads take and release slots, the event loop matches answers to them. Each
-// slot's own mutex guards its ucPosted and ulErrFlag. The two kinds are never held together: the matcher
-// pins a slot, lets go of the table and then posts; a release waits until nobody has the slot pinned.
-// Memory is taken from and given to the host outside the lock, so a slot that is being prepared is taken
-// (it counts in g_rs_num) but not yet ready, and matches nothing.
+// g_recvsendlist_mutex guards g_recvsendlist, g_rs_num and the side table below, but for two things: each
+// slot's own mutex guards its ucPosted and ulErrFlag, and a slot that is taken but not yet ready belongs to
+// the thread that prepares it, since memory comes from the host outside the lock. Host threads take and
+// release slots, the event loop matches answers to them.
+//
+// The two kinds of mutex are never held together: who posts pins the slot, lets go of the table and then
+// posts; a release first makes the slot unready and then waits until nobody has it pinned.
 pthread_mutex_t g_recvsendlist_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t g_unpinned = PTHREAD_COND_INITIALIZER;
 
 struct SlotSide {
-    bool taken;
-    bool ready;
-    bool answered;  // an answer's bytes are in recvData
+    bool ready;      // may be matched
+    bool answered;   // an answer's bytes are in recvData
+    uint32_t takes;  // tells one owner of the slot from the next
     int pins;
 };
 SlotSide g_side[kSlots];
@@ -58,26 +59,27 @@ SlotSide* side_of(const RecvSendSlot* slot) {
 int find_waiting(uint16_t command, uint32_t ip) {
     for (int i = 0; i < kSlots; ++i) {
         const RecvSendSlot& slot = g_recvsendlist[i];
-        if (g_side[i].ready && slot.ulInUse == 1 && slot.ulCmd == command && slot.ulIpAddr == ip) return i;
+        if (g_side[i].ready && slot.ulCmd == command && slot.ulIpAddr == ip) return i;
     }
     return kSlots;
 }
 
-int pin_waiting(uint16_t command, uint32_t ip) {
-    Lock table(g_recvsendlist_mutex);
-    const int index = find_waiting(command, ip);
-    if (index < kSlots) ++g_side[index].pins;
-    return index;
+// How many slots before `end` carry the keys and may not be matched. Under the table's lock.
+int count_unready(uint16_t command, uint32_t ip, int end) {
+    int count = 0;
+    for (int i = 0; i < end; ++i) {
+        if (g_recvsendlist[i].ulCmd == command && g_recvsendlist[i].ulIpAddr == ip) ++count;
+    }
+    return count;
 }
 
-// Counts, too, the slots before it that carry the same keys and are not in use.
-int find_waiting_and_stale(uint16_t command, uint32_t ip, int& stale) {
+// Pins the slot unless it has been released since it was taken for the `takes`th time.
+bool pin_same(int index, uint32_t takes) {
     Lock table(g_recvsendlist_mutex);
-    const int index = find_waiting(command, ip);
-    for (int i = 0; i < index; ++i) {
-        if (g_recvsendlist[i].ulCmd == command && g_recvsendlist[i].ulIpAddr == ip) ++stale;
-    }
-    return index;
+    SlotSide& side = g_side[index];
+    if (!side.ready || side.takes != takes) return false;
+    ++side.pins;
+    return true;
 }
 
 void unpin(int index) {
@@ -85,13 +87,28 @@ void unpin(int index) {
     if (--g_side[index].pins == 0) pthread_cond_broadcast(&g_unpinned);
 }
 
-int post(RecvSendSlot* slot, uint32_t error) {
+// Only the first answer counts. The slot is pinned, or not in the table.
+void post(RecvSendSlot* slot, uint32_t error) {
     Lock own(slot->mutex);
-    if (slot->ucPosted == 0) {
-        slot->ulErrFlag = error;
-        slot->ucPosted = 1;
-        pthread_cond_signal(&slot->cond);
+    if (slot->ucPosted != 0) return;
+    slot->ulErrFlag = error;
+    slot->ucPosted = 1;
+    pthread_cond_signal(&slot->cond);
+}
+
+int pin_and_post(RecvSendSlot* slot, uint32_t error) {
+    const SlotSide* side = side_of(slot);
+    if (side == nullptr) {
+        post(slot, error);
+        return 0;
     }
+    Lock table(g_recvsendlist_mutex);
+    const uint32_t takes = side->takes;
+    table.unlock();
+    const auto index = static_cast<int>(slot - g_recvsendlist);
+    if (!pin_same(index, takes)) return -1;
+    post(slot, error);
+    unpin(index);
     return 0;
 }
 
@@ -100,11 +117,7 @@ timespec deadline_after(int seconds) {
     seconds = std::min(seconds, kLongestWait);
     timeval now;
     gettimeofday(&now, nullptr);
-    return {.tv_sec = now.tv_sec + seconds, .tv_nsec = now.tv_usec * 1000L};
-}
-
-void report_stale(int count, uint16_t command) {
-    while (count-- > 0) PRI_LOG_AS("Prv_CmdStaErr", "pCmd->usCmd %x match cmd error  \n", command);
+    return {.tv_sec = now.tv_sec + seconds, .tv_nsec = static_cast<long>(now.tv_usec) * 1000};
 }
 
 // Takes a free slot: its index, kSlots when none is free although the count allows one, or -1 when the
@@ -114,8 +127,9 @@ int take_free_slot(int& taken) {
     taken = g_rs_num;
     if (g_rs_num >= kSlots) return -1;
     for (int i = 0; i < kSlots; ++i) {
-        if (g_side[i].taken || g_recvsendlist[i].ulInUse != 0) continue;
-        g_side[i].taken = true;
+        if (g_recvsendlist[i].ulInUse != 0) continue;
+        g_recvsendlist[i].ulInUse = 1;
+        ++g_side[i].takes;
         ++g_rs_num;
         return i;
     }
@@ -124,8 +138,38 @@ int take_free_slot(int& taken) {
 
 void give_back_unprepared(int index) {
     Lock table(g_recvsendlist_mutex);
-    g_side[index].taken = false;
+    g_recvsendlist[index].ulInUse = 0;
     if (g_rs_num > 0) --g_rs_num;
+}
+
+// Gives a taken slot its buffer and keys and lets it be matched. Without memory it is free again: null.
+RecvSendSlot* prepare(int index, uint32_t cmd, uint32_t ip) {
+    RecvSendSlot* slot = &g_recvsendlist[index];
+    if (slot->recvData != nullptr) {
+        PRI_LOG_AS("Init_Cond_Msg", "data pointer is not null g_recvsendlist[%d].recvData =%p\n\n", index,
+                   static_cast<void*>(slot->recvData));
+        MeFree(slot->recvData, LENSWIRE_LAYER_CONFIGURE, __LINE__);
+        slot->recvData = nullptr;
+    }
+    auto* buffer = static_cast<uint8_t*>(MeMalloc(MAX_CMD_SIZE, LENSWIRE_LAYER_CONFIGURE, __LINE__));
+    if (buffer == nullptr) {
+        PRI_LOG_AS("Init_Cond_Msg", "MeMalloc failed \n\n");
+        give_back_unprepared(index);
+        return nullptr;
+    }
+    std::memset(buffer, 0, MAX_CMD_SIZE);
+
+    Lock table(g_recvsendlist_mutex);
+    pthread_mutex_init(&slot->mutex, nullptr);
+    pthread_cond_init(&slot->cond, nullptr);
+    slot->recvData = buffer;
+    slot->ulCmd = cmd;
+    slot->ulIpAddr = ip;
+    slot->ucPosted = 0;
+    slot->ulErrFlag = 0;
+    g_side[index].answered = false;
+    g_side[index].ready = true;
+    return slot;
 }
 
 }  // namespace
@@ -169,33 +213,7 @@ RecvSendSlot* Init_Cond_Msg(int cmd, int reserved, uint32_t ip) {
         DUMP("Init_Cond_Msg invild  j=%d,g_rs_num =%d\n", kSlots, taken);
         return nullptr;
     }
-    RecvSendSlot* slot = &g_recvsendlist[index];
-    if (slot->recvData != nullptr) {
-        PRI_LOG("data pointer is not null g_recvsendlist[%d].recvData =%p\n\n", index,
-                static_cast<void*>(slot->recvData));
-        MeFree(slot->recvData, LENSWIRE_LAYER_CONFIGURE, __LINE__);
-        slot->recvData = nullptr;
-    }
-    auto* buffer = static_cast<uint8_t*>(MeMalloc(MAX_CMD_SIZE, LENSWIRE_LAYER_CONFIGURE, __LINE__));
-    if (buffer == nullptr) {
-        PRI_LOG("MeMalloc failed \n\n");
-        give_back_unprepared(index);
-        return nullptr;
-    }
-    std::memset(buffer, 0, MAX_CMD_SIZE);
-
-    Lock table(g_recvsendlist_mutex);
-    pthread_mutex_init(&slot->mutex, nullptr);
-    pthread_cond_init(&slot->cond, nullptr);
-    slot->recvData = buffer;
-    slot->ulCmd = static_cast<uint32_t>(cmd);
-    slot->ulIpAddr = ip;
-    slot->ucPosted = 0;
-    slot->ulErrFlag = 0;
-    slot->ulInUse = 1;
-    g_side[index].answered = false;
-    g_side[index].ready = true;
-    return slot;
+    return prepare(index, static_cast<uint32_t>(cmd), ip);
 }
 
 RecvSendSlot* Prv_PacketMsg(int cmd, int reserved, int attempts, uint32_t ip) {
@@ -232,13 +250,13 @@ int Prv_GetCond_Property(RecvSendSlot* slot, int seconds) {
 }
 
 int cond_post(RecvSendSlot* slot) {
-    if (is_slot(slot)) return post(slot, 0);
+    if (is_slot(slot)) return pin_and_post(slot, 0);
     PRI_LOG("input para error\n\n");
     return -1;
 }
 
 int cond_post_error(RecvSendSlot* slot) {
-    if (is_slot(slot)) return post(slot, 1);
+    if (is_slot(slot)) return pin_and_post(slot, 1);
     PRI_LOG("input para error\n\n");
     return -1;
 }
@@ -262,7 +280,6 @@ int prv_destroy_msg(RecvSendSlot* slot) {
     slot->ulCmd = 0;
     slot->ucPosted = 0;
     slot->ulErrFlag = 0;
-    side->taken = false;
     if (g_rs_num > 0) --g_rs_num;
     table.unlock();
     if (buffer != nullptr) MeFree(buffer, LENSWIRE_LAYER_CONFIGURE, __LINE__);
@@ -290,7 +307,7 @@ int Prv_CmdStaRgt(const void* message, uint32_t ip) {
     }
     ++g_side[index].pins;
     table.unlock();
-    cond_post(slot);
+    post(slot, 0);
     unpin(index);
     return 0;
 }
@@ -302,19 +319,21 @@ int Prv_CmdStaErr(const void* message, uint32_t ip) {
     }
     const PrivateCmd header = wire::load_header(message);
     const DottedAddress address(ip);
-    int stale = 0;
-    if (find_waiting_and_stale(header.usCmd, ip, stale) == kSlots) {
-        report_stale(stale, header.usCmd);
+    Lock table(g_recvsendlist_mutex);
+    const int index = find_waiting(header.usCmd, ip);
+    const uint32_t takes = index < kSlots ? g_side[index].takes : 0;
+    const int stale = count_unready(header.usCmd, ip, index);
+    table.unlock();
+
+    for (int i = 0; i < stale; ++i) PRI_LOG("pCmd->usCmd %x match cmd error  \n", header.usCmd);
+    if (index == kSlots) {
         DUMP("*****************recv data is error j=%d,pCmd->usCmd=%x,pCmd->ucState =%x,ip=%s", kSlots,
              header.usCmd, header.ucState, address.text);
         return -1;
     }
-    report_stale(stale, header.usCmd);
     DUMP("************cmd %x state %x is error ip is %s", header.usCmd, header.ucState, address.text);
-    // The host has had the word meanwhile: whoever waits now gets the error, as with any late answer.
-    const int index = pin_waiting(header.usCmd, ip);
-    if (index == kSlots) return -1;
-    cond_post_error(&g_recvsendlist[index]);
+    if (!pin_same(index, takes)) return -1;
+    post(&g_recvsendlist[index], 1);
     unpin(index);
     return -1;
 }

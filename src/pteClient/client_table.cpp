@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/log.h"
+#include "common/shared_word.h"
 #include "lenswire/command.h"
 
 using namespace lenswire;
@@ -22,21 +23,28 @@ namespace {
 pthread_cond_t g_unpinned = PTHREAD_COND_INITIALIZER;
 sem_t g_cmdclient_sem;
 sem_t g_streamconn_sem;
-std::atomic<bool> g_tables_open;
+// Written under the lock. Before the semaphores exist nobody may wait for a turn.
+bool g_tables_open;
 
-class Queue {
+// A turn at a semaphore of value 1.
+class Turn {
   public:
-    explicit Queue(sem_t& sem) : sem_(sem) {
+    explicit Turn(sem_t& sem) : sem_(sem) {
         while (sem_wait(&sem_) != 0) {
         }
     }
-    ~Queue() { sem_post(&sem_); }
-    Queue(const Queue&) = delete;
-    Queue& operator=(const Queue&) = delete;
+    ~Turn() { sem_post(&sem_); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
 
   private:
     sem_t& sem_;
 };
+
+bool are_tables_open() {
+    Lock lock(g_cmdclient_mutex);
+    return g_tables_open;
+}
 
 ClientSlot* slot_of(const CmdClient* client) {
     for (ClientSlot& slot : g_cmdclientlist) {
@@ -52,61 +60,74 @@ UnitSlot* slot_of(const StreamConn* unit) {
     return nullptr;
 }
 
-// Takes the socket away from the client: nobody finds it any more, and when this returns nobody uses it.
-// Lets go of the lock while it waits. The descriptor is the caller's to close.
-int take_socket(Lock& lock, ClientSlot& slot) {
-    const int fd = slot.client.sockFd;
-    publish(slot.client.sockFd, -1);
-    // Ends a step of an invitation that waits for the camera.
-    if (slot.pins > 0 && fd >= 0) shutdown(fd, SHUT_RDWR);
-    while (slot.pins > 0) lock.wait(g_unpinned);
-    return fd;
+// A unit that is the host's own, outside the table, is always the host's to use.
+bool is_usable(const StreamConn* unit) {
+    const UnitSlot* slot = slot_of(unit);
+    return slot == nullptr || slot->ucUsed != 0;
 }
 
-void set_binding(CmdClient& client, const Camera& camera) {
+Ref ref_to(CmdClient* client) {
+    ClientSlot* slot = slot_of(client);
+    return {client, slot, slot != nullptr ? slot->generation : 0};
+}
+
+void set_camera(CmdClient& client, const Camera& camera) {
     client.ulIpAddr = camera.address;
     client.ulPort = static_cast<uint32_t>(camera.port);
     client.LoginInfo = *camera.info;
-}
-
-// Leaves nothing of the last owner behind, its password least of all.
-void clear(ClientSlot& slot) {
-    std::memset(&slot.client, 0, sizeof slot.client);
-    slot.ucUsed = 0;
-    slot.hung_up = false;
-}
-
-// Frees a taken client and returns its socket.
-int free_client(Lock& lock, ClientSlot& slot) {
-    ++slot.generation;
-    slot.client.ulIpAddr = 0;
-    const int fd = take_socket(lock, slot);
-    clear(slot);
-    return fd;
 }
 
 void close_socket(int fd) {
     if (fd >= 0) close(fd);
 }
 
-CmdClient* take_free_client(const Camera* camera) {
-    if (!g_tables_open) return nullptr;
-    Queue queue(g_cmdclient_sem);
-    Lock lock(g_cmdclient_mutex);
+// Takes the socket away from the client: nobody finds it any more, and when this returns nobody uses it.
+// Lets go of the lock while it waits. The descriptor is the caller's to close.
+int take_socket(Lock& lock, CmdClient& client) {
+    const int fd = client.sockFd;
+    store_word(client.sockFd, -1);
+    ClientSlot* slot = slot_of(&client);
+    if (slot == nullptr || slot->pins == 0) return fd;
+    // Ends a step of an invitation that waits for the camera.
+    if (fd >= 0) shutdown(fd, SHUT_RDWR);
+    while (slot->pins > 0) lock.wait(g_unpinned);
+    return fd;
+}
+
+// Leaves nothing of the last owner behind, its password least of all.
+void clear(ClientSlot& slot) {
+    std::memset(&slot.client, 0, sizeof slot.client);
+    slot.ucUsed = 0;
+    slot.leaving = false;
+    slot.hung_up = false;
+}
+
+// Frees a client and returns its socket.
+int free_client(Lock& lock, ClientSlot& slot) {
+    ++slot.generation;
+    slot.leaving = true;
+    const int fd = take_socket(lock, slot.client);
+    clear(slot);
+    return fd;
+}
+
+// Under the lock, after a turn. A dead ref when all are taken.
+Ref take_free_client() {
+    if (!g_tables_open) return {};
     for (ClientSlot& slot : g_cmdclientlist) {
-        if (slot.ucUsed != 0) continue;
+        if (slot.ucUsed != 0 || slot.leaving) continue;
         clear(slot);
         ++slot.generation;
         slot.ucUsed = 1;
         slot.client.sockFd = -1;
-        if (camera != nullptr) set_binding(slot.client, *camera);
-        return &slot.client;
+        return ref_to(&slot.client);
     }
-    return nullptr;
+    return {};
 }
 
 StreamConn* take_free_unit() {
     Lock lock(g_cmdclient_mutex);
+    if (!g_tables_open) return nullptr;
     for (UnitSlot& slot : g_streamconnlist) {
         if (slot.ucUsed != 0) continue;
         slot = {};
@@ -117,22 +138,40 @@ StreamConn* take_free_unit() {
     return nullptr;
 }
 
-void empty_tables() {
-    Lock lock(g_cmdclient_mutex);
-    for (ClientSlot& slot : g_cmdclientlist) free_client(lock, slot);
-    std::memset(g_streamconnlist, 0, sizeof g_streamconnlist);
+// The start of every invitation. Gives back the lock.
+Invited prepare(Lock& lock, CmdClient* client, const Camera* camera) {
+    Ref ref = ref_to(client);
+    if (!is_alive(ref)) return {};
+    if (ref.slot != nullptr) ref.generation = ++ref.slot->generation;
+    const int fd = take_socket(lock, *client);
+    Invited invited;
+    if (is_alive(ref)) {
+        store_word(client->ucClientState, uint8_t{PC_STATE_IDLE});
+        client->ulRecvRemainLen = 0;
+        client->ulLoginStep = 0;
+        PC_SetDefaultTimerLength(client);
+        if (camera != nullptr) set_camera(*client, *camera);
+        invited = {ref, client->ulIpAddr, static_cast<int>(client->ulPort)};
+    }
+    lock.unlock();
+    close_socket(fd);
+    return invited;
 }
 
 }  // namespace
 
-bool is_alive(const Ref& ref) {
-    if (ref.slot == nullptr) return ref.client != nullptr;
-    return ref.slot->ucUsed != 0 && ref.slot->generation == ref.generation;
+bool is_taken(const ClientSlot& slot) {
+    return slot.ucUsed != 0 && !slot.leaving;
 }
 
-Ref ref_to(CmdClient* client) {
-    ClientSlot* slot = slot_of(client);
-    return {client, slot, slot != nullptr ? slot->generation : 0};
+bool is_alive(const Ref& ref) {
+    if (ref.slot == nullptr) return ref.client != nullptr;
+    return is_taken(*ref.slot) && ref.slot->generation == ref.generation;
+}
+
+bool still_alive(const Ref& ref) {
+    Lock lock(g_cmdclient_mutex);
+    return is_alive(ref);
 }
 
 void pin(ClientSlot& slot) {
@@ -143,12 +182,21 @@ void unpin(ClientSlot& slot) {
     if (--slot.pins == 0) pthread_cond_broadcast(&g_unpinned);
 }
 
-Pin::Pin(const Ref& ref) : slot_(nullptr), alive_(false) {
-    Lock lock(g_cmdclient_mutex);
+void Pin::take(const Ref& ref) {
     alive_ = is_alive(ref);
     if (!alive_ || ref.slot == nullptr) return;
     slot_ = ref.slot;
     pin(*slot_);
+}
+
+Pin::Pin(const Ref& ref) {
+    Lock lock(g_cmdclient_mutex);
+    take(ref);
+}
+
+Pin::Pin(CmdClient* client) {
+    Lock lock(g_cmdclient_mutex);
+    take(ref_to(client));
 }
 
 Pin::~Pin() {
@@ -157,86 +205,79 @@ Pin::~Pin() {
     unpin(*slot_);
 }
 
-Ref take_client(const Camera& camera) {
-    CmdClient* client = take_free_client(&camera);
-    if (client == nullptr) return {};
+Invited bind_unit(StreamConn* unit, const Camera& camera, bool& table_full) {
+    table_full = false;
     Lock lock(g_cmdclient_mutex);
-    return ref_to(client);
+    if (!is_usable(unit)) return {};
+    if (unit->pCmdClient != nullptr) return prepare(lock, unit->pCmdClient, &camera);
+    const bool open = g_tables_open;
+    lock.unlock();
+    if (!open) return {};
+
+    Turn turn(g_cmdclient_sem);
+    Lock again(g_cmdclient_mutex);
+    if (!is_usable(unit) || unit->pCmdClient != nullptr) return {};
+    const Ref ref = take_free_client();
+    table_full = ref.client == nullptr;
+    unit->pCmdClient = ref.client;
+    return table_full ? Invited{} : prepare(again, ref.client, &camera);
 }
 
-Ref bind_anew(CmdClient* client, const Camera* camera) {
+Invited bind_again(CmdClient* client) {
     Lock lock(g_cmdclient_mutex);
-    Ref ref = ref_to(client);
-    if (!is_alive(ref)) return {};
-    int fd = client->sockFd;
-    if (ref.slot != nullptr) {
-        ref.generation = ++ref.slot->generation;
-        fd = take_socket(lock, *ref.slot);
-        if (!is_alive(ref)) {
-            lock.unlock();
-            close_socket(fd);
-            return {};
-        }
-    }
-    publish(client->sockFd, -1);
-    publish(client->ucClientState, uint8_t{PC_STATE_IDLE});
-    client->ulRecvRemainLen = 0;
-    if (camera != nullptr) set_binding(*client, *camera);
-    lock.unlock();
-    close_socket(fd);
-    return ref;
+    return prepare(lock, client, nullptr);
 }
 
 bool attach(const Ref& ref, int fd) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return false;
     if (ref.slot != nullptr) ref.slot->hung_up = false;
-    publish(ref.client->sockFd, fd);
+    PC_SetCBState(ref.client, PC_STATE_CONNECTED);
+    store_word(ref.client->sockFd, fd);
     return true;
 }
 
 void drop(const Ref& ref) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return;
-    publish(ref.client->ucClientState, uint8_t{PC_STATE_IDLE});
-    ref.client->ulTimer = ref.client->ulTimerLen[PC_STATE_IDLE];
-    int fd = ref.client->sockFd;
-    if (ref.slot != nullptr) fd = take_socket(lock, *ref.slot);
-    if (ref.slot == nullptr) ref.client->sockFd = -1;
+    PC_SetCBState(ref.client, PC_STATE_IDLE);
+    const int fd = take_socket(lock, *ref.client);
     lock.unlock();
     close_socket(fd);
 }
 
-CmdClient* client_of(const StreamConn* unit) {
+bool has_client(const StreamConn* unit) {
     Lock lock(g_cmdclient_mutex);
-    return unit->pCmdClient;
+    return unit->pCmdClient != nullptr;
 }
 
-void set_client(StreamConn* unit, CmdClient* client) {
-    Lock lock(g_cmdclient_mutex);
-    unit->pCmdClient = client;
-}
-
-bool binding_of(const StreamConn* unit, Binding& binding) {
+bool find_camera(const StreamConn* unit, uint32_t& address, int& port, uint32_t& login_id) {
     Lock lock(g_cmdclient_mutex);
     const CmdClient* client = unit->pCmdClient;
     if (client == nullptr) return false;
-    binding = {client->ulIpAddr, static_cast<int>(client->ulPort), load(client->ulLoginId)};
+    address = client->ulIpAddr;
+    port = static_cast<int>(client->ulPort);
+    login_id = load_word(client->ulLoginId);
     return true;
 }
 
 int open_tables() {
-    empty_tables();
     sem_init(&g_cmdclient_sem, 0, 1);
     sem_init(&g_streamconn_sem, 0, 1);
     Prv_cmd_Init();
     const int result = pthread_mutex_init(&g_cmdclient_mutex, nullptr);
+    Lock lock(g_cmdclient_mutex);
     g_tables_open = true;
     return result;
 }
 
 int close_tables() {
-    empty_tables();
+    {
+        Lock lock(g_cmdclient_mutex);
+        g_tables_open = false;
+        std::memset(g_streamconnlist, 0, sizeof g_streamconnlist);
+        for (ClientSlot& slot : g_cmdclientlist) free_client(lock, slot);
+    }
     const int result = pthread_mutex_destroy(&g_cmdclient_mutex);
     // A call that comes after the end still finds a lock, and empty tables behind it.
     if (result == 0) pthread_mutex_init(&g_cmdclient_mutex, nullptr);
@@ -246,19 +287,24 @@ int close_tables() {
 }  // namespace lenswire::clients
 
 StreamConn* PC_CreateNew(void) {
-    if (!g_tables_open) return nullptr;
-    Queue queue(g_streamconn_sem);
-    StreamConn* unit = take_free_unit();
-    if (unit == nullptr) {
-        ENGINE_ERROR("no client units now \n");
-        return nullptr;
+    if (!are_tables_open()) return nullptr;
+    StreamConn* unit = nullptr;
+    {
+        Turn turn(g_streamconn_sem);
+        unit = take_free_unit();
+        CmdClient* client = unit != nullptr ? PC_CreateCmdClient0() : nullptr;
+        Lock lock(g_cmdclient_mutex);
+        if (unit != nullptr) unit->pCmdClient = client;
     }
-    set_client(unit, PC_CreateCmdClient0());
+    if (unit == nullptr) ENGINE_ERROR("no client units now \n");
     return unit;
 }
 
 CmdClient* PC_CreateCmdClient0(void) {
-    return take_free_client(nullptr);
+    if (!are_tables_open()) return nullptr;
+    Turn turn(g_cmdclient_sem);
+    Lock lock(g_cmdclient_mutex);
+    return take_free_client().client;
 }
 
 int PC_Delete(StreamConn* unit) {
@@ -272,7 +318,7 @@ int PC_Delete(StreamConn* unit) {
     ClientSlot* client = slot_of(slot->unit.pCmdClient);
     *slot = {};
     int fd = -1;
-    if (client != nullptr && client->ucUsed != 0) fd = free_client(lock, *client);
+    if (client != nullptr && is_taken(*client)) fd = free_client(lock, *client);
     lock.unlock();
     close_socket(fd);
     return 0;
@@ -281,10 +327,8 @@ int PC_Delete(StreamConn* unit) {
 void PC_Exit(CmdClient* client) {
     if (client == nullptr) return;
     Lock lock(g_cmdclient_mutex);
-    const int fd = client->sockFd;
-    if (fd <= 0) return;
-    if (ClientSlot* slot = slot_of(client); slot != nullptr) take_socket(lock, *slot);
-    if (client->sockFd == fd) publish(client->sockFd, -1);
+    if (client->sockFd <= 0) return;
+    const int fd = take_socket(lock, *client);
     lock.unlock();
-    close(fd);
+    close_socket(fd);
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 
+#include "common/shared_word.h"
 #include "lenswire/connection.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
@@ -37,19 +38,22 @@ Worker g_workers[] = {
 
 std::atomic<bool> g_ctx_inited;
 
-// The host's signals go to the host's threads: a new thread inherits that all are blocked.
+// The host's signals go to the host's threads: a new thread inherits what is blocked. Those that a thread
+// brings on itself stay, for the host's crash handler.
 bool start(Worker& worker, const pthread_attr_t& attributes) {
-    sigset_t all, before;
-    sigfillset(&all);
-    clients::publish(worker.run_switch, uint8_t{1});
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    sigset_t blocked, before;
+    sigfillset(&blocked);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
+        sigdelset(&blocked, own);
+    store_word(worker.run_switch, uint8_t{1});
+    pthread_sigmask(SIG_SETMASK, &blocked, &before);
     worker.started = pthread_create(&worker.thread, &attributes, worker.main, nullptr) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return worker.started;
 }
 
 void stop(Worker& worker) {
-    clients::publish(worker.run_switch, uint8_t{0});
+    store_word(worker.run_switch, uint8_t{0});
     if (worker.started) pthread_join(worker.thread, nullptr);
     worker.started = false;
 }

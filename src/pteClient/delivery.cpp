@@ -1,11 +1,12 @@
+#include <algorithm>
+#include <climits>
+
 #include "common/log.h"
+#include "common/shared_word.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "pteClient/client_table.h"
 #include "pteClient/command_io.h"
-
-#include <algorithm>
-#include <climits>
 
 using namespace lenswire;
 using namespace lenswire::command_io;
@@ -15,7 +16,7 @@ namespace {
 // Under the clients' lock.
 CmdClient* first_client_at(uint32_t ip) {
     for (clients::ClientSlot& slot : clients::g_cmdclientlist) {
-        if (slot.ucUsed != 0 && slot.client.ulIpAddr == ip) return &slot.client;
+        if (clients::is_taken(slot) && slot.client.ulIpAddr == ip) return &slot.client;
     }
     return nullptr;
 }
@@ -33,9 +34,9 @@ int Private_Protocol_CMDDelivery(uint32_t ip, void* pCmd, void* pData, int time)
     const CmdClient* client = first_client_at(ip);
     if (client == nullptr) return -1;
     PrivateCmd header = wire::load_header(pCmd);
-    header.ulLoginId = clients::load(client->ulLoginId);
+    header.ulLoginId = load_word(client->ulLoginId);
     wire::store(pCmd, header);
-    const int fd = clients::load(client->sockFd);
+    const int fd = load_word(client->sockFd);
     if (fd < 0) return -1;
     const int given = static_cast<int>(std::min<uint64_t>(wire::message_length(header), INT_MAX));
     int length = given;

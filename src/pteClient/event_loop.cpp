@@ -7,6 +7,7 @@
 #include <span>
 
 #include "common/log.h"
+#include "common/shared_word.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
@@ -36,8 +37,8 @@ struct WatchList {
 };
 
 bool is_watched(const ClientSlot& slot) {
-    const int fd = load(slot.client.sockFd);
-    return slot.ucUsed != 0 && load(slot.client.ucClientState) == PC_STATE_READY && fd > 0 &&
+    const int fd = load_word(slot.client.sockFd);
+    return is_taken(slot) && load_word(slot.client.ucClientState) == PC_STATE_READY && fd > 0 &&
            fd < FD_SETSIZE && !slot.hung_up;
 }
 
@@ -47,7 +48,7 @@ void watch_ready_clients(WatchList& list) {
     Lock lock(g_cmdclient_mutex);
     for (ClientSlot& slot : g_cmdclientlist) {
         if (!is_watched(slot)) continue;
-        const int fd = load(slot.client.sockFd);
+        const int fd = load_word(slot.client.sockFd);
         pin(slot);
         FD_SET(fd, &list.readable);
         FD_SET(fd, &list.broken);
@@ -78,7 +79,7 @@ Received receive(const Ref& ref, std::span<uint8_t, 2 * MAX_CMD_SIZE> work) {
     CmdClient& client = *ref.client;
     const size_t kept = std::min<size_t>(client.ulRecvRemainLen, MAX_CMD_SIZE - 1);
     int length = MAX_CMD_SIZE;
-    const int result = PC_RecvCmd1(load(client.sockFd), work.data() + kept, &length);
+    const int result = PC_RecvCmd1(load_word(client.sockFd), work.data() + kept, &length);
     if (result < 0) ref.slot->hung_up = true;
     if (result != 0) return received;
 
@@ -106,7 +107,7 @@ void update_client(const Ref& ref, const uint8_t* message) {
     if (!is_alive(ref)) return;
     const PrivateCmd header = wire::load_header(message);
     if (header.usCmd == LENSWIRE_CMD_LOGIN) {
-        publish(ref.client->ulLoginId, uint32_t{header.ulLoginId});
+        store_word(ref.client->ulLoginId, uint32_t{header.ulLoginId});
     } else {
         using SerialNum = std::array<uint8_t, LENSWIRE_SERIAL_SIZE>;
         wire::store(ref.client->serialNum, wire::load_padded<SerialNum>(wire::payload(message)));
@@ -137,19 +138,20 @@ int dispatch(const Ref& ref, uint32_t address, const uint8_t* message, int last)
 }
 
 // Reads and hands on what one client's socket holds. The receivers run without any lock, so the host may
-// do with the client what it likes meanwhile.
+// free the client or bind it anew meanwhile: what is left of the old camera is then dropped.
 int PC_ReciveCmd(const Ref& ref) {
     uint8_t work[2 * MAX_CMD_SIZE] = {};
     const Received received = receive(ref, work);
     if (!received.ok) return -1;
-    if (received.over_long.length > 0) {
+    if (received.over_long.kind == Front::kOverLong) {
         std::fprintf(stderr, "#############channel ip:0x%08x,recv cmd:0x%x size:%u(max cmd size is %u)\n",
                      received.address, received.over_long_command,
-                     static_cast<unsigned>(received.over_long.length), MAX_CMD_SIZE);
+                     static_cast<unsigned>(std::min<uint64_t>(received.over_long.length, UINT32_MAX)),
+                     MAX_CMD_SIZE);
         return 0;
     }
     int last = 0;
-    for (std::span<const uint8_t> rest = received.messages; !rest.empty();) {
+    for (std::span<const uint8_t> rest = received.messages; !rest.empty() && still_alive(ref);) {
         last = dispatch(ref, received.address, rest.data(), last);
         rest = rest.subspan(static_cast<size_t>(front_message(rest).length));
     }
@@ -175,7 +177,7 @@ void PC_SingleStep(void) {
 }
 
 void PC_EventLoop(void) {
-    while (load(PC_G_EventLoopSwitch) != 0) {
+    while (load_word(PC_G_EventLoopSwitch) != 0) {
         PC_SingleStep();
         usleep(kPassPauseUs);
     }

@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "common/log.h"
+#include "common/shared_word.h"
 #include "common/wire.h"
 #include "lenswire/cipher.h"
 #include "lenswire/command.h"
@@ -91,7 +92,7 @@ int receive_login(CmdClient& client, int fd) {
         const PrivateCmd header = wire::load_header(message);
         if (header.ucState != 0) return true;
         if (header.usCmd != LENSWIRE_CMD_LOGIN) return false;
-        publish(client.ulLoginId, uint32_t{header.ulLoginId});
+        store_word(client.ulLoginId, uint32_t{header.ulLoginId});
         FILE_LOG("connect success! id is %d,ip=0x%08x\n", static_cast<int>(header.ulLoginId),
                  client.ulIpAddr);
         client.ulLoginStep = login::kAccepted;
@@ -111,17 +112,9 @@ bool host_ends_it(int channel, int stream) {
     return networkGetStreamUsedNum(channel, stream) == 0 || networkGetRunFlag(channel, stream) == 4;
 }
 
-// Connects the client and enters PC_STATE_CONNECTED. False when that failed or the client died.
-bool connect_client(const Ref& ref) {
-    CmdClient& client = *ref.client;
-    int fd = -1;
-    {
-        const Pin pin(ref);
-        if (!pin) return false;
-        client.ulLoginStep = login::kNothingSent;
-        PC_SetDefaultTimerLength(&client);
-        fd = SK_ConnectTo(client.ulIpAddr, static_cast<int>(client.ulPort));
-    }
+// Starts the connection. False when that failed or the client died.
+bool connect_client(const Invited& invited) {
+    const int fd = SK_ConnectTo(invited.address, invited.port);
     if (fd < 0) {
         std::fprintf(stderr, "RTSP_Client_SubSvr Failed, error line: %d, error file: %s\n", __LINE__,
                      LENSWIRE_LAYER_CLIENT);
@@ -133,13 +126,9 @@ bool connect_client(const Ref& ref) {
         close(fd);
         return false;
     }
-    if (!attach(ref, fd)) {
-        close(fd);
-        return false;
-    }
-    const Pin pin(ref);
-    if (pin) PC_SetCBState(&client, PC_STATE_CONNECTED);
-    return static_cast<bool>(pin);
+    if (attach(invited.ref, fd)) return true;
+    close(fd);
+    return false;
 }
 
 // One step with the client held in place. False when it died.
@@ -147,18 +136,21 @@ bool step(const Ref& ref, int& result, bool& ready) {
     const Pin pin(ref);
     if (!pin) return false;
     result = PC_TaskProc(ref.client);
-    ready = load(ref.client->ucClientState) == PC_STATE_READY;
+    ready = load_word(ref.client->ucClientState) == PC_STATE_READY;
     return true;
 }
 
-void note_login_time(const Ref& ref) {
+// Ends a login that succeeded. False when the client died.
+bool note_login_time(const Ref& ref) {
     const uint32_t now = uptime();
     const Pin pin(ref);
     if (pin) ref.client->ulLoginUptime = now;
+    return static_cast<bool>(pin);
 }
 
-int invite(const Ref& ref, int channel, int stream) {
-    if (ref.client == nullptr || !connect_client(ref)) return -1;
+int invite(const Invited& invited, int channel, int stream) {
+    const Ref& ref = invited.ref;
+    if (ref.client == nullptr || !connect_client(invited)) return -1;
     const time_t start = steady_seconds();
     int worst = -1;
     int elapsed = 0;
@@ -167,7 +159,7 @@ int invite(const Ref& ref, int channel, int stream) {
         if (elapsed > kLongestElapsed || host_ends_it(channel, stream)) break;
         int result = -1;
         bool ready = false;
-        if (!step(ref, result, ready)) break;
+        if (!step(ref, result, ready)) return -1;
         if (result == -1) {
             std::fprintf(stderr, "RTSP_TaskProc Failed, error line: %d, error file: %s\n", __LINE__,
                          LENSWIRE_LAYER_CLIENT);
@@ -175,10 +167,7 @@ int invite(const Ref& ref, int channel, int stream) {
         }
         worst = std::min(worst, result);
         usleep(kStepPauseUs);
-        if (ready) {
-            note_login_time(ref);
-            return 0;
-        }
+        if (ready) return note_login_time(ref) ? 0 : -1;
     }
     std::printf("[%s:%s:%d]:channel %d stream %d wait private respone time out %d \n", LENSWIRE_LAYER_CLIENT,
                 "PcInviteStream", __LINE__, channel, stream, elapsed);
@@ -190,7 +179,7 @@ int invite(const Ref& ref, int channel, int stream) {
 
 int login::PC_CmdLogin(CmdClient* client) {
     if (client == nullptr) return -1;
-    const int fd = load(client->sockFd);
+    const int fd = load_word(client->sockFd);
     if (fd <= 0) return -1;
     switch (client->ulLoginStep) {
         case kNothingSent:
@@ -208,20 +197,13 @@ int login::PC_CmdLogin(CmdClient* client) {
 
 int PC_Login(StreamConn* unit, uint32_t address, int port, const LoginInfo* info, int channel, int stream) {
     if (unit == nullptr || info == nullptr) return -1;
-    const Camera camera{address, port, info};
-    CmdClient* client = client_of(unit);
-    if (client != nullptr) return invite(bind_anew(client, &camera), channel, stream);
-
-    const Ref ref = take_client(camera);
-    set_client(unit, ref.client);
-    if (ref.client == nullptr) {
-        ENGINE_ERROR("add client failed \n");
-        return -1;
-    }
-    return invite(ref, channel, stream);
+    bool table_full = false;
+    const Invited invited = bind_unit(unit, {address, port, info}, table_full);
+    if (table_full) ENGINE_ERROR("add client failed \n");
+    return invite(invited, channel, stream);
 }
 
 int PcInviteStream(CmdClient* client, int channel, int stream) {
     if (client == nullptr) return -1;
-    return invite(bind_anew(client, nullptr), channel, stream);
+    return invite(bind_again(client), channel, stream);
 }

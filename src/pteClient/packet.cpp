@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -139,6 +138,11 @@ void tell_audio_kind(const void* pStream, uint32_t kind) {
     if (info != nullptr) wire::store(info + kAudioKindOffset, kind);
 }
 
+// The counters are signed words that wrap.
+void add(int32_t& counter, uint32_t n) {
+    counter = static_cast<int32_t>(static_cast<uint32_t>(counter) + n);
+}
+
 timeval wall_clock() {
     timeval now;
     gettimeofday(&now, nullptr);
@@ -164,7 +168,8 @@ int PacketToFrameQueue(const void* header_bytes, int frameRate, void* pRecvBuf, 
         return 0;
     }
     auto head = wire::load<StreamFrameHead>(frame);
-    const auto sequence = static_cast<uint16_t>((*videoFrameNo)++);
+    const auto sequence = static_cast<uint16_t>(*videoFrameNo);
+    add(*videoFrameNo, 1);
     if (video) {
         packet::fill_video_head(head, header, sequence, frameRate, static_cast<uint8_t>(byte29),
                                 wall_clock());
@@ -181,7 +186,7 @@ int PacketToFrameQueue(const void* header_bytes, int frameRate, void* pRecvBuf, 
     pop_payload(ring, frame + sizeof head + prefix, length);
     insert(pStream, frame);
     if (video) {
-        ++*framecount;
+        add(*framecount, 1);
         *width = header.usWidth;
         *height = header.usHeight;
     }
@@ -220,7 +225,7 @@ int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate,
         }
         const uint32_t length = packet::payload_length(header);
         if (ring_used_size(ring) <= length + kBytesBeyondPayload) break;
-        *bitrate += static_cast<int32_t>(length + sizeof header);
+        add(*bitrate, length + sizeof header);
         ring_pop_n(ring, &header, sizeof header, kHeaderCapacity);
         PacketToFrameQueue(&header, frameRate, pRecvBuf, pStream, pStream, 0, videoFrameNo, audioFrameNo,
                            framecount, width, height, channel);

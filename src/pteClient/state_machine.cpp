@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include "common/shared_word.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
@@ -28,13 +29,13 @@ int PC_SetCBState(CmdClient* client, int state) {
         return -1;
     }
     client->ulTimer = client->ulTimerLen[state];
-    publish(client->ucClientState, static_cast<uint8_t>(state));
+    store_word(client->ucClientState, static_cast<uint8_t>(state));
     return 0;
 }
 
 int PC_TimerProc(CmdClient* client) {
     if (client == nullptr) return -1;
-    if (load(client->ucClientState) > PC_STATE_READY) return 0;
+    if (load_word(client->ucClientState) > PC_STATE_READY) return 0;
     PC_SetCBState(client, PC_STATE_TIMEOUT);
     return -1;
 }
@@ -47,10 +48,10 @@ int PC_TaskProc(CmdClient* client) {
 }
 
 int PC_TcpSocketRecv(CmdClient* client) {
-    if (client == nullptr || load(client->ucClientState) > PC_STATE_READY) return -1;
-    const int ready = PC_SockReadable(load(client->sockFd));
+    if (client == nullptr || load_word(client->ucClientState) > PC_STATE_READY) return -1;
+    const int ready = PC_SockReadable(load_word(client->sockFd));
     if (ready <= 0) return ready;
-    const uint8_t state = load(client->ucClientState);
+    const uint8_t state = load_word(client->ucClientState);
     switch (state) {
         case PC_STATE_CONNECTING:
             return PC_CONNECTINGRespMsg(client);
@@ -68,7 +69,7 @@ int PC_TcpSocketRecv(CmdClient* client) {
 
 int PC_CONNECTINGRespMsg(CmdClient* client) {
     if (client == nullptr) return -1;
-    if (PC_SockReadable(load(client->sockFd)) > 0) PC_SetCBState(client, PC_STATE_CONNECTED);
+    if (PC_SockReadable(load_word(client->sockFd)) > 0) PC_SetCBState(client, PC_STATE_CONNECTED);
     return 0;
 }
 
@@ -90,14 +91,12 @@ int PC_LOGINEDRespMsg(CmdClient* client) {
 
 int PC_SendHeartbeat(CmdClient* client) {
     if (client == nullptr) return -1;
-    Lock lock(g_cmdclient_mutex);
-    const Ref ref = ref_to(client);
-    lock.unlock();
-    const Pin pin(ref);
-    const int fd = load(client->sockFd);
-    if (!pin || fd < 0) return -1;
+    const Pin pin(client);
+    if (!pin) return -1;
+    const int fd = load_word(client->sockFd);
+    if (fd < 0) return -1;
     PrivateCmd heartbeat = wire::command_header(LENSWIRE_CMD_HEARTBEAT, 0, 0);
-    heartbeat.ulLoginId = load(client->ulLoginId);
+    heartbeat.ulLoginId = load_word(client->ulLoginId);
     int length = sizeof heartbeat;
     return PC_SendCmd(fd, &heartbeat, &length) == 0 ? 0 : -1;
 }

@@ -1,7 +1,6 @@
 #include <unistd.h>
 #include <array>
 #include <cstdio>
-#include <cstring>
 
 #include "common/wire.h"
 #include "lenswire/command.h"
@@ -45,18 +44,17 @@ bool send_when_connected(int fd, const StreamInvitation& request) {
 
 int PC_GetStream(StreamConn* conn, int channel, int stream, void* out32) {
     if (conn == nullptr || channel < 0 || stream < 0) return -1;
-    clients::Binding camera;
-    if (!clients::binding_of(conn, camera)) return -1;
+    uint32_t address, login_id;
+    int port;
+    if (!clients::find_camera(conn, address, port, login_id)) return -1;
     if (conn->sockFd >= 0) close(conn->sockFd);
     conn->sockFd = -1;
-    conn->sockFd = SK_ConnectTo(camera.address, camera.port);
-    if (conn->sockFd < 0) return -1;
-    if (!send_when_connected(conn->sockFd, invitation(camera.login_id, channel, stream))) return -1;
+    const int fd = conn->sockFd = SK_ConnectTo(address, port);
+    if (fd < 0 || !send_when_connected(fd, invitation(login_id, channel, stream))) return -1;
 
     uint8_t reply[MAX_CMD_SIZE + 1] = {};
     int length = MAX_CMD_SIZE;
-    if (SK_SelectWaitReadable(conn->sockFd, kWaitMs) != 0) return -1;
-    if (PC_RecvCmd(conn->sockFd, reply, &length) != 0) return -1;
+    if (SK_SelectWaitReadable(fd, kWaitMs) != 0 || PC_RecvCmd(fd, reply, &length) != 0) return -1;
     const PrivateCmd header = wire::load_header(reply);
     if (header.usCmd != LENSWIRE_CMD_STREAM) {
         std::printf("++++++++++++++[%d][%d]PC_GetStream type:%d len:%d+++++++++++++++\n", channel, stream,

@@ -2,15 +2,14 @@
 #include <sys/select.h>
 #include <unistd.h>
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
 #include "common/log.h"
+#include "common/shared_word.h"
 #include "lenswire/connection.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
-#include "pteClient/client_table.h"
 #include "pteClient/stream_slots.h"
 
 using namespace lenswire;
@@ -38,26 +37,26 @@ int32_t seconds_between(int32_t earlier, int32_t later) {
     return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
 }
 
-bool is_silent(int index, int32_t at) {
-    return seconds_between(last_data(index), at) > kSilenceLimit;
+bool is_silent(int32_t last, int32_t at) {
+    return seconds_between(last, at) > kSilenceLimit;
 }
 
-// Frees the slot of a stream that has been silent for too long and tells the host. False while it has not,
-// or when the slot is another's by now.
-bool restart_if_silent(int index, Lease& lease) {
+// Frees the slot of a stream that has been silent for too long and tells the host, then `after`.
+template <typename After>
+void restart_if_silent(int index, After after) {
     const int32_t at = now();
-    if (!is_silent(index, at) || !take_lease(index, lease)) return false;
-    if (seconds_between(lease.counters.nodatatime, at) <= kSilenceLimit) return false;
+    if (!is_silent(last_data(index), at)) return;
+    Lease lease(index);
+    if (!lease || !is_silent(lease.counters.nodatatime, at)) return;
     lease.counters.nodatatime = at;
-    bring_back(lease);
-    if (!free_slot(lease)) return false;
-    PostRestartMessageToQueue(lease.info.ucChannelNo, lease.info.ucStreamNo);
-    return true;
+    if (!lease.free_slot()) return;
+    PostRestartMessageToQueue(lease.info().ucChannelNo, lease.info().ucStreamNo);
+    after(lease.info());
 }
 
 void restart_failed(const Lease& lease) {
-    if (!free_slot(lease)) return;
-    PostRestartMessageToQueue(lease.info.ucChannelNo, lease.info.ucStreamNo);
+    if (!lease.free_slot()) return;
+    PostRestartMessageToQueue(lease.info().ucChannelNo, lease.info().ucStreamNo);
     LOOP_ERROR("PostRestartMessageToQueue2.................. \n");
 }
 
@@ -66,8 +65,8 @@ void update_statistics(Lease& lease) {
     const int32_t at = now();
     const int32_t elapsed = seconds_between(counters.tv1, at);
     if (elapsed > kStatisticsInterval) {
-        const int channel = lease.info.ucChannelNo;
-        const int stream = lease.info.ucStreamNo;
+        const int channel = lease.info().ucChannelNo;
+        const int stream = lease.info().ucStreamNo;
         const int32_t frame_rate = counters.framecount / elapsed;
         if (frame_rate != 0) counters.framerate = frame_rate;
         const int32_t bytes_per_second = counters.bitrate / elapsed;
@@ -79,15 +78,16 @@ void update_statistics(Lease& lease) {
         counters.startNo = counters.videoFrameNo;
     }
     counters.nodatatime = at;
-    bring_back(lease);
+    lease.bring_back();
 }
 
 void serve_readable(Lease& lease) {
+    const DevChannelInfo& info = lease.info();
     Counters& counters = lease.counters;
-    const int result = RecvStreamToPacketBuf(
-        lease.info.ucChannelNo, lease.info.ucStreamNo, &counters.frameNo, lease.fd, counters.framerate,
-        &counters.bitrate, lease.info.pRecvBuf, lease.info.pStream, &counters.videoFrameNo,
-        &counters.audioFrameNo, &counters.framecount, &counters.width, &counters.height);
+    const int result = RecvStreamToPacketBuf(info.ucChannelNo, info.ucStreamNo, &counters.frameNo, lease.fd(),
+                                             counters.framerate, &counters.bitrate, info.pRecvBuf,
+                                             info.pStream, &counters.videoFrameNo, &counters.audioFrameNo,
+                                             &counters.framecount, &counters.width, &counters.height);
     if (result == 0) return;
     if (result < 0) restart_failed(lease);
     update_statistics(lease);
@@ -98,30 +98,36 @@ bool is_in(const fd_set& set, int fd) {
 }
 
 void serve_slot(int index, const fd_set& readable) {
-    Lease lease;
-    if (is_in(readable, socket_of(index))) {
-        if (take_lease(index, lease) && is_in(readable, lease.fd)) serve_readable(lease);
-    } else if (socket_of(index) != 0 && restart_if_silent(index, lease)) {
-        ucAudioTypeFlag[lease.info.ucChannelNo] = 0;
-        LOOP_ERROR("channel:%d,stream:%d,PostRestartMessageToQueue3.................. \n",
-                   lease.info.ucChannelNo, lease.info.ucStreamNo);
+    const int fd = socket_of(index);
+    if (fd == 0) return;
+    if (is_in(readable, fd)) {
+        Lease lease(index);
+        if (is_in(readable, lease.fd())) serve_readable(lease);
+        return;
     }
+    restart_if_silent(index, [](const DevChannelInfo& info) {
+        ucAudioTypeFlag[info.ucChannelNo] = 0;
+        LOOP_ERROR("channel:%d,stream:%d,PostRestartMessageToQueue3.................. \n", info.ucChannelNo,
+                   info.ucStreamNo);
+    });
 }
 
 void check_silence() {
-    Lease lease;
     for (int i = 0; i < kSlots; ++i) {
-        if (socket_of(i) == 0 || !restart_if_silent(i, lease)) continue;
-        LOOP_ERROR("PostRestartMessageToQueue1.....[ch=%d][streamNo=%d]............. \n",
-                   lease.info.ucChannelNo, lease.info.ucStreamNo);
+        if (socket_of(i) == 0) continue;
+        restart_if_silent(i, [](const DevChannelInfo& info) {
+            LOOP_ERROR("PostRestartMessageToQueue1.....[ch=%d][streamNo=%d]............. \n",
+                       info.ucChannelNo, info.ucStreamNo);
+        });
     }
 }
 
 // A descriptor that the host closed makes every select fail: its stream fails, the others go on.
 void restart_bad_descriptors() {
-    Lease lease;
     for (int i = 0; i < kSlots; ++i) {
-        if (take_lease(i, lease) && fcntl(lease.fd, F_GETFD) < 0) restart_failed(lease);
+        if (socket_of(i) == 0) continue;
+        const Lease lease(i);
+        if (lease && fcntl(lease.fd(), F_GETFD) < 0) restart_failed(lease);
     }
 }
 
@@ -154,7 +160,7 @@ void run_pass() {
 }  // namespace
 
 void PC_RecvStreamLoop(void) {
-    while (clients::load(PC_G_RecvStreamLoopSwitch) != 0) run_pass();
+    while (load_word(PC_G_RecvStreamLoopSwitch) != 0) run_pass();
     std::puts("+++++++++PC_RecvStreamLoop thread exit+++++++++");
 }
 

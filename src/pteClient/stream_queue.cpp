@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "common/log.h"
-#include "common/wire.h"
+#include "common/shared_word.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
@@ -13,31 +13,35 @@ using namespace lenswire;
 
 namespace {
 
+#define QUEUE_ERROR(format, ...)                                                           \
+    std::fprintf(stderr, "[%s:%s:%d]:" format, LENSWIRE_LAYER_CLIENT, "PC_GetQueueThread", \
+                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
 constexpr useconds_t kEmptyPauseUs = 100;
 // Into the receive-buffer object: the word of the host's ring that says how much it holds.
 constexpr size_t kRingFillOffset = 28;
 
-bool can_be_served(const DevChannelInfo& info) {
-    if (info.pStreamConn == nullptr || info.pRecvBuf == nullptr || info.pStream == nullptr) return false;
-    return info.pStreamConn->sockFd > 0 && info.pStreamConn->sockFd < FD_SETSIZE;
+// The socket that an open request hands over; 0 when there is nothing to receive, or nowhere to.
+int socket_to_serve(const DevChannelInfo& info) {
+    if (info.pStreamConn == nullptr || info.pRecvBuf == nullptr || info.pStream == nullptr) return 0;
+    const int fd = info.pStreamConn->sockFd;
+    return fd > 0 && fd < FD_SETSIZE ? fd : 0;
 }
 
 void open_stream(const DevChannelInfo& info) {
-    if (!can_be_served(info)) {
-        std::fprintf(stderr, "[%s:%s:%d]:channel:%d,stream:%d,open request without a stream to receive \n",
-                     LENSWIRE_LAYER_CLIENT, "PC_GetQueueThread", __LINE__, info.ucChannelNo, info.ucStreamNo);
+    const int fd = socket_to_serve(info);
+    if (fd == 0) {
+        QUEUE_ERROR("channel:%d,stream:%d,open request without a stream to receive \n", info.ucChannelNo,
+                    info.ucStreamNo);
         PostRestartMessageToQueue(info.ucChannelNo, info.ucStreamNo);
         return;
     }
-    streams::Counters counters{};
-    counters.tv1 = static_cast<int32_t>(uptime());
-    counters.nodatatime = static_cast<int32_t>(uptime());
+    if (!streams::has_free_slot()) return;
+    const auto tv1 = static_cast<int32_t>(uptime());
+    const auto nodatatime = static_cast<int32_t>(uptime());
     std::memset(static_cast<uint8_t*>(info.pRecvBuf) + kRingFillOffset, 0, sizeof(uint32_t));
-    if (clients::client_of(info.pStreamConn) == nullptr) {
-        std::fprintf(stderr, "[%s:%s:%d]:holy shit.... \n", LENSWIRE_LAYER_CLIENT, "PC_GetQueueThread",
-                     __LINE__);
-    }
-    streams::open_slot(info, info.pStreamConn->sockFd, counters);
+    if (!clients::has_client(info.pStreamConn)) QUEUE_ERROR("holy shit.... \n");
+    streams::open_slot(info, fd, tv1, nodatatime);
 }
 
 void act_on(const StreamRequest& request) {
@@ -56,7 +60,7 @@ void act_on(const StreamRequest& request) {
 }  // namespace
 
 void PC_GetQueueThread(void) {
-    while (clients::load(PC_G_RecvQueue) != 0) {
+    while (load_word(PC_G_RecvQueue) != 0) {
         StreamRequest request{};
         while (Private_Protocol_GetRequestFromQueue(&request) != -1) act_on(request);
         usleep(kEmptyPauseUs);

@@ -1,9 +1,9 @@
 #include "pteClient/stream_slots.h"
 
 #include <pthread.h>
-#include <atomic>
 
 #include "common/lock.h"
+#include "common/shared_word.h"
 
 int32_t arrayfd[LENSWIRE_STREAM_SLOTS], nodatatime[LENSWIRE_STREAM_SLOTS], tv1[LENSWIRE_STREAM_SLOTS],
     bitrate[LENSWIRE_STREAM_SLOTS], framecount[LENSWIRE_STREAM_SLOTS], framerate[LENSWIRE_STREAM_SLOTS],
@@ -18,94 +18,107 @@ namespace {
 pthread_mutex_t g_stream_slots_mutex = PTHREAD_MUTEX_INITIALIZER;
 uint32_t g_generation[kSlots];
 
-// The exported tables are read by the host at any time, one whole word each.
-int32_t read(int32_t& word) {
-    return std::atomic_ref<int32_t>(word).load(std::memory_order_relaxed);
-}
-void write(int32_t& word, int32_t value) {
-    std::atomic_ref<int32_t>(word).store(value, std::memory_order_relaxed);
-}
-void publish_socket(int index, int fd) {
-    std::atomic_ref<int32_t>(arrayfd[index]).store(fd, std::memory_order_release);
-}
-
 Counters read_counters(int i) {
-    return {read(nodatatime[i]), read(tv1[i]),     read(bitrate[i]),     read(framecount[i]),
-            read(framerate[i]),  read(width[i]),   read(height[i]),      read(videoFrameNo[i]),
-            read(startNo[i]),    read(frameNo[i]), read(audioFrameNo[i])};
+    return {.nodatatime = nodatatime[i],
+            .tv1 = tv1[i],
+            .bitrate = bitrate[i],
+            .framecount = framecount[i],
+            .framerate = framerate[i],
+            .width = width[i],
+            .height = height[i],
+            .videoFrameNo = videoFrameNo[i],
+            .startNo = startNo[i],
+            .frameNo = frameNo[i],
+            .audioFrameNo = audioFrameNo[i]};
 }
 
 void write_counters(int i, const Counters& counters) {
-    write(nodatatime[i], counters.nodatatime);
-    write(tv1[i], counters.tv1);
-    write(bitrate[i], counters.bitrate);
-    write(framecount[i], counters.framecount);
-    write(framerate[i], counters.framerate);
-    write(width[i], counters.width);
-    write(height[i], counters.height);
-    write(videoFrameNo[i], counters.videoFrameNo);
-    write(startNo[i], counters.startNo);
-    write(frameNo[i], counters.frameNo);
-    write(audioFrameNo[i], counters.audioFrameNo);
+    store_word(nodatatime[i], counters.nodatatime);
+    store_word(tv1[i], counters.tv1);
+    store_word(bitrate[i], counters.bitrate);
+    store_word(framecount[i], counters.framecount);
+    store_word(framerate[i], counters.framerate);
+    store_word(width[i], counters.width);
+    store_word(height[i], counters.height);
+    store_word(videoFrameNo[i], counters.videoFrameNo);
+    store_word(startNo[i], counters.startNo);
+    store_word(frameNo[i], counters.frameNo);
+    store_word(audioFrameNo[i], counters.audioFrameNo);
+}
+
+int find_free_slot() {
+    for (int i = 0; i < kSlots; ++i) {
+        if (socket_of(i) == 0) return i;
+    }
+    return kSlots;
+}
+
+int find_record(uint8_t channel, uint8_t stream) {
+    for (int i = 0; i < kSlots; ++i) {
+        if (devchannelinfo[i].ucChannelNo == channel && devchannelinfo[i].ucStreamNo == stream) return i;
+    }
+    return kSlots;
 }
 
 }  // namespace
 
 int socket_of(int index) {
-    return std::atomic_ref<int32_t>(arrayfd[index]).load(std::memory_order_acquire);
+    return load_word(arrayfd[index]);
 }
 
 int32_t last_data(int index) {
-    return read(nodatatime[index]);
+    return load_word(nodatatime[index]);
 }
 
-bool open_slot(const DevChannelInfo& info, int fd, const Counters& counters) {
+bool has_free_slot() {
+    return find_free_slot() < kSlots;
+}
+
+void open_slot(const DevChannelInfo& info, int fd, int32_t opened, int32_t last_data) {
     Lock lock(g_stream_slots_mutex);
-    for (int i = 0; i < kSlots; ++i) {
-        if (socket_of(i) != 0) continue;
-        devchannelinfo[i] = info;
-        ++g_generation[i];
-        Counters fresh = counters;
-        fresh.width = read(width[i]);
-        fresh.height = read(height[i]);
-        write_counters(i, fresh);
-        publish_socket(i, fd);
-        return true;
-    }
-    return false;
+    const int i = find_free_slot();
+    if (i == kSlots) return;
+    devchannelinfo[i] = info;
+    ++g_generation[i];
+    Counters counters{};
+    counters.nodatatime = last_data;
+    counters.tv1 = opened;
+    counters.width = width[i];
+    counters.height = height[i];
+    write_counters(i, counters);
+    store_word(arrayfd[i], fd);
 }
 
 void close_slot(uint8_t channel, uint8_t stream) {
     Lock lock(g_stream_slots_mutex);
-    for (int i = 0; i < kSlots; ++i) {
-        if (devchannelinfo[i].ucChannelNo != channel || devchannelinfo[i].ucStreamNo != stream) continue;
-        publish_socket(i, 0);
-        return;
-    }
+    const int i = find_record(channel, stream);
+    if (i < kSlots) store_word(arrayfd[i], 0);
 }
 
-bool take_lease(int index, Lease& lease) {
+Lease::Lease(int index) : index_(index) {
     Lock lock(g_stream_slots_mutex);
-    const int fd = socket_of(index);
-    if (fd == 0) return false;
-    lease.index = index;
-    lease.generation = g_generation[index];
-    lease.fd = fd;
-    lease.info = devchannelinfo[index];
-    lease.counters = read_counters(index);
+    fd_ = socket_of(index);
+    if (fd_ == 0) return;
+    generation_ = g_generation[index];
+    info_ = devchannelinfo[index];
+    counters = read_counters(index);
+}
+
+bool Lease::is_current() const {
+    return g_generation[index_] == generation_;
+}
+
+void Lease::bring_back() const {
+    Lock lock(g_stream_slots_mutex);
+    if (is_current()) write_counters(index_, counters);
+}
+
+bool Lease::free_slot() const {
+    Lock lock(g_stream_slots_mutex);
+    if (!is_current() || socket_of(index_) == 0) return false;
+    write_counters(index_, counters);
+    store_word(arrayfd[index_], 0);
     return true;
-}
-
-bool free_slot(const Lease& lease) {
-    Lock lock(g_stream_slots_mutex);
-    if (g_generation[lease.index] != lease.generation || socket_of(lease.index) == 0) return false;
-    publish_socket(lease.index, 0);
-    return true;
-}
-
-void bring_back(const Lease& lease) {
-    Lock lock(g_stream_slots_mutex);
-    if (g_generation[lease.index] == lease.generation) write_counters(lease.index, lease.counters);
 }
 
 }  // namespace lenswire::streams

@@ -1,12 +1,13 @@
 // The stream slot tables.
 //
-// g_stream_slots_mutex guards the way of a slot between free and open, its record and the side table of
-// generations: the queue thread opens and closes, the receive loop frees. Two threads and the host read
-// arrayfd without it: a socket is stored there last of all when a slot opens, with release ordering.
+// g_stream_slots_mutex guards the way of a slot between free and open, its record and its generation: the
+// queue thread opens and closes, the receive loop frees. The host reads the tables at any time, and both
+// threads read arrayfd without the lock: a socket is stored there last of all when a slot opens.
 //
-// The receive loop serves a slot from a Lease, a copy of the slot as it was, and brings the counters back
-// at the end. When the host had the slot closed and opened anew meanwhile, the generation differs and the
-// new stream is left alone.
+// The receive loop serves a slot on a lease, a copy of the slot as it was, and brings the counters back at
+// the end. It frees only what it has leased: a slot that was opened anew meanwhile has another generation
+// and is left alone. A close does not wait for the lease, since the host may ask for it from inside a
+// service that the receive loop has called.
 #pragma once
 
 #include <cstdint>
@@ -23,33 +24,45 @@ struct Counters {
         audioFrameNo;
 };
 
-struct Lease {
-    int index;
-    uint32_t generation;
-    int fd;
-    DevChannelInfo info;
-    Counters counters;
-};
-
 // The slot's socket, 0 when it is free.
 int socket_of(int index);
 
 // When the slot's stream last brought data, in uptime seconds.
 int32_t last_data(int index);
 
-// Opens the lowest free slot for the record. False when none is free.
-bool open_slot(const DevChannelInfo& info, int fd, const Counters& counters);
+// Only the queue thread opens slots, so a free one stays free until it does.
+bool has_free_slot();
+
+// Opens the lowest free slot at this second of uptime.
+void open_slot(const DevChannelInfo& info, int fd, int32_t tv1, int32_t nodatatime);
 
 // Frees the first slot, open or not, whose record names this channel and stream.
 void close_slot(uint8_t channel, uint8_t stream);
 
-// A copy of an open slot. False when it is free.
-bool take_lease(int index, Lease& lease);
+// An open slot as the receive loop found it; false when it is free.
+class Lease {
+  public:
+    explicit Lease(int index);
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+    explicit operator bool() const { return fd_ != 0; }
 
-// Frees the leased slot. False when it is no longer the one that was leased.
-bool free_slot(const Lease& lease);
+    int fd() const { return fd_; }
+    const DevChannelInfo& info() const { return info_; }
+    Counters counters;
 
-// Writes the lease's counters back, unless the slot was opened anew.
-void bring_back(const Lease& lease);
+    // Writes the counters back, unless the slot was opened anew.
+    void bring_back() const;
+    // The same, and frees the slot. False when there is nothing of this lease left to free.
+    bool free_slot() const;
+
+  private:
+    bool is_current() const;
+
+    int index_;
+    int fd_ = 0;
+    uint32_t generation_ = 0;
+    DevChannelInfo info_;
+};
 
 }  // namespace lenswire::streams
