@@ -61,6 +61,13 @@ std::vector<StreamStats> Camera::streams() const {
     return streams;
 }
 
+std::vector<UploadStats> Camera::uploads() const {
+    const auto guard = loop_->lock();
+    std::vector<UploadStats> uploads;
+    for (const auto& upload : core_->uploads) uploads.push_back(*upload);
+    return uploads;
+}
+
 std::vector<Received> Camera::received() const {
     const auto guard = loop_->lock();
     return {core_->received.begin(), core_->received.end()};
@@ -88,12 +95,14 @@ void Camera::add_fault(Fault fault) {
     const auto guard = loop_->lock();
     if (const auto* answer = std::get_if<AnswerFault>(&fault)) core_->answer_faults.push_back(*answer);
     if (const auto* stream = std::get_if<StreamFault>(&fault)) core_->stream_faults.push_back(*stream);
+    if (const auto* upload = std::get_if<UploadFault>(&fault)) core_->upload_faults.push_back(*upload);
 }
 
 void Camera::clear_faults() {
     const auto guard = loop_->lock();
     core_->answer_faults.clear();
     core_->stream_faults.clear();
+    core_->upload_faults.clear();
 }
 
 void Camera::on_command(uint16_t code, Hook hook) {

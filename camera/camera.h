@@ -1,5 +1,6 @@
-// One simulated camera. It listens on an address of its own, takes logins, answers commands, sends streams
-// and does wrong what it is told to. Every function may be called from any thread, also from inside a hook.
+// One simulated camera. It listens on an address of its own, takes logins, answers commands, sends streams,
+// takes new firmware and does wrong what it is told to. Every function may be called from any thread, also
+// from inside a hook.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,10 @@ struct CameraConfig {
     // Pushes motion that often, and its end half that time later, while its detection is on; 0: never.
     int64_t motion_every_ms = 0;
     DeviceConfig device = {};
-    int64_t gather_us = 4000;  // frames that fall due within such a span are sent in one go
+    std::string keep_firmware_dir = {};   // good uploads are kept in this folder, ADDRESS-NUMBER.bin
+    std::string next_firmware_name = {};  // after a good upload; the present one counted up when empty
+    int64_t reboot_ms = 500;              // how long the camera is away then
+    int64_t gather_us = 4000;             // frames that fall due within such a span are sent in one go
 };
 
 // Where a received command came from.
@@ -63,6 +67,7 @@ class Camera {
 
     CameraStats stats() const;
     std::vector<StreamStats> streams() const;  // every stream connection so far, in order
+    std::vector<UploadStats> uploads() const;  // every upload so far, in order
     // The commands received so far, oldest first; the last kMostReceived are kept.
     std::vector<Received> received() const;
     std::vector<Command> received(uint16_t code) const;

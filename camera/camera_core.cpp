@@ -11,14 +11,12 @@
 #include <cstring>
 #include <utility>
 
-#include "camera/login.h"
 #include "lenswire/protocol.h"
 
 namespace lenswire::camera {
 namespace {
 
 constexpr int kBacklog = 128;
-constexpr size_t kMostStreamsKept = 4096;
 constexpr int64_t kRestartRetryMs = 200;
 
 // A listening socket on the address, -1 with errno when there is none; tells the port it got.
@@ -46,18 +44,6 @@ int listen_on(const std::string& address, uint16_t* port) {
     return -1;
 }
 
-// The 32 bytes that describe a stream to whoever asked for it.
-Bytes describe_stream(const Command& request, const Frame& first) {
-    Bytes description(LENSWIRE_STREAM_ANSWER_SIZE);
-    description[0] = request.payload[0];
-    description[1] = request.payload[1];
-    description[2] = first.head.codec;
-    description[3] = static_cast<uint8_t>(first.head.frame_rate);
-    put_u16(&description[4], first.head.width);
-    put_u16(&description[6], first.head.height);
-    return description;
-}
-
 Surroundings surroundings_of(const CameraConfig& config) {
     Surroundings around{
         .device = config.device, .address = config.address, .port = config.port, .streams = {}};
@@ -77,14 +63,6 @@ Surroundings surroundings_of(const CameraConfig& config) {
 }
 
 }  // namespace
-
-const CameraCore::HandlerRow CameraCore::kHandlers[] = {
-    {LENSWIRE_CMD_SERIAL, false, &CameraCore::on_serial},
-    {LENSWIRE_CMD_LOGIN, false, &CameraCore::on_login},
-    {LENSWIRE_CMD_HEARTBEAT, true, &CameraCore::on_heartbeat},
-    {LENSWIRE_CMD_STREAM, true, &CameraCore::on_stream},
-    {LENSWIRE_CMD_FISH_PROPERTY_GET, false, &CameraCore::on_setting},
-};
 
 void CameraCore::Listener::close() {
     if (fd_ >= 0) ::close(fd_);
@@ -109,10 +87,12 @@ CameraCore::CameraCore(Loop& loop, CameraConfig the_config)
       loop_(loop),
       start_us_(now_us()),
       motion_timer_(loop, [this] { on_motion_time(); }),
-      restart_timer_(loop, [this] {
-          std::string error;
-          if (!start(&error)) restart_timer_.arm(now_us() + kRestartRetryMs * 1000);
-      }) {}
+      restart_timer_(loop,
+                     [this] {
+                         std::string error;
+                         if (!start(&error)) restart_timer_.arm(now_us() + kRestartRetryMs * 1000);
+                     }),
+      reboot_timer_(loop, [this] { reboot(); }) {}
 
 CameraCore::~CameraCore() {
     stop();
@@ -143,6 +123,7 @@ bool CameraCore::start(std::string* error) {
 
 void CameraCore::stop() {
     restart_timer_.disarm();
+    reboot_timer_.disarm();
     motion_timer_.disarm();
     if (listener_) {
         listener_->close();
@@ -190,129 +171,6 @@ CameraStats CameraCore::stats() const {
     return stats;
 }
 
-// A control connection proves itself with its own id, any other connection with one that is logged in.
-bool CameraCore::has_login(const Connection& connection, const Command& command) {
-    if (connection.logged_in()) return connection.login_id() == command.login_id;
-    return command.login_id != 0 &&
-           std::any_of(connections_.begin(), connections_.end(),
-                       [&](const auto& each) { return each->login_id() == command.login_id; });
-}
-
-void CameraCore::on_command(Connection& connection, const Command& command) {
-    ++stats_.commands;
-    received.push_back({connection.number(), command});
-    if (received.size() > Camera::kMostReceived) received.pop_front();
-    if (watcher) watcher(command);
-    if (command.tag1 != 1 || command.tag2 != 1 || !command.reserved_clear) count_malformed();
-    loop_.report_change();
-    if (command.flag != LENSWIRE_FLAG_COMMAND) {
-        count_malformed();
-        return;
-    }
-    const auto* row = std::find_if(std::begin(kHandlers), std::end(kHandlers),
-                                   [&](const HandlerRow& each) { return each.code == command.code; });
-    const bool needs_login = row == std::end(kHandlers) || row->needs_login;
-    if (needs_login && !has_login(connection, command)) {
-        ++stats_.wrong_login_ids;
-        if (config.require_login) {
-            answer(connection, answer_to(command, {}, kStateNotLoggedIn));
-            return;
-        }
-    }
-    const auto hook = hooks.find(command.code);
-    if (hook != hooks.end() && row == std::end(kHandlers)) {
-        const auto hooked = Camera::Hook(hook->second)(command);
-        if (hooked) answer(connection, *hooked);
-        return;
-    }
-    const Handler handler = row == std::end(kHandlers) ? &CameraCore::on_setting : row->handler;
-    (this->*handler)(connection, command);
-}
-
-void CameraCore::on_serial(Connection& connection, const Command& command) {
-    const DesBlock serial = random_serial();
-    connection.set_serial(serial);
-    answer(connection, answer_to(command, Bytes(serial.begin(), serial.end())));
-}
-
-void CameraCore::on_login(Connection& connection, const Command& command) {
-    const auto& serial = connection.serial();
-    const LoginVerdict verdict = serial ? check_login(command.payload, *serial, config.user, config.password)
-                                        : LoginVerdict::kMalformed;
-    const bool refused_by_fault =
-        std::any_of(answer_faults.begin(), answer_faults.end(), [](const AnswerFault& fault) {
-            return fault.code == LENSWIRE_CMD_LOGIN && fault.state.value_or(0) != 0;
-        });
-    if (verdict != LoginVerdict::kAccepted || refused_by_fault) {
-        ++stats_.refused_logins;
-        answer(connection, answer_to(command, {}, kStateRefused));
-        return;
-    }
-    ++stats_.logins;
-    connection.set_login_id(random_login_id());
-    Command reply = answer_to(command, {});
-    reply.login_id = connection.login_id();
-    answer(connection, reply);
-}
-
-void CameraCore::on_heartbeat(Connection& connection, const Command& command) {
-    ++stats_.heartbeats;
-    if (config.answer_heartbeats) answer(connection, answer_to(command, {}));
-}
-
-void CameraCore::on_stream(Connection& connection, const Command& command) {
-    if (command.payload.size() != LENSWIRE_STREAM_REQUEST_SIZE || connection.logged_in() ||
-        connection.is_stream()) {
-        count_malformed();
-        answer(connection, answer_to(command, {}, kStateBadRequest));
-        return;
-    }
-    const uint8_t channel = command.payload[0];
-    const uint8_t stream = command.payload[1];
-    const StreamConfig wanted = stream < config.streams.size() ? config.streams[stream] : StreamConfig{};
-    const uint32_t seed = synthetic_seed(config.number, channel, stream);
-    auto source = FrameSource::make(wanted, seed);
-    if (!source) {
-        answer(connection, answer_to(command, {}, kStateUnsupported));
-        return;
-    }
-    const Frame first = FrameSource::make(wanted, seed)->next();
-    const bool answered = answer(connection, answer_to(command, describe_stream(command, first)));
-    if (!answered || connection.fd() < 0) return;
-    auto stats = std::make_shared<StreamStats>();
-    stats->channel = channel;
-    stats->stream = stream;
-    streams.push_back(stats);
-    if (streams.size() > kMostStreamsKept) streams.pop_front();
-    connection.start_stream({.config = wanted,
-                             .source = std::move(source),
-                             .faults = take_stream_faults(stream),
-                             .stats = std::move(stats),
-                             .timestamp_base_ms = static_cast<uint32_t>((now_us() - start_us_) / 1000),
-                             .gather_us = config.gather_us});
-}
-
-void CameraCore::on_setting(Connection& connection, const Command& command) {
-    const auto [reply, understood] = settings.handle(command);
-    if (!understood) count_malformed();
-    if (reply) answer(connection, *reply);
-}
-
-bool CameraCore::answer(Connection& connection, const Command& answer) {
-    const auto fault = take_answer_fault(answer.code);
-    if (!fault) {
-        connection.send({.bytes = to_bytes(answer)});
-        return true;
-    }
-    if (fault->silent) return false;
-    connection.send({.bytes = spoiled_bytes(answer, *fault),
-                     .piece = fault->piece,
-                     .gap_us = fault->piece_gap_ms * 1000,
-                     .close_after = fault->close_after},
-                    fault->delay_ms == 0 ? 0 : now_us() + fault->delay_ms * 1000);
-    return true;
-}
-
 // The first fault that applies; one that has done its times is gone.
 std::optional<AnswerFault> CameraCore::take_answer_fault(uint16_t code) {
     const auto found =
@@ -333,6 +191,12 @@ std::vector<StreamFault> CameraCore::take_stream_faults(uint8_t stream) {
     }
     std::erase_if(stream_faults, [](const StreamFault& fault) { return fault.at_frame == UINT64_MAX; });
     return taken;
+}
+
+UploadFault CameraCore::take_upload_faults() {
+    const UploadFault all = merged(upload_faults);
+    std::erase_if(upload_faults, [](UploadFault& fault) { return fault.times != 0 && --fault.times == 0; });
+    return all;
 }
 
 size_t CameraCore::send_to_all(const Bytes& bytes) {

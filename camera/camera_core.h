@@ -28,6 +28,10 @@ class CameraCore {
     // What connections report.
     void on_command(Connection& connection, const Command& command);
     void connection_closed(Connection* connection);
+    bool is_upload(const Connection& connection, const Command& header) const;
+    void on_upload(Connection& connection, const Command& header);
+    void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload, uint16_t state);
+    void babble(Connection& connection);
     void count_malformed() { ++stats_.malformed; }
 
     CameraStats stats() const;
@@ -42,9 +46,11 @@ class CameraCore {
     Settings settings;
     std::vector<AnswerFault> answer_faults;
     std::vector<StreamFault> stream_faults;
+    std::vector<UploadFault> upload_faults;
     std::map<uint16_t, Camera::Hook> hooks;
     std::function<void(const Command&)> watcher;
     std::deque<std::shared_ptr<StreamStats>> streams;
+    std::deque<std::shared_ptr<UploadStats>> uploads;
     std::deque<Received> received;
 
   private:
@@ -79,6 +85,9 @@ class CameraCore {
     bool answer(Connection& connection, const Command& answer);  // false when it is never sent
     std::optional<AnswerFault> take_answer_fault(uint16_t code);
     std::vector<StreamFault> take_stream_faults(uint8_t stream);
+    UploadFault take_upload_faults();
+    void note_received(const Connection& connection, const Command& command);
+    void reboot();
     void on_motion_time();
 
     Loop& loop_;
@@ -86,9 +95,11 @@ class CameraCore {
     std::vector<std::unique_ptr<Connection>> connections_;
     CameraStats stats_;
     uint32_t last_number_ = 0;
+    uint32_t upload_number_ = 0;
     int64_t start_us_;
     Timer motion_timer_;
     Timer restart_timer_;
+    Timer reboot_timer_;
     uint8_t motion_state_ = 0;
     bool settings_loaded_ = false;
 };

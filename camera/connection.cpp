@@ -42,6 +42,8 @@ void Connection::close(bool reset) {
     fd_ = -1;
     out_.halt();
     if (sender_) sender_->halt();
+    if (upload_) upload_->halt();
+    if (upload_stats_) upload_stats_->open = false;
     if (stream_stats_) {
         stream_stats_->open = false;
         stream_stats_->ended = true;
@@ -71,7 +73,20 @@ void Connection::finish_stream(bool close) {
     }
 }
 
+void Connection::start_upload(UploadSetup setup) {
+    upload_stats_ = setup.stats;
+    setup.fd = fd_;
+    upload_ = std::make_unique<Upload>(
+        loop_, std::move(setup),
+        Upload::Calls{
+            .done =
+                [this](uint16_t state) { core_.upload_done(*this, upload_->fault(), *upload_stats_, state); },
+            .babble = [this] { core_.babble(*this); },
+            .close = [this] { close(); }});
+}
+
 void Connection::read_all() {
+    if (upload_) return upload_->read();
     uint8_t piece[8192];
     while (fd_ >= 0) {
         const ssize_t got = recv(fd_, piece, sizeof piece, MSG_DONTWAIT);
@@ -80,6 +95,7 @@ void Connection::read_all() {
         if (got <= 0) return close();
         reader_.add({piece, static_cast<size_t>(got)});
         take_commands();
+        if (upload_ && fd_ >= 0) return upload_->read();
     }
 }
 
@@ -87,6 +103,12 @@ void Connection::take_commands() {
     while (fd_ >= 0) {
         const auto header = reader_.header();
         if (!header) return;
+        if (core_.is_upload(*this, *header)) {
+            const Bytes first = reader_.take_rest();
+            core_.on_upload(*this, *header);
+            if (upload_ && fd_ >= 0) upload_->take(first);
+            return;
+        }
         if (uint64_t{ARG_HEAD_LEN} + announced_length(*header) > MAX_CMD_SIZE) {
             core_.count_malformed();
             return close();

@@ -1,4 +1,4 @@
-// One accepted connection. Its first commands decide what it is: a control connection, a stream.
+// One accepted connection. Its first commands decide what it is: a control connection, a stream, an upload.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include "camera/message.h"
 #include "camera/stats.h"
 #include "camera/stream_sender.h"
+#include "camera/upload.h"
 
 namespace lenswire::camera {
 
@@ -38,6 +39,7 @@ class Connection : public Watched {
     void send(Outgoing outgoing, int64_t due_us = 0) { out_.add(std::move(outgoing), due_us); }
     void start_stream(SenderSetup setup);  // begins once the answer to the request is out
     void finish_stream(bool close);
+    void start_upload(UploadSetup setup);
 
   private:
     void read_all();
@@ -55,6 +57,8 @@ class Connection : public Watched {
     std::optional<SenderSetup> waiting_stream_;
     std::unique_ptr<StreamSender> sender_;
     std::shared_ptr<StreamStats> stream_stats_;
+    std::unique_ptr<Upload> upload_;
+    std::shared_ptr<UploadStats> upload_stats_;
 };
 
 }  // namespace lenswire::camera

@@ -47,19 +47,20 @@ std::optional<FaultText> take_apart(std::string_view text) {
 
 enum class Value { kNone, kOptional, kNeeded };
 
-struct AnswerRow {
+template <typename AFault>
+struct Row {
     std::string_view name;
     Value value;
     int64_t fallback;
     int64_t lowest;
     int64_t highest;
-    void (*apply)(AnswerFault&, int64_t);
+    void (*apply)(AFault&, int64_t);
 };
 
 constexpr int64_t kMaxMs = 86'400'000;
 constexpr int64_t kMaxLength = 0x7FFFFFFF;
 
-constexpr AnswerRow kAnswerRows[] = {
+constexpr Row<AnswerFault> kAnswerRows[] = {
     {"refuse-login", Value::kOptional, 1, 1, 0xFFFF,
      [](AnswerFault& fault, int64_t value) {
          fault.code = LENSWIRE_CMD_LOGIN;
@@ -83,6 +84,22 @@ constexpr AnswerRow kAnswerRows[] = {
     {"cut-answer", Value::kNeeded, 0, 0, MAX_CMD_SIZE,
      [](AnswerFault& fault, int64_t value) { fault.cut_at = static_cast<uint32_t>(value); }},
     {"close-answer", Value::kNone, 0, 0, 0, [](AnswerFault& fault, int64_t) { fault.close_after = true; }},
+};
+
+constexpr Row<UploadFault> kUploadRows[] = {
+    {"upload-fail", Value::kOptional, 1, 1, 0xFFFF,
+     [](UploadFault& fault, int64_t value) { fault.state = static_cast<uint16_t>(value); }},
+    {"upload-late", Value::kNeeded, 0, 0, kMaxMs,
+     [](UploadFault& fault, int64_t value) { fault.late_ms = value; }},
+    {"upload-silent", Value::kNone, 0, 0, 0, [](UploadFault& fault, int64_t) { fault.silent = true; }},
+    {"upload-close", Value::kNeeded, 0, 0, kMaxLength,
+     [](UploadFault& fault, int64_t value) { fault.close_at = static_cast<uint64_t>(value); }},
+    {"upload-full", Value::kOptional, 0, 0, kMaxLength,
+     [](UploadFault& fault, int64_t value) { fault.full_at = static_cast<uint64_t>(value); }},
+    {"upload-slow", Value::kNeeded, 0, 1, kMaxLength,
+     [](UploadFault& fault, int64_t value) { fault.bytes_per_second = static_cast<uint32_t>(value); }},
+    {"upload-babble", Value::kOptional, 30, 1, 1'000'000,
+     [](UploadFault& fault, int64_t value) { fault.babble = static_cast<uint32_t>(value); }},
 };
 
 struct StreamRow {
@@ -114,7 +131,7 @@ bool in_range(const std::optional<int64_t>& number, int64_t highest) {
     return !number || (*number >= 0 && *number <= highest);
 }
 
-std::optional<Fault> make_answer_fault(const AnswerRow& row, const FaultText& parts) {
+std::optional<Fault> make_answer_fault(const Row<AnswerFault>& row, const FaultText& parts) {
     AnswerFault fault;
     if (!value_fits(parts, row.value, row.lowest, row.highest) || parts.frame ||
         !in_range(parts.code, 0xFFFF)) {
@@ -125,6 +142,15 @@ std::optional<Fault> make_answer_fault(const AnswerRow& row, const FaultText& pa
         if (fault.code) return std::nullopt;
         fault.code = static_cast<uint16_t>(*parts.code);
     }
+    fault.times = static_cast<uint32_t>(parts.times.value_or(0));
+    return fault;
+}
+
+std::optional<Fault> make_upload_fault(const Row<UploadFault>& row, const FaultText& parts) {
+    if (!value_fits(parts, row.value, row.lowest, row.highest) || parts.frame || parts.code)
+        return std::nullopt;
+    UploadFault fault;
+    row.apply(fault, parts.value.value_or(row.fallback));
     fault.times = static_cast<uint32_t>(parts.times.value_or(0));
     return fault;
 }
@@ -146,22 +172,38 @@ std::optional<Fault> make_stream_fault(const StreamRow& row, const FaultText& pa
 
 std::optional<Fault> parse_fault(const std::string& text, std::string* error) {
     const auto parts = take_apart(text);
-    std::optional<Fault> fault;
-    bool known = false;
-    if (parts && in_range(parts->times, 0xFFFFFFFF)) {
-        for (const AnswerRow& row : kAnswerRows) {
-            if (row.name != parts->name) continue;
-            known = true;
-            fault = make_answer_fault(row, *parts);
-        }
-        for (const StreamRow& row : kStreamRows) {
-            if (row.name != parts->name) continue;
-            known = true;
-            fault = make_stream_fault(row, *parts);
-        }
+    if (!parts || !in_range(parts->times, 0xFFFFFFFF)) {
+        *error = text + ": not a fault and its numbers";
+        return std::nullopt;
     }
+    bool known = false;
+    std::optional<Fault> fault;
+    const auto look_in = [&](const auto& rows, auto make) {
+        for (const auto& row : rows) {
+            if (row.name != parts->name) continue;
+            known = true;
+            fault = make(row, *parts);
+        }
+    };
+    look_in(kAnswerRows, make_answer_fault);
+    look_in(kStreamRows, make_stream_fault);
+    look_in(kUploadRows, make_upload_fault);
     if (!fault) *error = text + (known ? ": not a value that this fault takes" : ": no such fault");
     return fault;
+}
+
+UploadFault merged(const std::vector<UploadFault>& faults) {
+    UploadFault all;
+    for (const UploadFault& each : faults) {
+        if (each.state) all.state = each.state;
+        if (each.close_at) all.close_at = each.close_at;
+        if (each.full_at) all.full_at = each.full_at;
+        all.late_ms = std::max(all.late_ms, each.late_ms);
+        all.silent = all.silent || each.silent;
+        all.bytes_per_second = std::max(all.bytes_per_second, each.bytes_per_second);
+        all.babble = std::max(all.babble, each.babble);
+    }
+    return all;
 }
 
 Bytes spoiled_bytes(Command answer, const AnswerFault& fault) {

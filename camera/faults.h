@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "camera/bytes.h"
 #include "camera/message.h"
@@ -12,6 +13,7 @@
 namespace lenswire::camera {
 
 // Spoils answers to commands. What is left at its default stays right, and several of the fields may be set.
+// Of several faults the oldest that applies spoils an answer, alone.
 struct AnswerFault {
     std::optional<uint16_t> code = {};  // the command that it applies to; every command when absent
     uint32_t times = 0;                 // how many answers it spoils; 0: all of them
@@ -51,7 +53,19 @@ struct StreamFault {
     std::optional<uint8_t> stream = {};  // only on this stream number
 };
 
-using Fault = std::variant<AnswerFault, StreamFault>;
+// Spoils firmware uploads. Several of the fields may be set, and several faults hold together.
+struct UploadFault {
+    uint32_t times = 0;                     // how many uploads it spoils; 0: all of them
+    std::optional<uint16_t> state = {};     // a whole file is answered with this state
+    int64_t late_ms = 0;                    // the answer goes out that much later
+    bool silent = false;                    // no answer at all
+    std::optional<uint64_t> close_at = {};  // closes when so many bytes of the file have come
+    std::optional<uint64_t> full_at = {};   // answers that there is no room when more than these have come
+    uint32_t bytes_per_second = 0;          // reads no faster; 0: as fast as it comes
+    uint32_t babble = 0;                    // messages that are no answer, one after the other
+};
+
+using Fault = std::variant<AnswerFault, StreamFault, UploadFault>;
 
 // A fault as the command line has it: NAME[=VALUE][@FRAME][:CODE][*TIMES].
 //   answers  refuse-login[=STATE]  silent  late=MS  dribble[=GAP_MS]  answer-flag=N  answer-state=N
@@ -59,8 +73,13 @@ using Fault = std::variant<AnswerFault, StreamFault>;
 //            all but refuse-login take :CODE, the one command they apply to (0x1004, say)
 //   streams  stop  close-mid  close  reset  stall[=MS]  one-byte  bad-flag[=N]  wrong-length=DELTA
 //            all take @FRAME, the video frame where it happens
+//   uploads  upload-fail[=STATE]  upload-late=MS  upload-silent  upload-close=BYTES  upload-full[=BYTES]
+//            upload-slow=BYTES_PER_SECOND  upload-babble[=MESSAGES]
 // Nothing and a reason when the text is none of these.
 std::optional<Fault> parse_fault(const std::string& text, std::string* error);
+
+// What several faults of one upload come to.
+UploadFault merged(const std::vector<UploadFault>& faults);
 
 // The bytes of an answer as the fault leaves them; delays, pieces and silence are the sender's business.
 Bytes spoiled_bytes(Command answer, const AnswerFault& fault);

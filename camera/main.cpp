@@ -63,6 +63,12 @@ void summarise(const Camera& camera) {
                     stream.video_frames, stream.audio_frames, stream.bytes, stream.first_timestamp_ms,
                     stream.last_timestamp_ms, stream.most_late_us / 1000);
     }
+    for (const UploadStats& upload : camera.uploads()) {
+        std::printf("upload %s:%u announced %" PRIu64 " received %" PRIu64 " %s answer %s\n",
+                    camera.address().c_str(), camera.port(), upload.announced, upload.received,
+                    upload.complete ? "complete" : "incomplete",
+                    upload.answered ? std::to_string(upload.state).c_str() : "none");
+    }
 }
 
 void wait_for_end(double seconds, const sigset_t& signals) {

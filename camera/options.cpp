@@ -36,6 +36,9 @@ struct Typed {
     bool show = false;
     std::string state;
     DeviceConfig device;
+    std::string keep_firmware;
+    std::string next_firmware;
+    double reboot = 0.5;
     unsigned threads = 1;
     double seconds = 0;
 };
@@ -80,7 +83,9 @@ void declare(CLI::App& app, Typed& typed) {
         "What goes wrong, [CAMERA/]NAME[=VALUE][@FRAME][:CODE][*TIMES]; cameras count from 1.\n"
         "Answers: refuse-login silent late=MS dribble answer-flag=N answer-state=N answer-length=N "
         "garbage=N cut-answer=N close-answer\n"
-        "Streams: stop close-mid close reset stall[=MS] one-byte bad-flag wrong-length=N");
+        "Streams: stop close-mid close reset stall[=MS] one-byte bad-flag wrong-length=N\n"
+        "Uploads: upload-fail[=STATE] upload-late=MS upload-silent upload-close=BYTES upload-full[=BYTES] "
+        "upload-slow=BYTES_PER_SECOND upload-babble[=N]");
     app.add_flag("--ignore-heartbeats", typed.ignore_heartbeats, "Do not answer heartbeats");
     app.add_flag("--any-login-id", typed.any_login_id, "Serve commands that carry a wrong login id, too");
     app.add_flag("--show", typed.show, "Say in words what is received");
@@ -93,6 +98,13 @@ void declare(CLI::App& app, Typed& typed) {
     app.add_option("--sensor", typed.device.sensor, "Image sensor name")->check(at_most(7));
     app.add_flag("--special-family", typed.device.special_family,
                  "Mark the property block of the special family");
+    app.add_option("--keep-firmware", typed.keep_firmware, "Keep good firmware uploads in this folder")
+        ->check(CLI::ExistingDirectory);
+    app.add_option("--next-firmware-name", typed.next_firmware,
+                   "Firmware name after an upload (the present one counted up)")
+        ->check(at_most(63));
+    app.add_option("--reboot", typed.reboot, "Seconds that a camera is away after an upload")
+        ->check(CLI::Range(0.0, 3600.0));
     app.add_option("--threads", typed.threads, "Threads that serve the cameras")->check(CLI::Range(1U, 64U));
     app.add_option("--seconds", typed.seconds, "End after that time")->check(CLI::Range(0.0, 1e9));
 }
@@ -247,6 +259,9 @@ Options make_options(const Typed& typed) {
         camera.device = typed.device;
         camera.device.name = "Camera " + std::to_string(number + 1);
         if (!typed.state.empty()) camera.device.state_dir = typed.state + "/" + camera.address;
+        camera.keep_firmware_dir = typed.keep_firmware;
+        camera.next_firmware_name = typed.next_firmware;
+        camera.reboot_ms = static_cast<int64_t>(typed.reboot * 1000);
         camera.motion_every_ms = static_cast<int64_t>(typed.motion * 1000);
         options.cameras.push_back(std::move(camera));
     }

@@ -21,6 +21,7 @@ inline constexpr uint16_t kStateRefused = 1;      // login refused
 inline constexpr uint16_t kStateNotLoggedIn = 2;  // a command without the login id it needs
 inline constexpr uint16_t kStateUnsupported = 3;  // no such command, channel or stream
 inline constexpr uint16_t kStateBadRequest = 4;   // the payload is not what the command takes
+inline constexpr uint16_t kStateNoRoom = 5;       // no room for the firmware
 
 using WallClock = std::function<int64_t()>;  // microseconds since 1970
 int64_t wall_us();
