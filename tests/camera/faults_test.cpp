@@ -31,10 +31,29 @@ TEST(FaultText, NamesWhatGoesWrong) {
     EXPECT_EQ(stream("stall=500@25").value, 500);
     EXPECT_EQ(stream("stall=500@25").at_frame, 25U);
     EXPECT_EQ(stream("close*0").times, 0U);
-    for (const char* wrong :
-         {"", "nonsense", "late", "late=", "late=-1", "late=1=2", "late=1x", "silent=1", "silent@3",
-          "stall:1", "stall=500@", "stall=500@-1", "close@99999999999999999999", "answer-flag=65536",
-          "refuse-login:0x1004", "close*-1", "wrong-length=4194304"}) {
+    const auto upload = std::get<camera::UploadFault>(*camera::parse_fault("upload-close=500*2", &error));
+    EXPECT_EQ(upload.close_at, 500U);
+    EXPECT_EQ(upload.times, 2U);
+    for (const char* wrong : {"",
+                              "nonsense",
+                              "late",
+                              "late=",
+                              "late=-1",
+                              "late=1=2",
+                              "late=1x",
+                              "silent=1",
+                              "silent@3",
+                              "stall:1",
+                              "stall=500@",
+                              "stall=500@-1",
+                              "close@99999999999999999999",
+                              "answer-flag=65536",
+                              "refuse-login:0x1004",
+                              "close*-1",
+                              "upload-slow=0",
+                              "upload-silent@1",
+                              "upload-late",
+                              "wrong-length=4194304"}) {
         EXPECT_FALSE(camera::parse_fault(wrong, &error).has_value()) << wrong;
         EXPECT_TRUE(error.starts_with(std::string(wrong) + ": ")) << error;
     }
