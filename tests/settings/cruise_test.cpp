@@ -136,17 +136,6 @@ TEST_F(CruiseTable, PutsALineInItsOwnPlace) {
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }
 
-TEST_F(CruiseTable, FindsTheFirstEnabledLine) {
-    const struct {
-        uint8_t flags[3];
-        int line;
-    } cases[] = {{{0, 0, 0}, -1}, {{1, 0, 0}, 0}, {{0, 2, 1}, 1}, {{0, 0, 255}, 2}};
-    for (const auto& row : cases) {
-        fill_table(7, three_lines(row.flags[0], row.flags[1], row.flags[2]));
-        EXPECT_EQ(Get_Private_EnableFlagFromMemory(7), row.line);
-    }
-}
-
 TEST_F(CruiseTable, AnEditKeepsOneLineEnabled) {
     const struct {
         Bytes before;
@@ -183,17 +172,15 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
     for (uint8_t fill : {uint8_t{0x11}, uint8_t{0xEE}}) {
         writers.emplace_back([fill, &over] {
             while (!over) {
-                CruiseLine line = line_record(1, 1);
+                CruiseLine line = line_record(2, 1);
                 std::memset(line.points, fill, sizeof line.points);
                 Private_ChangeCruiseParamToMemory(kOne, &line);
-                Private_ChangeCruiseLineEnableFlag(kOne, 1, fill);
-                Private_ChangeCruiseLineParam(kOne, 1, &line);
-                const Timewarp warp;
-                Private_StartPtzCruiseLine(kOne, 2, 0);
+                Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
+                Private_ChangeCruiseLineParam(kOne, 2, &line);
             }
         });
     }
-    // What a stop stores is a line as the table has it.
+    // A stop stores the lines as the table has them, this one last.
     int torn = 0;
     for (int round = 0; round < 300; ++round) {
         const Timewarp warp;
