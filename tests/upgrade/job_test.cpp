@@ -271,7 +271,7 @@ TEST_F(UpgradeJob, TimesOutQuietlyWhenTheFileShrinks) {
 
 // A file that grows meanwhile is sent as long as it was announced.
 TEST_F(UpgradeJob, SendsWhatItAnnounced) {
-    const std::string path = has_file(16 << 20);
+    const std::string path = has_file((16 << 20) + 5);
     binds({1}, uploads_.port());
     const pthread_t job = starts({1}, path);
     Wire wire = uploads_.accepts();
