@@ -20,7 +20,9 @@ configure_preset() {
     install_packages $(purposes_of "$1") || return
     export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     if command -v ccache >/dev/null; then
+        # What one checkout compiled serves the others.
         export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+        export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     fi
     cmake --preset "$1" --log-level=WARNING >/dev/null
 }
