@@ -68,6 +68,7 @@ class Host : public FrameReader {
     void posts_close(uint32_t stream);
     int next_request(StreamRequest* request);
 
+    ReceiveBuffer& buffer(uint32_t stream) { return buffers_[stream]; }
     StreamObject& stream(uint32_t number) { return objects_[number]; }
     Consumer& consumer() { return *consumer_; }
     // Bytes that the library received so far.
