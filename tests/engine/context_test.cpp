@@ -47,8 +47,8 @@ TEST(ContextStartAndStop, HappenOnceAndLeaveNothing) {
 TEST_F(Context, StoppingLeavesTheSocketsOpen) {
     Pair control, stream;
     StreamConn* unit = PC_CreateNew();
-    unit->sockFd = stream.ours();
-    unit->pCmdClient->sockFd = control.ours();
+    poke(unit->sockFd, stream.ours());
+    poke(unit->pCmdClient->sockFd, control.ours());
     const CmdClient* client = unit->pCmdClient;
     stops_engine();
     EXPECT_TRUE(is_open(stream.ours()));
@@ -92,11 +92,11 @@ TEST_F(Context, DeletingAUnitClosesItsControlSocketAndKeepsNoPassword) {
     StreamConn* unit = PC_CreateNew();
     StreamConn* other = PC_CreateNew();
     CmdClient* client = unit->pCmdClient;
-    client->sockFd = control.gives_ours();
+    poke(client->sockFd, control.gives_ours());
     client->LoginInfo = credentials("admin", "secret");
     client->ulLoginId = 5;
     client->ulRecvRemainLen = 12;
-    unit->sockFd = stream.ours();
+    poke(unit->sockFd, stream.ours());
     other->pCmdClient->LoginInfo = credentials("admin", "other");
 
     EXPECT_EQ(PC_Delete(unit), 0);
@@ -137,7 +137,7 @@ TEST_F(Context, AClientThatIsNotOfTheTableIsLeftAlone) {
     twin = PC_CreateNew();
     CmdClient* shared = unit->pCmdClient;
     twin->pCmdClient = shared;
-    shared->sockFd = dup(control.ours());
+    poke(shared->sockFd, dup(control.ours()));
     PC_Delete(unit);
     PC_Delete(twin);
     EXPECT_EQ(host().complaints().size(), 0u);
@@ -151,13 +151,13 @@ TEST_F(Context, ExitClosesOnlyDescriptorsAboveZero) {
     EXPECT_EQ(client->sockFd, -1);
 
     ASSERT_TRUE(is_open(0));
-    client->sockFd = 0;
+    poke(client->sockFd, 0);
     PC_Exit(client);
     EXPECT_EQ(client->sockFd, 0);
     EXPECT_TRUE(is_open(0));
 
     PC_SetCBState(client, PC_STATE_LOGINED);
-    client->sockFd = pair.gives_ours();
+    poke(client->sockFd, pair.gives_ours());
     PC_Exit(client);
     EXPECT_EQ(client->sockFd, -1);
     EXPECT_EQ(client->ucClientState, PC_STATE_LOGINED);

@@ -14,6 +14,10 @@ const uint32_t kCamera = inet_addr("10.1.2.3");
 
 class Delivery : public EngineTest {
   protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        stops_thread(PC_G_EventLoopSwitch);  // the clients are the test's own
+    }
     // A client with that address and socket, in a state in which nobody else uses it.
     CmdClient* client_of(uint32_t address, int socket, uint32_t login_id = 0) {
         CmdClient* client = PC_CreateNew()->pCmdClient;

@@ -26,6 +26,12 @@ T peek(const T& word) {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
 
+// Writes a word that the library's threads read.
+template <typename T, typename Value>
+void poke(T& word, Value value) {
+    __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELEASE);
+}
+
 // A host reset, and nothing of it left misused or taken at the end. Starts no context.
 class HostTest : public testing::Test {
   protected:

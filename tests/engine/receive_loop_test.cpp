@@ -40,12 +40,22 @@ class ReceiveLoop : public EngineTest {
         stops_engine();  // before the streams' objects go
         EngineTest::TearDown();
     }
-    std::unique_ptr<Stream> new_stream(int channel, int number = 0, uint32_t capacity = 1 << 16) {
-        auto stream = std::make_unique<Stream>(channel, number, capacity);
+    // A stream's objects stay until the loop has ended, as a host keeps them.
+    Stream* unopened_stream(int channel, int number = 0, uint32_t capacity = 1 << 16) {
+        streams_.push_back(std::make_unique<Stream>(channel, number, capacity));
+        Stream* stream = streams_.back().get();
         stream->socket = stream->unit.sockFd = stream->pair.ours();
         stream->unit.pCmdClient = &client_;
+        return stream;
+    }
+    Stream* new_stream(int channel, int number = 0, uint32_t capacity = 1 << 16) {
+        Stream* stream = unopened_stream(channel, number, capacity);
         opens(*stream);
         return stream;
+    }
+    // For a stream that the host has been told is over.
+    void frees(const Stream* stream) {
+        std::erase_if(streams_, [&](const auto& owned) { return owned.get() == stream; });
     }
     void opens(Stream& stream) {
         host().posts_open(stream.channel, stream.number, &stream.unit, stream.buffer, stream.frames);
@@ -75,17 +85,18 @@ class ReceiveLoop : public EngineTest {
     }
 
     CmdClient client_{};
+    std::vector<std::unique_ptr<Stream>> streams_;
 };
 
 TEST_F(ReceiveLoop, FramesOfManyStreamsArriveByteForByte) {
-    std::vector<std::unique_ptr<Stream>> streams;
+    std::vector<Stream*> streams;
     for (int i = 0; i < 20; ++i) streams.push_back(new_stream(i, i % 2));
     for (uint32_t frame = 0; frame < 30; ++frame) {
-        for (auto& stream : streams)
+        for (Stream* stream : streams)
             stream->camera().sends(video(frame + static_cast<uint32_t>(stream->channel), 700));
     }
-    for (auto& stream : streams) stream->camera().sends(kTail);
-    for (auto& stream : streams) {
+    for (Stream* stream : streams) stream->camera().sends(kTail);
+    for (Stream* stream : streams) {
         ASSERT_TRUE(stream->frames.waits_for_frames(30));
         const std::vector<Frame> frames = stream->frames.frames();
         for (uint32_t frame = 0; frame < 30; ++frame) {
@@ -260,25 +271,26 @@ TEST_F(ReceiveLoop, ABadDescriptorDoesNotStarveTheOthers) {
 // A host that answers the restart message at once: it frees the stream's objects and opens the next one,
 // which gets the same slot, and even the same descriptor number, before the call returns.
 TEST_F(ReceiveLoop, ASlotReopenedFromInsideTheRestartCallIsLeftAlone) {
-    const auto closes = [](Stream& stream) { stream.camera().closes(); };
-    const auto falls_silent = [](Stream&) { host().clock.advance(6); };
-    const auto fails_late = [](Stream& stream) {
+    const auto ends = [](Wire& camera) { camera.finishes(); };
+    const auto falls_silent = [](Wire&) { host().clock.advance(6); };
+    const auto fails_late = [](Wire& camera) {
         host().clock.advance(3);
-        stream.camera().sends(command(0x1004, pattern(8)));
+        camera.sends(command(0x1004, pattern(8)));
     };
     size_t restarts = 0;
-    for (void (*fails)(Stream&) : {+closes, +falls_silent, +fails_late}) {
+    for (void (*fails)(Wire&) : {+ends, +falls_silent, +fails_late}) {
         auto stream = new_stream(80);
         const int slot = stream->slot;
         makes_a_pass(*stream);
-        std::unique_ptr<Stream> next;
+        Wire camera = std::move(stream->camera());  // outlives the stream
+        Stream* next = nullptr;
         std::promise<void> reopened;
         host().when(Service::kInsertMessage, [&](int, int) {
-            stream.reset();
+            frees(stream);
             next = new_stream(80);
             reopened.set_value();
         });
-        fails(*stream);
+        fails(camera);
         reopened.get_future().wait();
         host().when(Service::kInsertMessage, nullptr);
         EXPECT_EQ(next->slot, slot);
@@ -292,22 +304,21 @@ TEST_F(ReceiveLoop, ASlotReopenedFromInsideTheRestartCallIsLeftAlone) {
     }
 }
 
-// The slot changes hands in the middle of a delivery, and the stream that held it fails in the same call.
+// The slot changes hands around a delivery, and the stream that held it fails in the same call.
 TEST_F(ReceiveLoop, ASlotReopenedDuringADeliveryIsLeftAlone) {
-    auto stream = new_stream(90);
-    std::unique_ptr<Stream> next;
-    std::promise<void> reopened;
+    Stream* stream = new_stream(90);
+    Stream* next = unopened_stream(91);
+    const int slot = stream->slot;
     host().when(Service::kInsertFrame, [&](int, int) {
-        if (next) return;
+        if (host().calls(Service::kInsertFrame) > 1) return;
         host().posts_close(90, 0);
-        ASSERT_TRUE(host().waits_for_requests_taken());
-        next = new_stream(91);
-        reopened.set_value();
+        host().posts_open(91, 0, &next->unit, next->buffer, next->frames);
+        // The queue thread may take them now, or once the delivery is over.
+        wait_until([&] { return peek(arrayfd[slot]) == next->socket; }, std::chrono::milliseconds(100));
     });
     stream->camera().sends(video(1).bytes() + command(0x1004, pattern(100)).bytes());
-    reopened.get_future().wait();
-    host().when(Service::kInsertFrame, nullptr);
-    EXPECT_EQ(next->slot, stream->slot);
+    ASSERT_TRUE(wait_until([&] { return peek(arrayfd[slot]) == next->socket; }));
+    next->slot = slot;
     makes_a_pass(*next);
     makes_a_pass(*next);
     EXPECT_TRUE(is_open_slot(*next));

@@ -10,9 +10,17 @@
 #include <regex>
 #include <thread>
 
+// The sanitizers' own: where they report to.
+extern "C" void __sanitizer_set_report_fd(void* descriptor) __attribute__((weak));
+
 namespace lenswire::test {
 
 namespace {
+
+void sanitizers_report_to(int descriptor) {
+    if (__sanitizer_set_report_fd == nullptr) return;
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(descriptor)));
+}
 
 int entries(const char* directory) {
     DIR* open = opendir(directory);
@@ -65,12 +73,14 @@ Capture::Capture() {
     fflush(stderr);
     out_ = redirect(STDOUT_FILENO);
     err_ = redirect(STDERR_FILENO);
+    sanitizers_report_to(err_.saved);
 }
 
 Capture::~Capture() {
     fflush(stdout);
     fflush(stderr);
     const bool show = testing::Test::HasFailure();
+    sanitizers_report_to(STDERR_FILENO);
     restore(out_, show);
     restore(err_, show);
 }
@@ -106,8 +116,15 @@ bool wait_until(const std::function<bool()>& predicate, std::chrono::millisecond
     return true;
 }
 
+// The first thread of a program may bring others of the run time with it, as under the thread sanitizer, so
+// one is started and gone before anything is counted.
 int thread_count() {
-    return entries("/proc/self/task");
+    static const bool warm = [] {
+        std::string entry;
+        std::thread([&] { entry = "/proc/self/task/" + std::to_string(gettid()); }).join();
+        return wait_until([&] { return access(entry.c_str(), F_OK) != 0; });
+    }();
+    return warm ? entries("/proc/self/task") : -1;
 }
 
 // The directory's own descriptor is among its entries.

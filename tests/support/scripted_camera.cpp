@@ -107,6 +107,10 @@ void Wire::closes() {
     descriptor_ = -1;
 }
 
+void Wire::finishes() {
+    shutdown(descriptor_, SHUT_WR);
+}
+
 void Wire::resets() {
     const linger no_linger{.l_onoff = 1, .l_linger = 0};
     setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &no_linger, sizeof no_linger);

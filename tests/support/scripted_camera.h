@@ -38,6 +38,8 @@ class Wire {
     void sends(const Packet& packet) { sends(packet.bytes()); }
 
     void closes();
+    // Sends the end of the stream and keeps the descriptor.
+    void finishes();
     // Closes with a reset instead of an orderly end.
     void resets();
 
