@@ -27,6 +27,14 @@ using Command = std::function<int(Console&)>;
 
 // `chosen` gets the command's body when the user picked it.
 void add_record(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_get(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_set(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_ptz(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_cruise(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_time(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_info(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_firmware(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen);
 
 // Reads the command line, runs the subcommand and reports a Failure in one line.
 int run_program(int argc, char** argv);

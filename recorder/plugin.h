@@ -8,15 +8,67 @@
 namespace lenswire::recorder {
 
 // Every function and every datum that the recorder uses.
-#define LENSWIRE_PLUGIN_SYMBOLS(X) \
-    X(PC_InitCtx)                  \
-    X(PC_UnInitCtx)                \
-    X(PC_CreateNew)                \
-    X(PC_Delete)                   \
-    X(PC_Login)                    \
-    X(PC_SendHeartbeat)            \
-    X(PC_GetStream)                \
-    X(arrayfd)
+#define LENSWIRE_PLUGIN_SYMBOLS(X)               \
+    X(PC_InitCtx)                                \
+    X(PC_UnInitCtx)                              \
+    X(PC_CreateNew)                              \
+    X(PC_Delete)                                 \
+    X(PC_Login)                                  \
+    X(PC_SendHeartbeat)                          \
+    X(PC_GetStream)                              \
+    X(arrayfd)                                   \
+    X(Prv_PacketMsg)                             \
+    X(Prv_Send_Cmd)                              \
+    X(Prv_GetCond_Property)                      \
+    X(prv_destroy_msg)                           \
+    X(cmd_packet)                                \
+    X(Prv_GetIPCImageProperty)                   \
+    X(Prv_SetIPCImageProperty)                   \
+    X(Prv_GetIPCNetworkProperty)                 \
+    X(Prv_GetIPCOSD)                             \
+    X(Prv_SetIPCOSD)                             \
+    X(Prv_GetWifiSignal)                         \
+    X(Prv_GetIPCMtionDetetionConfigure)          \
+    X(Prv_SetIPCMtionDetetionConfigure)          \
+    X(Prv_CloseMD)                               \
+    X(prv_set_alarm_property_ex)                 \
+    X(Prv_GetVideoCover)                         \
+    X(Prv_SetVideoCover)                         \
+    X(Prv_SetSmartIFrame)                        \
+    X(Private_Protocol_GetEncodingScope)         \
+    X(Private_Protocol_GetEncodingProperty)      \
+    X(Private_Protocol_SetEncodingProperty)      \
+    X(Private_Protocol_GetStreamType)            \
+    X(Private_Fish_Protocol_GetEncodingProperty) \
+    X(Private_Fish_Protocol_SetEncodingProperty) \
+    X(Private_Fish_Protocol_EYE_PROPERTY)        \
+    X(GetFishType)                               \
+    X(Private_PTZ_GET_Property)                  \
+    X(Private_PTZ_SET_Property)                  \
+    X(Private_PTZ_OPTION)                        \
+    X(Private_SetPtzSpeed)                       \
+    X(Private_PtzCmd)                            \
+    X(Private_SetPreset)                         \
+    X(Private_RecallPreset)                      \
+    X(Private_ptzCruiseInit)                     \
+    X(Private_ChangeCruiseParamToMemory)         \
+    X(Private_PTZ_CRUISE_GET)                    \
+    X(Private_GetPtzCruiseAllPreset)             \
+    X(Private_SetPtzCruiseAllPreset)             \
+    X(Private_GetPtzCruiseChannel)               \
+    X(Private_StartPtzCruiseLine)                \
+    X(Prv_GetTimeProperty)                       \
+    X(Prv_SetIPCTimeDate)                        \
+    X(Prv_SetIPCTimeAndDate)                     \
+    X(Prv_Get_IPC_PropertyParam)                 \
+    X(Private_Protocol_GetPlatFormType)          \
+    X(QM_VT_NewUpgradeFileCheck)                 \
+    X(CheckUpgradFile)                           \
+    X(CheckUpgradFile2)                          \
+    X(CheckUpgradFile3)                          \
+    X(Get_IPC_upgradeParam)                      \
+    X(Prv_ipc_upgrade)                           \
+    X(Prv_ipc_upgrade_get_status)
 
 class Plugin {
   public:

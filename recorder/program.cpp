@@ -58,7 +58,10 @@ int run_program(int argc, char** argv) {
     CommonOptions common;
     Command chosen;
     add_common(app, common);
-    add_record(app, common, chosen);
+    for (const auto add :
+         {add_record, add_get, add_set, add_ptz, add_cruise, add_time, add_info, add_firmware, add_upgrade}) {
+        add(app, common, chosen);
+    }
     app.require_subcommand(1);
     try {
         app.parse(argc, argv);
