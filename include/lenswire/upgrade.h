@@ -23,8 +23,8 @@ extern "C" {
 #define LENSWIRE_UPGRADE_JOBS 64
 #define LENSWIRE_UPGRADE_CAMERAS 64
 #define LENSWIRE_UPGRADE_PATH_SIZE 128
-/* Seconds that a camera has from the start of its job, answer included. */
-#define LENSWIRE_UPGRADE_TIMEOUT 60
+/* What a camera has from the start of its job, answer included. */
+#define LENSWIRE_UPGRADE_TIMEOUT_S 60
 /* Byte 0 of the alarm of a failed upgrade; byte 1 is the channel, byte 2 is 0, byte 3 is 1. */
 #define LENSWIRE_ALARM_UPGRADE_FAILED 40
 

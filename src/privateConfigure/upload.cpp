@@ -132,7 +132,7 @@ void Upload::sends(std::FILE* file, uint32_t size) {
 // The host's clock may wrap and may be set back: what counts is the distance.
 void Upload::expires() {
     const uint32_t ahead = uptime() - start_s_;
-    if (std::min(ahead, 0 - ahead) < LENSWIRE_UPGRADE_TIMEOUT) return;
+    if (std::min(ahead, 0 - ahead) < LENSWIRE_UPGRADE_TIMEOUT_S) return;
     for (size_t k = 0; k < count_; ++k) {
         if (cameras_[k].connected()) ends(k, UPGRADE_TIMED_OUT);
     }
