@@ -8,6 +8,7 @@
 
 #include "common/log.h"
 #include "common/shared_word.h"
+#include "common/timer_slack.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
@@ -20,6 +21,9 @@ using namespace lenswire::clients;
 
 namespace {
 
+constexpr suseconds_t kWaitUs = 1'000;
+constexpr unsigned long kWaitSlackUs = 10'000;
+constexpr unsigned kErrorPause_s = 1;
 constexpr useconds_t kPassPauseUs = 1'000;
 
 // The clients of one pass. Watching a client pins it until the wait is over, so its descriptor stays the
@@ -55,6 +59,15 @@ void watch_ready_clients(WatchList& list) {
         list.largest = std::max(list.largest, fd);
         list.entries[static_cast<size_t>(list.count++)] = {{&slot.client, &slot, slot.generation}, fd};
     }
+}
+
+// The end of this wait may come late, an answer wakes it; the pause between two passes is kept exactly.
+int wait_for_data(WatchList& list) {
+    const TimerSlack slack(kWaitSlackUs);
+    fd_set writable;
+    FD_ZERO(&writable);
+    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
+    return select(list.largest + 1, &list.readable, &writable, &list.broken, &wait);
 }
 
 void stop_watching(const WatchList& list) {
@@ -163,12 +176,9 @@ int PC_ReciveCmd(const Ref& ref) {
 void PC_SingleStep(void) {
     WatchList list;
     watch_ready_clients(list);
-    fd_set writable;
-    FD_ZERO(&writable);
-    timeval wait{.tv_sec = 0, .tv_usec = 1000};
-    const int ready = select(list.largest + 1, &list.readable, &writable, &list.broken, &wait);
+    const int ready = wait_for_data(list);
     stop_watching(list);
-    if (ready < 0) sleep(1);
+    if (ready < 0) sleep(kErrorPause_s);
     if (ready <= 0) return;
     for (int i = 0; i < list.count; ++i) {
         const WatchList::Entry& entry = list.entries[static_cast<size_t>(i)];

@@ -7,6 +7,7 @@
 
 #include "common/log.h"
 #include "common/shared_word.h"
+#include "common/timer_slack.h"
 #include "lenswire/connection.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
@@ -19,6 +20,8 @@ namespace {
 
 constexpr suseconds_t kWaitUs = 1'000;
 constexpr useconds_t kServedPauseUs = 1;
+// A pass after a pause of milliseconds serves several streams at once: see docs/performance.md.
+constexpr unsigned long kSlackUs = 2'500;
 constexpr int32_t kSilenceLimit = 5;
 constexpr int32_t kStatisticsInterval = 2;
 constexpr int kRestartMessage = 3;
@@ -160,6 +163,7 @@ void run_pass() {
 }  // namespace
 
 void PC_RecvStreamLoop(void) {
+    const TimerSlack slack(kSlackUs);
     while (load_word(PC_G_RecvStreamLoopSwitch) != 0) run_pass();
     std::puts("+++++++++PC_RecvStreamLoop thread exit+++++++++");
 }

@@ -4,6 +4,7 @@
 
 #include "common/log.h"
 #include "common/shared_word.h"
+#include "common/timer_slack.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
@@ -18,6 +19,7 @@ namespace {
                  __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 constexpr useconds_t kEmptyPauseUs = 100;
+constexpr unsigned long kSlackUs = 5'000;
 // Into the receive-buffer object: the word of the host's ring that says how much it holds.
 constexpr size_t kRingFillOffset = 28;
 
@@ -60,6 +62,7 @@ void act_on(const StreamRequest& request) {
 }  // namespace
 
 void PC_GetQueueThread(void) {
+    const TimerSlack slack(kSlackUs);
     while (load_word(PC_G_RecvQueue) != 0) {
         StreamRequest request{};
         while (Private_Protocol_GetRequestFromQueue(&request) != -1) act_on(request);
