@@ -6,6 +6,7 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace lenswire::camera {
@@ -28,6 +29,11 @@ inline void put_u16(uint8_t* at, uint16_t value) {
 inline void put_u32(uint8_t* at, uint32_t value) {
     put_u16(at, static_cast<uint16_t>(value));
     put_u16(at + 2, static_cast<uint16_t>(value >> 16));
+}
+
+// What went wrong, from errno; safe from any thread.
+inline std::string error_text(int reason) {
+    return std::error_code(reason, std::generic_category()).message();
 }
 
 // The text in a fixed field: up to its first NUL or to the end of the field.

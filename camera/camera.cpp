@@ -124,7 +124,7 @@ size_t Camera::push_motion(uint8_t state) {
     return core_->push_motion(state);
 }
 
-size_t Camera::send_raw(Bytes bytes) {
+size_t Camera::send_raw(const Bytes& bytes) {
     const auto guard = loop_->lock();
     return core_->send_to_all(bytes);
 }

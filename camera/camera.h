@@ -90,7 +90,7 @@ class Camera {
     // Pushes a motion state to all logged-in control connections; returns how many there are.
     size_t push_motion(uint8_t state);
     // Sends bytes as they are to all logged-in control connections.
-    size_t send_raw(Bytes bytes);
+    size_t send_raw(const Bytes& bytes);
 
     // Ends all streams after the packet on its way. The connections stay open unless `close` says otherwise;
     // StreamStats::ended tells when nothing more follows.

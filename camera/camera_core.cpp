@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "lenswire/protocol.h"
@@ -104,12 +103,12 @@ bool CameraCore::start(std::string* error) {
     settings_loaded_ = true;
     const int fd = listen_on(config.address, &port);
     if (fd < 0) {
-        *error = config.address + ":" + std::to_string(port) + ": " + std::strerror(errno);
+        *error = config.address + ":" + std::to_string(port) + ": " + error_text(errno);
         return false;
     }
     listener_ = std::make_unique<Listener>(*this, fd);
     if (!loop_.watch(fd, listener_.get())) {
-        *error = std::string("no event loop: ") + std::strerror(errno);
+        *error = std::string("no event loop: ") + error_text(errno);
         loop_.bury(std::move(listener_));
         return false;
     }

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 
 #include "camera/packet.h"
@@ -65,12 +64,12 @@ std::optional<ClipKind> kind_of_file(const std::string& path) {
 
 std::string read_file(const std::string& path, Bytes* bytes) {
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);
-    if (!file) return std::strerror(errno);
+    if (!file) return error_text(errno);
     uint8_t piece[65536];
     for (size_t got; (got = std::fread(piece, 1, sizeof piece, file.get())) > 0;) {
         bytes->insert(bytes->end(), piece, piece + got);
     }
-    return std::ferror(file.get()) != 0 ? std::strerror(errno) : "";
+    return std::ferror(file.get()) != 0 ? error_text(errno) : "";
 }
 
 }  // namespace

@@ -104,7 +104,6 @@ size_t length_of(const Field& field) {
         case kU16:
             return 2;
         case kU32:
-            return 4;
         case kAddress:
             return 4;
         case kText:

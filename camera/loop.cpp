@@ -8,12 +8,14 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstring>
+
+#include "camera/bytes.h"
 
 namespace lenswire::camera {
 namespace {
 
 constexpr int kEventsPerPass = 256;
+constexpr int kMostYields = 100;
 
 }  // namespace
 
@@ -51,7 +53,7 @@ Loop::~Loop() {
 
 bool Loop::start(std::string* error) {
     if (epoll_fd_ < 0 || wake_fd_ < 0 || !watch(wake_fd_, nullptr)) {
-        *error = std::string("no event loop: ") + std::strerror(errno);
+        *error = std::string("no event loop: ") + error_text(errno);
         return false;
     }
     thread_ = std::thread([this] { run(); });
@@ -67,6 +69,13 @@ void Loop::stop() {
     wake();
     thread_.join();
     graveyard_.clear();
+}
+
+Loop::Guard Loop::lock() {
+    ++waiting_;
+    Guard guard(mutex_);
+    --waiting_;
+    return guard;
 }
 
 bool Loop::wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& predicate) {
@@ -102,6 +111,8 @@ void Loop::run() {
         const int timeout = timeout_ms();
         guard.unlock();
         const int ready = epoll_wait(epoll_fd_, events, kEventsPerPass, timeout);
+        // A busy loop would take the lock again before anybody else woke up.
+        for (int turns = 0; waiting_ > 0 && turns < kMostYields; ++turns) std::this_thread::yield();
         guard.lock();
         serve({events, static_cast<size_t>(std::max(ready, 0))});
         run_due_timers();

@@ -3,6 +3,7 @@
 
 #include <sys/epoll.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -59,7 +60,7 @@ class Loop {
     // Joins the thread: no callback runs after it. Called without the lock.
     void stop();
 
-    Guard lock() { return Guard(mutex_); }
+    Guard lock();
     // Waits under the guard until the predicate holds, false when the time runs out first. The predicate is
     // looked at after every pass of the loop that reported a change.
     bool wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& predicate);
@@ -78,6 +79,7 @@ class Loop {
     void wake();
 
     std::recursive_mutex mutex_;
+    std::atomic<int> waiting_ = 0;  // callers of lock() who do not have it yet
     std::condition_variable_any change_;
     std::thread thread_;
     int epoll_fd_ = -1;
