@@ -23,6 +23,8 @@ class RtpPackets : public PacketSource {
     int64_t due_ns(uint32_t stream, uint32_t number) const override;
     // A player knows that a frame has ended when the next one has begun.
     uint32_t bytes_beyond() const override { return kRtpPacketBytes; }
+    // RTSP servers send one RTP packet after the other.
+    size_t bytes_at_once() const override { return kRtpPacketBytes; }
 
   private:
     struct Stream {

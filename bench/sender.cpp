@@ -42,6 +42,7 @@ class Outlet {
     uint32_t number() const { return number_; }
     bool packet_sent() const { return sent_ == bytes_.size(); }
     size_t packet_bytes() const { return bytes_.size(); }
+    size_t bytes_sent() const { return sent_; }
 
     void next() {
         ++number_;
@@ -143,10 +144,21 @@ class Schedule {
     void plan(int64_t at, uint32_t stream) { events_.push({at, stream}); }
     int64_t due(uint32_t stream) const { return start_ + source_.due_ns(stream, outlets_[stream].number()); }
 
+    // Sends what is due, in as many pieces as a camera would. False when the connection took nothing.
+    bool send_due(Outlet& outlet, size_t allowed) const {
+        const size_t piece = source_.bytes_at_once();
+        size_t sent = outlet.bytes_sent();
+        const size_t before = sent;
+        while (sent < allowed && outlet.send_up_to(std::min(allowed - sent, piece) + sent) > 0) {
+            sent = outlet.bytes_sent();
+        }
+        return sent > before;
+    }
+
     void serve(uint32_t stream) {
         Outlet& outlet = outlets_[stream];
         const size_t allowed = bytes_due(stream);
-        const bool blocked = outlet.send_up_to(allowed) == 0;
+        const bool blocked = !send_due(outlet, allowed);
         if (outlet.packet_sent()) {
             outlet.next();
             plan(due(stream), stream);

@@ -58,6 +58,8 @@ class PacketSource {
     virtual int64_t due_ns(uint32_t stream, uint32_t number) const = 0;
     // How many bytes of the next packet the receiver needs to see before it can deliver one.
     virtual uint32_t bytes_beyond() const = 0;
+    // How many bytes a camera of this kind hands to its connection at once.
+    virtual size_t bytes_at_once() const { return SIZE_MAX; }
 };
 
 // The streams of a camera: even packets are video, odd ones audio.

@@ -9,6 +9,7 @@ declare -A packages=(
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
     [lint]="clang-format clang-tidy shellcheck"
+    [bench]="python3 binutils"
 )
 
 # Of the packages named, those that are not installed.

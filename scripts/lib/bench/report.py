@@ -1,0 +1,214 @@
+"""Tables for people, the goals, and the part of docs/performance.md that a run writes."""
+
+import figures
+import plot
+from rounds import PACINGS
+
+NAMES = {"plugin": "plug-in", "bare": "bare loop", "copy": "loop with one copy", "avformat": "libavformat"}
+PACING_TEXT = {
+    "whole": "whole frames at once",
+    "spread": "frames spread as a 100 Mbit/s link spreads them",
+    "unpaced": "as fast as the receiver takes them",
+}
+BEGIN, END = "<!-- figures: begin, written by scripts/bench -->", "<!-- figures: end -->"
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(row) + " |" for row in [head, *rows]]
+    return "\n".join([lines[0], "|" + "---|" * len(head), *lines[1:]])
+
+
+class Report:
+    def __init__(self, groups, extent, machine, micro, sizes, loads):
+        self.groups = {group.name: group for group in groups}
+        self.extent, self.machine, self.micro = extent, machine, micro
+        self.sizes, self.loads = sizes, loads
+
+    def streams(self, pacing, count):
+        return self.groups.get(f"streams/{pacing}/{count}")
+
+    # -- Goals.
+
+    def goals(self):
+        """Text, limit, the figure that counts, digits."""
+        for pacing in ("whole", "spread"):
+            for count, limit in ((64, 0.7), (192, 0.5)):
+                yield self._ratio_goal(pacing, count, "bare", limit)
+            for count in (64, 192):
+                yield from self._delay_goals(pacing, count)
+            yield self._ratio_goal(pacing, 64, "avformat", 0.25)
+        yield self._ratio_goal("unpaced", 64, "copy", 1.1)
+        yield self._ratio_goal("unpaced", 192, "copy", 1.1)
+        for name, text in (("one", "one thread"), ("many", "64 threads on 64 cameras")):
+            median = figures.ratio(self.groups[f"control/{name}"], "library", "floor", "round_trip_us.median")
+            yield f"control, {text}: median round trip by the floor's", 1.1, median, 2
+        upload = figures.ratio(self.groups["upload"], "library", "plain", "cpu_s_per_gb")
+        yield "upload: processor time per gigabyte by the plain loop's", 0.5, upload, 2
+        yield "size of the stripped armhf library, KB", 100, figures.figure([self.sizes["armhf"][0] / 1000]), 1
+        idle = figures.of(self.groups["idle"], "0", "core_percent")
+        yield "idle without streams, % of a core", 0.3, idle, 2
+        memory = self.groups["memory"]
+        yield "allocations per frame", 0, figures.of(memory, "full", "allocations_per_frame"), 0
+        yield "allocations per get (the host's own)", 1, figures.of(memory, "full", "allocations_per_get"), 0
+
+    def _ratio_goal(self, pacing, count, other, limit):
+        measured = figures.ratio(self.streams(pacing, count), "plugin", other, "cpu_s_per_gb")
+        return f"{count} streams, {pacing}: processor time by the {NAMES[other]}'s", limit, measured, 2
+
+    def _delay_goals(self, pacing, count):
+        group = self.streams(pacing, count)
+        for key, text, limit in (("median", "median delay", 2), ("p99", "99th percentile of the delay", 15)):
+            us = figures.of(group, "plugin", f"delay_us.{key}")
+            ms = figures.Figure(us.median / 1000, us.low / 1000, us.high / 1000)
+            yield f"{count} streams, {pacing}: {text}, ms", limit, ms, 2
+        lost = figures.total(group, "plugin", "frames.lost") + figures.total(group, "plugin", "frames.wrong")
+        yield f"{count} streams, {pacing}: frames lost or wrong, all rounds", 0, figures.figure([lost]), 0
+
+    def goal_table(self):
+        rows = []
+        for text, limit, measured, digits in self.goals():
+            if measured is None:
+                rows.append([text, f"{limit:g}", "not measured", ""])
+                continue
+            verdict = "met" if measured.median <= limit else "**missed**"
+            shown = f"{measured.median:.{digits}f}" if measured.low == measured.high else measured.text(digits)
+            rows.append([text, f"{limit:g}", shown, verdict])
+        return table(["goal", "at most", "median (least to greatest round)", ""], rows)
+
+    # -- Tables.
+
+    def stream_table(self, pacing):
+        rows = []
+        for count in self.extent.streams:
+            group = self.streams(pacing, count)
+            for way in group.results:
+                rows.append(self._stream_row(group, count, way, pacing))
+        head = ["streams", "receiver", "CPU s/GB", "of the bare loop's", "GB/s", "receiver's sleeps/s"]
+        if pacing == "unpaced":
+            return table(head, rows)
+        return table([*head, "delay, median ms", "99th percentile ms", "lost"], rows)
+
+    def _stream_row(self, group, count, way, pacing):
+        sleeps = figures.figure(sum(thread["sleeps_per_s"] for name, thread in result["threads"].items()
+                                    if name in ("receive_loop", "loop", "reader"))
+                                for result in group.results[way])
+        row = [str(count), NAMES[way], figures.of(group, way, "cpu_s_per_gb").text(),
+               figures.ratio(group, way, "bare", "cpu_s_per_gb").text(),
+               f"{figures.of(group, way, 'gb_per_s').median:.3f}", f"{sleeps.median:.0f}"]
+        if pacing == "unpaced":
+            return row
+        if "delay_us" not in group.results[way][0]:
+            return [*row, "", "", ""]
+        delays = [figures.of(group, way, f"delay_us.{key}").median / 1000 for key in ("median", "p99")]
+        return [*row, *(f"{delay:.2f}" for delay in delays), str(figures.total(group, way, "frames.lost"))]
+
+    def thread_table(self):
+        rows = []
+        for count in self.extent.streams:
+            group = self.streams("whole", count)
+            shares = []
+            for thread in ("receive_loop", "event_loop", "queue", "consumer"):
+                cpu = figures.figure(100 * figures.pick(result, f"threads.{thread}.cpu_s") / result["seconds"]
+                                     for result in group.results["plugin"])
+                shares.append(f"{cpu.median:.2f}")
+            per_stream = figures.figure(1e6 * result["cpu_s"] / result["seconds"] / count
+                                        for result in group.results["plugin"])
+            rows.append([str(count), *shares, per_stream.text(0)])
+        return table(["streams", "receive loop %", "event loop %", "queue thread %", "the host's consumer %",
+                      "µs per stream and second"], rows)
+
+    def control_table(self):
+        rows = []
+        for name, text in (("one", "one thread, without pause"), ("many", "64 threads on 64 cameras"),
+                           ("seldom", "one thread, a get every 50 ms")):
+            group = self.groups[f"control/{name}"]
+            for way in ("library", "floor"):
+                median, high = (figures.of(group, way, f"round_trip_us.{key}") for key in ("median", "p99"))
+                rows.append([text, way, median.text(0), high.text(0)])
+        return table(["gets", "way", "median µs", "99th percentile µs"], rows)
+
+    def upload_table(self):
+        group = self.groups["upload"]
+        return table(["way", "CPU s/GB", "of the plain loop's", "wall s"],
+                     [[way, figures.of(group, way, "cpu_s_per_gb").text(3),
+                       figures.ratio(group, way, "plain", "cpu_s_per_gb").text(),
+                       figures.of(group, way, "wall_s").text()] for way in group.ways])
+
+    def idle_table(self):
+        group = self.groups["idle"]
+        rows = []
+        for count in group.ways:
+            shares = [figures.of(group, count, f"threads.{thread}.core_percent")
+                      for thread in ("receive_loop", "event_loop", "queue")]
+            rows.append([count, figures.of(group, count, "core_percent").text(), *(f"{s.median:.3f}" for s in shares)])
+        return table(["silent streams", "% of a core", "receive loop", "event loop", "queue thread"], rows)
+
+    def memory_table(self):
+        group = self.groups["memory"]
+        rows = []
+        for preset, (file_bytes, table_bytes) in self.sizes.items():
+            rows.append([f"library file, stripped, {preset}", f"{file_bytes / 1000:.1f} KB"])
+            rows.append([f"static data and tables, {preset}", f"{table_bytes / 1000:.0f} KB"])
+        written = figures.of(group, "full", "library_written_kb")
+        rows.append(["pages the library wrote to, 192 clients and 192 streams", f"{written.median * 1.024:.0f} KB"])
+        for thread in ("receive_loop", "event_loop", "queue"):
+            used = figures.of(group, "full", f"stack_bytes.{thread}")
+            rows.append([f"stack of the {thread.replace('_', ' ')} ever used, of 1 MiB", f"{used.high / 1000:.1f} KB"])
+        return table(["memory", ""], rows)
+
+    def micro_table(self):
+        return table(["piece", "CPU ns"], [[one["name"], f"{one['cpu_ns']:.0f}"] for one in self.micro])
+
+    # -- Plots.
+
+    def plots(self):
+        """File name to SVG."""
+        counts = self.extent.streams
+        for pacing in PACINGS:
+            cost = plot.Plot(f"Processor time: {PACING_TEXT[pacing]}", "CPU seconds per gigabyte", counts, True)
+            for way, name in NAMES.items():
+                line = [figures.of(self.streams(pacing, count), way, "cpu_s_per_gb") for count in counts]
+                if any(line):
+                    cost.add(name, line)
+            yield f"cost-{pacing}.svg", cost.svg()
+        delay = plot.Plot("Delay of the plug-in's frames", "microseconds", counts, True)
+        for pacing in ("whole", "spread"):
+            for key, text in (("median", "median"), ("p99", "99th perc.")):
+                delay.add(f"{pacing}, {text}", [figures.of(self.streams(pacing, count), "plugin", f"delay_us.{key}")
+                                                for count in counts])
+        yield "delay.svg", delay.svg()
+
+    # -- Documents.
+
+    def machine_list(self):
+        lines = [f"- {key}: {value}" for key, value in self.machine.items()]
+        lines.append(f"- load of the machine before and after the run: {self.loads[0]:.1f}, {self.loads[1]:.1f}")
+        lines.append(f"- {self.extent.rounds} rounds, {self.extent.measure_ms / 1000:g} s each for streams")
+        return "\n".join(lines)
+
+    def sections(self):
+        yield "Machine", self.machine_list()
+        yield "Goals", self.goal_table()
+        for pacing in PACINGS:
+            yield f"Streams: {PACING_TEXT[pacing]}", self.stream_table(pacing)
+        yield "Threads and growth: the plug-in, whole frames", self.thread_table()
+        yield "Control: round trips of a get", self.control_table()
+        yield "Upload: 16 MiB to 64 cameras", self.upload_table()
+        yield "Idle", self.idle_table()
+        yield "Memory and size", self.memory_table()
+        yield "Small pieces", self.micro_table()
+
+    def text(self):
+        return "\n\n".join(f"### {title}\n\n{body}" for title, body in self.sections()) + "\n"
+
+    def write_into(self, document, folder):
+        """Replaces the figures in the document, and the plots in the folder beside it."""
+        folder.mkdir(exist_ok=True)
+        images = []
+        for name, svg in self.plots():
+            (folder / name).write_text(svg, encoding="utf-8")
+            images.append(f"![{name.removesuffix('.svg')}]({folder.name}/{name})")
+        before, rest = document.read_text(encoding="utf-8").split(BEGIN)
+        after = rest.split(END)[1]
+        body = f"{BEGIN}\n\n" + "\n".join(images) + f"\n\n{self.text()}\n{END}"
+        document.write_text(before + body + after, encoding="utf-8")

@@ -1,0 +1,81 @@
+"""Which rounds there are, and running them: A B A B, so that a noisy moment hits every way alike."""
+
+import json
+import subprocess
+import sys
+from dataclasses import dataclass, field
+
+PACINGS = ("whole", "spread", "unpaced")
+RECEIVERS = ("plugin", "bare", "copy", "avformat")
+
+
+@dataclass
+class Group:
+    """Ways of doing the same thing, run in turn. ways: name to arguments of lenswire-bench."""
+
+    name: str
+    ways: dict
+    results: dict = field(default_factory=dict)
+
+
+@dataclass
+class Extent:
+    rounds: int
+    streams: tuple
+    warm_up_ms: int
+    measure_ms: int
+    control_ms: int
+    idle_ms: int
+
+
+FULL = Extent(rounds=5, streams=(1, 16, 64, 192), warm_up_ms=1500, measure_ms=4000, control_ms=4000, idle_ms=4000)
+QUICK = Extent(rounds=3, streams=(64, 192), warm_up_ms=1000, measure_ms=2000, control_ms=1000, idle_ms=2000)
+
+
+def stream_groups(extent):
+    for pacing in PACINGS:
+        for count in extent.streams:
+            common = ["streams", f"--pacing={pacing}", f"--streams={count}",
+                      f"--warm-up-ms={extent.warm_up_ms}", f"--measure-ms={extent.measure_ms}"]
+            yield Group(f"streams/{pacing}/{count}", {way: common + [f"--receiver={way}"] for way in RECEIVERS})
+
+
+def control_groups(extent):
+    for name, threads, pause_us in (("one", 1, 0), ("many", 64, 0), ("seldom", 1, 50000)):
+        common = ["control", f"--threads={threads}", f"--pause-us={pause_us}", f"--measure-ms={extent.control_ms}"]
+        yield Group(f"control/{name}", {way: common + [f"--way={way}"] for way in ("library", "floor")})
+
+
+def all_groups(extent):
+    groups = [*stream_groups(extent), *control_groups(extent)]
+    groups.append(Group("upload", {way: ["upload", f"--way={way}"] for way in ("library", "plain", "sendfile")}))
+    groups.append(Group("idle", {str(count): ["idle", f"--streams={count}", f"--measure-ms={extent.idle_ms}"]
+                                 for count in (0, 192)}))
+    groups.append(Group("memory", {"full": ["memory"]}))
+    return groups
+
+
+def run_one(program, arguments):
+    done = subprocess.run([program, *arguments], capture_output=True, text=True, timeout=120, check=False)
+    if done.returncode != 0:
+        sys.exit(f"{program} {' '.join(arguments)} failed:\n{done.stderr}")
+    return json.loads(done.stdout)
+
+
+def run(program, groups, extent, say):
+    """Fills the groups' results: a list per way, one entry per round; ways that are not built in are left out."""
+    for group in groups:
+        for number in range(extent.rounds):
+            say(f"{group.name}, round {number + 1} of {extent.rounds}")
+            for way, arguments in group.ways.items():
+                result = run_one(program, arguments)
+                if "skipped" not in result:
+                    group.results.setdefault(way, []).append(result)
+
+
+def run_micro(program):
+    done = subprocess.run([program, "--benchmark_format=json", "--benchmark_repetitions=5",
+                           "--benchmark_report_aggregates_only=true", "--benchmark_min_time=0.1"],
+                          capture_output=True, text=True, timeout=600, check=True)
+    return [{"name": one["run_name"], "cpu_ns": one["cpu_time"]}
+            for one in json.loads(done.stdout)["benchmarks"] if one["aggregate_name"] == "median"]
