@@ -1,5 +1,7 @@
 #include "fields.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -84,6 +86,20 @@ void store_hex(std::string_view name, std::string_view text, std::span<uint8_t> 
     std::ranges::copy(bytes, to.begin());
 }
 
+std::string load_address(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (const uint8_t byte : bytes) text += (text.empty() ? "" : ".") + std::to_string(byte);
+    return text;
+}
+
+void store_address(std::string_view name, std::string_view text, std::span<uint8_t> to) {
+    in_addr address{};
+    if (inet_pton(AF_INET, std::string(text).c_str(), &address) != 1) {
+        throw refused(name, "must be an IPv4 address");
+    }
+    std::memcpy(to.data(), &address.s_addr, to.size());
+}
+
 void add_gap(size_t from, size_t to, size_t base, std::vector<NamedField>& fields) {
     if (from >= to) return;
     std::string name = "bytes@" + std::to_string(base + from);
@@ -140,6 +156,8 @@ std::string field_text(const Field& field, std::span<const uint8_t> record) {
             return std::to_string(load_signed(bytes));
         case Field::kText:
             return load_text(bytes);
+        case Field::kAddress:
+            return load_address(bytes);
         case Field::kBytes:
             break;
     }
@@ -185,6 +203,9 @@ const NamedField& apply_assignment(const std::vector<NamedField>& fields, std::s
             break;
         case Field::kText:
             store_text(name, value, to);
+            break;
+        case Field::kAddress:
+            store_address(name, value, to);
             break;
         case Field::kBytes:
             store_hex(name, value, to);

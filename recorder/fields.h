@@ -15,7 +15,7 @@ namespace lenswire::recorder {
 using Bytes = std::vector<uint8_t>;
 
 struct Field {
-    enum Kind { kUnsigned, kSigned, kText, kBytes };
+    enum Kind { kUnsigned, kSigned, kText, kAddress, kBytes };
     std::string_view name;
     Kind kind;
     size_t offset;
@@ -36,6 +36,12 @@ constexpr Field::Kind kind_of_field() {
     ::lenswire::recorder::Field {                                                                    \
         name, ::lenswire::recorder::kind_of_field<std::remove_cvref_t<decltype(record{}.member)>>(), \
             offsetof(record, member), sizeof(record{}.member)                                        \
+    }
+
+// The same for four bytes that are an IPv4 address.
+#define LENSWIRE_ADDRESS_FIELD(name, record, member)                             \
+    ::lenswire::recorder::Field {                                                \
+        name, ::lenswire::recorder::Field::kAddress, offsetof(record, member), 4 \
     }
 
 // One record, or several of a kind one behind the other, whose fields are then called PREFIX.NAME.

@@ -2,7 +2,6 @@
 #ifndef LENSWIRE_LENSWIRE_H
 #define LENSWIRE_LENSWIRE_H
 
-#include "lenswire/camera_records.h"
 #include "lenswire/cipher.h"
 #include "lenswire/clock.h"
 #include "lenswire/command.h"

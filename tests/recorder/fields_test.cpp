@@ -26,14 +26,15 @@ struct Sample {
     char text[6];
     uint8_t raw[3];
     uint8_t tail[3];
+    uint8_t ip[4];
 };
-static_assert(sizeof(Sample) == 24);
+static_assert(sizeof(Sample) == 28);
 
 constexpr Field kSample[] = {
     LENSWIRE_FIELD("small", Sample, small),   LENSWIRE_FIELD("sign", Sample, sign),
     LENSWIRE_FIELD("middle", Sample, middle), LENSWIRE_FIELD("degrees", Sample, degrees),
     LENSWIRE_FIELD("large", Sample, large),   LENSWIRE_FIELD("text", Sample, text),
-    LENSWIRE_FIELD("raw", Sample, raw),
+    LENSWIRE_FIELD("raw", Sample, raw),       LENSWIRE_ADDRESS_FIELD("ip", Sample, ip),
 };
 const Layout kLayout = {kSample, sizeof(Sample)};
 
@@ -71,7 +72,8 @@ TEST(Fields, ShowEveryKindAndTheBytesBetween) {
               "large               1280002633\n"
               "text                MNO\n"
               "raw                 535455\n"
-              "bytes@21            565758\n");
+              "bytes@21            565758\n"
+              "ip                  89.90.91.92\n");
     const auto json = record_json(kLayout, record);
     EXPECT_EQ(json["sign"], -2);
     EXPECT_EQ(json["bytes@21"], "565758");
@@ -94,6 +96,7 @@ TEST(Fields, ChangeNothingButTheirOwnBytes) {
         {"text=", 12, {0, 0, 0, 0, 0, 0}},
         {"text=sixsix", 12, {'s', 'i', 'x', 's', 'i', 'x'}},
         {"raw=010203", 18, {1, 2, 3}},
+        {"ip=10.0.255.1", 24, {10, 0, 255, 1}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.assignment);
@@ -115,6 +118,7 @@ TEST(Fields, RefuseWhatDoesNotFit) {
     EXPECT_THAT(refusal("text=seven77"), HasSubstr("6 characters"));
     EXPECT_THAT(refusal("raw=0102"), HasSubstr("6 hex digits"));
     EXPECT_THAT(refusal("raw=01020g"), HasSubstr("6 hex digits"));
+    EXPECT_THAT(refusal("ip=1.2.3"), HasSubstr("IPv4 address"));
     EXPECT_THAT(refusal("smal=1"), HasSubstr("small, sign, bytes@2"));
     EXPECT_THAT(refusal("small"), HasSubstr("FIELD=VALUE"));
 }
@@ -124,9 +128,9 @@ TEST(Fields, OfSeveralRecordsAreNamedApart) {
     const Layout layout = {kSample, sizeof(Sample), kNames};
     Bytes record(layout.whole_size());
     apply_assignment(fields_of(layout), "two.middle=258", record);
-    Bytes expected(48);
-    expected[24 + 4] = 2;
-    expected[24 + 5] = 1;
+    Bytes expected(56);
+    expected[28 + 4] = 2;
+    expected[28 + 5] = 1;
     EXPECT_EQ(record, expected);
     EXPECT_EQ(record_json(layout, record)["one.middle"], 0);
 }

@@ -69,7 +69,7 @@ const Row kRows[] = {
     {"osd", LENSWIRE_CMD_OSD_GET, 228, "name-x=258", 4, {2, 1}},
     {"wifi", LENSWIRE_CMD_WIFI_GET, 626, nullptr, 0, {}},
     {"motion", LENSWIRE_CMD_MOTION_GET, 168, "sensitivity=77", 3, {77}},
-    {"cover", LENSWIRE_CMD_COVER_GET, 204, "area2.x=513", 12, {1, 2}},
+    {"cover", LENSWIRE_CMD_COVER_GET, 204, "area2.left=513", 16, {1, 2}},
     {"fisheye", LENSWIRE_CMD_FISH_PROPERTY_GET, 64, nullptr, 0, {}},
     {"device", LENSWIRE_CMD_DEVICE_INFO, 464, nullptr, 0, {}},
     {"property", LENSWIRE_CMD_PROPERTY_BLOCK, 1024, nullptr, 0, {}},
