@@ -270,12 +270,16 @@ Options make_options(const Typed& typed) {
 }
 
 // What was typed may be a password at the wrong place, so only the names of options are repeated.
-std::string describe(const CLI::ParseError& wrong, const CLI::App& app) {
-    if (wrong.get_name() != "ExtrasError") return wrong.what();
+std::string describe_extras(const CLI::App& app) {
     for (const std::string& extra : app.remaining()) {
         if (extra.starts_with("-")) return "no such option: " + extra.substr(0, extra.find('='));
     }
     return "an argument that belongs to no option";
+}
+
+int say_wrong(const std::string& what) {
+    std::fprintf(stderr, "lenswire-camera: %s\n", what.c_str());
+    return 2;
 }
 
 }  // namespace
@@ -291,12 +295,12 @@ std::optional<Options> parse_options(int argc, char** argv, int* exit_code) {
     } catch (const CLI::CallForHelp&) {
         std::printf("%s", app.help().c_str());
         *exit_code = 0;
+    } catch (const CLI::ExtrasError&) {
+        *exit_code = say_wrong(describe_extras(app));
     } catch (const CLI::ParseError& wrong) {
-        std::fprintf(stderr, "lenswire-camera: %s\n", describe(wrong, app).c_str());
-        *exit_code = 2;
+        *exit_code = say_wrong(wrong.what());
     } catch (const std::runtime_error& wrong) {
-        std::fprintf(stderr, "lenswire-camera: %s\n", wrong.what());
-        *exit_code = 2;
+        *exit_code = say_wrong(wrong.what());
     }
     return std::nullopt;
 }
