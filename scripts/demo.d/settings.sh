@@ -8,12 +8,13 @@ field() { # camera what field
 
 # Cameras take their time to move; waits until this one stands.
 await_stand() { # camera
-    local tries
+    local tries moving
     for ((tries = 0; tries < 50; ++tries)); do
-        [[ $(field "$1" ptz moving) != 0 ]] || return 0
+        moving=$(field "$1" ptz moving) || break
+        [[ $moving != 0 ]] || return 0
         sleep 0.2
     done
-    problem "$1: still moving"
+    problem "$1: does not come to a stand"
 }
 
 settings_page() {
