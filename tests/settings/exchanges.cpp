@@ -44,7 +44,7 @@ Get& Get::naming_no_command() {
 }
 
 Get& Get::naming_the_channel() {
-    not_sent = line(name, std::string(kNotSent) + " channel : 261\n");
+    not_sent = line(name, std::string(kNotSent).append(" channel : 261\n"));
     return *this;
 }
 
