@@ -107,6 +107,7 @@ TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
         EXPECT_EQ(Private_Get_EnableFlagFromMemory(0, as_line), -1);
         EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &line), -1);
         EXPECT_EQ(Private_ChangeCruiseLineParam(0, 1, &line), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &good), -1);
         EXPECT_EQ(Private_ChangeCruiseParamToDB(0, &line), -1);
         Private_ChangeCruiseLineEnableFlag(0, as_line, 1);
         EXPECT_EQ(Private_ChangeCruiseParamToMemory(0, &line), -1);

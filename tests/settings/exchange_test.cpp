@@ -1,7 +1,6 @@
 // What all exchanges with a camera have in common: requests, answers, and each way to fail.
 #include <arpa/inet.h>
 
-#include <atomic>
 #include <cinttypes>
 #include <regex>
 
@@ -226,34 +225,6 @@ TEST_F(Gets, RefuseChannelsOutOfTheirRangeAndMissingBuffersWithoutTakingASlot) {
     EXPECT_EQ(occurrences(capture.out(), "parameter pass error!"), static_cast<int>(calls.size()));
     EXPECT_EQ(host().calls(Service::kMalloc), 0);
     EXPECT_FALSE(camera_was_asked());
-}
-
-// Late answers to requests that nobody waits for any more land in whatever slot is taken for the same
-// command; none may show in what goes out.
-TEST_F(Gets, SendRequestsThatLateAnswersCannotTear) {
-    constexpr int kRounds = 200;
-    const Get& get = all_gets()[0];
-    std::atomic<bool> over{false};
-    Capture quiet;
-    const std::future<void> late = std::async(std::launch::async, [&] {
-        Bytes answer = command(get.code, repeated(0xEE, 4064)).bytes();
-        while (!over) Private_Protocol_RecvProcess(answer.data(), ip());
-    });
-    const std::future<int> asking = starts([&] {
-        int done = 0;
-        for (int i = 0; i < kRounds; ++i) {
-            Out out(get.copied);
-            done += get.call(ip(), out.data()) == 0;
-        }
-        return done;
-    });
-    const Bytes expected = get.request.bytes();
-    int torn = 0;
-    for (int i = 0; i < kRounds; ++i) torn += wire_.reads_command().bytes() != expected;
-    asking.wait();
-    over = true;
-    late.wait();
-    EXPECT_EQ(torn, 0);
 }
 
 TEST_F(Sets, SendTheRecordAsItIs) {

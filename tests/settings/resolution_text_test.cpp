@@ -253,7 +253,7 @@ void refer(const Reference& reference, EncodingScopeEntry* entries, const std::s
 // Runs of digits stay short: longer ones are read differently by machines of different word sizes.
 std::string random_list(std::mt19937& random) {
     static const std::regex kLongNumber("([0-9]{9})[0-9]+");
-    static const std::string kCharacters = "H26::xx,,;; 0179-+\t\xFF";
+    static const std::string kCharacters = "H26::xx,,;; 0179-+\t\v\xFF";
     static const char* const kPieces[] = {"H264", "MJPG:640x360", "H265:1920x1080", "H264:1x2,H265:3x4;",
                                           "H264:1x2,H265:3x4,MJPG:5x6;"};
     std::string list;
