@@ -114,7 +114,9 @@ TEST_F(UpgradeFailure, StopsAtTheFirstCameraThatTheFileDoesNotFit) {
     EXPECT_EQ(capture.out(), kCheckFault);
     EXPECT_EQ(host().record(24, 1), repeated(0xEE, 9));
     // A path without an end fits nobody.
-    starts({1}, std::string(122, '/') + "A_B_xy", -1);
+    std::string endless(122, '/');
+    endless += "A_B_xy";
+    starts({1}, endless, -1);
 }
 
 TEST_F(UpgradeFailure, GoesOnWithAShortChannelTable) {
