@@ -160,10 +160,10 @@ struct PtzRecord {
     uint16_t pan;  // this and the next two in hundredths, of a degree and of the widest view
     uint16_t tilt;
     uint16_t zoom;
-    uint8_t doing;   // 0 still, 1 moving, 2 going to a preset, 3 cruising
-    uint8_t preset;  // the one reached last, counted from 1; this and the next two 0 for none
-    uint8_t line;    // the cruise line that runs
-    uint8_t point;   // and where in it the camera is or goes
+    uint8_t moving;        // 0 not, 1 by hand, 2 to a preset, 3 on a cruise line
+    uint8_t preset;        // the one reached last, counted from 1; this and the next two 0 for none
+    uint8_t cruise_line;   // that runs
+    uint8_t cruise_point;  // where the camera is in it, or goes
     uint8_t reserved12[12];
 };
 

@@ -66,16 +66,17 @@ void start(ControlSession& session, const CruiseOptions& options) {
     });
 }
 
-// The library switches the channel's lines off in memory and database and sends the camera nothing; the
-// operation that stops a line goes out beside it.
+// A line that goes out disabled is stopped by it. What the library then switches off in memory and database
+// sends the camera nothing.
 void stop(ControlSession& session, const CruiseOptions&) {
     const Plugin& library = session.library();
-    for (uint8_t line = 0; line < kCruiseLines; ++line) {
-        PtzOption option{};
-        option.ucOperation = LENSWIRE_PTZ_STOP_CRUISE;
-        option.ucArgument = line;
-        session.tell("the stop of a cruise line",
-                     [&] { return library.Private_PTZ_OPTION(session.ip(), &option) == 0; });
+    for (int line = 1; line <= kCruiseLines; ++line) {
+        CruiseLine record = line_of_camera(session, line);
+        if (record.ucEnable == 0) continue;
+        record.ucEnable = 0;
+        session.tell("the stop of a cruise line", [&] {
+            return library.Private_SetPtzCruiseAllPreset(channel_of(session), &record, 1) == 0;
+        });
     }
     library.Private_StartPtzCruiseLine(channel_of(session), 0, 0);
 }

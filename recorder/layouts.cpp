@@ -131,11 +131,15 @@ constexpr Field kFishEncoding[] = {
 constexpr std::string_view kViews[] = {"view1", "view2", "view3"};
 
 constexpr Field kPtz[] = {
-    LENSWIRE_FIELD("channel", PtzRecord, channel), LENSWIRE_FIELD("speed", PtzRecord, speed),
-    LENSWIRE_FIELD("pan", PtzRecord, pan),         LENSWIRE_FIELD("tilt", PtzRecord, tilt),
-    LENSWIRE_FIELD("zoom", PtzRecord, zoom),       LENSWIRE_FIELD("doing", PtzRecord, doing),
-    LENSWIRE_FIELD("preset", PtzRecord, preset),   LENSWIRE_FIELD("line", PtzRecord, line),
-    LENSWIRE_FIELD("point", PtzRecord, point),
+    LENSWIRE_FIELD("channel", PtzRecord, channel),
+    LENSWIRE_FIELD("speed", PtzRecord, speed),
+    LENSWIRE_FIELD("pan", PtzRecord, pan),
+    LENSWIRE_FIELD("tilt", PtzRecord, tilt),
+    LENSWIRE_FIELD("zoom", PtzRecord, zoom),
+    LENSWIRE_FIELD("moving", PtzRecord, moving),
+    LENSWIRE_FIELD("preset", PtzRecord, preset),
+    LENSWIRE_FIELD("cruise-line", PtzRecord, cruise_line),
+    LENSWIRE_FIELD("cruise-point", PtzRecord, cruise_point),
 };
 
 constexpr Field kFishEye[] = {

@@ -45,7 +45,6 @@ namespace lenswire::recorder {
     X(GetFishType)                               \
     X(Private_PTZ_GET_Property)                  \
     X(Private_PTZ_SET_Property)                  \
-    X(Private_PTZ_OPTION)                        \
     X(Private_SetPtzSpeed)                       \
     X(Private_PtzCmd)                            \
     X(Private_SetPreset)                         \

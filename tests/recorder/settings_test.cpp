@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -183,6 +185,117 @@ TEST_F(SettingsTest, ShowNothingOfTheLibrarysLinesUnlessAskedTo) {
     ASSERT_EQ(run_lenswire({"get", address_, "image", "--log", file_}).code, 0);
     const Bytes log = file_bytes(file_);
     EXPECT_THAT(std::string(log.begin(), log.end()), HasSubstr("connect success"));
+}
+
+TEST_F(SettingsTest, OfEveryStreamChangeApart) {
+    Bytes expected = camera_->record(LENSWIRE_CMD_ENCODING_GET);
+    ASSERT_THAT(expected, SizeIs(96));
+    expected[17] = 0x5A;  // a byte that has no name
+    camera_->set_record(LENSWIRE_CMD_ENCODING_GET, expected);
+    expected[8] = 0x39;
+    expected[9] = 0x30;
+    expected[32 + 12] = 7;
+    const Outcome outcome = run_lenswire({"set", address_, "encoding", "main.kbit-rate=12345", "sub.gop=7"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(camera_->record(LENSWIRE_CMD_ENCODING_GET), expected);
+}
+
+TEST_F(SettingsTest, ThatCannotBeReadAreSentAsTyped) {
+    ASSERT_EQ(run_lenswire({"set", address_, "smart-iframe", "enabled=1", "interval=250"}).code, 0);
+    ASSERT_TRUE(camera_->wait_received(LENSWIRE_CMD_SMART_IFRAME_SET, 1));
+    const Bytes sent = camera_->received(LENSWIRE_CMD_SMART_IFRAME_SET)[0].payload;
+    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 4), (Bytes{0, 1, 250, 0}));
+    ASSERT_EQ(run_lenswire({"set", address_, "alarm", "channel=3"}).code, 0);
+    ASSERT_TRUE(camera_->wait_received(LENSWIRE_CMD_ALARM_EX, 1));
+    EXPECT_EQ(camera_->received(LENSWIRE_CMD_ALARM_EX)[0].payload[0], 3);
+}
+
+TEST_F(SettingsTest, OfPanAndTiltFollowTheOperations) {
+    struct Case {
+        std::vector<std::string> words;
+        uint8_t code, argument;
+    };
+    const Case cases[] = {
+        {{"left", "200"}, 0x02, 200}, {{"right"}, 0x03, 0},       {{"up"}, 0x04, 0},
+        {{"down"}, 0x05, 0},          {{"zoom-in"}, 0x06, 0},     {{"zoom-out"}, 0x07, 0},
+        {{"stop"}, 0x01, 0},          {{"preset", "5"}, 0x28, 4}, {{"set-preset", "255"}, 0x2C, 254},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.words[0]);
+        std::vector<std::string> arguments = {"ptz", address_, "--json"};
+        arguments.insert(arguments.end(), c.words.begin(), c.words.end());
+        const Outcome outcome = run_lenswire(arguments);
+        ASSERT_EQ(outcome.code, 0) << outcome.err;
+        EXPECT_TRUE(json::parse(outcome.out)["fields"].contains("pan"));
+        const Bytes sent = camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload;
+        EXPECT_EQ(sent[1], c.code);
+        EXPECT_EQ(sent[4], c.argument);
+    }
+    const Outcome outcome = run_lenswire({"ptz", address_, "speed", "33", "--json"});
+    EXPECT_EQ(json::parse(outcome.out)["fields"]["speed"], 33);
+}
+
+TEST_F(SettingsTest, OfCruiseLinesGoThroughDatabaseAndCamera) {
+    const auto lines = [this](std::vector<std::string> words) {
+        words.insert(words.begin() + 1, address_);
+        words.insert(words.end(), {"--json", "--db", file_});
+        const Outcome outcome = run_lenswire(words);
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        return json::parse(outcome.out)["lines"];
+    };
+    const json points = {{{"preset", 7}, {"time", 3}, {"speed", 9}},
+                         {{"preset", 2}, {"time", 5}, {"speed", 5}}};
+    EXPECT_EQ(lines({"cruise", "set", "2", "7:3:9", "2"})[0]["points"], points);
+    EXPECT_EQ(lines({"cruise", "start", "2"})[0]["enabled"], true);
+    EXPECT_EQ(camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload[1], LENSWIRE_PTZ_START_CRUISE);
+    camera_->set_record(LENSWIRE_CMD_CRUISE_GET, Bytes(3 * 980));
+    EXPECT_EQ(lines({"cruise", "resend"})[1]["points"], points) << "the camera had forgotten it";
+    const json stopped = lines({"cruise", "stop"});
+    EXPECT_EQ(camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload[1], LENSWIRE_PTZ_STOP_CRUISE);
+    for (const json& line : stopped) EXPECT_EQ(line["enabled"], false);
+}
+
+// Without a database the recorder knows no line; what the camera has must not be lost over a start.
+TEST_F(SettingsTest, OfACruiseLineThatOnlyTheCameraKnowsStay) {
+    const Bytes before = camera_->record(LENSWIRE_CMD_CRUISE_GET);
+    ASSERT_EQ(run_lenswire({"cruise", address_, "start", "1"}).code, 0);
+    Bytes after = camera_->record(LENSWIRE_CMD_CRUISE_GET);
+    EXPECT_EQ(after[2], 1) << "enabled now";
+    after[2] = before[2];
+    EXPECT_EQ(after, before);
+}
+
+TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
+    const char* zone_before = std::getenv("TZ");
+    const std::pair<const char*, int> zones[] = {{"GMT+00:00", 0},   {"GMT+08:00", 480},  {"GMT+14:00", 840},
+                                                 {"GMT+05:45", 345}, {"GMT-03:30", -210}, {"GMT-05:00", -300},
+                                                 {"GMT-12:00", -720}};
+    for (const auto& [zone, minutes] : zones) {
+        SCOPED_TRACE(zone);
+        const Outcome outcome = run_lenswire({"time", address_, "--set", "--zone", zone, "--json"});
+        ASSERT_EQ(outcome.code, 0) << outcome.err;
+        const std::string text = json::parse(outcome.out)["time"];
+        tm fields{};
+        ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
+        EXPECT_NEAR(static_cast<double>(timegm(&fields)), static_cast<double>(time(nullptr) + minutes * 60),
+                    30);
+        EXPECT_EQ(json::parse(outcome.out)["zone"], 24 + minutes / 30);
+    }
+    EXPECT_EQ(run_lenswire({"time", address_, "--set", "--zone", "GMT+25:00"}).code, 2);
+    zone_before != nullptr ? setenv("TZ", zone_before, 1) : unsetenv("TZ");
+}
+
+TEST_F(SettingsTest, AreShownTogetherAsInformation) {
+    const Outcome outcome = run_lenswire({"info", address_, "--json"});
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const json info = json::parse(outcome.out);
+    EXPECT_EQ(info["platform_family"], "ordinary");
+    EXPECT_EQ(info["fisheye_type"], 0);
+    EXPECT_EQ(info["host_fisheye_type"], 1);
+    EXPECT_THAT(info["scope"], SizeIs(6));
+    EXPECT_THAT(info["scope"][1]["codecs"], testing::Contains("H265"));
+    EXPECT_THAT(info["scope"][5]["sizes"], testing::ElementsAre("320x240"));
+    EXPECT_THAT(run_lenswire({"info", address_}).out, HasSubstr("triple 3"));
 }
 
 }  // namespace
