@@ -15,7 +15,8 @@ namespace {
 
 static_assert(sizeof gp_private_ptzCruise == kChannels * sizeof(Block));
 
-// Guards gp_private_ptzCruise.
+// g_cruise_mutex guards gp_private_ptzCruise, which any host thread reads and writes through these functions.
+// It is held while lines are copied in or out, never across a call into the host or a send.
 pthread_mutex_t g_cruise_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 uint8_t* place_of(uint32_t channel, uint32_t line) {
