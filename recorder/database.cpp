@@ -55,22 +55,28 @@ Database::Database(const std::string& file) : file_(file) {
     const char* name = file.empty() ? ":memory:" : file.c_str();
     // The owner of the database locks around it, so SQLite need not.
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(name, &connection_, flags, nullptr) != SQLITE_OK) fail();
-    sqlite3_busy_timeout(connection_, 1000);
+    sqlite3* connection = nullptr;
+    const int result = sqlite3_open_v2(name, &connection, flags, nullptr);
+    connection_.reset(connection);  // there is one to be closed even when opening failed
+    if (result != SQLITE_OK) fail();
+    sqlite3_busy_timeout(connection, 1000);
 }
 
 Database::~Database() {
     for (const auto& [sql, statement] : statements_) sqlite3_finalize(statement);
-    sqlite3_close(connection_);
+}
+
+void Database::Close::operator()(sqlite3* connection) const {
+    sqlite3_close(connection);
 }
 
 void Database::execute(const char* sql) {
-    if (sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
+    if (sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
 }
 
 Query Database::query(const char* sql) {
     sqlite3_stmt*& statement = statements_[sql];
-    if (statement == nullptr && sqlite3_prepare_v3(connection_, sql, -1, SQLITE_PREPARE_PERSISTENT,
+    if (statement == nullptr && sqlite3_prepare_v3(connection_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT,
                                                    &statement, nullptr) != SQLITE_OK) {
         fail();
     }
@@ -78,7 +84,7 @@ Query Database::query(const char* sql) {
 }
 
 void Database::fail() {
-    const std::string reason = sqlite3_errmsg(connection_);
+    const std::string reason = sqlite3_errmsg(connection_.get());
     throw bad_input((file_.empty() ? "database" : "database " + file_) + ": " + reason);
 }
 

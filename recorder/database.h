@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -52,8 +53,12 @@ class Database {
   private:
     [[noreturn]] void fail();
 
+    struct Close {
+        void operator()(sqlite3* connection) const;
+    };
+
     std::string file_;
-    sqlite3* connection_ = nullptr;
+    std::unique_ptr<sqlite3, Close> connection_;
     std::map<const char*, sqlite3_stmt*> statements_;
 };
 
