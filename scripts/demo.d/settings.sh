@@ -21,7 +21,7 @@ settings_page() {
     local camera late
     start_cameras "$out/settings.log" || return
     camera=admin@$(addresses_in "$out/settings.log")
-    show info "$camera" | cut -c -110 # bytes that nobody has a name for yet make long lines
+    show info "$camera"
 
     show set "$camera" image brightness=200
     [[ $(field "$camera" image brightness) == 200 ]] || problem "$camera: the brightness did not stay"
