@@ -102,7 +102,7 @@ Json lost_frames(const Receiver& receiver, const Sender& sender, uint32_t stream
         }
         return count;
     };
-    for (int attempt = 0; attempt < 200 && missing() > 0; ++attempt) sleep_ms(10);
+    for (int attempt = 0; attempt < 1000 && missing() > 0; ++attempt) sleep_ms(10);
     int64_t sent = 0;
     for (uint32_t stream = 0; stream < streams; ++stream) sent += sender.completed(stream);
     return {{"sent", sent}, {"lost", missing()}, {"wrong", receiver.wrong_frames()}};

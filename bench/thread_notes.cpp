@@ -6,11 +6,15 @@
 #include "bench/measure.h"
 
 // The program's own malloc and its kind count, per thread, and leave the work to those of the C library.
+// Sanitizers bring their own, and need them.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define LENSWIRE_BENCH_COUNTS_ALLOCATIONS
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* pointer, size_t size);
 }
+#endif
 
 namespace {
 
@@ -22,6 +26,7 @@ std::vector<lenswire::bench::ThreadNote> g_noted;
 
 }  // namespace
 
+#ifdef LENSWIRE_BENCH_COUNTS_ALLOCATIONS
 extern "C" {
 
 void* malloc(size_t size) {
@@ -38,6 +43,7 @@ void* realloc(void* pointer, size_t size) {
 }
 
 }  // extern "C"
+#endif
 
 namespace lenswire::bench {
 
