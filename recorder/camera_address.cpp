@@ -120,7 +120,6 @@ std::optional<std::string> default_password(const std::string& file) {
         check_password(line, file);
         return line;
     }
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): read before any thread is started
     const char* variable = std::getenv("LENSWIRE_PASSWORD");
     if (variable == nullptr) return std::nullopt;
     check_password(variable, "LENSWIRE_PASSWORD");

@@ -12,7 +12,6 @@ Plugin::Plugin(const std::string& path) : path_(path) {
     // All of it now: a service that this program does not export shows here and not in the middle of a
     // recording.
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): each thread has a dlerror of its own
     if (handle_ == nullptr) throw camera_failed(std::string("the library cannot be loaded: ") + dlerror());
     try {
 #define LENSWIRE_PLUGIN_FIND(name) name = reinterpret_cast<decltype(name)>(find(#name));
