@@ -322,6 +322,19 @@ TEST_F(Login, EndsWhenItsUnitIsDeletedMeanwhile) {
     EXPECT_EQ(fresh.reads_command().login_id, 6u);
 }
 
+// The host is asked between two steps, with nothing held: it may give the unit back there and then.
+TEST_F(Login, EndsWhenTheHostDeletesItsUnitFromInsideAQuestion) {
+    ScriptedCamera silent;
+    StreamConn* unit = PC_CreateNew();
+    host().when(Service::kRunFlag, [&](int, int) {
+        if (host().calls(Service::kRunFlag) == 2) PC_Delete(unit);
+    });
+    EXPECT_LT(login(unit, silent), 0);
+    EXPECT_EQ(host().calls(Service::kRunFlag), 2);
+    EXPECT_TRUE(silent.accepts().sees_close());
+    EXPECT_EQ(PC_CreateNew(), unit);
+}
+
 TEST_F(Login, ThePasswordAppearsInNoOutput) {
     ScriptedCamera camera;
     const LoginInfo info = credentials("admin", "Tr0ub4dor&3");

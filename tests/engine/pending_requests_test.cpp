@@ -199,6 +199,34 @@ TEST_F(PendingRequests, WithoutMemoryNothingIsTaken) {
     prv_destroy_msg(kept);
 }
 
+// A host whose allocator and logger make requests of their own.
+TEST_F(PendingRequests, TheHostMayCallBackFromInsideItsServices) {
+    RecvSendSlot* inner[3] = {};
+    int depth = 0;
+    const auto takes_one = [&](int, int) {
+        if (depth == 3) return;
+        const int mine = depth++;
+        inner[mine] = Init_Cond_Msg(0x2000 + mine, 0, kOtherCamera);
+    };
+    host().when(Service::kMalloc, takes_one);
+    RecvSendSlot* outer = Init_Cond_Msg(kCommand, 0, kCamera);
+    EXPECT_EQ(depth, 3);
+    EXPECT_EQ(g_rs_num, 4);
+    EXPECT_EQ(receive(command(kCommand, pattern(8))), 0);
+    EXPECT_EQ(posted(outer), 0);
+    host().when(Service::kFree, [&](int, int) {
+        if (depth-- == 3) prv_destroy_msg(inner[1]);
+    });
+    host().when(Service::kDump,
+                [&](int, int) { EXPECT_EQ(receive(command(0x2002, pattern(8)), kOtherCamera), 0); });
+    prv_destroy_msg(outer);
+    EXPECT_EQ(receive(command(0x2000, {}, 1), kOtherCamera), 0);  // reported, with an answer from inside
+    EXPECT_EQ(posted(inner[0]), -1);
+    EXPECT_EQ(posted(inner[2]), 0);
+    prv_destroy_msg(inner[0]);
+    prv_destroy_msg(inner[2]);
+}
+
 TEST_F(PendingRequests, BadArgumentsAreRefused) {
     const Bytes message = whole(command(kCommand, pattern(4)));
     Capture capture;
