@@ -10,6 +10,9 @@ struct Unit {
     int kind = 0;  // of a parameter set: 0, 1, ...
 };
 
+constexpr int kSequence = 0;  // of H.264
+constexpr int kPictures = 1;
+
 Unit classify_h264(uint8_t first) {
     switch (first & 0x1F) {
         case 1:
@@ -18,9 +21,9 @@ Unit classify_h264(uint8_t first) {
         case 5:
             return {Unit::kKeyPicture};
         case 7:
-            return {Unit::kParameterSet, 0};
+            return {Unit::kParameterSet, kSequence};
         case 8:
-            return {Unit::kParameterSet, 1};
+            return {Unit::kParameterSet, kPictures};
         default:
             return {};
     }
@@ -95,12 +98,18 @@ std::optional<VideoCodec> codec_of_head(uint8_t code) {
 
 bool AccessUnitReader::read(std::span<const uint8_t> access_unit) {
     if (codec_ == VideoCodec::kJpeg) return begins_jpeg(access_unit);
+    bool sequence_begins = false;
     for (auto rest = after_start_code(access_unit); !rest.empty(); rest = after_start_code(rest)) {
         const Unit unit = classify(codec_, rest[0]);
         if (unit.role == Unit::kParameterSet) collect(unit_at(rest), unit.kind);
+        // A picture that comes with its sequence's parameters is one to begin with, also where it does not
+        // end all reference to earlier ones.
+        if (unit.role == Unit::kParameterSet && codec_ == VideoCodec::kH264 && unit.kind == kSequence) {
+            sequence_begins = true;
+        }
         if (unit.role == Unit::kPicture || unit.role == Unit::kKeyPicture) {
             picture_since_run_ = true;
-            return unit.role == Unit::kKeyPicture;
+            return unit.role == Unit::kKeyPicture || sequence_begins;
         }
     }
     return false;

@@ -146,7 +146,7 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     watch.show();
     const auto streams = session.status();
     for (const StreamStatus& stream : streams) {
-        if (stream.view.ever_streamed || failed(stream)) continue;
+        if (streamed(stream) || failed(stream)) continue;
         console.error_line("camera " + stream.camera.name() + " sent no stream");
     }
     if (common.json) console.print(summary_json(streams));

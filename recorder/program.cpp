@@ -45,6 +45,9 @@ int run_command(const Command& command, Console& console) {
     } catch (const Failure& failure) {
         console.error_line(failure.what());
         return failure.code();
+    } catch (const std::exception& error) {
+        console.error_line(one_line(error.what()));
+        return kCameraFailed;
     }
 }
 

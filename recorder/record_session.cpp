@@ -127,7 +127,7 @@ std::vector<StreamStatus> RecordSession::status() const {
                           .view = supervisor_->view(i),
                           .frames_per_second = stream.frames_per_second(),
                           .bytes_per_second = stream.bytes_per_second(),
-                          .lost = stream.queue().lost(),
+                          .lost_in_queue = stream.queue().lost(),
                           .motion = host_.motion.counts(stream.channel()),
                           .recording = stream.recording().report()});
     }

@@ -23,11 +23,13 @@ struct StreamStatus {
     Supervisor::View view;
     int frames_per_second = 0;  // as the library measured them last
     int bytes_per_second = 0;
-    uint64_t lost = 0;  // frames that found no room in the queue
+    uint64_t lost_in_queue = 0;  // frames that found no room there
     MotionBoard::Counts motion;
     RecordingReport recording;
 
     std::string name() const;  // host:port/channel/stream
+    // Frames that the camera sent and that are nowhere to be found.
+    uint64_t lost() const { return lost_in_queue + recording.missing + recording.unwritten; }
 };
 
 class RecordSession {

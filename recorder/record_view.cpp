@@ -34,7 +34,7 @@ std::string table_row(const StreamStatus& s, const RateMeter& rate) {
                   s.name().c_str(), state_name(s.view.state), codec_text(s.recording).c_str(),
                   size_text(s.recording).c_str(), rate.pictures_per_second(), rate.megabits_per_second(),
                   static_cast<unsigned long long>(s.recording.frames),
-                  static_cast<unsigned long long>(s.lost + s.recording.missing()), s.view.restarts,
+                  static_cast<unsigned long long>(s.lost()), s.view.restarts,
                   static_cast<unsigned long long>(s.motion.motions));
 }
 

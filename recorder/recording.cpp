@@ -23,14 +23,6 @@ int64_t reception(const StreamFrameHead& head) {
 
 }  // namespace
 
-uint64_t RecordingReport::missing() const {
-    uint64_t sum = 0;
-    for (const FileReport& file : files) {
-        for (const SequenceRun& run : file.runs) sum += run.missing();
-    }
-    return sum;
-}
-
 Recording::Recording(Target target, Complain complain)
     : target_(std::move(target)), complain_(std::move(complain)) {}
 
@@ -43,21 +35,30 @@ void Recording::frame(const StreamFrameHead& head, std::span<const uint8_t> data
         need_key_ = true;
         new_run_ = true;
         timeline_.connection_began();
-        sequence_ = head.usSequence;
-    } else {
-        sequence_ += static_cast<uint16_t>(head.usSequence - static_cast<uint16_t>(sequence_));
     }
     received_ms_ = reception(head);
-    count(head, data.size());
+    count(head, data.size(), follow_sequence(head.usSequence, first_of_connection));
     if (head.ucKind == kVideo) video(head, data);
     if (head.ucKind == kAudio && data.size() > kAudioPrefix) audio(data.subspan(kAudioPrefix));
 }
 
-void Recording::count(const StreamFrameHead& head, size_t bytes) {
+// Makes the 16 bits of a head part of a count that goes on. The number of frames left out.
+uint64_t Recording::follow_sequence(uint16_t sequence, bool first_of_connection) {
+    if (first_of_connection) {
+        sequence_ = sequence;
+        return 0;
+    }
+    const auto step = static_cast<uint16_t>(sequence - static_cast<uint16_t>(sequence_));
+    sequence_ += step;
+    return step > 0 ? step - 1u : 0;
+}
+
+void Recording::count(const StreamFrameHead& head, size_t bytes, uint64_t missing) {
     const auto codec = codec_of_head(head.ucCodec);
     const std::lock_guard lock(report_mutex_);
     ++report_.frames;
     report_.bytes += bytes;
+    report_.missing += missing;
     if (head.ucKind != kVideo) return;
     ++report_.pictures;
     report_.width = head.usWidth;

@@ -51,11 +51,10 @@ struct RecordingReport {
     uint64_t frames = 0;     // received, video and audio
     uint64_t pictures = 0;   // received
     uint64_t bytes = 0;      // received
+    uint64_t missing = 0;    // skipped by the sequence numbers within a connection
     uint64_t skipped = 0;    // before a key frame, or sound that had no track yet
     uint64_t unwritten = 0;  // refused by the disk, or of no known kind
     std::vector<FileReport> files;
-
-    uint64_t missing() const;
 };
 
 class Recording {
@@ -90,7 +89,8 @@ class Recording {
         size_t size = 0;
     };
 
-    void count(const StreamFrameHead& head, size_t bytes);
+    uint64_t follow_sequence(uint16_t sequence, bool first_of_connection);
+    void count(const StreamFrameHead& head, size_t bytes, uint64_t missing);
     void video(const StreamFrameHead& head, std::span<const uint8_t> data);
     void audio(std::span<const uint8_t> data);
     void key_frame(const StreamFrameHead& head);

@@ -51,14 +51,14 @@ Json to_json(const StreamStatus& stream) {
     result["camera"] = stream.camera.name();
     result["camera_channel"] = stream.camera.channel;
     result["state"] = state_name(stream.view.state);
-    result["recorded"] = stream.view.ever_streamed;
+    result["recorded"] = stream.recording.frames > 0;
     result["codec"] = stream.recording.codec;
     result["frames"] = stream.recording.frames;
     result["bytes"] = stream.recording.bytes;
     result["skipped"] = stream.recording.skipped;
-    result["lost"] = stream.lost + stream.recording.missing() + stream.recording.unwritten;
-    result["lost_in_queue"] = stream.lost;
-    result["missing_in_sequence"] = stream.recording.missing();
+    result["lost"] = stream.lost();
+    result["lost_in_queue"] = stream.lost_in_queue;
+    result["missing_in_sequence"] = stream.recording.missing;
     result["not_written"] = stream.recording.unwritten;
     result["measured"] = {{"frames_per_second", stream.frames_per_second},
                           {"bytes_per_second", stream.bytes_per_second}};
@@ -90,18 +90,20 @@ std::string summary_json(const std::vector<StreamStatus>& streams) {
         list.push_back(to_json(stream));
         lost += list.back()["lost"].get<uint64_t>();
     }
-    return Json{{"lost", lost}, {"streams", std::move(list)}}.dump(2) + "\n";
+    // A folder's name may be anything; what is not UTF-8 must not end the program.
+    return Json{{"lost", lost}, {"streams", std::move(list)}}.dump(2, ' ', false,
+                                                                   Json::error_handler_t::replace) +
+           "\n";
 }
 
 std::string summary_table(const std::vector<StreamStatus>& streams) {
     std::string text;
     for (const StreamStatus& stream : streams) {
-        const uint64_t lost = stream.lost + stream.recording.missing() + stream.recording.unwritten;
         char head[256];
         std::snprintf(head, sizeof head,
                       "ch%d %s: %llu frames lost, %u restarts, %llu motions, %llu alarms\n", stream.channel,
-                      stream.name().c_str(), static_cast<unsigned long long>(lost), stream.view.restarts,
-                      static_cast<unsigned long long>(stream.motion.motions),
+                      stream.name().c_str(), static_cast<unsigned long long>(stream.lost()),
+                      stream.view.restarts, static_cast<unsigned long long>(stream.motion.motions),
                       static_cast<unsigned long long>(stream.motion.alarms));
         text += head;
         for (const FileReport& file : stream.recording.files)

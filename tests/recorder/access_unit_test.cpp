@@ -46,6 +46,8 @@ TEST(AccessUnit, FindsKeyFramesAndParameterSetsOfH264) {
     EXPECT_FALSE(reader.read(annex_b({kSei, kDelta})));
     EXPECT_TRUE(reader.read(annex_b({kIdr}))) << "a key frame without sets of its own";
     EXPECT_EQ(reader.parameter_sets(), long_codes({kSps, kPps}));
+    EXPECT_TRUE(reader.read(annex_b({kSps, kPps, kSei, kDelta}))) << "an open group of pictures";
+    EXPECT_FALSE(reader.read(annex_b({kPps, kDelta})));
 }
 
 TEST(AccessUnit, FindsKeyFramesAndParameterSetsOfH265) {
