@@ -158,6 +158,15 @@ TEST(ReceiveCommand, AMessageCutAtAnyByteIsRefused) {
     }
 }
 
+// A short header is logged as far as it came, also when nothing in it ends the text.
+TEST(ReceiveCommand, TheTextOfAShortHeaderEndsWithIt) {
+    Pair pair;
+    pair.theirs().sends(repeated('H', 31));
+    Capture capture;
+    EXPECT_EQ(receive(PC_RecvCmd, pair.ours()).result, -1);
+    EXPECT_THAT(capture.out(), HasSubstr("buf : " + std::string(31, 'H') + "\n\n"));
+}
+
 TEST(ReceiveCommand, ALateRestOfAPayloadIsNotWaitedFor) {
     Pair pair;
     const Bytes message = command(0x1004, pattern(36)).bytes();

@@ -299,28 +299,30 @@ TEST_F(EventLoop, TheHostMayCallBackFromInsideItsServices) {
     EXPECT_EQ(PC_CreateNew()->pCmdClient->ulLoginId, 0u);
 }
 
-// A unit taken away by one host thread while the event loop is inside a service for it.
+// A unit taken away by one host thread, and its client logged in anew, while the event loop is inside a
+// service for it: what was read of the old connection stays with it.
 TEST_F(EventLoop, AUnitMayBeDeletedWhileItsPushIsBeingHandled) {
-    ScriptedCamera camera;
+    ScriptedCamera camera, other("127.0.0.2");
     LoggedIn login = new_login(camera);
+    CmdClient* client = login.unit->pCmdClient;
     std::promise<void> inside, go_on;
-    host().when(Service::kSetMotionStatus, [&](int, int) {
+    host().when(Service::kSetMotionStatus, [&](int channel, int) {
+        if (channel != 0) return;
         inside.set_value();
         go_on.get_future().wait();
     });
-    login.wire.sends(motion(1).bytes() + command(0x0000, {}, 0, 99).bytes());
+    login.wire.sends(motion(1).bytes() + command(0x0000, {}, 0, 99).bytes() +
+                     command(0x0101, Bytes(8, 0x99)).bytes());
     inside.get_future().wait();
-    CmdClient* client = login.unit->pCmdClient;
     PC_Delete(login.unit);
     EXPECT_TRUE(login.wire.sees_close());
-    host().when(Service::kSetMotionStatus, nullptr);
     StreamConn* next = PC_CreateNew();
     ASSERT_EQ(next->pCmdClient, client);
-    go_on.set_value();
-    ScriptedCamera other("127.0.0.2");
     Wire wire = logs_in(next, other, 7);
+    go_on.set_value();
     wire.sends(motion(5));
     ASSERT_TRUE(host().waits_for_motion_calls(2));
+    EXPECT_EQ(Bytes(client->serialNum, client->serialNum + 8), default_serial());
     EXPECT_EQ(peek(client->ulLoginId), 7u) << "a message of the deleted client reached the next one";
 }
 

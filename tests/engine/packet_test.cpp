@@ -125,7 +125,7 @@ TEST_F(Packets, VideoHeadsByCodecFrameTypeAndRate) {
         stream_.receives_all(Packet{.codec = row.codec, .payload = pattern(40)}.bytes());
         stream_.receives_all(Packet{.codec = row.codec, .payload = pattern(40)}.bytes());
         EXPECT_EQ(stream_.last().head[20], row.head_code) << int{row.codec};
-        Bytes info(128);
+        Bytes info(128, kUntouched);
         std::memcpy(info.data() + 8, row.name, 5);
         EXPECT_EQ(stream_.queue().private_info(), info) << int{row.codec};
         stream_.buffer().ring().fill = 0;
@@ -167,8 +167,8 @@ TEST_F(Packets, AnAudioFrameHasAPrefixAndSharesTheSequence) {
         EXPECT_EQ(frame.payload, (Bytes{0x00, 0x01, 0xA0, 0x00} + payload));
         EXPECT_EQ(stream_.video_frame_no, 6);
         EXPECT_EQ(stream_.frame_count + stream_.width, 0);
-        Bytes info(128);
-        info[72] = kind;
+        Bytes info(128, kUntouched);
+        put_u32(info, 72, kind);
         EXPECT_EQ(stream_.queue().private_info(), info);
         stream_.buffer().ring().fill = 0;
     }
@@ -179,7 +179,7 @@ TEST_F(Packets, AHostWithoutPrivateInformationGetsItsFramesToo) {
     stream_.receives_all(Packet{.codec = 1, .payload = pattern(9)}.bytes() +
                          Packet{.video = false, .codec = 16, .payload = pattern(9)}.bytes() + filler());
     EXPECT_EQ(stream_.frames().size(), 2u);
-    EXPECT_EQ(stream_.queue().private_info(), Bytes(128));
+    EXPECT_EQ(stream_.queue().private_info(), Bytes(128, kUntouched));
 }
 
 TEST_F(Packets, APacketIsTakenOutOnceMoreThan32BytesAreBehindIt) {

@@ -1,5 +1,6 @@
 // The receive loop over its slots: frames, statistics, and streams that fail or fall silent. The clock is
 // the host's and moves only when a test moves it.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -258,10 +259,14 @@ TEST_F(ReceiveLoop, AFailingStreamStillReportsItsRates) {
 }
 
 TEST_F(ReceiveLoop, ABadDescriptorDoesNotStarveTheOthers) {
-    auto good = new_stream(0);
-    auto bad = new_stream(1);
-    auto other = new_stream(2);
-    bad->pair.closes_ours();
+    Stream* good = new_stream(0);
+    Stream* bad = unopened_stream(1);
+    Stream* other = new_stream(2);
+    const int closed = fcntl(good->socket, F_DUPFD, 500);  // a number that nobody takes over
+    close(closed);
+    bad->socket = bad->unit.sockFd = closed;
+    host().posts_open(1, 0, &bad->unit, bad->buffer, bad->frames);
+    bad->slot = 2;
     waits_for_restart(*bad);
     makes_a_pass(*good);
     makes_a_pass(*other);

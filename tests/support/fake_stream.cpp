@@ -77,6 +77,7 @@ Bytes ReceiveBuffer::held() const {
 
 FakeStream::FakeStream() : object_{} {
     std::memset(object_.host_part, kUntouched, sizeof object_.host_part);
+    std::memset(info_, kUntouched, sizeof info_);
     object_.self = this;
     const std::lock_guard lock(registry().mutex);
     object_.first = registry().next++;

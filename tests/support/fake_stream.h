@@ -78,6 +78,7 @@ class FakeStream {
     size_t missing_buffers() const;
 
     void has_private_info(bool has) { has_info_ = has; }
+    // What stands there now; kUntouched where the library never wrote.
     Bytes private_info() const;
 
     // The services' side.
@@ -97,7 +98,7 @@ class FakeStream {
     size_t refuse_to_ = 0;
     size_t refused_ = 0;
     bool has_info_ = true;
-    uint8_t info_[128] = {};
+    uint8_t info_[128];
     StreamObject object_;
 };
 
