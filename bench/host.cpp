@@ -8,6 +8,8 @@ namespace {
 
 Host* g_host = nullptr;
 
+constexpr size_t kRingStride = (kRingBytes + 4095) / 4096 * 4096;
+
 constexpr size_t kAudioPrefixBytes = 4;
 
 }  // namespace
@@ -29,14 +31,14 @@ Host& host() {
 Host::Host(uint32_t streams, size_t timed_frames)
     : streams_(streams),
       buffers_(std::make_unique<ReceiveBuffer[]>(streams)),
-      rings_(std::make_unique<uint8_t[]>(size_t{streams} * kRingBytes)),
+      rings_(std::make_unique<uint8_t[]>(streams * kRingStride)),
       objects_(std::make_unique<StreamObject[]>(streams)),
       inserted_at_(std::make_unique<std::atomic<int64_t>[]>(streams * timed_frames)),
       next_packet_(std::make_unique<std::atomic<uint32_t>[]>(streams)),
       consumer_(std::make_unique<Consumer>(pool_, streams, *this)) {
     g_host = this;
     for (uint32_t i = 0; i < streams; ++i) {
-        buffers_[i].data = rings_.get() + size_t{i} * kRingBytes;
+        buffers_[i].data = rings_.get() + i * kRingStride;
         objects_[i].stream = static_cast<int32_t>(i);
         objects_[i].queue = &consumer_->queue(i);
         objects_[i].inserted_at = inserted_at_.get() + i * timed_frames;
@@ -56,7 +58,7 @@ void Host::post(const StreamRequest& request) {
 }
 
 void Host::posts_open(uint32_t stream, StreamConn* unit) {
-    buffers_[stream].read_at = buffers_[stream].write_at = 0;
+    buffers_[stream].read_at = 0;
     StreamRequest request{};
     request.ulType = STREAM_REQ_OPEN;
     request.info.ucChannelNo = static_cast<uint8_t>(stream);

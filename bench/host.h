@@ -19,16 +19,18 @@
 namespace lenswire::bench {
 
 // A stream's receive buffer: 16 bytes of the host's own, then the ring, whose fill count is the word at 28.
+// The bytes lie in one piece: when enough of them has been read, the rest moves to the front.
 struct ReceiveBuffer {
     uint8_t host_part[16];
     uint32_t read_at;
-    uint32_t write_at;
-    uint32_t unused;
+    uint32_t unused[2];
     uint32_t fill;
     uint8_t* data;
 };
 static_assert(offsetof(ReceiveBuffer, fill) == 28);
-constexpr uint32_t kRingBytes = 512 * 1024;
+constexpr uint32_t kReadBeforeMove = 128 * 1024;
+// The largest packet, what has to follow it, and what may be read before the rest moves.
+constexpr uint32_t kRingBytes = ARG_HEAD_LEN + kKeyFrame + kBytesBeyondPacket + kReadBeforeMove;
 
 // A stream object; the two words are the arguments by which its private information is asked for.
 struct StreamObject {

@@ -28,13 +28,6 @@ StreamObject& object_of(void* stream) {
     return *static_cast<StreamObject*>(stream);
 }
 
-// Copies out of the ring from its read position, around its end where needed.
-void copy_out(const ReceiveBuffer& buffer, void* dst, uint32_t length) {
-    const uint32_t straight = std::min(length, kRingBytes - buffer.read_at);
-    std::memcpy(dst, buffer.data + buffer.read_at, straight);
-    std::memcpy(static_cast<uint8_t*>(dst) + straight, buffer.data, length - straight);
-}
-
 bool is_known(int channel) {
     return channel >= 0 && static_cast<size_t>(channel) < host().channels.size();
 }
@@ -122,21 +115,22 @@ int libVideoInfoSetNetworkParam(int, int, int, int, int) {
 // -- Receive ring.
 
 int ring_free_size_ex(void* ring) {
-    const ReceiveBuffer& buffer = buffer_of(ring);
-    return static_cast<int>(std::min(kRingBytes - buffer.fill, kRingBytes - buffer.write_at));
+    ReceiveBuffer& buffer = buffer_of(ring);
+    if (buffer.read_at > kReadBeforeMove || buffer.fill == 0) {
+        std::memmove(buffer.data, buffer.data + buffer.read_at, buffer.fill);
+        buffer.read_at = 0;
+    }
+    return static_cast<int>(kRingBytes - buffer.read_at - buffer.fill);
 }
 
 void* ring_get_start_buf(void* ring) {
     const ReceiveBuffer& buffer = buffer_of(ring);
-    return buffer.data + buffer.write_at;
+    return buffer.data + buffer.read_at + buffer.fill;
 }
 
 int ring_set_data_end(void* ring, int length) {
-    ReceiveBuffer& buffer = buffer_of(ring);
-    const auto bytes = static_cast<uint32_t>(length);
-    buffer.write_at = (buffer.write_at + bytes) % kRingBytes;
-    buffer.fill += bytes;
-    host().received(bytes);
+    buffer_of(ring).fill += static_cast<uint32_t>(length);
+    host().received(static_cast<uint32_t>(length));
     return 0;
 }
 
@@ -145,16 +139,16 @@ uint32_t ring_used_size(void* ring) {
 }
 
 int ring_pop_temp(void* ring, void* dst, int length) {
-    copy_out(buffer_of(ring), dst, static_cast<uint32_t>(length));
+    const ReceiveBuffer& buffer = buffer_of(ring);
+    std::memcpy(dst, buffer.data + buffer.read_at, static_cast<size_t>(length));
     return length;
 }
 
 int ring_pop_n(void* ring, void* dst, int length, int) {
     ReceiveBuffer& buffer = buffer_of(ring);
-    const auto bytes = static_cast<uint32_t>(length);
-    copy_out(buffer, dst, bytes);
-    buffer.read_at = (buffer.read_at + bytes) % kRingBytes;
-    buffer.fill -= bytes;
+    std::memcpy(dst, buffer.data + buffer.read_at, static_cast<size_t>(length));
+    buffer.read_at += static_cast<uint32_t>(length);
+    buffer.fill -= static_cast<uint32_t>(length);
     return length;
 }
 
