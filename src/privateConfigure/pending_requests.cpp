@@ -3,9 +3,11 @@
 #include <arpa/inet.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "common/lock.h"
 #include "common/log.h"
@@ -26,16 +28,17 @@ constexpr int kSlots = 128;
 // the thread that prepares it, since memory comes from the host outside the lock. Host threads take and
 // release slots, the event loop matches answers to them.
 //
-// The two kinds of mutex are never held together: who posts pins the slot, lets go of the table and then
-// posts; a release first makes the slot unready and then waits until nobody has it pinned.
+// The two kinds of mutex are never held together: who posts notes how often the slot has been released, lets
+// go of the table and posts if that is still so. A slot's mutex and condition are made once and stay, so
+// whoever posts to a slot that is being released finds them in place.
 pthread_mutex_t g_recvsendlist_mutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t g_unpinned = PTHREAD_COND_INITIALIZER;
 
 struct SlotSide {
-    bool ready;      // may be matched
-    bool answered;   // an answer's bytes are in recvData
-    uint32_t takes;  // tells one owner of the slot from the next
-    int pins;
+    bool made;      // mutex and condition
+    bool ready;     // may be matched
+    bool answered;  // an answer's bytes are in recvData
+    // Tells one owner of the slot from the next. Written under the table's lock; read under the slot's, too.
+    std::atomic<uint32_t> releases;
 };
 SlotSide g_side[kSlots];
 
@@ -73,43 +76,29 @@ int count_unready(uint16_t command, uint32_t ip, int end) {
     return count;
 }
 
-// Pins the slot unless it has been released since it was taken for the `takes`th time.
-bool pin_same(int index, uint32_t takes) {
-    Lock table(g_recvsendlist_mutex);
-    SlotSide& side = g_side[index];
-    if (!side.ready || side.takes != takes) return false;
-    ++side.pins;
+// Posts to a slot unless it has been released again. Only the first answer counts; whoever waits finds the
+// mutex free when it wakes. A slot outside the table is never released.
+bool post(RecvSendSlot* slot, uint32_t releases, uint32_t error) {
+    const SlotSide* side = side_of(slot);
+    {
+        Lock own(slot->mutex);
+        if (side != nullptr && side->releases != releases) return false;
+        if (slot->ucPosted != 0) return true;
+        slot->ulErrFlag = error;
+        slot->ucPosted = 1;
+    }
+    pthread_cond_signal(&slot->cond);
     return true;
 }
 
-void unpin(int index) {
-    Lock table(g_recvsendlist_mutex);
-    if (--g_side[index].pins == 0) pthread_cond_broadcast(&g_unpinned);
-}
-
-// Only the first answer counts. The slot is pinned, or not in the table.
-void post(RecvSendSlot* slot, uint32_t error) {
-    Lock own(slot->mutex);
-    if (slot->ucPosted != 0) return;
-    slot->ulErrFlag = error;
-    slot->ucPosted = 1;
-    pthread_cond_signal(&slot->cond);
-}
-
-int pin_and_post(RecvSendSlot* slot, uint32_t error) {
-    const SlotSide* side = side_of(slot);
-    if (side == nullptr) {
-        post(slot, error);
-        return 0;
+int post_to_owner(RecvSendSlot* slot, uint32_t error) {
+    uint32_t releases = 0;
+    if (const SlotSide* side = side_of(slot); side != nullptr) {
+        Lock table(g_recvsendlist_mutex);
+        if (!side->ready) return -1;
+        releases = side->releases;
     }
-    Lock table(g_recvsendlist_mutex);
-    const uint32_t takes = side->takes;
-    table.unlock();
-    const auto index = static_cast<int>(slot - g_recvsendlist);
-    if (!pin_same(index, takes)) return -1;
-    post(slot, error);
-    unpin(index);
-    return 0;
+    return post(slot, releases, error) ? 0 : -1;
 }
 
 timespec deadline_after(int seconds) {
@@ -129,17 +118,26 @@ int take_free_slot(int& taken) {
     for (int i = 0; i < kSlots; ++i) {
         if (g_recvsendlist[i].ulInUse != 0) continue;
         g_recvsendlist[i].ulInUse = 1;
-        ++g_side[i].takes;
         ++g_rs_num;
         return i;
     }
     return kSlots;
 }
 
-void give_back_unprepared(int index) {
+void give_back(RecvSendSlot* slot) {
     Lock table(g_recvsendlist_mutex);
-    g_recvsendlist[index].ulInUse = 0;
+    slot->ulInUse = 0;
     if (g_rs_num > 0) --g_rs_num;
+}
+
+// Takes a slot out of the matcher's sight, and posts that are under way lose their owner. Its buffer is the
+// caller's.
+uint8_t* withdraw(RecvSendSlot* slot, SlotSide& side) {
+    Lock table(g_recvsendlist_mutex);
+    side.ready = false;
+    ++side.releases;
+    slot->ulCmd = 0;
+    return std::exchange(slot->recvData, nullptr);
 }
 
 // Gives a taken slot its buffer and keys and lets it be matched. Without memory it is free again: null.
@@ -154,21 +152,23 @@ RecvSendSlot* prepare(int index, uint32_t cmd, uint32_t ip) {
     auto* buffer = static_cast<uint8_t*>(MeMalloc(MAX_CMD_SIZE, LENSWIRE_LAYER_CONFIGURE, __LINE__));
     if (buffer == nullptr) {
         PRI_LOG_AS("Init_Cond_Msg", "MeMalloc failed \n\n");
-        give_back_unprepared(index);
+        give_back(slot);
         return nullptr;
     }
     std::memset(buffer, 0, MAX_CMD_SIZE);
 
     Lock table(g_recvsendlist_mutex);
-    pthread_mutex_init(&slot->mutex, nullptr);
-    pthread_cond_init(&slot->cond, nullptr);
+    SlotSide& side = g_side[index];
+    if (!side.made) {
+        pthread_mutex_init(&slot->mutex, nullptr);
+        pthread_cond_init(&slot->cond, nullptr);
+        side.made = true;
+    }
     slot->recvData = buffer;
     slot->ulCmd = cmd;
     slot->ulIpAddr = ip;
-    slot->ucPosted = 0;
-    slot->ulErrFlag = 0;
-    g_side[index].answered = false;
-    g_side[index].ready = true;
+    side.answered = false;
+    side.ready = true;
     return slot;
 }
 
@@ -250,13 +250,13 @@ int Prv_GetCond_Property(RecvSendSlot* slot, int seconds) {
 }
 
 int cond_post(RecvSendSlot* slot) {
-    if (is_slot(slot)) return pin_and_post(slot, 0);
+    if (is_slot(slot)) return post_to_owner(slot, 0);
     PRI_LOG("input para error\n\n");
     return -1;
 }
 
 int cond_post_error(RecvSendSlot* slot) {
-    if (is_slot(slot)) return pin_and_post(slot, 1);
+    if (is_slot(slot)) return post_to_owner(slot, 1);
     PRI_LOG("input para error\n\n");
     return -1;
 }
@@ -267,21 +267,13 @@ int prv_destroy_msg(RecvSendSlot* slot) {
         PRI_LOG("input param error \n");
         return -1;
     }
-    Lock table(g_recvsendlist_mutex);
-    side->ready = false;
-    while (side->pins > 0) table.wait(g_unpinned);
-    uint8_t* buffer = slot->recvData;
+    uint8_t* buffer = withdraw(slot, *side);
     if (buffer != nullptr) {
-        slot->recvData = nullptr;
-        pthread_mutex_destroy(&slot->mutex);
-        pthread_cond_destroy(&slot->cond);
+        Lock own(slot->mutex);
+        slot->ucPosted = 0;
+        slot->ulErrFlag = 0;
     }
-    slot->ulInUse = 0;
-    slot->ulCmd = 0;
-    slot->ucPosted = 0;
-    slot->ulErrFlag = 0;
-    if (g_rs_num > 0) --g_rs_num;
-    table.unlock();
+    give_back(slot);
     if (buffer != nullptr) MeFree(buffer, LENSWIRE_LAYER_CONFIGURE, __LINE__);
     return 0;
 }
@@ -305,10 +297,9 @@ int Prv_CmdStaRgt(const void* message, uint32_t ip) {
         std::memcpy(slot->recvData, message, ARG_HEAD_LEN + wire::payload(message).size());
         g_side[index].answered = true;
     }
-    ++g_side[index].pins;
+    const uint32_t releases = g_side[index].releases;
     table.unlock();
-    post(slot, 0);
-    unpin(index);
+    post(slot, releases, 0);
     return 0;
 }
 
@@ -321,7 +312,7 @@ int Prv_CmdStaErr(const void* message, uint32_t ip) {
     const DottedAddress address(ip);
     Lock table(g_recvsendlist_mutex);
     const int index = find_waiting(header.usCmd, ip);
-    const uint32_t takes = index < kSlots ? g_side[index].takes : 0;
+    const uint32_t releases = index < kSlots ? g_side[index].releases.load() : 0;
     const int stale = count_unready(header.usCmd, ip, index);
     table.unlock();
 
@@ -332,9 +323,7 @@ int Prv_CmdStaErr(const void* message, uint32_t ip) {
         return -1;
     }
     DUMP("************cmd %x state %x is error ip is %s", header.usCmd, header.ucState, address.text);
-    if (!pin_same(index, takes)) return -1;
-    post(&g_recvsendlist[index], 1);
-    unpin(index);
+    post(&g_recvsendlist[index], releases, 1);
     return -1;
 }
 
