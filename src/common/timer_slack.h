@@ -7,6 +7,9 @@
 
 namespace lenswire {
 
+// For waits that only come round to look whether something has begun.
+constexpr unsigned long kIdleSlackUs = 80'000;
+
 // Sets the thread's slack for a scope.
 class TimerSlack {
   public:

@@ -21,6 +21,7 @@ pthread_mutex_t g_cmdclient_mutex = PTHREAD_MUTEX_INITIALIZER;
 namespace {
 
 pthread_cond_t g_unpinned = PTHREAD_COND_INITIALIZER;
+constexpr uint32_t kAwaited = 1U << 31;  // in ClientSlot::pins
 sem_t g_cmdclient_sem;
 sem_t g_streamconn_sem;
 // Written under the lock. Before the semaphores exist nobody may wait for a turn.
@@ -68,7 +69,7 @@ bool is_usable(const StreamConn* unit) {
 
 Ref ref_to(CmdClient* client) {
     ClientSlot* slot = slot_of(client);
-    return {client, slot, slot != nullptr ? slot->generation : 0};
+    return {client, slot, slot != nullptr ? slot->generation.load() : 0};
 }
 
 void set_camera(CmdClient& client, const Camera& camera) {
@@ -81,16 +82,23 @@ void close_socket(int fd) {
     if (fd >= 0) close(fd);
 }
 
+// Looks whether the slot is pinned, and if so has the last unpin say so. Both are steps of one word: a pin
+// that comes later finds all that was written before.
+bool is_pinned(ClientSlot& slot) {
+    return (slot.pins.fetch_or(kAwaited) & ~kAwaited) != 0;
+}
+
 // Takes the socket away from the client: nobody finds it any more, and when this returns nobody uses it.
 // Lets go of the lock while it waits. The descriptor is the caller's to close.
 int take_socket(Lock& lock, CmdClient& client) {
     const int fd = client.sockFd;
     store_word(client.sockFd, -1);
     ClientSlot* slot = slot_of(&client);
-    if (slot == nullptr || slot->pins == 0) return fd;
+    if (slot == nullptr) return fd;
     // Ends a step of an invitation that waits for the camera.
-    if (fd >= 0) shutdown(fd, SHUT_RDWR);
-    while (slot->pins > 0) lock.wait(g_unpinned);
+    if (is_pinned(*slot) && fd >= 0) shutdown(fd, SHUT_RDWR);
+    while (is_pinned(*slot)) lock.wait(g_unpinned);
+    slot->pins.fetch_and(~kAwaited);
     return fd;
 }
 
@@ -170,8 +178,8 @@ bool is_alive(const Ref& ref) {
 }
 
 bool still_alive(const Ref& ref) {
-    Lock lock(g_cmdclient_mutex);
-    return is_alive(ref);
+    if (ref.slot == nullptr) return ref.client != nullptr;
+    return ref.slot->generation == ref.generation;
 }
 
 void pin(ClientSlot& slot) {
@@ -179,30 +187,27 @@ void pin(ClientSlot& slot) {
 }
 
 void unpin(ClientSlot& slot) {
-    if (--slot.pins == 0) pthread_cond_broadcast(&g_unpinned);
+    if (slot.pins.fetch_sub(1) != (kAwaited | 1)) return;
+    Lock lock(g_cmdclient_mutex);
+    pthread_cond_broadcast(&g_unpinned);
 }
 
-void Pin::take(const Ref& ref) {
+Pin::Pin(const Ref& ref) : slot_(ref.slot) {
+    if (slot_ != nullptr) pin(*slot_);
+    alive_ = still_alive(ref);
+}
+
+Pin::Pin(CmdClient* client) {
+    Lock lock(g_cmdclient_mutex);
+    const Ref ref = ref_to(client);
     alive_ = is_alive(ref);
     if (!alive_ || ref.slot == nullptr) return;
     slot_ = ref.slot;
     pin(*slot_);
 }
 
-Pin::Pin(const Ref& ref) {
-    Lock lock(g_cmdclient_mutex);
-    take(ref);
-}
-
-Pin::Pin(CmdClient* client) {
-    Lock lock(g_cmdclient_mutex);
-    take(ref_to(client));
-}
-
 Pin::~Pin() {
-    if (slot_ == nullptr) return;
-    Lock lock(g_cmdclient_mutex);
-    unpin(*slot_);
+    if (slot_ != nullptr) unpin(*slot_);
 }
 
 Invited bind_unit(StreamConn* unit, const Camera& camera, bool& table_full) {

@@ -2,19 +2,23 @@
 //
 // g_cmdclient_mutex guards which slots are taken and the side fields below. The words of a client's binding
 // (address, credentials, login, timers) change only under it while nobody has the client pinned, or by the
-// one thread that has: the one that invites it. aucRecvRemain and its length are the event loop's, under
-// the lock. ucClientState, sockFd and ulLoginId are read at any time, as single words. The two semaphores
-// are turns at taking a slot, before the lock.
+// one thread that has: the one that invites it. aucRecvRemain, its length and hung_up are the event loop's
+// while it has the client pinned. ucClientState, sockFd and ulLoginId are read at any time, as single words.
+// The two semaphores are turns at taking a slot, before the lock.
 //
-// A descriptor that is in use outside the lock (the event loop's select, a step of an invitation, a
+// A descriptor that is in use outside the lock (the event loop's select and recv, a step of an invitation, a
 // heartbeat) is pinned. Whoever takes a socket away from a client first clears sockFd, so that nobody new
 // finds it, then waits until nobody has it pinned, and only then closes it. Pins are never held across a
 // host call, so the wait is short, and a host may take a client away from inside any of its services.
 //
-// A binding's generation changes when its client is freed or bound anew; a Ref to an older one is dead.
+// A binding's generation changes when its client is freed or bound anew; a Ref to an older one is dead. It
+// changes under the lock and before the pins are waited for, so whoever pins first and then finds it
+// unchanged has the client: pinning through a Ref takes no lock, and the event loop never waits for a
+// delivery.
 #pragma once
 
 #include <pthread.h>
+#include <atomic>
 #include <cstdint>
 
 #include "common/lock.h"
@@ -29,10 +33,11 @@ struct ClientSlot {
     CmdClient client;
     uint8_t ucUsed;
     // Side fields.
-    bool leaving;         // being freed: neither taken nor to be taken
-    bool hung_up;         // the camera closed the connection: nothing more to read until it is bound anew
-    uint32_t generation;  // survives the slot's being cleared
-    int pins;
+    bool leaving;  // being freed: neither taken nor to be taken
+    bool hung_up;  // the camera closed the connection: nothing more to read until it is bound anew
+    // Both survive the slot's being cleared.
+    std::atomic<uint32_t> generation;
+    std::atomic<uint32_t> pins;  // how many, and a mark while somebody waits for their end
 };
 
 struct UnitSlot {
@@ -55,10 +60,11 @@ struct Ref {
 bool is_taken(const ClientSlot& slot);
 bool is_alive(const Ref& ref);
 
-// The same, taking the lock.
+// The same without the lock, of a ref that was alive when it was made.
 bool still_alive(const Ref& ref);
 
-// Keeps the client's socket open and its record in place for a scope. False when there is no such client.
+// Keeps the client's socket open and its record in place for a scope. False when there is no such client,
+// or the ref, alive when it was made, no longer is.
 class Pin {
   public:
     explicit Pin(const Ref& ref);
@@ -69,13 +75,11 @@ class Pin {
     explicit operator bool() const { return alive_; }
 
   private:
-    void take(const Ref& ref);
-
     ClientSlot* slot_ = nullptr;
     bool alive_ = false;
 };
 
-// Pins counted by hand, for many clients at once. Under the lock.
+// Pins counted by hand, for many clients at once. Pinning under the lock.
 void pin(ClientSlot& slot);
 void unpin(ClientSlot& slot);
 

@@ -22,7 +22,6 @@ using namespace lenswire::clients;
 namespace {
 
 constexpr suseconds_t kWaitUs = 1'000;
-constexpr unsigned long kWaitSlackUs = 10'000;
 constexpr unsigned kErrorPause_s = 1;
 constexpr useconds_t kPassPauseUs = 1'000;
 
@@ -40,10 +39,10 @@ struct WatchList {
     fd_set broken;
 };
 
-bool is_watched(const ClientSlot& slot) {
+bool is_readable(const ClientSlot& slot) {
     const int fd = load_word(slot.client.sockFd);
-    return is_taken(slot) && load_word(slot.client.ucClientState) == PC_STATE_READY && fd > 0 &&
-           fd < FD_SETSIZE && !slot.hung_up;
+    return load_word(slot.client.ucClientState) == PC_STATE_READY && fd > 0 && fd < FD_SETSIZE &&
+           !slot.hung_up;
 }
 
 void watch_ready_clients(WatchList& list) {
@@ -51,7 +50,7 @@ void watch_ready_clients(WatchList& list) {
     FD_ZERO(&list.broken);
     Lock lock(g_cmdclient_mutex);
     for (ClientSlot& slot : g_cmdclientlist) {
-        if (!is_watched(slot)) continue;
+        if (!is_taken(slot) || !is_readable(slot)) continue;
         const int fd = load_word(slot.client.sockFd);
         pin(slot);
         FD_SET(fd, &list.readable);
@@ -63,7 +62,7 @@ void watch_ready_clients(WatchList& list) {
 
 // The end of this wait may come late, an answer wakes it; the pause between two passes is kept exactly.
 int wait_for_data(WatchList& list) {
-    const TimerSlack slack(kWaitSlackUs);
+    const TimerSlack slack(kIdleSlackUs);
     fd_set writable;
     FD_ZERO(&writable);
     timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
@@ -71,7 +70,6 @@ int wait_for_data(WatchList& list) {
 }
 
 void stop_watching(const WatchList& list) {
-    Lock lock(g_cmdclient_mutex);
     for (int i = 0; i < list.count; ++i) unpin(*list.entries[static_cast<size_t>(i)].ref.slot);
 }
 
@@ -87,8 +85,8 @@ struct Received {
 // Reads what the socket holds behind the kept bytes and keeps the incomplete rest.
 Received receive(const Ref& ref, std::span<uint8_t, 2 * MAX_CMD_SIZE> work) {
     Received received;
-    Lock lock(g_cmdclient_mutex);
-    if (!is_alive(ref) || !is_watched(*ref.slot)) return received;
+    const Pin pin(ref);
+    if (!pin || !is_readable(*ref.slot)) return received;
     CmdClient& client = *ref.client;
     const size_t kept = std::min<size_t>(client.ulRecvRemainLen, MAX_CMD_SIZE - 1);
     int length = MAX_CMD_SIZE;

@@ -3,7 +3,9 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 
 #include "common/log.h"
 #include "common/shared_word.h"
@@ -20,8 +22,8 @@ namespace {
 
 constexpr suseconds_t kWaitUs = 1'000;
 constexpr useconds_t kServedPauseUs = 1;
-// A pass after a pause of milliseconds serves several streams at once: see docs/performance.md.
-constexpr unsigned long kSlackUs = 2'500;
+// Passes that begin some milliseconds apart serve several streams each: see docs/performance.md.
+constexpr int64_t kPassPeriodUs = 3'200;
 constexpr int32_t kSilenceLimit = 5;
 constexpr int32_t kStatisticsInterval = 2;
 constexpr int kRestartMessage = 3;
@@ -146,14 +148,34 @@ int watch_open_slots(fd_set& readable) {
     return largest;
 }
 
+// The end of this wait may come late: data wakes it, and a slot that opens meanwhile waits for the next.
+int wait_for_data(int largest, fd_set& readable) {
+    const TimerSlack slack(kIdleSlackUs);
+    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
+    return select(largest + 1, &readable, nullptr, nullptr, &wait);
+}
+
+int64_t steady_us() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1'000;
+}
+
+// The pause may last until the period of a pass that began at the given time is over.
+void pause_after(int64_t pass_start_us) {
+    const int64_t left = kPassPeriodUs - (steady_us() - pass_start_us);
+    const TimerSlack slack(static_cast<unsigned long>(std::max<int64_t>(left, 1)));
+    usleep(kServedPauseUs);
+}
+
 void run_pass() {
     fd_set readable;
     const int largest = watch_open_slots(readable);
-    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
-    const int ready = select(largest + 1, &readable, nullptr, nullptr, &wait);
+    const int ready = wait_for_data(largest, readable);
     if (ready > 0) {
+        const int64_t start = steady_us();
         for (int i = 0; i < kSlots; ++i) serve_slot(i, readable);
-        usleep(kServedPauseUs);
+        pause_after(start);
         return;
     }
     if (ready < 0 && errno == EBADF) restart_bad_descriptors();
@@ -163,7 +185,6 @@ void run_pass() {
 }  // namespace
 
 void PC_RecvStreamLoop(void) {
-    const TimerSlack slack(kSlackUs);
     while (load_word(PC_G_RecvStreamLoopSwitch) != 0) run_pass();
     std::puts("+++++++++PC_RecvStreamLoop thread exit+++++++++");
 }

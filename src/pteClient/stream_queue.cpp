@@ -19,7 +19,6 @@ namespace {
                  __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 constexpr useconds_t kEmptyPauseUs = 100;
-constexpr unsigned long kSlackUs = 5'000;
 // Into the receive-buffer object: the word of the host's ring that says how much it holds.
 constexpr size_t kRingFillOffset = 28;
 
@@ -62,7 +61,7 @@ void act_on(const StreamRequest& request) {
 }  // namespace
 
 void PC_GetQueueThread(void) {
-    const TimerSlack slack(kSlackUs);
+    const TimerSlack slack(kIdleSlackUs);
     while (load_word(PC_G_RecvQueue) != 0) {
         StreamRequest request{};
         while (Private_Protocol_GetRequestFromQueue(&request) != -1) act_on(request);
