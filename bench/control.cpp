@@ -1,5 +1,6 @@
 // Round trips of a get: through the library, and the least that the event loop's rhythm allows, a loop of
-// select (1 ms) and a pause of 1 ms that does nothing but wake the thread that asked.
+// select (1 ms) and a pause of 1 ms that does nothing but wake the thread that asked. Requests go out one at
+// a time in both.
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -89,7 +90,10 @@ class FloorAsker : public Asker {
         Asked& one = asked_[camera];
         std::unique_lock lock(one.mutex);
         one.answered = false;
-        if (send(one.fd, message, sizeof message, MSG_NOSIGNAL) != sizeof message) give_up("asking");
+        {
+            const std::lock_guard delivery(delivery_);
+            if (send(one.fd, message, sizeof message, MSG_NOSIGNAL) != sizeof message) give_up("asking");
+        }
         one.condition.wait(lock, [&] { return one.answered; });
     }
 
@@ -124,6 +128,7 @@ class FloorAsker : public Asker {
         one.condition.notify_one();
     }
 
+    std::mutex delivery_;
     std::vector<Asked> asked_;
     fd_set watched_;
     std::atomic<bool> stop_{false};

@@ -20,8 +20,12 @@ Consumer::Consumer(Pool& pool, uint32_t streams, FrameReader& reader)
 }
 
 Consumer::~Consumer() {
+    stop();
+}
+
+void Consumer::stop() {
     stop_ = true;
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 void Consumer::run() {

@@ -56,6 +56,8 @@ class Consumer {
     FrameQueue& queue(uint32_t stream) { return queues_[stream]; }
     Pool& pool() { return pool_; }
     pid_t thread() const { return id_; }
+    // Nothing more is to come: the thread ends.
+    void stop();
 
   private:
     void run();

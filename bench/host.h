@@ -28,7 +28,7 @@ struct ReceiveBuffer {
     uint8_t* data;
 };
 static_assert(offsetof(ReceiveBuffer, fill) == 28);
-constexpr uint32_t kReadBeforeMove = 128 * 1024;
+constexpr uint32_t kReadBeforeMove = 32 * 1024;
 // The largest packet, what has to follow it, and what may be read before the rest moves.
 constexpr uint32_t kRingBytes = ARG_HEAD_LEN + kKeyFrame + kBytesBeyondPacket + kReadBeforeMove;
 

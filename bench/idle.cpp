@@ -25,6 +25,7 @@ Json run(const Options& options) {
     Host host(options.streams);
     const std::vector<Role> workers = start_library();
     open_streams(host, silent.port());
+    host.consumer().stop();
     sleep_ms(200);
 
     const int64_t start = now_ns();

@@ -1,6 +1,7 @@
 #include "bench/measure.h"
 
 #include <dirent.h>
+#include <sched.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -72,6 +73,23 @@ std::set<pid_t> threads() {
     }
     closedir(folder);
     return found;
+}
+
+void stay_on_processor(int number) {
+    static const cpu_set_t given = [] {
+        cpu_set_t set;
+        if (sched_getaffinity(0, sizeof set, &set) != 0) give_up("sched_getaffinity");
+        return set;
+    }();
+    if (CPU_COUNT(&given) < 2) return;
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (!CPU_ISSET(cpu, &given) || number-- > 0) continue;
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(cpu, &one);
+        if (sched_setaffinity(0, sizeof one, &one) != 0) give_up("sched_setaffinity");
+        return;
+    }
 }
 
 int64_t percentile(std::vector<int64_t> values, double share) {

@@ -20,6 +20,10 @@ int64_t thread_sleeps(pid_t thread);
 // The threads of this process.
 std::set<pid_t> threads();
 
+// Keeps the calling thread, and what it starts from now on, on the processor of that number (0 or 1) among
+// those that this process was given. With a single one nothing is done.
+void stay_on_processor(int number);
+
 // The value that the given share (0 to 1) of the values does not exceed; 0 when there are none.
 int64_t percentile(std::vector<int64_t> values, double share);
 

@@ -121,7 +121,7 @@ class Schedule {
     }
 
     void run() {
-        while (board_.order == SenderBoard::kSend) {
+        while (!board_.stop) {
             const Event event = events_.top();
             if (const int64_t delay = now_ns() - event.at; delay < 0) {
                 sleep_until(std::min(event.at, now_ns() + kFrameNs));
@@ -188,7 +188,7 @@ class Schedule {
 void send_unpaced(std::vector<Outlet>& outlets, const SenderBoard& board) {
     std::vector<pollfd> waiting;
     for (const Outlet& outlet : outlets) waiting.push_back({outlet.fd(), POLLOUT, 0});
-    while (board.order == SenderBoard::kSend) {
+    while (!board.stop) {
         size_t accepted = 0;
         for (Outlet& outlet : outlets) {
             accepted += outlet.send_up_to(SIZE_MAX);
@@ -225,7 +225,8 @@ void run_sender(const SenderOptions& options, SenderBoard& board,
         outlets.emplace_back(accept_stream(listener, options.protocol), stream, *source, progress(stream));
         ++board.connected;
     }
-    while (board.order == SenderBoard::kWait) sleep_ms(1);
+    while (sem_wait(&board.begin) != 0) {
+    }
     if (options.pacing == Pacing::kUnpaced) {
         send_unpaced(outlets, board);
     } else {
@@ -241,13 +242,19 @@ size_t timed_packets(const SenderOptions& options) {
     return static_cast<size_t>(options.longest_ms / 1000 + 2) * kFrameRate * 2;
 }
 
+SenderBoard* new_board(const SharedMemory& shared) {
+    auto* board = reinterpret_cast<SenderBoard*>(shared.bytes());
+    sem_init(&board->begin, 1, 0);
+    return board;
+}
+
 }  // namespace
 
 Sender::Sender(const SenderOptions& options)
     : options_(options),
       packets_(timed_packets(options)),
       shared_(sizeof(SenderBoard) + options.streams * (packets_ * sizeof(int64_t) + sizeof(uint32_t))),
-      board_(reinterpret_cast<SenderBoard*>(shared_.bytes())),
+      board_(new_board(shared_)),
       times_(reinterpret_cast<std::atomic<int64_t>*>(board_ + 1)),
       completed_(reinterpret_cast<std::atomic<uint32_t>*>(times_ + options.streams * packets_)),
       process_([this] {
@@ -260,11 +267,11 @@ Sender::Sender(const SenderOptions& options)
 
 void Sender::go() {
     while (board_->connected < options_.streams) sleep_ms(1);
-    board_->order = SenderBoard::kSend;
+    sem_post(&board_->begin);
 }
 
 void Sender::stop() {
-    board_->order = SenderBoard::kStop;
+    board_->stop = true;
     while (!board_->finished) sleep_ms(1);
 }
 

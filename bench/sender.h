@@ -2,6 +2,7 @@
 // receiving process spends is measured alone.
 #pragma once
 
+#include <semaphore.h>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -29,8 +30,8 @@ struct SenderOptions {
 
 // What the two processes share.
 struct SenderBoard {
-    enum Order : int { kWait, kSend, kStop };
-    std::atomic<int> order;
+    sem_t begin;  // waited for without waking up: a silent sender costs nothing
+    std::atomic<bool> stop;
     std::atomic<int> port;
     std::atomic<uint32_t> connected;
     std::atomic<bool> finished;

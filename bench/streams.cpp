@@ -113,7 +113,10 @@ Json run(const Options& options) {
     const bool timed = pacing != Pacing::kUnpaced;
     const int64_t longest_ms = options.warm_up_ms + options.measure_ms + 2000;
     const bool rtsp = options.receiver == "avformat";
+    // The cameras' timers and segments are elsewhere in a recorder's life, too.
+    stay_on_processor(0);
     Sender sender({options.streams, pacing, rtsp ? Protocol::kRtsp : Protocol::kCamera, longest_ms});
+    stay_on_processor(1);
     const size_t timed_frames = timed ? sender.completed_at(0).size() : 0;
     const auto receiver = kReceivers.at(options.receiver)({options.streams, timed_frames});
     if (receiver == nullptr) return {{"skipped", "built without it"}};
