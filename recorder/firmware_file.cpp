@@ -127,7 +127,7 @@ std::string make_firmware(const std::string& style, const FirmwareTarget& target
     if (style == "tokens") name = name_for_tokens(target);
     if (style == "header") put_header(target, bytes);
     if (style == "tag") put_tag(bytes);
-    const std::string path = directory + "/" + name;
+    std::string path = directory + "/" + name;
     write(path, bytes);
     return path;
 }

@@ -58,7 +58,7 @@ void RecordSession::add_streams(const Options& options) {
             channel, camera.stream, worker,
             Recording::Target{
                 .directory = options.directory, .base = base, .title = camera.name() + " " + base},
-            [this, base](const std::string& line) { complain(base + ": " + line); }));
+            [this, prefix = base + ": "](const std::string& line) { complain(prefix + line); }));
         streams_.push_back({.stream = &stream, .link = nullptr});
     }
 }
