@@ -1,0 +1,132 @@
+// Pins by themselves: what holds a client's descriptor in place while it is used without a lock.
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <atomic>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "lenswire/connection.h"
+#include "pteClient/client_table.h"
+
+namespace lenswire::test {
+namespace {
+
+using clients::Invited;
+using clients::Pin;
+
+const LoginInfo kInfo{"admin", "12345", {}};
+const clients::Camera kCamera{.address = 0x0100007f, .port = 8000, .info = &kInfo};
+
+// A client with one end of a socket pair; the other end stays here.
+class Pins : public testing::Test {
+  protected:
+    Pins() {
+        clients::open_tables();
+        unit_ = PC_CreateNew();
+        bind();
+    }
+    ~Pins() override {
+        PC_Delete(unit_);
+        close(far_end_);
+        clients::close_tables();
+    }
+
+    void bind() {
+        if (far_end_ >= 0) close(far_end_);
+        int pair[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+        far_end_ = pair[0];
+        fd_ = pair[1];
+        bool full = false;
+        invited_ = clients::bind_unit(unit_, kCamera, full);
+        EXPECT_TRUE(clients::attach(invited_.ref, fd_));
+    }
+
+    // Whether the other end was shut down or closed. Waits for it.
+    bool sees_end() const {
+        char byte;
+        return read(far_end_, &byte, 1) == 0;
+    }
+    bool is_open() const {
+        struct stat status {};
+        return fstat(fd_, &status) == 0;
+    }
+
+    StreamConn* unit_;
+    Invited invited_;
+    int fd_ = -1;
+    int far_end_ = -1;
+};
+
+// Every way to take a client its socket shuts it down, waits for the pin, and closes it last.
+TEST_F(Pins, ADescriptorStaysOpenAsLongAsItIsPinned) {
+    const std::vector<void (*)(StreamConn*, const Invited&)> ways = {
+        [](StreamConn* unit, const Invited&) { PC_Exit(unit->pCmdClient); },
+        [](StreamConn*, const Invited& invited) { clients::drop(invited.ref); },
+        [](StreamConn* unit, const Invited&) { clients::bind_again(unit->pCmdClient); },
+        [](StreamConn* unit, const Invited&) { PC_Delete(unit); },
+    };
+    for (size_t i = 0; i < ways.size(); ++i) {
+        SCOPED_TRACE(i);
+        bind();
+        std::atomic<bool> returned{false};
+        std::thread taking;
+        {
+            const Pin pin(invited_.ref);
+            ASSERT_TRUE(pin);
+            taking = std::thread([&] {
+                ways[i](unit_, invited_);
+                returned = true;
+            });
+            EXPECT_TRUE(sees_end());
+            for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
+            EXPECT_TRUE(is_open());
+            EXPECT_FALSE(returned);
+        }
+        taking.join();
+        EXPECT_FALSE(is_open());
+    }
+}
+
+TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {
+    const clients::Ref old = invited_.ref;
+    bind();
+    EXPECT_FALSE(Pin(old));
+    EXPECT_TRUE(Pin(invited_.ref));
+    PC_Delete(unit_);
+    EXPECT_FALSE(Pin(invited_.ref));
+    EXPECT_EQ(invited_.ref.slot->pins, 0u);
+}
+
+// Whoever finds itself alive while it has the client pinned sees an open descriptor, however often the
+// client is bound anew meanwhile.
+TEST_F(Pins, WhatIsPinnedAliveIsNeverClosed) {
+    constexpr int kBindings = 2000;
+    std::vector<clients::Ref> refs(kBindings, invited_.ref);
+    std::atomic<clients::Ref*> current{refs.data()};
+    std::atomic<bool> done{false};
+    std::thread using_it([&] {
+        while (!done) {
+            const clients::Ref ref = *current.load();
+            const Pin pin(ref);
+            if (!pin) continue;
+            const int fd = __atomic_load_n(&ref.client->sockFd, __ATOMIC_ACQUIRE);
+            struct stat status {};
+            EXPECT_TRUE(fd < 0 || fstat(fd, &status) == 0);
+        }
+    });
+    for (clients::Ref& ref : std::span(refs).subspan(1)) {
+        bind();
+        ref = invited_.ref;
+        current = &ref;
+    }
+    done = true;
+    using_it.join();
+}
+
+}  // namespace
+}  // namespace lenswire::test
