@@ -4,7 +4,8 @@
  * the three in step. Channels are 0 to 63, lines 0 to 2; whatever names another is refused with -1. A struct
  * CruiseLine is handed over as 390 bytes.
  *
- * For any number of host threads: a line is read and written whole. Sends await no answer, and what the
+ * For any number of host threads, but the caller sees to it that operations on one channel do not overlap: a
+ * line is read and written whole, its three places one after the other. Sends await no answer, and what the
  * database answers to a write is not looked at. */
 #ifndef LENSWIRE_CRUISE_H
 #define LENSWIRE_CRUISE_H
@@ -106,15 +107,16 @@ LENSWIRE_API int Private_PTZ_CRUISE(uint32_t ip, const void* record980);
  * 10 s, after up to 5 s while no request slot is free. 0, or -1 with the record untouched. */
 LENSWIRE_API int Private_PTZ_CRUISE_GET(uint32_t ip, void* record980);
 
-/* Reads the camera's version of the line that record390 names into it; memory and database stay. 390. */
+/* Reads the camera's version of the line that record390 names into it; memory and database stay. Blocks as
+ * Private_PTZ_CRUISE_GET does. 390, or -1 with the record untouched. */
 LENSWIRE_API int Private_GetPtzCruiseAllPreset(uint32_t channel, void* record390);
 
 /* Puts a line into memory, database and camera, and with start 1 starts it, or stops it when it is not
  * enabled. 0, or -1 when the channel has no camera or a command could not be sent. */
 LENSWIRE_API int Private_SetPtzCruiseAllPreset(uint32_t channel, const void* record390, int start);
 
-/* Loads a channel from the database and sends the enabled line to the camera again, started. Without an
- * enabled line returns what the database read returned. */
+/* Loads a channel from the database and sends the enabled line to the camera again, started: 0 or -1, as
+ * Private_SetPtzCruiseAllPreset. Without an enabled line returns what the database read returned. */
 LENSWIRE_API int Private_GetPtzCruiseChannel(uint32_t channel);
 
 /* start 1: enables a line instead of the one that was, sends and starts it. Anything else: disables all

@@ -23,7 +23,7 @@ LENSWIRE_API int Private_Fish_Protocol_EYE_PROPERTY(int channel, uint32_t ip, vo
  * read without a login. With the type t that the camera reports, the tests in this order:
  *   t 0: flag 1 gives -1, else 1
  *   t 1: flag 1 gives -1; type 2 gives 2; number other than 0 gives -1, else 2
- *   t 2: number other than 0 with flag 1 gives -1; type 3 gives 0; number below 4 gives 3, else -1
+ *   t 2: number other than 0 with flag 1 gives -1; type 3 gives 0; number 0 to 3 gives 3, else -1
  *   t 3: type 4 gives 0; number 0 gives 4, else -1
  *   above: 0
  * -1 as well when the property cannot be read. */

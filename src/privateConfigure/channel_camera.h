@@ -7,7 +7,7 @@ namespace lenswire {
 
 struct ChannelCamera {
     bool known;   // the database has a camera for the channel
-    uint32_t ip;  // network order, 0 none; also converted from what an unknown channel left behind
+    uint32_t ip;  // network order; INADDR_NONE where the database has no address, an unknown channel for one
     int port;
 };
 

@@ -276,7 +276,7 @@ int CheckUpgradFile(const void* info464, const char* path) {
     }
     UpgradeFileHeader header;
     if (std::fread(&header, sizeof header, 1, file.get()) != 1) {
-        std::puts("fread error");
+        std::fputs("fread error", stdout);
         return kMisfit;
     }
     switch (lenswire::upgrade::judge_header(device_info(info464), header, size_of(file))) {
@@ -296,7 +296,7 @@ int CheckUpgradFile(const void* info464, const char* path) {
 }
 
 int CheckUpgradFile2(int, const char* path) {
-    std::puts("#####################checkUpgradFile2###################");
+    std::fputs("#####################checkUpgradFile2###################", stdout);
     const File file = lenswire::upgrade::open_file(path);
     if (file == nullptr) {
         PRI_ERROR_AS(__func__, " fopen error\n");
@@ -319,8 +319,8 @@ int CheckUpgradFile3(void* info464, const char* path) {
     const IpcDeviceInfo info = device_info(info464);
     const TokenVerdict verdict = lenswire::upgrade::compare_tokens(
         lenswire::upgrade::text_of(info.szFirmwareName), lenswire::upgrade::path_text(path));
-    if (verdict == TokenVerdict::kMisfit) std::puts("###################CheckUpgrafe error");
+    if (verdict == TokenVerdict::kMisfit) std::fputs("###################CheckUpgrafe error", stdout);
     if (verdict != TokenVerdict::kFits) return kMisfit;
-    std::puts("#####################S2L CheckUpgrade successful");
+    std::fputs("#####################S2L CheckUpgrade successful", stdout);
     return kFits;
 }

@@ -11,6 +11,7 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
+#include "privateConfigure/host_tables.h"
 
 namespace lenswire::upgrade {
 
@@ -71,27 +72,9 @@ int start_job(const UpgradeRequest& request, pthread_t* thread) {
     return 0;
 }
 
-#pragma pack(push, 1)
-// The host's record of a channel in table 17, as far as it is read here.
-struct HostChannelRecord {
-    uint8_t reserved0[97];
-    uint8_t ucChannelNo;
-    uint8_t reserved98[2];
-    char szIpAddr[64];
-    uint8_t reserved164[22];
-    uint8_t ucProtocol;
-    uint8_t reserved187[263];
-};
-#pragma pack(pop)
-static_assert(sizeof(HostChannelRecord) == 450 && offsetof(HostChannelRecord, ucProtocol) == 186);
-
-constexpr int kChannelTable = 17;
-constexpr int kUpgradeTable = 24;
 constexpr int kUpgradeRecordSize = 9;
-constexpr int kRead = 2;
-constexpr int kWrite = 1;
 
-using ChannelTable = HostChannelRecord[LENSWIRE_UPGRADE_CAMERAS];
+using ChannelTable = ChannelRecord[LENSWIRE_UPGRADE_CAMERAS];
 
 void read_channels(ChannelTable& table) {
     uint32_t all_channels = 250;
@@ -104,7 +87,7 @@ void read_channels(ChannelTable& table) {
 }
 
 // 0, or the refusal of a channel whose protocol takes no upgrade.
-int check_protocol(const HostChannelRecord& record, int channel) {
+int check_protocol(const ChannelRecord& record, int channel) {
     if (record.ucProtocol != 2 && record.ucProtocol != 3) return 0;
     PRI_ERROR_AS("Prv_ipc_upgrade",
                  " the protocol can't update ipc the chano = %d the ip = %.*s the protocol = %d  i = %d\n",
@@ -117,10 +100,10 @@ int check_camera(const UpgradeRequest& request, int channel) {
     char path[sizeof request.szFilePath + 1] = {};
     std::memcpy(path, request.szFilePath, sizeof request.szFilePath);
     if (Get_IPC_upgradeParam(channel, path) != 1) {
-        std::puts("###############Ipc Upgrade Check fault###############");
+        std::fputs("###############Ipc Upgrade Check fault###############", stdout);
         return -1;
     }
-    std::puts("###############Ipc Upgrade Check successful##########");
+    std::fputs("###############Ipc Upgrade Check successful##########", stdout);
     auto key = static_cast<uint32_t>(channel);
     uint8_t zeros[kUpgradeRecordSize] = {};
     databaseOperate(kUpgradeTable, kWrite, &key, sizeof key, zeros, sizeof zeros);

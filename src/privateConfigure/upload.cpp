@@ -251,7 +251,7 @@ void run_job(JobRecord record, const UpgradeRequest& request) {
 
 void* ipc_upgrade_thread(void* request) {
     using lenswire::upgrade::JobRecord;
-    std::puts("#####################ipc_upgrade_thread##########");
+    std::fputs("#####################ipc_upgrade_thread##########", stdout);
     pthread_detach(pthread_self());
     const JobRecord record = JobRecord::of_this_thread();
     if (record && request != nullptr) {

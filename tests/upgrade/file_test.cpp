@@ -58,7 +58,7 @@ TEST(DeviceType, PicksItsCheck) {
     const std::vector<Trace> traces = {
         {kByName, -2, "", ""},
         {kByNameThenHeader, -1, "fopen /no/such/folder/file error\n", ""},
-        {kByTag, -1, "#####################checkUpgradFile2###################\n", kFopenError},
+        {kByTag, -1, "#####################checkUpgradFile2###################", kFopenError},
         {kByTokens, -1, "", ""},
     };
     std::vector<int> checks(256);
@@ -166,8 +166,8 @@ TEST(FirstGrammar, ComparesLettersAndTwoFields) {
 
 // -- Second grammar.
 
-constexpr const char* kTokensFit = "#####################S2L CheckUpgrade successful\n";
-constexpr const char* kTokensDiffer = "###################CheckUpgrafe error\n";
+constexpr const char* kTokensFit = "#####################S2L CheckUpgrade successful";
+constexpr const char* kTokensDiffer = "###################CheckUpgrafe error";
 
 std::string tokens(size_t count) {
     std::string text = "a";
@@ -280,7 +280,7 @@ TEST(HeaderCheck, WantsTheWholeHeader) {
     const std::string path = folder.writes("file", slice(header_file("", "", 23, 0), 0, 23));
     Capture capture;
     EXPECT_EQ(CheckUpgradFile(device_info(90, "").data(), path.c_str()), -1);
-    EXPECT_EQ(capture.out(), "fread error\n");
+    EXPECT_EQ(capture.out(), "fread error");
 }
 
 // A length of 32 bits never matches a longer file by its low bits.
@@ -321,7 +321,7 @@ TEST(TagCheck, WantsTheWordAtItsPlace) {
         const std::string path = folder.writes("file", file);
         EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), *c.err == '\0' ? 0 : -1) << c.tag;
         EXPECT_EQ(unnumbered(capture.err()), c.err) << c.tag;
-        EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################\n");
+        EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################");
     }
 }
 

@@ -20,7 +20,7 @@ std::string query_error(const std::string& text) {
     return "[src/privateConfigure:Get_IPC_upgradeParam:N]:" + text + "\n";
 }
 
-constexpr const char* kCheckFault = "###############Ipc Upgrade Check fault###############\n";
+constexpr const char* kCheckFault = "###############Ipc Upgrade Check fault###############";
 
 class UpgradeFailure : public UpgradeTest {
   protected:
