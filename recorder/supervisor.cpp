@@ -106,7 +106,8 @@ void Supervisor::log_in(Session& session) {
 void Supervisor::invite(Session& session) {
     // A camera that went away took the control connection along; inviting would only wait for it in vain.
     if (!session.link->control_alive()) return check(session);
-    const bool invited = session.link->invite();
+    // One that went away and came back meanwhile answers, too; but its login is gone and no frame follows.
+    const bool invited = session.link->invite() && session.link->control_alive();
     {
         const std::lock_guard lock(mutex_);
         session.plan.invitation_ended(invited, SessionPlan::Clock::now());

@@ -28,6 +28,7 @@ class FakeLink : public StreamLink {
     bool invite() override {
         Inside inside(*this);
         ++invitations;
+        on_invite();
         return true;
     }
     void open() override {
@@ -43,7 +44,7 @@ class FakeLink : public StreamLink {
 
     std::atomic<int> logins{0}, invitations{0}, opens{0}, login_result{0};
     std::atomic<bool> alive{false}, entered_twice{false};
-    std::function<void()> on_login = [] {}, on_open = [] {};
+    std::function<void()> on_login = [] {}, on_invite = [] {}, on_open = [] {};
     std::counting_semaphore<> opened{0};
 
   private:
@@ -108,6 +109,19 @@ TEST_F(SupervisorTest, LogsInFirstWhenTheCameraTookTheControlConnectionAlong) {
     supervisor_->stop();
     EXPECT_EQ(fakes_[0]->logins, 2);
     EXPECT_EQ(fakes_[0]->invitations, 2) << "none over the dead connection";
+}
+
+// As one does that is switched off and on again at that moment.
+TEST_F(SupervisorTest, OpensNoStreamOfACameraThatForgotTheLoginMeanwhile) {
+    make(1);
+    fakes_[0]->on_invite = [this] {
+        if (fakes_[0]->invitations == 1) fakes_[0]->alive = false;
+    };
+    supervisor_->start(1);
+    ASSERT_TRUE(opened(0));
+    supervisor_->stop();
+    EXPECT_EQ(fakes_[0]->logins, 2);
+    EXPECT_EQ(fakes_[0]->opens, 1);
 }
 
 // The receive loop may give a stream up in the moment it was handed over.
