@@ -1,14 +1,12 @@
 // libavformat, reading the same video by RTSP over TCP: a thread per stream, as its blocking reads want it.
-#include "bench/receiver.h"
-
-#ifdef LENSWIRE_BENCH_AVFORMAT
-
 #include <unistd.h>
 #include <atomic>
 #include <string>
 #include <thread>
 
 #include "bench/measure.h"
+#include "bench/receiver.h"
+#include "bench/rtsp.h"
 #include "bench/sender.h"
 
 extern "C" {
@@ -49,7 +47,8 @@ class AvformatReceiver : public Receiver {
             av_dict_free(&settings);
         }
         for (Stream& stream : streams_) {
-            stream.thread = std::thread([this, &stream] { read(stream); });
+            const auto number = static_cast<uint32_t>(&stream - streams_.data());
+            stream.thread = std::thread([this, &stream, number] { read(stream, number); });
             while (stream.id == 0) sleep_ms(1);
         }
     }
@@ -83,13 +82,13 @@ class AvformatReceiver : public Receiver {
         std::vector<int64_t> delivered_at;
     };
 
-    void read(Stream& stream) const {
+    void read(Stream& stream, uint32_t number) const {
         stream.id = gettid();
         AVPacket* packet = av_packet_alloc();
         while (!stop_ && av_read_frame(stream.input, packet) == 0) {
             const uint32_t frame = stream.frames;
             if (frame < stream.delivered_at.size()) stream.delivered_at[frame] = now_ns();
-            stream.bytes += static_cast<size_t>(packet->size);
+            stream.bytes += rtsp::connection_bytes(number, frame);
             stream.frames = frame + 1;
             av_packet_unref(packet);
         }
@@ -107,15 +106,3 @@ std::unique_ptr<Receiver> make_avformat_receiver(const ReceiverOptions& options)
 }
 
 }  // namespace lenswire::bench
-
-#else
-
-namespace lenswire::bench {
-
-std::unique_ptr<Receiver> make_avformat_receiver(const ReceiverOptions&) {
-    return nullptr;
-}
-
-}  // namespace lenswire::bench
-
-#endif

@@ -1,5 +1,7 @@
-// What the library costs while nothing happens: without streams, and with streams that are silent.
+// What the library costs while nothing happens: without streams, and with streams and cameras that are
+// silent.
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,9 +24,11 @@ struct Options {
 
 Json run(const Options& options) {
     const Sender silent({options.streams, Pacing::kWhole, Protocol::kCamera, 0});
+    std::optional<CameraProcess> cameras;
+    if (options.streams > 0) cameras.emplace(options.streams);
     Host host(options.streams);
     const std::vector<Role> workers = start_library();
-    open_streams(host, silent.port());
+    if (cameras) open_streams(host, silent.port(), log_in(host, *cameras));
     host.consumer().stop();
     sleep_ms(200);
 

@@ -37,7 +37,9 @@ class CopyOnce : public FrameReader {
     void takes(uint32_t stream, const uint8_t* bytes, size_t count) {
         Buffer& buffer = buffers_[stream];
         while (count > 0) {
-            if (buffer.start == nullptr && (buffer.start = pool_.take(kBufferBytes)) == nullptr) return;
+            if (buffer.start == nullptr && (buffer.start = pool_.take(kBufferBytes)) == nullptr) {
+                give_up("the copying loop has no buffer");
+            }
             const size_t part = std::min(count, kBufferBytes - buffer.used);
             std::memcpy(buffer.start + buffer.used, bytes, part);
             bytes += part;
@@ -60,8 +62,8 @@ class CopyOnce : public FrameReader {
     void hand_over(uint32_t stream) {
         FrameQueue& queue = consumer_.queue(stream);
         const std::lock_guard lock(queue.mutex());
-        if (queue.push(buffers_[stream].start)) buffers_[stream].start = nullptr;
-        buffers_[stream].used = 0;
+        if (!queue.push(buffers_[stream].start)) give_up("the copying loop's queue is full");
+        buffers_[stream] = {};
     }
 
     Pool pool_;

@@ -1,4 +1,4 @@
-// The library, delivering into frame queues that a consumer empties.
+// The library, delivering into frame queues that a consumer empties, with a camera logged in for each stream.
 #include "bench/host.h"
 #include "bench/library_clients.h"
 #include "bench/receiver.h"
@@ -11,13 +11,16 @@ namespace {
 
 class PluginReceiver : public Receiver {
   public:
-    explicit PluginReceiver(const ReceiverOptions& options) : host_(options.streams, options.timed_frames) {
-        workers_ = start_library();
-    }
+    explicit PluginReceiver(const ReceiverOptions& options)
+        : cameras_(options.streams),
+          host_(options.streams, options.timed_frames),
+          workers_(start_library()) {}
 
     ~PluginReceiver() override { PC_UnInitCtx(); }
 
-    void starts(const Sender& sender) override { open_streams(host_, sender.port()); }
+    void starts(const Sender& sender) override {
+        open_streams(host_, sender.port(), log_in(host_, cameras_));
+    }
 
     std::vector<Role> receiving() const override { return workers_; }
     std::vector<Role> consuming() const override { return {{"consumer", host_.consumer().thread()}}; }
@@ -32,6 +35,7 @@ class PluginReceiver : public Receiver {
     uint32_t wrong_frames() const override { return host_.wrong_frames() + host_.restarts; }
 
   private:
+    CameraProcess cameras_;
     mutable Host host_;
     std::vector<Role> workers_;
 };

@@ -44,7 +44,6 @@ struct ReceiverOptions {
 std::unique_ptr<Receiver> make_plugin_receiver(const ReceiverOptions& options);
 std::unique_ptr<Receiver> make_bare_loop(const ReceiverOptions& options);
 std::unique_ptr<Receiver> make_copying_loop(const ReceiverOptions& options);
-// Null where the benchmarks were built without libavformat.
 std::unique_ptr<Receiver> make_avformat_receiver(const ReceiverOptions& options);
 
 }  // namespace lenswire::bench

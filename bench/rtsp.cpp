@@ -8,7 +8,8 @@ namespace lenswire::bench::rtsp {
 
 namespace {
 
-constexpr uint32_t kPayloadBytes = kRtpPacketBytes - 4 - 12 - 2;
+constexpr uint32_t kPacketOverhead = 4 + 12 + 2;
+constexpr uint32_t kPayloadBytes = kRtpPacketBytes - kPacketOverhead;
 constexpr uint32_t kClockRate = 90'000;
 constexpr uint8_t kPayloadType = 96;
 
@@ -73,6 +74,12 @@ bool answer_until_play(int fd) {
         if (send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) return false;
         if (request.starts_with("PLAY")) return true;
     }
+}
+
+uint32_t connection_bytes(uint32_t stream, uint32_t number) {
+    const uint32_t sent =
+        frame_size(phase(stream).first_frame + number) - 1;  // each packet has the first byte
+    return sent + (sent + kPayloadBytes - 1) / kPayloadBytes * kPacketOverhead;
 }
 
 RtpPackets::RtpPackets(uint32_t streams) : streams_(streams), bulk_(payload_bytes(kKeyFrame)) {}

@@ -15,6 +15,9 @@ constexpr uint32_t kRtpPacketBytes = 1448;
 // Answers a player's requests until it wants to see the stream. False when it leaves before.
 bool answer_until_play(int fd);
 
+// What a stream's frame takes on the connection.
+uint32_t connection_bytes(uint32_t stream, uint32_t number);
+
 // The video frames of the camera's streams, without the audio; a packet of this source is a whole frame.
 class RtpPackets : public PacketSource {
   public:

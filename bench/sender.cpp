@@ -20,7 +20,8 @@ namespace {
 
 // Where a stream's progress is told.
 struct Progress {
-    std::span<std::atomic<int64_t>> times;
+    std::span<std::atomic<int64_t>> sent_at;
+    std::span<std::atomic<int64_t>> completed_at;
     std::atomic<uint32_t>* completed;
 };
 
@@ -58,6 +59,7 @@ class Outlet {
         if (accepted <= 0) return 0;
         sent_ += static_cast<size_t>(accepted);
         total_ += static_cast<size_t>(accepted);
+        if (packet_sent() && number_ < progress_.sent_at.size()) progress_.sent_at[number_] = before;
         note_completed(before);
         return static_cast<size_t>(accepted);
     }
@@ -90,7 +92,7 @@ class Outlet {
     void note_completed(int64_t at) {
         while (!unseen_.empty() && unseen_.front().complete_at <= total_) {
             const uint32_t number = unseen_.front().number;
-            if (number < progress_.times.size()) progress_.times[number] = at;
+            if (number < progress_.completed_at.size()) progress_.completed_at[number] = at;
             *progress_.completed = number + 1;
             unseen_.pop();
         }
@@ -253,13 +255,14 @@ SenderBoard* new_board(const SharedMemory& shared) {
 Sender::Sender(const SenderOptions& options)
     : options_(options),
       packets_(timed_packets(options)),
-      shared_(sizeof(SenderBoard) + options.streams * (packets_ * sizeof(int64_t) + sizeof(uint32_t))),
+      shared_(sizeof(SenderBoard) + options.streams * (2 * packets_ * sizeof(int64_t) + sizeof(uint32_t))),
       board_(new_board(shared_)),
-      times_(reinterpret_cast<std::atomic<int64_t>*>(board_ + 1)),
-      completed_(reinterpret_cast<std::atomic<uint32_t>*>(times_ + options.streams * packets_)),
+      sent_at_(reinterpret_cast<std::atomic<int64_t>*>(board_ + 1)),
+      completed_at_(sent_at_ + options.streams * packets_),
+      completed_(reinterpret_cast<std::atomic<uint32_t>*>(completed_at_ + options.streams * packets_)),
       process_([this] {
           run_sender(options_, *board_, [this](uint32_t stream) {
-              return Progress{completed_at(stream), completed_ + stream};
+              return Progress{sent_at(stream), completed_at(stream), completed_ + stream};
           });
       }) {
     while (board_->port == 0) sleep_ms(1);

@@ -51,10 +51,17 @@ class Sender {
     // Stops the sending; the connections stay open until this object is gone.
     void stop();
 
-    // Of each packet, the time just before its last byte (and those beyond it that the receiver has to see)
-    // went to the kernel; 0 for packets that are not yet complete.
+    // Of each packet, the time just before its last byte went to the kernel; 0 for packets that are not out
+    // yet.
+    std::span<std::atomic<int64_t>> sent_at(uint32_t stream) const {
+        return {sent_at_ + stream * packets_, packets_};
+    }
+    // The same of the last of those bytes beyond it that the receiver has to see.
     std::span<std::atomic<int64_t>> completed_at(uint32_t stream) const {
-        return {times_ + stream * packets_, packets_};
+        return {completed_at_ + stream * packets_, packets_};
+    }
+    bool is_video(uint32_t packet) const {
+        return options_.protocol == Protocol::kRtsp || bench::is_video(packet);
     }
     // How many of a stream's packets are complete.
     uint32_t completed(uint32_t stream) const { return completed_[stream]; }
@@ -65,7 +72,8 @@ class Sender {
     size_t packets_;  // that have a time, of each stream
     SharedMemory shared_;
     SenderBoard* board_;
-    std::atomic<int64_t>* times_;
+    std::atomic<int64_t>* sent_at_;
+    std::atomic<int64_t>* completed_at_;
     std::atomic<uint32_t>* completed_;
     ChildProcess process_;
 };

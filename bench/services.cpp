@@ -53,6 +53,7 @@ uint32_t uFreamType[256];
 // -- Channel database.
 
 int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], char password[64]) {
+    note_this_thread();
     if (!is_known(channel)) return -1;
     const HostChannel& known = host().channels[static_cast<size_t>(channel)];
     std::memcpy(ip, known.address.c_str(), known.address.size() + 1);

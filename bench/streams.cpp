@@ -78,20 +78,31 @@ Json compare(const Count& before, const Count& after, const Receiver& receiver) 
             {"threads", threads}};
 }
 
-// How long after their last byte the frames of the measured time were delivered.
-Json delays(const Receiver& receiver, const Sender& sender, uint32_t streams, int64_t from, int64_t to) {
-    std::vector<int64_t> delays;
-    for (uint32_t stream = 0; stream < streams; ++stream) {
-        const auto times = sender.completed_at(stream);
-        for (uint32_t frame = 0; frame < sender.completed(stream) && frame < times.size(); ++frame) {
-            const int64_t complete = times[frame];
-            const int64_t delivered = receiver.delivered_at(stream, frame);
-            if (complete >= from && complete < to && delivered != 0) delays.push_back(delivered - complete);
-        }
-    }
+Json spread_of(const std::vector<int64_t>& delays) {
     const auto us = [&](double share) { return static_cast<double>(percentile(delays, share)) * 1e-3; };
     return {{"frames", delays.size()}, {"median", us(0.5)}, {"p99", us(0.99)}, {"max", us(1)}};
 }
+
+// How long after their last byte the pictures of the measured time were delivered, and how long after the
+// last of the bytes beyond it that the receiver has to see.
+struct Delays {
+    Delays(const Receiver& receiver, const Sender& sender, uint32_t streams, int64_t from, int64_t to) {
+        for (uint32_t stream = 0; stream < streams; ++stream) {
+            const auto sent = sender.sent_at(stream);
+            const auto complete = sender.completed_at(stream);
+            const size_t frames = std::min<size_t>(sender.completed(stream), complete.size());
+            for (uint32_t frame = 0; frame < frames; ++frame) {
+                const int64_t delivered = receiver.delivered_at(stream, frame);
+                if (!sender.is_video(frame) || delivered == 0) continue;
+                if (complete[frame] < from || complete[frame] >= to) continue;
+                after_last_byte.push_back(delivered - sent[frame]);
+                after_bytes_beyond.push_back(delivered - complete[frame]);
+            }
+        }
+    }
+
+    std::vector<int64_t> after_last_byte, after_bytes_beyond;
+};
 
 // Waits until nothing more is to come, and counts what did not.
 Json lost_frames(const Receiver& receiver, const Sender& sender, uint32_t streams) {
@@ -119,7 +130,6 @@ Json run(const Options& options) {
     stay_on_processor(1);
     const size_t timed_frames = timed ? sender.completed_at(0).size() : 0;
     const auto receiver = kReceivers.at(options.receiver)({options.streams, timed_frames});
-    if (receiver == nullptr) return {{"skipped", "built without it"}};
     receiver->starts(sender);
     sender.go();
 
@@ -133,7 +143,9 @@ Json run(const Options& options) {
     result.update(compare(before, after, *receiver));
     if (receiver->delivers_frames()) result["frames"] = lost_frames(*receiver, sender, options.streams);
     if (receiver->delivers_frames() && timed) {
-        result["delay_us"] = delays(*receiver, sender, options.streams, before.at, after.at);
+        const Delays delays(*receiver, sender, options.streams, before.at, after.at);
+        result["delay_us"] = spread_of(delays.after_bytes_beyond);
+        result["delay_from_last_byte_us"] = spread_of(delays.after_last_byte);
     }
     result["sender"] = {{"cpu_s", seconds(sender.board().cpu_ns)},
                         {"worst_delay_us", static_cast<double>(sender.board().worst_delay_ns) * 1e-3}};

@@ -19,10 +19,23 @@ void* __libc_realloc(void* pointer, size_t size);
 namespace {
 
 thread_local uint64_t t_allocations = 0;
-thread_local bool t_noted = false;
-
 std::mutex g_mutex;
 std::vector<lenswire::bench::ThreadNote> g_noted;
+std::vector<size_t> g_ended;
+
+// One per noted thread: made when it is noted, gone when it ends.
+struct Presence {
+    Presence() {
+        const std::lock_guard lock(g_mutex);
+        g_noted.push_back({gettid(), pthread_self(), &t_allocations});
+    }
+    ~Presence() {
+        const size_t used = lenswire::bench::used_stack(pthread_self());
+        const std::lock_guard lock(g_mutex);
+        std::erase_if(g_noted, [](const auto& note) { return note.thread == gettid(); });
+        g_ended.push_back(used);
+    }
+};
 
 }  // namespace
 
@@ -48,10 +61,7 @@ void* realloc(void* pointer, size_t size) {
 namespace lenswire::bench {
 
 void note_this_thread() {
-    if (t_noted) return;
-    const std::lock_guard lock(g_mutex);
-    g_noted.push_back({gettid(), pthread_self(), &t_allocations});
-    t_noted = true;
+    static thread_local const Presence presence;
 }
 
 std::vector<ThreadNote> noted_threads() {
@@ -59,11 +69,16 @@ std::vector<ThreadNote> noted_threads() {
     return g_noted;
 }
 
+std::vector<size_t> stacks_of_ended_threads() {
+    const std::lock_guard lock(g_mutex);
+    return g_ended;
+}
+
 uint64_t allocations_of_this_thread() {
     return t_allocations;
 }
 
-size_t used_stack(pthread_t thread) {
+__attribute__((no_sanitize("address"))) size_t used_stack(pthread_t thread) {
     pthread_attr_t attributes;
     void* lowest;
     size_t size;

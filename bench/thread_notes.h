@@ -1,5 +1,5 @@
-// What the host learns of the threads that call its services: where their stacks are, and how often they
-// allocate memory.
+// What the host learns of the threads that call its services: where their stacks are, how often they allocate
+// memory, and how much of its stack each had used when it ended.
 #pragma once
 
 #include <pthread.h>
@@ -19,6 +19,9 @@ struct ThreadNote {
 // Notes the calling thread, the first time that it comes here.
 void note_this_thread();
 std::vector<ThreadNote> noted_threads();
+
+// Of the noted threads that have ended, in that order: how much of its stack each had used.
+std::vector<size_t> stacks_of_ended_threads();
 
 // Calls of malloc and its kind by the calling thread so far.
 uint64_t allocations_of_this_thread();

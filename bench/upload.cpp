@@ -17,6 +17,7 @@
 #include "bench/library_clients.h"
 #include "bench/measure.h"
 #include "bench/round.h"
+#include "bench/thread_notes.h"
 #include "bench/video.h"
 #include "lenswire/connection.h"
 #include "lenswire/upgrade.h"
@@ -116,6 +117,7 @@ void send_to_all(std::vector<Upload>& uploads, const FirmwareFile& firmware, con
 struct Cost {
     int64_t cpu_ns;
     int64_t wall_ns;
+    size_t stack_bytes = 0;  // of the library's upgrade thread
 };
 
 Cost run_loop(const CameraProcess& cameras, const FirmwareFile& firmware, const SendPiece& send_piece) {
@@ -145,6 +147,26 @@ UpgradeJobStatus wait_for_job(pthread_t job) {
     return status;
 }
 
+// Threads started from now on get stacks that no thread had before: the C library keeps old ones, by size.
+void want_fresh_stacks() {
+    constexpr size_t kUnusualSize = size_t{9} << 20;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kUnusualSize);
+    if (pthread_setattr_default_np(&attributes) != 0) give_up("the size of stacks");
+    pthread_attr_destroy(&attributes);
+}
+
+// What the next thread to end had used of its stack.
+size_t stack_of_next_to_end(size_t ended_before) {
+    for (int i = 0; i < 1000; ++i) {
+        const std::vector<size_t> stacks = stacks_of_ended_threads();
+        if (stacks.size() > ended_before) return stacks[ended_before];
+        sleep_ms(1);
+    }
+    give_up("the upgrade thread did not end");
+}
+
 // What the job's thread spent: what the process did, without its other threads.
 Cost run_library(const CameraProcess& cameras, const FirmwareFile& firmware) {
     Host host(1);
@@ -159,13 +181,16 @@ Cost run_library(const CameraProcess& cameras, const FirmwareFile& firmware) {
     std::fill_n(request.aucChannel, cameras.cameras(), uint8_t{1});
     std::strcpy(request.szFilePath, firmware.path().c_str());
 
+    want_fresh_stacks();
+    const size_t ended_before = stacks_of_ended_threads().size();
     // The call asks every camera first; it returns when the job has just begun.
     const int64_t cpu_before = process_cpu_ns() - others_ns();
     pthread_t job;
     if (Prv_ipc_upgrade(&request, &job) != 0) give_up("Prv_ipc_upgrade");
     const int64_t start = now_ns();
     const UpgradeJobStatus status = wait_for_job(job);
-    const Cost cost{process_cpu_ns() - others_ns() - cpu_before, now_ns() - start};
+    const int64_t cpu_ns = process_cpu_ns() - others_ns() - cpu_before;
+    const Cost cost{cpu_ns, now_ns() - start, stack_of_next_to_end(ended_before)};
     for (uint32_t i = 0; i < cameras.cameras(); ++i) {
         if (status.camera[i].ulState != UPGRADE_DONE) give_up("a camera was not upgraded");
     }
@@ -192,7 +217,8 @@ Json run(const Options& options) {
             {"cameras", options.cameras},
             {"gigabytes", gigabytes},
             {"cpu_s_per_gb", cpu_s / gigabytes},
-            {"wall_s", static_cast<double>(cost.wall_ns) * 1e-9}};
+            {"wall_s", static_cast<double>(cost.wall_ns) * 1e-9},
+            {"stack_bytes", cost.stack_bytes}};
 }
 
 }  // namespace

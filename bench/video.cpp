@@ -9,10 +9,6 @@ namespace {
 constexpr uint16_t kWidth = 1920;
 constexpr uint16_t kHeight = 1080;
 
-constexpr bool is_video(uint32_t packet) {
-    return packet % 2 == 0;
-}
-
 }  // namespace
 
 std::vector<uint8_t> payload_bytes(size_t count) {

@@ -23,6 +23,11 @@ constexpr uint32_t kSmallFrame =
 constexpr uint32_t kKeyFrame = kSmallFrame * kKeyFactor;
 constexpr uint32_t kAudioFrame = kAudioBytesPerSecond / kFrameRate;
 
+// Even packets of a camera are video, odd ones audio.
+constexpr bool is_video(uint32_t packet) {
+    return packet % 2 == 0;
+}
+
 // A packet of a camera is taken for complete when so many bytes beyond it have arrived.
 constexpr uint32_t kBytesBeyondPacket = 33;
 
@@ -62,7 +67,7 @@ class PacketSource {
     virtual size_t bytes_at_once() const { return SIZE_MAX; }
 };
 
-// The streams of a camera: even packets are video, odd ones audio.
+// The streams of a camera.
 class CameraPackets : public PacketSource {
   public:
     explicit CameraPackets(uint32_t streams);

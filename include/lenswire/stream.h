@@ -7,10 +7,12 @@
  * seconds; the slot is then freed and the host told by a STREAM_REQ_RESTART message, upon which it
  * invites again and posts a new open request.
  *
+ * A request is taken up within 0.1 seconds, and a slot that opens is read within another 0.1.
+ *
  * Ownership: the host owns the socket and the objects. After a restart message they are no longer
- * touched. After a close request the pass that is under way may still use them for a moment: a host frees
- * the objects after PC_UnInitCtx, or keeps them for the next open, and invites a closed stream again once a
- * few passes (10 ms) have gone by, or on another unit. */
+ * touched. After a close request the pass that is under way may still use them: a host frees the objects
+ * after PC_UnInitCtx, or keeps them for the next open, and invites a closed stream again on another unit,
+ * or 0.1 seconds after its socket has gone from arrayfd. */
 #ifndef LENSWIRE_STREAM_H
 #define LENSWIRE_STREAM_H
 
@@ -41,10 +43,10 @@ extern LENSWIRE_API struct DevChannelInfo
 
 /* Opens a stream connection of its own to the camera of conn's client and asks for one stream of one
  * channel (low 8 bits count). A previous stream socket of conn is closed first; conn must not be in an
- * open slot. out gets the first 32 payload bytes of the camera's answer, zero beyond what it sent, and
- * only on success. Returns 0 or -1; after a failure a socket may remain in conn->sockFd, which the next
- * call closes. Blocks up to 6 seconds. Called from a host thread;
- * conn must not be deleted meanwhile. */
+ * open slot (see Ownership above for a closed one). out gets the first 32 payload bytes of the camera's
+ * answer, zero beyond what it sent, and only on success. Returns 0 or -1; after a failure a socket may remain
+ * in conn->sockFd, which the next call closes. Blocks up to 6 seconds. Called from a host thread; conn must
+ * not be deleted meanwhile. */
 LENSWIRE_API int PC_GetStream(struct StreamConn* conn, int channel, int stream, void* out32);
 
 /* Body of the queue thread: takes the host's stream requests and opens and closes slots, until

@@ -15,6 +15,9 @@ class Figure:
     def text(self, digits=2):
         return f"{self.median:.{digits}f} ({self.low:.{digits}f} to {self.high:.{digits}f})"
 
+    def scaled(self, factor):
+        return Figure(self.median * factor, self.low * factor, self.high * factor)
+
     def json(self):
         return {"median": self.median, "low": self.low, "high": self.high}
 
@@ -31,16 +34,12 @@ def pick(result, path):
 
 
 def of(group, way, path):
-    """The figure of one value over the rounds of a way; None where the way was not run."""
-    if way not in group.results:
-        return None
+    """The figure of one value over the rounds of a way."""
     return figure(pick(result, path) for result in group.results[way])
 
 
 def ratio(group, way, other, path):
     """Each round's value of one way by that of the other in the same round."""
-    if way not in group.results or other not in group.results:
-        return None
     pairs = zip(group.results[way], group.results[other])
     return figure(pick(one, path) / pick(two, path) for one, two in pairs)
 

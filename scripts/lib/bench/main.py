@@ -12,12 +12,14 @@ from report import Report
 BUILD = pathlib.Path("build")
 OUT = BUILD / "bench"
 DOCUMENT = pathlib.Path("docs/performance.md")
+LEAST_ROUNDS = 5  # for figures that are kept
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="What the library costs.")
     parser.add_argument("--quick", action="store_true", help="fewer and shorter rounds; leaves docs/ alone")
-    parser.add_argument("--rounds", type=int, metavar="N", help="rounds of each way (5; 3 with --quick)")
+    parser.add_argument("--rounds", type=int, metavar="N",
+                        help="rounds of each way (5; 3 with --quick); fewer than 5 leave docs/ alone")
     return parser.parse_args()
 
 
@@ -27,8 +29,8 @@ def results_json(report, groups):
         "load": report.loads,
         "sizes": {preset: {"stripped_bytes": size, "table_bytes": tables}
                   for preset, (size, tables) in report.sizes.items()},
-        "goals": [{"goal": text, "at_most": limit, "measured": measured.json() if measured else None}
-                  for text, limit, measured, _ in report.goals()],
+        "goals": [{"goal": goal.text, "at_most": goal.limit, "measured": goal.measured.json(), "met": goal.met()}
+                  for goal in report.goals()],
         "micro": report.micro,
         "rounds": {group.name: group.results for group in groups},
     }
@@ -51,9 +53,13 @@ def main():
     (OUT / "results.json").write_text(json.dumps(results_json(report, groups), indent=1), encoding="utf-8")
     print(report.text())
     print(f"Written: {OUT / 'results.json'}")
-    if not options.quick:
+    if not options.quick and extent.rounds >= LEAST_ROUNDS:
         report.write_into(DOCUMENT, DOCUMENT.with_suffix(""))
         print(f"Written: {DOCUMENT} and the plots beside it")
+    missed = [goal.text for goal in report.goals() if not goal.met()]
+    for text in missed:
+        print(f"Missed: {text}", file=sys.stderr)
+    return 1 if missed else 0
 
 
-main()
+sys.exit(main())

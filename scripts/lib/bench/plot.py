@@ -16,11 +16,11 @@ class Plot:
         self.lines = []
 
     def add(self, name, figures):
-        """figures: one per x, None where there is none."""
+        """figures: one per x."""
         self.lines.append((name, list(figures)))
 
     def _range(self):
-        values = [v for _, line in self.lines for f in line if f for v in (f.low, f.high)]
+        values = [v for _, line in self.lines for f in line for v in (f.low, f.high)]
         if not self.logarithmic:
             return 0, max(values) * 1.05
         low = math.log10(max(min(values), self.floor or 1e-9))
@@ -64,7 +64,7 @@ class Plot:
 
     def _line(self, number, name, line, low, high):
         colour = COLOURS[number % len(COLOURS)]
-        points = [(self._x(i), f) for i, f in enumerate(line) if f]
+        points = [(self._x(i), f) for i, f in enumerate(line)]
         path = " ".join(f"{x:.1f},{self._y(f.median, low, high):.1f}" for x, f in points)
         yield f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>'
         for x, f in points:

@@ -55,22 +55,23 @@ def all_groups(extent):
     return groups
 
 
-def run_one(program, arguments):
-    done = subprocess.run([program, *arguments], capture_output=True, text=True, timeout=120, check=False)
-    if done.returncode != 0:
-        sys.exit(f"{program} {' '.join(arguments)} failed:\n{done.stderr}")
-    return json.loads(done.stdout)
+def run_one(program, arguments, say):
+    """A round that gives up, on a machine that was busy elsewhere for a moment, is tried once more."""
+    for _ in range(2):
+        done = subprocess.run([program, *arguments], capture_output=True, text=True, timeout=120, check=False)
+        if done.returncode == 0:
+            return json.loads(done.stdout)
+        say(f"{program} {' '.join(arguments)} failed:\n{done.stderr}")
+    return sys.exit(2)
 
 
 def run(program, groups, extent, say):
-    """Fills the groups' results: a list per way, one entry per round; ways that are not built in are left out."""
+    """Fills the groups' results: a list per way, one entry per round."""
     for group in groups:
         for number in range(extent.rounds):
             say(f"{group.name}, round {number + 1} of {extent.rounds}")
             for way, arguments in group.ways.items():
-                result = run_one(program, arguments)
-                if "skipped" not in result:
-                    group.results.setdefault(way, []).append(result)
+                group.results.setdefault(way, []).append(run_one(program, arguments, say))
 
 
 def run_micro(program):
