@@ -28,7 +28,7 @@ class Extent:
     idle_ms: int
 
 
-FULL = Extent(rounds=5, streams=(1, 16, 64, 192), warm_up_ms=1500, measure_ms=4000, control_ms=4000, idle_ms=4000)
+FULL = Extent(rounds=7, streams=(1, 16, 64, 192), warm_up_ms=1000, measure_ms=3000, control_ms=3000, idle_ms=4000)
 QUICK = Extent(rounds=3, streams=(64, 192), warm_up_ms=1000, measure_ms=2000, control_ms=1000, idle_ms=2000)
 
 
