@@ -102,12 +102,12 @@ LENSWIRE_API int PC_LOGINEDRespMsg(struct CmdClient* client);
 
 /* -- The event loop: reads every PC_STATE_READY control connection and hands on what arrives: answers to
  * Private_Protocol_RecvProcess, motion pushes to Prv_IPCTriggingMtionDetetion. PC_InitCtx runs it. What a
- * client receives within 0.1 seconds of its login may wait for the end of these. */
+ * client receives within 0.13 seconds of its login may wait for the end of these. */
 
 /* The thread's body: passes until PC_G_EventLoopSwitch is 0. */
 LENSWIRE_API void PC_EventLoop(void);
 
-/* One pass: waits up to 1 ms for something readable, which may end up to 80 ms late when nothing comes, and
+/* One pass: waits up to 1 ms for something readable, which may end up to 120 ms late when nothing comes, and
  * serves what is. */
 LENSWIRE_API void PC_SingleStep(void);
 

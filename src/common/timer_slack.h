@@ -8,7 +8,7 @@
 namespace lenswire {
 
 // For waits that only come round to look whether something has begun.
-constexpr unsigned long kIdleSlackUs = 80'000;
+constexpr unsigned long kIdleSlackUs = 120'000;
 
 // Sets the thread's slack for a scope.
 class TimerSlack {
