@@ -1,4 +1,4 @@
-// libavformat, reading the same video by RTSP over TCP: a thread per stream, as its blocking reads want it.
+// libavformat, reading the same streams by RTSP over TCP: a thread per stream, as its blocking reads want it.
 #include <unistd.h>
 #include <atomic>
 #include <string>
@@ -85,11 +85,15 @@ class AvformatReceiver : public Receiver {
     void read(Stream& stream, uint32_t number) const {
         stream.id = gettid();
         AVPacket* packet = av_packet_alloc();
+        // Even numbers are pictures, odd ones sound, which comes out before the picture that it follows.
+        uint32_t next[2] = {0, 1};
         while (!stop_ && av_read_frame(stream.input, packet) == 0) {
-            const uint32_t frame = stream.frames;
+            const AVCodecParameters& kind = *stream.input->streams[packet->stream_index]->codecpar;
+            uint32_t& frame = next[kind.codec_type == AVMEDIA_TYPE_VIDEO ? 0 : 1];
             if (frame < stream.delivered_at.size()) stream.delivered_at[frame] = now_ns();
             stream.bytes += rtsp::connection_bytes(number, frame);
-            stream.frames = frame + 1;
+            ++stream.frames;
+            frame += 2;
             av_packet_unref(packet);
         }
         av_packet_free(&packet);

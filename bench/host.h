@@ -29,8 +29,7 @@ struct ReceiveBuffer {
 };
 static_assert(offsetof(ReceiveBuffer, fill) == 28);
 constexpr uint32_t kReadBeforeMove = 32 * 1024;
-// The largest packet of the protocol, what has to follow it, and what may be read before the rest moves. Only
-// what is used takes memory.
+// The largest packet of the protocol, what has to follow it, and what may be read before the rest moves.
 constexpr uint32_t kRingBytes =
     ARG_HEAD_LEN + LENSWIRE_PACKET_LENGTH_MAX + kBytesBeyondPacket + kReadBeforeMove;
 

@@ -8,10 +8,16 @@ namespace lenswire::bench::rtsp {
 
 namespace {
 
-constexpr uint32_t kPacketOverhead = 4 + 12 + 2;
-constexpr uint32_t kPayloadBytes = kRtpPacketBytes - kPacketOverhead;
-constexpr uint32_t kClockRate = 90'000;
-constexpr uint8_t kPayloadType = 96;
+constexpr uint32_t kFragmentHeadBytes = kRtpHeadBytes + 2;
+constexpr uint32_t kFragmentBytes = kRtpPacketBytes - kFragmentHeadBytes;
+
+struct Track {
+    uint8_t number;
+    uint8_t payload_type;
+    uint32_t clock_rate;
+};
+constexpr Track kVideo{0, 96, 90'000};
+constexpr Track kSound{1, 8, kAudioBytesPerSecond};
 
 // How a frame's NAL unit begins: an IDR slice or another one, first macroblock 0.
 constexpr uint8_t kKeyStart[] = {0x65, 0x88, 0x84};
@@ -22,7 +28,8 @@ const std::string kDescription =
     "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n"
     "a=fmtp:96 packetization-mode=1;profile-level-id=4d4028;"
     "sprop-parameter-sets=Z01AKOygPAET8uAiAAADAAIAAAMAZB4wYyw=,aOvjyyA=\r\n"
-    "a=control:track\r\n";
+    "a=control:video\r\n"
+    "m=audio 0 RTP/AVP 8\r\na=rtpmap:8 PCMA/8000\r\na=control:sound\r\n";
 
 // Up to the blank line; empty when the player has gone. These requests have no body.
 std::string read_request(int fd) {
@@ -50,7 +57,7 @@ std::string answer_to(const std::string& request) {
         body = kDescription;
         fields += "Content-Type: application/sdp\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
     }
-    if (request.starts_with("SETUP")) fields += "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n";
+    if (request.starts_with("SETUP")) fields += "Transport: " + field(request, "Transport") + "\r\n";
     return "RTSP/1.0 200 OK\r\n" + fields + "Session: 1\r\n\r\n" + body;
 }
 
@@ -62,6 +69,17 @@ void put16(std::vector<uint8_t>& bytes, uint32_t value) {
 void put32(std::vector<uint8_t>& bytes, uint32_t value) {
     put16(bytes, value >> 16);
     put16(bytes, value);
+}
+
+// The framing of an RTP packet on the connection, and its header. The index is that of the track's frame.
+void put_head(std::vector<uint8_t>& bytes, const Track& track, bool marker, uint16_t sequence, uint32_t index,
+              uint32_t payload) {
+    bytes.insert(bytes.end(), {'$', static_cast<uint8_t>(2 * track.number)});
+    put16(bytes, kRtpHeadBytes - 4 + payload);
+    bytes.insert(bytes.end(), {0x80, static_cast<uint8_t>(marker << 7 | track.payload_type)});
+    put16(bytes, sequence);
+    put32(bytes, index * (track.clock_rate / kFrameRate));
+    put32(bytes, 1U + track.number);
 }
 
 }  // namespace
@@ -77,26 +95,23 @@ bool answer_until_play(int fd) {
 }
 
 uint32_t connection_bytes(uint32_t stream, uint32_t number) {
+    if (!is_video(number)) return kSoundPacketBytes;
     const uint32_t sent =
-        frame_size(phase(stream).first_frame + number) - 1;  // each packet has the first byte
-    return sent + (sent + kPayloadBytes - 1) / kPayloadBytes * kPacketOverhead;
+        frame_size(phase(stream).first_frame + number / 2) - 1;  // each fragment has the first byte
+    return sent + (sent + kFragmentBytes - 1) / kFragmentBytes * kFragmentHeadBytes;
 }
 
 RtpPackets::RtpPackets(uint32_t streams) : streams_(streams), bulk_(payload_bytes(kKeyFrame)) {}
 
 // One fragment (FU-A) of the frame's NAL unit, whose first byte goes into each fragment's own two.
-void RtpPackets::add_rtp(Stream& stream, uint32_t number, uint32_t frame, uint32_t from, uint32_t count) {
+void RtpPackets::add_fragment(Stream& stream, uint32_t index, uint32_t frame, uint32_t from,
+                              uint32_t count) const {
     constexpr uint8_t kFragment = 28;
     const uint8_t* start = is_key_frame(frame) ? kKeyStart : kOtherStart;
     const bool first = from == 1;
     const bool last = from + count == frame_size(frame);
     std::vector<uint8_t>& bytes = stream.bytes;
-    bytes.insert(bytes.end(), {'$', 0});
-    put16(bytes, 12 + 2 + count);
-    bytes.insert(bytes.end(), {0x80, static_cast<uint8_t>(last << 7 | kPayloadType)});
-    put16(bytes, stream.sequence++);
-    put32(bytes, number * (kClockRate / kFrameRate));
-    put32(bytes, 1);
+    put_head(bytes, kVideo, last, stream.sequences[kVideo.number]++, index, 2 + count);
     bytes.push_back(static_cast<uint8_t>((start[0] & 0xe0) | kFragment));
     bytes.push_back(static_cast<uint8_t>(first << 7 | last << 6 | (start[0] & 0x1f)));
     const size_t payload = bytes.size();
@@ -104,19 +119,28 @@ void RtpPackets::add_rtp(Stream& stream, uint32_t number, uint32_t frame, uint32
     if (first) std::copy_n(start + 1, 2, bytes.begin() + static_cast<ptrdiff_t>(payload));
 }
 
-PacketBytes RtpPackets::packet(uint32_t stream, uint32_t number) {
-    Stream& one = streams_[stream];
-    const uint32_t frame = phase(stream).first_frame + number;
+void RtpPackets::add_picture(Stream& stream, uint32_t first_frame, uint32_t index) const {
+    const uint32_t frame = first_frame + index;
     const uint32_t size = frame_size(frame);
-    one.bytes.clear();
-    for (uint32_t from = 1; from < size; from += kPayloadBytes) {
-        add_rtp(one, number, frame, from, std::min(kPayloadBytes, size - from));
+    for (uint32_t from = 1; from < size; from += kFragmentBytes) {
+        add_fragment(stream, index, frame, from, std::min(kFragmentBytes, size - from));
     }
-    return {one.bytes, {}};
 }
 
-int64_t RtpPackets::due_ns(uint32_t stream, uint32_t number) const {
-    return phase(stream).delay_ns + number * kFrameNs;
+void RtpPackets::add_sound(Stream& stream, uint32_t index) const {
+    put_head(stream.bytes, kSound, false, stream.sequences[kSound.number]++, index, kAudioFrame);
+    stream.bytes.insert(stream.bytes.end(), bulk_.begin(), bulk_.begin() + kAudioFrame);
+}
+
+PacketBytes RtpPackets::packet(uint32_t stream, uint32_t number) {
+    Stream& one = streams_[stream];
+    one.bytes.clear();
+    if (is_video(number)) {
+        add_picture(one, phase(stream).first_frame, number / 2);
+    } else {
+        add_sound(one, number / 2);
+    }
+    return {one.bytes, {}};
 }
 
 }  // namespace lenswire::bench::rtsp

@@ -144,7 +144,7 @@ class Schedule {
     };
 
     void plan(int64_t at, uint32_t stream) { events_.push({at, stream}); }
-    int64_t due(uint32_t stream) const { return start_ + source_.due_ns(stream, outlets_[stream].number()); }
+    int64_t due(uint32_t stream) const { return start_ + due_ns(stream, outlets_[stream].number()); }
 
     // Sends what is due, in as many pieces as a camera would. False when the connection took nothing.
     bool send_due(Outlet& outlet, size_t allowed) const {
@@ -200,13 +200,20 @@ void send_unpaced(std::vector<Outlet>& outlets, const SenderBoard& board) {
     }
 }
 
-int accept_stream(int listener, Protocol protocol) {
+// A camera that sends as fast as it can gives the kernel only what the connection takes at once: what waited
+// there would go out when the receiver reads, on the receiver's processor and account.
+constexpr int kUnsentBytes = 1;
+
+int accept_stream(int listener, const SenderOptions& options) {
     const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) give_up("accepting a stream");
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof kSendBufferBytes);
-    if (protocol == Protocol::kRtsp && !rtsp::answer_until_play(fd)) give_up("an RTSP session");
+    if (options.pacing == Pacing::kUnpaced) {
+        setsockopt(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentBytes, sizeof kUnsentBytes);
+    }
+    if (options.protocol == Protocol::kRtsp && !rtsp::answer_until_play(fd)) give_up("an RTSP session");
     return fd;
 }
 
@@ -224,7 +231,7 @@ void run_sender(const SenderOptions& options, SenderBoard& board,
     }
     std::vector<Outlet> outlets;
     for (uint32_t stream = 0; stream < options.streams; ++stream) {
-        outlets.emplace_back(accept_stream(listener, options.protocol), stream, *source, progress(stream));
+        outlets.emplace_back(accept_stream(listener, options), stream, *source, progress(stream));
         ++board.connected;
     }
     while (sem_wait(&board.begin) != 0) {

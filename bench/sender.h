@@ -60,9 +60,6 @@ class Sender {
     std::span<std::atomic<int64_t>> completed_at(uint32_t stream) const {
         return {completed_at_ + stream * packets_, packets_};
     }
-    bool is_video(uint32_t packet) const {
-        return options_.protocol == Protocol::kRtsp || bench::is_video(packet);
-    }
     // How many of a stream's packets are complete.
     uint32_t completed(uint32_t stream) const { return completed_[stream]; }
     const SenderBoard& board() const { return *board_; }

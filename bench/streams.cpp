@@ -93,7 +93,7 @@ struct Delays {
             const size_t frames = std::min<size_t>(sender.completed(stream), complete.size());
             for (uint32_t frame = 0; frame < frames; ++frame) {
                 const int64_t delivered = receiver.delivered_at(stream, frame);
-                if (!sender.is_video(frame) || delivered == 0) continue;
+                if (!is_video(frame) || delivered == 0) continue;
                 if (complete[frame] < from || complete[frame] >= to) continue;
                 after_last_byte.push_back(delivered - sent[frame]);
                 after_bytes_beyond.push_back(delivered - complete[frame]);

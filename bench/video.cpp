@@ -46,7 +46,7 @@ PacketBytes CameraPackets::packet(uint32_t stream, uint32_t number) {
             std::span(bulk_).first(length - sizeof(Mark))};
 }
 
-int64_t CameraPackets::due_ns(uint32_t stream, uint32_t number) const {
+int64_t due_ns(uint32_t stream, uint32_t number) {
     return phase(stream).delay_ns + number * (kFrameNs / 2);
 }
 

@@ -23,7 +23,7 @@ constexpr uint32_t kSmallFrame =
 constexpr uint32_t kKeyFrame = kSmallFrame * kKeyFactor;
 constexpr uint32_t kAudioFrame = kAudioBytesPerSecond / kFrameRate;
 
-// Even packets of a camera are video, odd ones audio.
+// Even packets of a stream are video, odd ones audio.
 constexpr bool is_video(uint32_t packet) {
     return packet % 2 == 0;
 }
@@ -59,8 +59,6 @@ class PacketSource {
   public:
     virtual ~PacketSource() = default;
     virtual PacketBytes packet(uint32_t stream, uint32_t number) = 0;
-    // When it is due, from the start of the sending.
-    virtual int64_t due_ns(uint32_t stream, uint32_t number) const = 0;
     // How many bytes of the next packet the receiver needs to see before it can deliver one.
     virtual uint32_t bytes_beyond() const = 0;
     // How many bytes a camera of this kind hands to its connection at once.
@@ -72,7 +70,6 @@ class CameraPackets : public PacketSource {
   public:
     explicit CameraPackets(uint32_t streams);
     PacketBytes packet(uint32_t stream, uint32_t number) override;
-    int64_t due_ns(uint32_t stream, uint32_t number) const override;
     uint32_t bytes_beyond() const override { return kBytesBeyondPacket; }
 
   private:
@@ -96,5 +93,8 @@ struct Phase {
     int64_t delay_ns;  // of the first frame, less than one frame's time
 };
 Phase phase(uint32_t stream);
+
+// When a packet is due, from the start of the sending.
+int64_t due_ns(uint32_t stream, uint32_t number);
 
 }  // namespace lenswire::bench
