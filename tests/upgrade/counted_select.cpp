@@ -11,6 +11,8 @@ namespace {
 std::atomic<pthread_t> g_thread{};
 std::atomic<int> g_calls{0};
 std::atomic<int> g_writing{0};
+std::atomic<int> g_rounds{0};
+std::atomic<bool> g_found_readable{false};
 
 int members(const fd_set* set, int end) {
     int count = 0;
@@ -22,11 +24,16 @@ int members(const fd_set* set, int end) {
 
 void counts_selects_of(pthread_t thread) {
     g_calls = 0;
+    g_found_readable = false;
     g_thread = thread;
 }
 
 int select_calls() {
     return g_calls;
+}
+
+int rounds_of_reading() {
+    return g_rounds;
 }
 
 int watched_for_writing() {
@@ -38,9 +45,13 @@ int watched_for_writing() {
 extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
     static const auto real = reinterpret_cast<Select>(dlsym(RTLD_NEXT, "select"));
-    if (pthread_self() == lenswire::test::g_thread.load()) {
-        lenswire::test::g_writing = lenswire::test::members(writable, end);
-        ++lenswire::test::g_calls;
+    if (pthread_self() != lenswire::test::g_thread.load()) {
+        return real(end, readable, writable, failed, timeout);
     }
-    return real(end, readable, writable, failed, timeout);
+    lenswire::test::g_writing = lenswire::test::members(writable, end);
+    if (lenswire::test::g_found_readable) ++lenswire::test::g_rounds;
+    ++lenswire::test::g_calls;
+    const int result = real(end, readable, writable, failed, timeout);
+    lenswire::test::g_found_readable = result > 0 && lenswire::test::members(readable, end) > 0;
+    return result;
 }

@@ -9,6 +9,8 @@ namespace lenswire::test {
 // Counts from now on, and the calls of this thread only.
 void counts_selects_of(pthread_t thread);
 int select_calls();
+// How many times it has read what a call found, and come back.
+int rounds_of_reading();
 // How many descriptors the last call watched for writing.
 int watched_for_writing();
 

@@ -107,9 +107,9 @@ TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
         EXPECT_EQ(wire.reads(total()), upload());
         for (const Message& message : ending.sends) {
             // One receive per message.
-            const int calls = select_calls();
+            const int rounds = rounds_of_reading();
             wire.sends(message);
-            EXPECT_TRUE(wait_until([&] { return select_calls() > calls || status(job).ulUsed == 0; }));
+            EXPECT_TRUE(wait_until([&] { return rounds_of_reading() > rounds || status(job).ulUsed == 0; }));
         }
         if (ending.sends.size() == 29) wire.sends(upload_answer());
         if (ending.sends.empty()) wire.closes();
