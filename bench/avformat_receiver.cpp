@@ -85,11 +85,10 @@ class AvformatReceiver : public Receiver {
     void read(Stream& stream, uint32_t number) const {
         stream.id = gettid();
         AVPacket* packet = av_packet_alloc();
-        // Even numbers are pictures, odd ones sound, which comes out before the picture that it follows.
+        // Of each track; a packet of sound comes out before the picture that it follows.
         uint32_t next[2] = {0, 1};
         while (!stop_ && av_read_frame(stream.input, packet) == 0) {
-            const AVCodecParameters& kind = *stream.input->streams[packet->stream_index]->codecpar;
-            uint32_t& frame = next[kind.codec_type == AVMEDIA_TYPE_VIDEO ? 0 : 1];
+            uint32_t& frame = next[packet->stream_index];
             if (frame < stream.delivered_at.size()) stream.delivered_at[frame] = now_ns();
             stream.bytes += rtsp::connection_bytes(number, frame);
             ++stream.frames;

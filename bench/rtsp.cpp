@@ -8,7 +8,7 @@ namespace lenswire::bench::rtsp {
 
 namespace {
 
-constexpr uint32_t kFragmentHeadBytes = kRtpHeadBytes + 2;
+constexpr uint32_t kFragmentHeadBytes = kFramingBytes + kRtpHeaderBytes + 2;
 constexpr uint32_t kFragmentBytes = kRtpPacketBytes - kFragmentHeadBytes;
 
 struct Track {
@@ -75,7 +75,7 @@ void put32(std::vector<uint8_t>& bytes, uint32_t value) {
 void put_head(std::vector<uint8_t>& bytes, const Track& track, bool marker, uint16_t sequence, uint32_t index,
               uint32_t payload) {
     bytes.insert(bytes.end(), {'$', static_cast<uint8_t>(2 * track.number)});
-    put16(bytes, kRtpHeadBytes - 4 + payload);
+    put16(bytes, kRtpHeaderBytes + payload);
     bytes.insert(bytes.end(), {0x80, static_cast<uint8_t>(marker << 7 | track.payload_type)});
     put16(bytes, sequence);
     put32(bytes, index * (track.clock_rate / kFrameRate));

@@ -11,9 +11,9 @@ namespace lenswire::bench::rtsp {
 
 // Bytes of one RTP packet on the connection, its framing and headers included.
 constexpr uint32_t kRtpPacketBytes = 1448;
-// What comes before a packet's payload: framing and header.
-constexpr uint32_t kRtpHeadBytes = 4 + 12;
-constexpr uint32_t kSoundPacketBytes = kRtpHeadBytes + kAudioFrame;
+constexpr uint32_t kFramingBytes = 4;
+constexpr uint32_t kRtpHeaderBytes = 12;
+constexpr uint32_t kSoundPacketBytes = kFramingBytes + kRtpHeaderBytes + kAudioFrame;
 
 // Answers a player's requests until it wants to see the stream. False when it leaves before.
 bool answer_until_play(int fd);

@@ -200,12 +200,6 @@ void send_unpaced(std::vector<Outlet>& outlets, const SenderBoard& board) {
     }
 }
 
-// What an unpaced sender gives the kernel beyond what the connection takes at once goes out when the receiver
-// reads, on the receiver's processor and account: so it is one buffer in all, however many the streams.
-int unsent_bytes(uint32_t streams) {
-    return kSendBufferBytes / static_cast<int>(streams);
-}
-
 int accept_stream(int listener, const SenderOptions& options) {
     const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) give_up("accepting a stream");
@@ -213,7 +207,9 @@ int accept_stream(int listener, const SenderOptions& options) {
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof kSendBufferBytes);
     if (options.pacing == Pacing::kUnpaced) {
-        const int unsent = unsent_bytes(options.streams);
+        // What the kernel has beyond what the connection takes at once goes out when the receiver reads, on
+        // the receiver's processor and account: so it is one buffer in all, however many the streams.
+        const int unsent = kSendBufferBytes / static_cast<int>(options.streams);
         setsockopt(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
     }
     if (options.protocol == Protocol::kRtsp && !rtsp::answer_until_play(fd)) give_up("an RTSP session");

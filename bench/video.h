@@ -59,7 +59,7 @@ class PacketSource {
   public:
     virtual ~PacketSource() = default;
     virtual PacketBytes packet(uint32_t stream, uint32_t number) = 0;
-    // How many bytes of the next packet the receiver needs to see before it can deliver one.
+    // How many bytes beyond a packet the receiver needs to see before it can deliver it.
     virtual uint32_t bytes_beyond() const = 0;
     // How many bytes a camera of this kind hands to its connection at once.
     virtual size_t bytes_at_once() const { return SIZE_MAX; }
