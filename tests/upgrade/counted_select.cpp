@@ -24,6 +24,7 @@ int members(const fd_set* set, int end) {
 
 void counts_selects_of(pthread_t thread) {
     g_calls = 0;
+    g_rounds = 0;
     g_found_readable = false;
     g_thread = thread;
 }
@@ -45,13 +46,14 @@ int watched_for_writing() {
 extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
     static const auto real = reinterpret_cast<Select>(dlsym(RTLD_NEXT, "select"));
-    if (pthread_self() != lenswire::test::g_thread.load()) {
+    using namespace lenswire::test;
+    if (pthread_self() != g_thread.load()) {
         return real(end, readable, writable, failed, timeout);
     }
-    lenswire::test::g_writing = lenswire::test::members(writable, end);
-    if (lenswire::test::g_found_readable) ++lenswire::test::g_rounds;
-    ++lenswire::test::g_calls;
+    g_writing = members(writable, end);
+    if (g_found_readable) ++g_rounds;
+    ++g_calls;
     const int result = real(end, readable, writable, failed, timeout);
-    lenswire::test::g_found_readable = result > 0 && lenswire::test::members(readable, end) > 0;
+    g_found_readable = result > 0 && members(readable, end) > 0;
     return result;
 }
