@@ -8,6 +8,8 @@
 #include "common/log.h"
 #include "common/shared_word.h"
 #include "lenswire/command.h"
+#include "pteClient/client_state.h"
+#include "pteClient/wake_up.h"
 
 using namespace lenswire;
 using namespace lenswire::clients;
@@ -67,6 +69,12 @@ bool is_usable(const StreamConn* unit) {
     return slot == nullptr || slot->ucUsed != 0;
 }
 
+// Under the lock.
+bool is_same_unit(const StreamInvitation& invitation) {
+    const UnitSlot* slot = slot_of(invitation.unit);
+    return slot == nullptr || (slot->ucUsed != 0 && slot->generation == invitation.generation);
+}
+
 Ref ref_to(CmdClient* client) {
     ClientSlot* slot = slot_of(client);
     return {client, slot, slot != nullptr ? slot->generation.load() : 0};
@@ -95,19 +103,30 @@ int take_socket(Lock& lock, CmdClient& client) {
     store_word(client.sockFd, -1);
     ClientSlot* slot = slot_of(&client);
     if (slot == nullptr) return fd;
-    // Ends a step of an invitation that waits for the camera.
-    if (is_pinned(*slot) && fd >= 0) shutdown(fd, SHUT_RDWR);
+    if (is_pinned(*slot)) {
+        // Ends a step of an invitation that waits for the camera, and the event loop's wait.
+        if (fd >= 0) shutdown(fd, SHUT_RDWR);
+        g_event_loop_wake_up.raise();
+    }
     while (is_pinned(*slot)) lock.wait(g_unpinned);
     slot->pins.fetch_and(~kAwaited);
+    slot->hung_up = 0;
     return fd;
 }
 
-// Leaves nothing of the last owner behind, its password least of all.
+// Leaves nothing of the last owner behind, its password least of all. A descriptor of 0 would be the host's.
 void clear(ClientSlot& slot) {
     std::memset(&slot.client, 0, sizeof slot.client);
+    store_word(slot.client.sockFd, -1);
     slot.ucUsed = 0;
     slot.leaving = false;
-    slot.hung_up = false;
+}
+
+void clear(UnitSlot& slot) {
+    std::memset(&slot.unit, 0, sizeof slot.unit);
+    store_word(slot.unit.sockFd, -1);
+    slot.ucUsed = 0;
+    ++slot.generation;
 }
 
 // Frees a client and returns its socket.
@@ -127,7 +146,6 @@ Ref take_free_client() {
         clear(slot);
         ++slot.generation;
         slot.ucUsed = 1;
-        slot.client.sockFd = -1;
         return ref_to(&slot.client);
     }
     return {};
@@ -138,9 +156,8 @@ StreamConn* take_free_unit() {
     if (!g_tables_open) return nullptr;
     for (UnitSlot& slot : g_streamconnlist) {
         if (slot.ucUsed != 0) continue;
-        slot = {};
+        clear(slot);
         slot.ucUsed = 1;
-        slot.unit.sockFd = -1;
         return &slot.unit;
     }
     return nullptr;
@@ -157,7 +174,7 @@ Invited prepare(Lock& lock, CmdClient* client, const Camera* camera) {
         store_word(client->ucClientState, uint8_t{PC_STATE_IDLE});
         client->ulRecvRemainLen = 0;
         client->ulLoginStep = 0;
-        PC_SetDefaultTimerLength(client);
+        client_state::set_default_timers(*client);
         if (camera != nullptr) set_camera(*client, *camera);
         invited = {ref, client->ulIpAddr, static_cast<int>(client->ulPort)};
     }
@@ -236,8 +253,7 @@ Invited bind_again(CmdClient* client) {
 bool attach(const Ref& ref, int fd) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return false;
-    if (ref.slot != nullptr) ref.slot->hung_up = false;
-    PC_SetCBState(ref.client, PC_STATE_CONNECTED);
+    client_state::enter(*ref.client, PC_STATE_CONNECTED);
     store_word(ref.client->sockFd, fd);
     return true;
 }
@@ -245,7 +261,7 @@ bool attach(const Ref& ref, int fd) {
 void drop(const Ref& ref) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return;
-    PC_SetCBState(ref.client, PC_STATE_IDLE);
+    client_state::enter(*ref.client, PC_STATE_IDLE);
     const int fd = take_socket(lock, *ref.client);
     lock.unlock();
     close_socket(fd);
@@ -256,37 +272,59 @@ bool has_client(const StreamConn* unit) {
     return unit->pCmdClient != nullptr;
 }
 
-bool find_camera(const StreamConn* unit, uint32_t& address, int& port, uint32_t& login_id) {
+void look_again(CmdClient* client) {
+    if (ClientSlot* slot = slot_of(client); slot != nullptr) slot->hung_up = 0;
+    g_event_loop_wake_up.raise();
+}
+
+bool begin_invitation(StreamConn* unit, StreamInvitation& invitation) {
     Lock lock(g_cmdclient_mutex);
-    const CmdClient* client = unit->pCmdClient;
+    const CmdClient* client = is_usable(unit) ? unit->pCmdClient : nullptr;
     if (client == nullptr) return false;
-    address = client->ulIpAddr;
-    port = static_cast<int>(client->ulPort);
-    login_id = load_word(client->ulLoginId);
+    const UnitSlot* slot = slot_of(unit);
+    invitation = {.unit = unit,
+                  .generation = slot != nullptr ? slot->generation : 0,
+                  .address = client->ulIpAddr,
+                  .port = static_cast<int>(client->ulPort),
+                  .login_id = load_word(client->ulLoginId),
+                  .old_fd = load_word(unit->sockFd)};
+    store_word(unit->sockFd, -1);
     return true;
 }
 
-int open_tables() {
+bool publish_stream_socket(const StreamInvitation& invitation, int fd) {
+    Lock lock(g_cmdclient_mutex);
+    if (!is_same_unit(invitation)) return false;
+    store_word(invitation.unit->sockFd, fd);
+    return true;
+}
+
+bool is_current(const StreamInvitation& invitation) {
+    Lock lock(g_cmdclient_mutex);
+    return is_same_unit(invitation);
+}
+
+void open_tables() {
     sem_init(&g_cmdclient_sem, 0, 1);
     sem_init(&g_streamconn_sem, 0, 1);
     Prv_cmd_Init();
-    const int result = pthread_mutex_init(&g_cmdclient_mutex, nullptr);
     Lock lock(g_cmdclient_mutex);
     g_tables_open = true;
-    return result;
 }
 
-int close_tables() {
-    {
-        Lock lock(g_cmdclient_mutex);
-        g_tables_open = false;
-        std::memset(g_streamconnlist, 0, sizeof g_streamconnlist);
-        for (ClientSlot& slot : g_cmdclientlist) free_client(lock, slot);
+// Emptied tables are all zero, descriptors included: unlike a unit or a client that was given back, nobody
+// is handed one of these again.
+void close_tables() {
+    Lock lock(g_cmdclient_mutex);
+    g_tables_open = false;
+    for (UnitSlot& slot : g_streamconnlist) {
+        clear(slot);
+        store_word(slot.unit.sockFd, 0);
     }
-    const int result = pthread_mutex_destroy(&g_cmdclient_mutex);
-    // A call that comes after the end still finds a lock, and empty tables behind it.
-    if (result == 0) pthread_mutex_init(&g_cmdclient_mutex, nullptr);
-    return result;
+    for (ClientSlot& slot : g_cmdclientlist) {
+        free_client(lock, slot);
+        store_word(slot.client.sockFd, 0);
+    }
 }
 
 }  // namespace lenswire::clients
@@ -321,7 +359,7 @@ int PC_Delete(StreamConn* unit) {
         return 0;
     }
     ClientSlot* client = slot_of(slot->unit.pCmdClient);
-    *slot = {};
+    clear(*slot);
     int fd = -1;
     if (client != nullptr && is_taken(*client)) fd = free_client(lock, *client);
     lock.unlock();

@@ -1,10 +1,23 @@
 // The tables of control clients and stream units.
 //
-// g_cmdclient_mutex guards which slots are taken and the side fields below. The words of a client's binding
-// (address, credentials, login, timers) change only under it while nobody has the client pinned, or by the
-// one thread that has: the one that invites it. aucRecvRemain, its length and hung_up are the event loop's
-// while it has the client pinned. ucClientState, sockFd and ulLoginId are read at any time, as single words.
-// The two semaphores are turns at taking a slot, before the lock.
+// A client slot's life:
+//
+//              PC_CreateCmdClient0, PC_CreateNew, PC_Login
+//     free ------------------------------------------------> taken, generation n
+//      ^                                                       |         |
+//      |  nobody has it pinned any more                        |         | PC_Login again:
+//      +---------------------- leaving <-----------------------+         | generation n + 1
+//                                          PC_Delete, PC_UnInitCtx       v
+//
+//     pinned      somebody uses its descriptor outside the lock: it stays open so long
+//     generation  one binding to a camera; a Ref to an earlier one is dead
+//     hung up     the camera ended the connection on this descriptor: it is watched no more
+//
+// g_cmdclient_mutex guards which slots are taken, the side fields below, and a unit's words. The words of a
+// client's binding (address, credentials, login, timers) change only under it while nobody has the client
+// pinned, or by the one thread that has: the one that invites it. aucRecvRemain and its length belong to the
+// one reader that has claimed the client and has it pinned. ucClientState, sockFd and ulLoginId are read at
+// any time, as single words. The two semaphores are turns at taking a slot, before the lock.
 //
 // A descriptor that is in use outside the lock (the event loop's select and recv, a step of an invitation, a
 // heartbeat) is pinned. Whoever takes a socket away from a client first clears sockFd, so that nobody new
@@ -34,7 +47,9 @@ struct ClientSlot {
     uint8_t ucUsed;
     // Side fields.
     bool leaving;  // being freed: neither taken nor to be taken
-    bool hung_up;  // the camera closed the connection: nothing more to read until it is bound anew
+    // The descriptor that nothing more is to be read from, 0 when there is none. Ends with the socket.
+    std::atomic<int> hung_up;
+    std::atomic<bool> claimed;  // by the one who reads it
     // Both survive the slot's being cleared.
     std::atomic<uint32_t> generation;
     std::atomic<uint32_t> pins;  // how many, and a mark while somebody waits for their end
@@ -43,6 +58,7 @@ struct ClientSlot {
 struct UnitSlot {
     StreamConn unit;
     uint8_t ucUsed;
+    uint32_t generation;  // survives the slot's being cleared; changes when the unit is taken and given back
 };
 
 extern ClientSlot g_cmdclientlist[kClients];
@@ -112,15 +128,36 @@ bool attach(const Ref& ref, int fd);
 // Enters PC_STATE_IDLE and closes the socket, unless the ref is dead.
 void drop(const Ref& ref);
 
+// What may have changed for the event loop: the client's state was entered anew or its socket is another.
+// A camera that hung up before is read again. Any thread, also under the lock.
+void look_again(CmdClient* client);
+
 // Whether the unit has a client.
 bool has_client(const StreamConn* unit);
 
-// Where the unit's camera is reached and its login identifier. False when the unit has no client.
-bool find_camera(const StreamConn* unit, uint32_t& address, int& port, uint32_t& login_id);
+// A stream invitation under way: the camera, and the unit as it was when its old socket was taken away.
+struct StreamInvitation {
+    StreamConn* unit = nullptr;
+    uint32_t generation = 0;
+    uint32_t address = 0;
+    int port = 0;
+    uint32_t login_id = 0;
+    int old_fd = -1;  // the caller's to close
+};
 
-// Opening makes the locks and returns what making g_cmdclient_mutex gave. Closing refuses newcomers, waits
-// for those inside, empties the tables, leaving sockets open, and returns what destroying it gave.
-int open_tables();
-int close_tables();
+// Begins one. False, and nothing changed, when the unit is not taken or has no client.
+bool begin_invitation(StreamConn* unit, StreamInvitation& invitation);
+
+// Gives the unit its new stream socket, or the negative result of making one. False when the unit was given
+// back meanwhile: the caller keeps the socket.
+bool publish_stream_socket(const StreamInvitation& invitation, int fd);
+
+// Whether the unit is still the one that was invited.
+bool is_current(const StreamInvitation& invitation);
+
+// Closing refuses newcomers, waits for those inside and empties the tables, leaving sockets open. Both may be
+// called again.
+void open_tables();
+void close_tables();
 
 }  // namespace lenswire::clients

@@ -7,13 +7,11 @@
 #include "common/log.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
+#include "pteClient/waits.h"
 
 using namespace lenswire;
 
 namespace {
-
-constexpr useconds_t kSendPauseUs = 5'000;
-constexpr useconds_t kReceivePauseUs = 100'000;
 
 bool try_again_later() {
     return errno == EINTR || errno == EAGAIN;
@@ -66,7 +64,7 @@ void report(const SendOutcome& outcome, int fd, const void* data, int length) {
                            static_cast<int>(outcome.message_length), length);
             break;
         case SendResult::kWouldBlock:
-            usleep(kSendPauseUs);
+            usleep(waits::kSendPauseUs);
             break;
         case SendResult::kSent:
         case SendResult::kShort:
@@ -94,7 +92,7 @@ int PC_RecvCmd(int sockFd, void* pCmd, int* pLen) {
 
     const ssize_t head = receive(sockFd, bytes, ARG_HEAD_LEN);
     if (head <= 0) {
-        if (try_again_later()) usleep(kReceivePauseUs);
+        if (try_again_later()) usleep(waits::kReceivePauseUs);
         return refuse(pLen);
     }
     if (head != ARG_HEAD_LEN) {
@@ -120,7 +118,7 @@ int PC_RecvCmd(int sockFd, void* pCmd, int* pLen) {
     const int error = errno;
     if (body <= 0 && try_again_later()) {
         std::fprintf(stderr, "33333333 socket=%d  ,  %m \n", sockFd);
-        usleep(kReceivePauseUs);
+        usleep(waits::kReceivePauseUs);
     }
     if (body != static_cast<ssize_t>(expected)) {
         PRIVATE_LOG(
@@ -139,7 +137,8 @@ int PC_RecvCmd1(int sockFd, void* buf, int* pLen) {
         FILE_LOG("************ sockFd < 0\n");
         return -1;
     }
-    if (buf == nullptr || !is_capacity(pLen)) return -1;
+    // A read of nothing would look like the end of the stream.
+    if (buf == nullptr || !is_capacity(pLen) || *pLen == 0) return -1;
     const ssize_t received = receive(sockFd, buf, static_cast<size_t>(*pLen));
     if (received > 0) {
         *pLen = static_cast<int>(received);

@@ -4,9 +4,12 @@
 #include <cstdio>
 
 #include "common/shared_word.h"
+#include "lenswire/command.h"
 #include "lenswire/connection.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
+#include "pteClient/expected_requests.h"
+#include "pteClient/wake_up.h"
 
 using namespace lenswire;
 
@@ -26,14 +29,15 @@ void* thread_main(void*) {
 struct Worker {
     uint8_t& run_switch;
     void* (*main)(void*);
+    WakeUp* wake_up;  // ends its wait; the queue thread polls
     pthread_t thread;
-    bool started;
+    std::atomic<bool> started;
 };
 
 Worker g_workers[] = {
-    {PC_G_EventLoopSwitch, thread_main<PC_EventLoop>, {}, false},
-    {PC_G_RecvStreamLoopSwitch, thread_main<PC_RecvStreamLoop>, {}, false},
-    {PC_G_RecvQueue, thread_main<PC_GetQueueThread>, {}, false},
+    {PC_G_EventLoopSwitch, thread_main<PC_EventLoop>, &g_event_loop_wake_up, {}, false},
+    {PC_G_RecvStreamLoopSwitch, thread_main<PC_RecvStreamLoop>, &g_stream_loop_wake_up, {}, false},
+    {PC_G_RecvQueue, thread_main<PC_GetQueueThread>, nullptr, {}, false},
 };
 
 std::atomic<bool> g_ctx_inited;
@@ -45,24 +49,29 @@ bool start(Worker& worker, const pthread_attr_t& attributes) {
     sigfillset(&blocked);
     for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
         sigdelset(&blocked, own);
+    if (worker.wake_up != nullptr) worker.wake_up->open();
     store_word(worker.run_switch, uint8_t{1});
     pthread_sigmask(SIG_SETMASK, &blocked, &before);
     worker.started = pthread_create(&worker.thread, &attributes, worker.main, nullptr) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (!worker.started && worker.wake_up != nullptr) worker.wake_up->close();
     return worker.started;
 }
 
 void stop(Worker& worker) {
     store_word(worker.run_switch, uint8_t{0});
-    if (worker.started) pthread_join(worker.thread, nullptr);
-    worker.started = false;
+    if (worker.wake_up != nullptr) worker.wake_up->raise();
+    if (!worker.started.exchange(false)) return;
+    pthread_join(worker.thread, nullptr);
+    if (worker.wake_up != nullptr) worker.wake_up->close();
 }
 
 }  // namespace
 
 int PC_InitCtx(void) {
     if (g_ctx_inited.exchange(true)) return 0;
-    if (clients::open_tables() != 0) return 0;
+    clients::open_tables();
+    expect_stream_request();
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     if (pthread_attr_setstacksize(&attributes, kStackSize) != 0) {
@@ -77,7 +86,10 @@ int PC_InitCtx(void) {
     return 0;
 }
 
+// Once the tables are closed no request goes out any more, so those that wait now are all there are.
 int PC_UnInitCtx(void) {
     for (Worker& worker : g_workers) stop(worker);
-    return clients::close_tables();
+    clients::close_tables();
+    for (RecvSendSlot& slot : g_recvsendlist) cond_post_error(&slot);
+    return 0;
 }

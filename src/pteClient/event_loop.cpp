@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -15,15 +18,13 @@
 #include "lenswire/motion.h"
 #include "pteClient/client_table.h"
 #include "pteClient/message_cutter.h"
+#include "pteClient/waits.h"
+#include "pteClient/wake_up.h"
 
 using namespace lenswire;
 using namespace lenswire::clients;
 
 namespace {
-
-constexpr suseconds_t kWaitUs = 1'000;
-constexpr unsigned kErrorPause_s = 1;
-constexpr useconds_t kPassPauseUs = 1'000;
 
 // The clients of one pass. Watching a client pins it until the wait is over, so its descriptor stays the
 // one that was watched.
@@ -32,17 +33,20 @@ struct WatchList {
         Ref ref;
         int fd;
     };
-    std::array<Entry, kClients> entries;
+    std::array<Entry, kClients> all;
     int count = 0;
     int largest = -1;
     fd_set readable;
     fd_set broken;
+
+    std::span<const Entry> entries() const { return {all.data(), static_cast<size_t>(count)}; }
 };
 
-bool is_readable(const ClientSlot& slot) {
+// The descriptor to read the client from; 0 when it is not to be read.
+int readable_descriptor(const ClientSlot& slot) {
     const int fd = load_word(slot.client.sockFd);
-    return load_word(slot.client.ucClientState) == PC_STATE_READY && fd > 0 && fd < FD_SETSIZE &&
-           !slot.hung_up;
+    const bool ready = load_word(slot.client.ucClientState) == PC_STATE_READY;
+    return ready && fd > 0 && fd < FD_SETSIZE && slot.hung_up != fd ? fd : 0;
 }
 
 void watch_ready_clients(WatchList& list) {
@@ -50,27 +54,79 @@ void watch_ready_clients(WatchList& list) {
     FD_ZERO(&list.broken);
     Lock lock(g_cmdclient_mutex);
     for (ClientSlot& slot : g_cmdclientlist) {
-        if (!is_taken(slot) || !is_readable(slot)) continue;
-        const int fd = load_word(slot.client.sockFd);
+        const int fd = is_taken(slot) ? readable_descriptor(slot) : 0;
+        if (fd == 0) continue;
         pin(slot);
         FD_SET(fd, &list.readable);
         FD_SET(fd, &list.broken);
         list.largest = std::max(list.largest, fd);
-        list.entries[static_cast<size_t>(list.count++)] = {{&slot.client, &slot, slot.generation}, fd};
+        list.all[static_cast<size_t>(list.count++)] = {{&slot.client, &slot, slot.generation}, fd};
     }
 }
 
-// The end of this wait may come late, an answer wakes it; the pause between two passes is kept exactly.
-int wait_for_data(WatchList& list) {
-    const TimerSlack slack(kIdleSlackUs);
+// A host's own pass has no wake-up, and ends its wait in time: a wake-up that it took would be missed by the
+// event loop.
+int wait_for_data(WatchList& list, WakeUp* wake_up) {
+    const bool wakes = wake_up != nullptr && wake_up->is_open();
+    if (wakes) list.largest = std::max(list.largest, wake_up->watch(list.readable));
     fd_set writable;
     FD_ZERO(&writable);
-    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
-    return select(list.largest + 1, &list.readable, &writable, &list.broken, &wait);
+    timeval wait{.tv_sec = 0, .tv_usec = waits::kSelectUs};
+    const TimerSlack slack(wakes ? waits::kSelectLateUs : 0);
+    const int ready = select(list.largest + 1, &list.readable, &writable, &list.broken, &wait);
+    return ready > 0 && wakes && wake_up->take(list.readable) ? ready - 1 : ready;
+}
+
+// A descriptor that the host closed makes every select fail. Its client is not watched any more.
+void leave_closed_descriptors(const WatchList& list) {
+    for (const WatchList::Entry& entry : list.entries()) {
+        if (fcntl(entry.fd, F_GETFD) < 0) entry.ref.slot->hung_up = entry.fd;
+    }
+    g_event_loop_wake_up.forget_if_closed();
 }
 
 void stop_watching(const WatchList& list) {
-    for (int i = 0; i < list.count; ++i) unpin(*list.entries[static_cast<size_t>(i)].ref.slot);
+    for (const WatchList::Entry& entry : list.entries()) unpin(*entry.ref.slot);
+}
+
+// The end of the library does not wait for the pause; other wake-ups end it, too.
+void pause_after_error(WakeUp* wake_up) {
+    if (wake_up != nullptr) {
+        wake_up->wait(waits::kErrorPause_s);
+    } else {
+        sleep(waits::kErrorPause_s);
+    }
+}
+
+// Takes a byte of urgent data out of the way: it is no part of the protocol, and as long as it is there the
+// socket counts as broken and no select waits.
+void drop_urgent_data(const WatchList::Entry& entry) {
+    const Pin pin(entry.ref);
+    if (!pin || load_word(entry.ref.client->sockFd) != entry.fd) return;
+    uint8_t byte;
+    (void)!recv(entry.fd, &byte, sizeof byte, MSG_OOB | MSG_DONTWAIT);
+}
+
+// Claims a client for one read: its kept bytes belong to one reader at a time, should a host make passes
+// of its own beside the event loop.
+class Claim {
+  public:
+    explicit Claim(ClientSlot& slot) : slot_(slot), mine_(!slot.claimed.exchange(true)) {}
+    ~Claim() {
+        if (mine_) slot_.claimed = false;
+    }
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+    explicit operator bool() const { return mine_; }
+
+  private:
+    ClientSlot& slot_;
+    bool mine_;
+};
+
+// The system was short of memory for a moment; the connection is as good as before.
+bool is_passing(int error) {
+    return error == ENOMEM || error == ENOBUFS;
 }
 
 // What one read of a client brought: the whole messages, or the length of an over-long one.
@@ -86,12 +142,15 @@ struct Received {
 Received receive(const Ref& ref, std::span<uint8_t, 2 * MAX_CMD_SIZE> work) {
     Received received;
     const Pin pin(ref);
-    if (!pin || !is_readable(*ref.slot)) return received;
+    if (!pin) return received;
+    const Claim claim(*ref.slot);
+    const int fd = readable_descriptor(*ref.slot);
+    if (!claim || fd == 0) return received;
     CmdClient& client = *ref.client;
     const size_t kept = std::min<size_t>(client.ulRecvRemainLen, MAX_CMD_SIZE - 1);
     int length = MAX_CMD_SIZE;
-    const int result = PC_RecvCmd1(load_word(client.sockFd), work.data() + kept, &length);
-    if (result < 0) ref.slot->hung_up = true;
+    const int result = PC_RecvCmd1(fd, work.data() + kept, &length);
+    if (result < 0 && !is_passing(errno)) ref.slot->hung_up = fd;
     if (result != 0) return received;
 
     std::memcpy(work.data(), client.aucRecvRemain, kept);
@@ -169,24 +228,32 @@ int PC_ReciveCmd(const Ref& ref) {
     return last;
 }
 
-}  // namespace
-
-void PC_SingleStep(void) {
-    WatchList list;
-    watch_ready_clients(list);
-    const int ready = wait_for_data(list);
-    stop_watching(list);
-    if (ready < 0) sleep(kErrorPause_s);
-    if (ready <= 0) return;
-    for (int i = 0; i < list.count; ++i) {
-        const WatchList::Entry& entry = list.entries[static_cast<size_t>(i)];
+void serve(const WatchList& list) {
+    for (const WatchList::Entry& entry : list.entries()) {
+        if (FD_ISSET(entry.fd, &list.broken)) drop_urgent_data(entry);
         if (FD_ISSET(entry.fd, &list.readable)) PC_ReciveCmd(entry.ref);
     }
 }
 
+void run_pass(WakeUp* wake_up) {
+    WatchList list;
+    watch_ready_clients(list);
+    const int ready = wait_for_data(list, wake_up);
+    if (ready < 0 && errno == EBADF) leave_closed_descriptors(list);
+    stop_watching(list);
+    if (ready < 0) pause_after_error(wake_up);
+    if (ready > 0) serve(list);
+}
+
+}  // namespace
+
+void PC_SingleStep(void) {
+    run_pass(nullptr);
+}
+
 void PC_EventLoop(void) {
     while (load_word(PC_G_EventLoopSwitch) != 0) {
-        PC_SingleStep();
-        usleep(kPassPauseUs);
+        run_pass(&g_event_loop_wake_up);
+        usleep(waits::kEventPauseUs);
     }
 }

@@ -1,4 +1,4 @@
-// The login exchange on a fresh control connection.
+// The login exchange on a fresh control connection: what goes out and what comes back, a step at a time.
 #pragma once
 
 #include "lenswire/connection.h"

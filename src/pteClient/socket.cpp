@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 
@@ -28,13 +29,17 @@ int pending_error(int fd, int unknown) {
 }  // namespace
 
 int SK_ConnectTo(uint32_t address, int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return -1;
+    // A socket that blocks would hold up whoever steps the login.
+    if (SK_SetSocketUnblock(fd) != 0) {
+        close(fd);
+        return -1;
+    }
     sockaddr_in camera{};
     camera.sin_family = AF_INET;
     camera.sin_port = htons(static_cast<uint16_t>(port));
     camera.sin_addr.s_addr = address;
-    SK_SetSocketUnblock(fd);
     // In progress as a rule; the readiness tests tell how it ended.
     (void)connect(fd, reinterpret_cast<const sockaddr*>(&camera), sizeof camera);
     return fd;
@@ -42,7 +47,7 @@ int SK_ConnectTo(uint32_t address, int port) {
 
 int SK_SetSocketUnblock(int fd) {
     const int flags = fcntl(fd, F_GETFL);
-    return fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0 ? 0 : -1;
+    return flags != -1 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0 ? 0 : -1;
 }
 
 int SK_SelectWaitReadable(int fd, int milliseconds) {

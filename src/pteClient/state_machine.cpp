@@ -5,21 +5,15 @@
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
 #include "lenswire/socket.h"
+#include "pteClient/client_state.h"
 #include "pteClient/client_table.h"
 #include "pteClient/login.h"
 
 using namespace lenswire;
 using namespace lenswire::clients;
 
-namespace {
-
-constexpr uint32_t kDefaultTimerLength[8] = {10000, 100000, 100000, 100000, 100000, 100000, 100000, 0};
-
-}  // namespace
-
 void PC_SetDefaultTimerLength(CmdClient* client) {
-    if (client == nullptr) return;
-    for (int state = 0; state < 8; ++state) client->ulTimerLen[state] = kDefaultTimerLength[state];
+    if (client != nullptr) client_state::set_default_timers(*client);
 }
 
 int PC_SetCBState(CmdClient* client, int state) {
@@ -28,8 +22,8 @@ int PC_SetCBState(CmdClient* client, int state) {
         std::printf("State(%u) Error!\n", static_cast<unsigned>(state));
         return -1;
     }
-    client->ulTimer = client->ulTimerLen[state];
-    store_word(client->ucClientState, static_cast<uint8_t>(state));
+    client_state::enter(*client, state);
+    look_again(client);
     return 0;
 }
 

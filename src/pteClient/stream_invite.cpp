@@ -2,32 +2,33 @@
 #include <array>
 #include <cstdio>
 
+#include "common/stop.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "lenswire/socket.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
+#include "pteClient/expected_requests.h"
+#include "pteClient/waits.h"
 
 using namespace lenswire;
 
 namespace {
 
-constexpr int kWaitMs = 3000;
-
 using StreamAnswer = std::array<uint8_t, LENSWIRE_STREAM_ANSWER_SIZE>;
 
 #pragma pack(push, 1)
-struct StreamInvitation {
+struct StreamInvitationRequest {
     PrivateCmd header;
     uint8_t channel;
     uint8_t stream;
     uint8_t reserved34[2];
 };
 #pragma pack(pop)
-static_assert(sizeof(StreamInvitation) == ARG_HEAD_LEN + LENSWIRE_STREAM_REQUEST_SIZE);
+static_assert(sizeof(StreamInvitationRequest) == ARG_HEAD_LEN + LENSWIRE_STREAM_REQUEST_SIZE);
 
-StreamInvitation invitation(uint32_t login_id, int channel, int stream) {
-    StreamInvitation request{};
+StreamInvitationRequest build_request(uint32_t login_id, int channel, int stream) {
+    StreamInvitationRequest request{};
     request.header = wire::command_header(LENSWIRE_CMD_STREAM, 1, LENSWIRE_STREAM_REQUEST_SIZE);
     request.header.ulLoginId = login_id;
     request.channel = static_cast<uint8_t>(channel);
@@ -35,32 +36,43 @@ StreamInvitation invitation(uint32_t login_id, int channel, int stream) {
     return request;
 }
 
-bool send_when_connected(int fd, const StreamInvitation& request) {
+// Invites on a connection that has been started. False when any step fails or the context ends.
+bool exchange(int fd, const clients::StreamInvitation& invitation, int channel, int stream, void* out32) {
+    const RunningContext context;
+    const StreamInvitationRequest request = build_request(invitation.login_id, channel, stream);
     int length = sizeof request;
-    return SK_SelectWaitWriteable(fd, kWaitMs) == 0 && PC_SendCmd(fd, &request, &length) == 0;
-}
-
-}  // namespace
-
-int PC_GetStream(StreamConn* conn, int channel, int stream, void* out32) {
-    if (conn == nullptr || channel < 0 || stream < 0) return -1;
-    uint32_t address, login_id;
-    int port;
-    if (!clients::find_camera(conn, address, port, login_id)) return -1;
-    if (conn->sockFd >= 0) close(conn->sockFd);
-    conn->sockFd = -1;
-    const int fd = conn->sockFd = SK_ConnectTo(address, port);
-    if (fd < 0 || !send_when_connected(fd, invitation(login_id, channel, stream))) return -1;
+    if (!wait_until_ready(context, fd, Ready::kWritable, waits::kInvitationMs)) return false;
+    if (SK_SelectWaitWriteable(fd, 0) != 0 || PC_SendCmd(fd, &request, &length) != 0) return false;
 
     uint8_t reply[MAX_CMD_SIZE + 1] = {};
-    int length = MAX_CMD_SIZE;
-    if (SK_SelectWaitReadable(fd, kWaitMs) != 0 || PC_RecvCmd(fd, reply, &length) != 0) return -1;
+    length = MAX_CMD_SIZE;
+    if (!wait_until_ready(context, fd, Ready::kReadable, waits::kInvitationMs)) return false;
+    if (PC_RecvCmd(fd, reply, &length) != 0) return false;
     const PrivateCmd header = wire::load_header(reply);
     if (header.usCmd != LENSWIRE_CMD_STREAM) {
         std::printf("++++++++++++++[%d][%d]PC_GetStream type:%d len:%d+++++++++++++++\n", channel, stream,
                     header.usCmd, length);
-        return -1;
+        return false;
     }
     if (out32 != nullptr) wire::store(out32, wire::load_padded<StreamAnswer>(wire::payload(reply)));
-    return 0;
+    return true;
+}
+
+}  // namespace
+
+// The unit may be cleared at any moment, by a stop above all: its socket is taken and published under the
+// table's lock, and a socket that no unit shows any more is closed here.
+int PC_GetStream(StreamConn* conn, int channel, int stream, void* out32) {
+    if (conn == nullptr || channel < 0 || stream < 0) return -1;
+    clients::StreamInvitation invitation;
+    if (!clients::begin_invitation(conn, invitation)) return -1;
+    expect_stream_request();
+    if (invitation.old_fd >= 0) close(invitation.old_fd);
+    const int fd = SK_ConnectTo(invitation.address, invitation.port);
+    const bool done = clients::publish_stream_socket(invitation, fd) && fd >= 0 &&
+                      exchange(fd, invitation, channel, stream, out32);
+    expect_stream_request();
+    if (clients::is_current(invitation)) return done ? 0 : -1;
+    if (fd >= 0) close(fd);
+    return -1;
 }

@@ -5,33 +5,28 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 
 #include "common/log.h"
 #include "common/shared_word.h"
+#include "common/steady_clock.h"
 #include "common/timer_slack.h"
 #include "lenswire/connection.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
 #include "pteClient/stream_slots.h"
+#include "pteClient/waits.h"
+#include "pteClient/wake_up.h"
 
 using namespace lenswire;
 using namespace lenswire::streams;
 
 namespace {
 
-constexpr suseconds_t kWaitUs = 1'000;
-constexpr useconds_t kServedPauseUs = 1;
-// Passes that begin some milliseconds apart serve several streams each: see docs/performance.md.
-constexpr int64_t kPassPeriodUs = 3'200;
+constexpr char kThread[] = "PC_RecvStreamLoop";
 constexpr int32_t kSilenceLimit = 5;
 constexpr int32_t kStatisticsInterval = 2;
 constexpr int kRestartMessage = 3;
 constexpr int kReportKind = 2;
-
-#define LOOP_ERROR(format, ...)                                                            \
-    std::fprintf(stderr, "[%s:%s:%d]:" format, LENSWIRE_LAYER_CLIENT, "PC_RecvStreamLoop", \
-                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 int32_t now() {
     return static_cast<int32_t>(uptime());
@@ -62,7 +57,7 @@ void restart_if_silent(int index, After after) {
 void restart_failed(const Lease& lease) {
     if (!lease.free_slot()) return;
     PostRestartMessageToQueue(lease.info().ucChannelNo, lease.info().ucStreamNo);
-    LOOP_ERROR("PostRestartMessageToQueue2.................. \n");
+    ENGINE_ERROR_AS(kThread, "PostRestartMessageToQueue2.................. \n");
 }
 
 void update_statistics(Lease& lease) {
@@ -112,8 +107,8 @@ void serve_slot(int index, const fd_set& readable) {
     }
     restart_if_silent(index, [](const DevChannelInfo& info) {
         ucAudioTypeFlag[info.ucChannelNo] = 0;
-        LOOP_ERROR("channel:%d,stream:%d,PostRestartMessageToQueue3.................. \n", info.ucChannelNo,
-                   info.ucStreamNo);
+        ENGINE_ERROR_AS(kThread, "channel:%d,stream:%d,PostRestartMessageToQueue3.................. \n",
+                        info.ucChannelNo, info.ucStreamNo);
     });
 }
 
@@ -121,8 +116,8 @@ void check_silence() {
     for (int i = 0; i < kSlots; ++i) {
         if (socket_of(i) == 0) continue;
         restart_if_silent(i, [](const DevChannelInfo& info) {
-            LOOP_ERROR("PostRestartMessageToQueue1.....[ch=%d][streamNo=%d]............. \n",
-                       info.ucChannelNo, info.ucStreamNo);
+            ENGINE_ERROR_AS(kThread, "PostRestartMessageToQueue1.....[ch=%d][streamNo=%d]............. \n",
+                            info.ucChannelNo, info.ucStreamNo);
         });
     }
 }
@@ -134,11 +129,12 @@ void restart_bad_descriptors() {
         const Lease lease(i);
         if (lease && fcntl(lease.fd(), F_GETFD) < 0) restart_failed(lease);
     }
+    g_stream_loop_wake_up.forget_if_closed();
 }
 
 int watch_open_slots(fd_set& readable) {
-    int largest = 0;
     FD_ZERO(&readable);
+    int largest = std::max(g_stream_loop_wake_up.watch(readable), 0);
     for (int i = 0; i < kSlots; ++i) {
         const int fd = socket_of(i);
         if (fd <= 0 || fd >= FD_SETSIZE) continue;
@@ -148,38 +144,36 @@ int watch_open_slots(fd_set& readable) {
     return largest;
 }
 
-// The end of this wait may come late: data wakes it, and a slot that opens meanwhile waits for the next.
+// Without a wake-up the wait must end in time by itself.
 int wait_for_data(int largest, fd_set& readable) {
-    const TimerSlack slack(kIdleSlackUs);
-    timeval wait{.tv_sec = 0, .tv_usec = kWaitUs};
+    timeval wait{.tv_sec = 0, .tv_usec = waits::kSelectUs};
+    const TimerSlack slack(g_stream_loop_wake_up.is_open() ? waits::kSelectLateUs : 0);
     return select(largest + 1, &readable, nullptr, nullptr, &wait);
 }
 
-int64_t steady_us() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1'000;
-}
-
-// The pause may last until the period of a pass that began at the given time is over.
+// The pause may last until the period of a pass that began at the given time is over, never longer than a
+// period: the clock decides how late it may end, not how long it is.
 void pause_after(int64_t pass_start_us) {
-    const int64_t left = kPassPeriodUs - (steady_us() - pass_start_us);
-    const TimerSlack slack(static_cast<unsigned long>(std::max<int64_t>(left, 1)));
-    usleep(kServedPauseUs);
+    const int64_t now_us = steady_us();
+    const int64_t spent = pass_start_us < 0 || now_us < 0 ? waits::kServedPeriodUs : now_us - pass_start_us;
+    const int64_t left = std::clamp<int64_t>(waits::kServedPeriodUs - spent, 1, waits::kServedPeriodUs);
+    const TimerSlack slack(static_cast<unsigned long>(left));
+    usleep(waits::kServedPauseUs);
 }
 
 void run_pass() {
     fd_set readable;
     const int largest = watch_open_slots(readable);
-    const int ready = wait_for_data(largest, readable);
-    if (ready > 0) {
-        const int64_t start = steady_us();
-        for (int i = 0; i < kSlots; ++i) serve_slot(i, readable);
-        pause_after(start);
+    int ready = wait_for_data(largest, readable);
+    if (ready < 0 && errno == EBADF) restart_bad_descriptors();
+    if (ready > 0 && g_stream_loop_wake_up.take(readable)) --ready;
+    if (ready <= 0) {
+        check_silence();
         return;
     }
-    if (ready < 0 && errno == EBADF) restart_bad_descriptors();
-    check_silence();
+    const int64_t start_us = steady_us();
+    for (int i = 0; i < kSlots; ++i) serve_slot(i, readable);
+    pause_after(start_us);
 }
 
 }  // namespace

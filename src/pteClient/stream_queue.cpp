@@ -8,32 +8,30 @@
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
+#include "pteClient/expected_requests.h"
 #include "pteClient/stream_slots.h"
+#include "pteClient/waits.h"
 
 using namespace lenswire;
 
 namespace {
 
-#define QUEUE_ERROR(format, ...)                                                           \
-    std::fprintf(stderr, "[%s:%s:%d]:" format, LENSWIRE_LAYER_CLIENT, "PC_GetQueueThread", \
-                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-
-constexpr useconds_t kEmptyPauseUs = 100;
+constexpr char kThread[] = "PC_GetQueueThread";
 // Into the receive-buffer object: the word of the host's ring that says how much it holds.
 constexpr size_t kRingFillOffset = 28;
 
 // The socket that an open request hands over; 0 when there is nothing to receive, or nowhere to.
 int socket_to_serve(const DevChannelInfo& info) {
     if (info.pStreamConn == nullptr || info.pRecvBuf == nullptr || info.pStream == nullptr) return 0;
-    const int fd = info.pStreamConn->sockFd;
+    const int fd = load_word(info.pStreamConn->sockFd);
     return fd > 0 && fd < FD_SETSIZE ? fd : 0;
 }
 
 void open_stream(const DevChannelInfo& info) {
     const int fd = socket_to_serve(info);
     if (fd == 0) {
-        QUEUE_ERROR("channel:%d,stream:%d,open request without a stream to receive \n", info.ucChannelNo,
-                    info.ucStreamNo);
+        ENGINE_ERROR_AS(kThread, "channel:%d,stream:%d,open request without a stream to receive \n",
+                        info.ucChannelNo, info.ucStreamNo);
         PostRestartMessageToQueue(info.ucChannelNo, info.ucStreamNo);
         return;
     }
@@ -41,7 +39,7 @@ void open_stream(const DevChannelInfo& info) {
     const auto tv1 = static_cast<int32_t>(uptime());
     const auto nodatatime = static_cast<int32_t>(uptime());
     std::memset(static_cast<uint8_t*>(info.pRecvBuf) + kRingFillOffset, 0, sizeof(uint32_t));
-    if (!clients::has_client(info.pStreamConn)) QUEUE_ERROR("holy shit.... \n");
+    if (!clients::has_client(info.pStreamConn)) ENGINE_ERROR_AS(kThread, "holy shit.... \n");
     streams::open_slot(info, fd, tv1, nodatatime);
 }
 
@@ -58,13 +56,20 @@ void act_on(const StreamRequest& request) {
     }
 }
 
+void pause_between_polls() {
+    const TimerSlack slack(is_stream_request_expected() ? 0 : waits::kQuietPollLateUs);
+    usleep(waits::kPollUs);
+}
+
 }  // namespace
 
 void PC_GetQueueThread(void) {
-    const TimerSlack slack(kIdleSlackUs);
     while (load_word(PC_G_RecvQueue) != 0) {
         StreamRequest request{};
-        while (Private_Protocol_GetRequestFromQueue(&request) != -1) act_on(request);
-        usleep(kEmptyPauseUs);
+        while (Private_Protocol_GetRequestFromQueue(&request) != -1) {
+            expect_stream_request();
+            act_on(request);
+        }
+        pause_between_polls();
     }
 }

@@ -4,6 +4,7 @@
 
 #include "common/lock.h"
 #include "common/shared_word.h"
+#include "pteClient/wake_up.h"
 
 int32_t arrayfd[LENSWIRE_STREAM_SLOTS], nodatatime[LENSWIRE_STREAM_SLOTS], tv1[LENSWIRE_STREAM_SLOTS],
     bitrate[LENSWIRE_STREAM_SLOTS], framecount[LENSWIRE_STREAM_SLOTS], framerate[LENSWIRE_STREAM_SLOTS],
@@ -87,12 +88,15 @@ void open_slot(const DevChannelInfo& info, int fd, int32_t opened, int32_t last_
     counters.height = height[i];
     write_counters(i, counters);
     store_word(arrayfd[i], fd);
+    g_stream_loop_wake_up.raise();
 }
 
 void close_slot(uint8_t channel, uint8_t stream) {
     Lock lock(g_stream_slots_mutex);
     const int i = find_record(channel, stream);
-    if (i < kSlots) store_word(arrayfd[i], 0);
+    if (i == kSlots) return;
+    store_word(arrayfd[i], 0);
+    g_stream_loop_wake_up.raise();
 }
 
 Lease::Lease(int index) : index_(index) {
