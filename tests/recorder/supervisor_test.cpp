@@ -1,4 +1,4 @@
-#include "supervisor.h"
+#include "recorder/session/supervisor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
