@@ -70,7 +70,7 @@ bool streamed(const StreamStatus& s) {
 // Watches a session until its time is over, a signal comes, or no camera lets itself be recorded.
 class Watch {
   public:
-    Watch(RecordSession& session, RecordView& view, double seconds)
+    Watch(RecordingSession& session, RecordingView& view, double seconds)
         : session_(session), view_(view), seconds_(seconds) {}
 
     void run(StopSignals& signals) {
@@ -103,17 +103,17 @@ class Watch {
   private:
     bool over() const { return nobody_ || (end_ && Clock::now() >= *end_); }
 
-    RecordSession& session_;
-    RecordView& view_;
+    RecordingSession& session_;
+    RecordingView& view_;
     double seconds_;
     std::vector<bool> reported_;
     bool nobody_ = false;
     std::optional<Clock::time_point> end_;  // counted from the first stream, or when all have been tried
 };
 
-RecordView::Kind view_kind(Console& console, bool json) {
-    if (json) return RecordView::Kind::kSilent;
-    return console.out_is_terminal() ? RecordView::Kind::kTable : RecordView::Kind::kLines;
+RecordingView::Kind view_kind(Console& console, bool json) {
+    if (json) return RecordingView::Kind::kSilent;
+    return console.out_is_terminal() ? RecordingView::Kind::kTable : RecordingView::Kind::kLines;
 }
 
 int exit_code(const std::vector<StreamStatus>& streams) {
@@ -124,22 +124,23 @@ int exit_code(const std::vector<StreamStatus>& streams) {
 
 void write_summary(const std::string& path, const std::vector<StreamStatus>& streams) {
     std::ofstream file(path);
-    file << summary_json(streams) << std::flush;
+    file << recording_summary_json(streams) << std::flush;
     if (!file) throw camera_failed("cannot write " + path);
 }
 
 int record(const RecordOptions& options, const CommonOptions& common, Console& console) {
-    RecordSession::Options session_options{.cameras = camera_addresses(options.cameras, common.password_file),
-                                           .directory = options.directory,
-                                           .library = common.library,
-                                           .database = common.database,
-                                           .armed = !options.disarmed};
+    RecordingSession::Options session_options{
+        .cameras = camera_addresses(options.cameras, common.password_file),
+        .directory = options.directory,
+        .library = common.library,
+        .database = common.database,
+        .armed = !options.disarmed};
     make_directory(options.directory);
     console.divert_library(common.log.empty() ? options.directory + "/lenswire.log" : common.log,
                            common.verbose);
     StopSignals signals;
-    RecordSession session(session_options);
-    RecordView view(console, view_kind(console, common.json));
+    RecordingSession session(session_options);
+    RecordingView view(console, view_kind(console, common.json));
     Watch watch(session, view, options.seconds);
     watch.run(signals);
     session.stop();
@@ -149,8 +150,9 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
         if (streamed(stream) || failed(stream)) continue;
         console.error_line("camera " + stream.camera.name() + " sent no stream");
     }
-    if (common.json) console.print(summary_json(streams));
-    if (!common.json && std::ranges::any_of(streams, streamed)) console.print(summary_table(streams));
+    if (common.json) console.print(recording_summary_json(streams));
+    if (!common.json && std::ranges::any_of(streams, streamed))
+        console.print(recording_summary_table(streams));
     if (!options.summary.empty()) write_summary(options.summary, streams);
     return exit_code(streams);
 }

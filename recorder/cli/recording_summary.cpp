@@ -83,7 +83,7 @@ std::string describe(const FileReport& file) {
 
 }  // namespace
 
-std::string summary_json(const std::vector<StreamStatus>& streams) {
+std::string recording_summary_json(const std::vector<StreamStatus>& streams) {
     Json list = Json::array();
     uint64_t lost = 0;
     for (const StreamStatus& stream : streams) {
@@ -96,7 +96,7 @@ std::string summary_json(const std::vector<StreamStatus>& streams) {
            "\n";
 }
 
-std::string summary_table(const std::vector<StreamStatus>& streams) {
+std::string recording_summary_table(const std::vector<StreamStatus>& streams) {
     std::string text;
     for (const StreamStatus& stream : streams) {
         char head[256];

@@ -65,7 +65,7 @@ void RateMeter::update(uint64_t pictures, uint64_t bytes, Clock::time_point now)
     bytes_ = bytes;
 }
 
-void RecordView::show(const std::vector<StreamStatus>& streams) {
+void RecordingView::show(const std::vector<StreamStatus>& streams) {
     for (const StreamStatus& s : streams) {
         shown(s).rate.update(s.recording.pictures, s.recording.bytes, Clock::now());
     }
@@ -73,23 +73,23 @@ void RecordView::show(const std::vector<StreamStatus>& streams) {
     if (kind_ == Kind::kLines) show_lines(streams);
 }
 
-void RecordView::event(const std::string& line) {
+void RecordingView::event(const std::string& line) {
     if (kind_ == Kind::kSilent) return;
     erase_table();
     console_.line(line);
 }
 
-void RecordView::error(const std::string& line) {
+void RecordingView::error(const std::string& line) {
     erase_table();
     console_.error_line(line);
 }
 
-void RecordView::erase_table() {
+void RecordingView::erase_table() {
     if (drawn_lines_ > 0) console_.print(format("\x1b[%dA\x1b[J", drawn_lines_));
     drawn_lines_ = 0;
 }
 
-void RecordView::draw_table(const std::vector<StreamStatus>& streams) {
+void RecordingView::draw_table(const std::vector<StreamStatus>& streams) {
     // The table must fit: what has scrolled off the screen cannot be drawn again.
     const size_t room = static_cast<size_t>(std::max(console_.terminal_lines() - 3, 1));
     const size_t rows = streams.size() <= room ? streams.size() : room - 1;
@@ -101,7 +101,7 @@ void RecordView::draw_table(const std::vector<StreamStatus>& streams) {
     drawn_lines_ = static_cast<int>(std::ranges::count(text, '\n'));
 }
 
-void RecordView::show_lines(const std::vector<StreamStatus>& streams) {
+void RecordingView::show_lines(const std::vector<StreamStatus>& streams) {
     const auto now = Clock::now();
     if (next_report_ == Clock::time_point{}) next_report_ = now + kReportInterval;
     const bool report = now >= next_report_;

@@ -28,11 +28,11 @@ class RateMeter {
     double megabits_per_second_ = 0;
 };
 
-class RecordView {
+class RecordingView {
   public:
     enum class Kind { kTable, kLines, kSilent };
 
-    RecordView(Console& console, Kind kind) : console_(console), kind_(kind) {}
+    RecordingView(Console& console, Kind kind) : console_(console), kind_(kind) {}
 
     void show(const std::vector<StreamStatus>& streams);
     // A line that stays, above the table if there is one.
@@ -41,7 +41,7 @@ class RecordView {
 
   private:
     struct Shown {
-        SessionPlan::State state = SessionPlan::State::kConnecting;
+        StreamPlan::State state = StreamPlan::State::kConnecting;
         bool any = false;
         RateMeter rate;
     };
@@ -59,7 +59,7 @@ class RecordView {
 };
 
 // The end of a recording, for people and for programs.
-std::string summary_table(const std::vector<StreamStatus>& streams);
-std::string summary_json(const std::vector<StreamStatus>& streams);
+std::string recording_summary_table(const std::vector<StreamStatus>& streams);
+std::string recording_summary_json(const std::vector<StreamStatus>& streams);
 
 }  // namespace lenswire::recorder

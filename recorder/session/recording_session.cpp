@@ -36,7 +36,8 @@ std::string StreamStatus::name() const {
     return camera.name() + "/" + std::to_string(camera.channel) + "/" + std::to_string(camera.stream);
 }
 
-RecordSession::RecordSession(const Options& options) : host_(options.database), cameras_(options.cameras) {
+RecordingSession::RecordingSession(const Options& options)
+    : host_(options.database), cameras_(options.cameras) {
     if (cameras_.size() > LENSWIRE_STREAM_SLOTS) throw bad_input("more than 192 streams");
     for (size_t i = 0; i < std::min(kWorkers, cameras_.size()); ++i) {
         workers_.push_back(std::make_unique<FrameWorker>());
@@ -45,7 +46,7 @@ RecordSession::RecordSession(const Options& options) : host_(options.database), 
     connect(options);
 }
 
-void RecordSession::add_streams(const Options& options) {
+void RecordingSession::add_streams(const Options& options) {
     for (const CameraAddress& camera : cameras_) {
         const int channel = host_.store.bind_camera(camera);
         if (host_.stream(channel, camera.stream) != nullptr) {
@@ -63,7 +64,7 @@ void RecordSession::add_streams(const Options& options) {
     }
 }
 
-void RecordSession::connect(const Options& options) {
+void RecordingSession::connect(const Options& options) {
     plugin_ = std::make_unique<Plugin>(options.library);
     context_ = std::make_unique<PluginContext>(*plugin_);
     std::vector<std::unique_ptr<StreamLink>> links;
@@ -78,11 +79,11 @@ void RecordSession::connect(const Options& options) {
     supervisor_->start(static_cast<int>(std::min(streams_.size(), kMostLogins)));
 }
 
-RecordSession::~RecordSession() {
+RecordingSession::~RecordingSession() {
     stop();
 }
 
-void RecordSession::stop() {
+void RecordingSession::stop() {
     if (std::exchange(stopped_, true)) return;
     host_.stop_logins();
     if (supervisor_) supervisor_->stop();
@@ -97,7 +98,7 @@ void RecordSession::stop() {
 
 // The stream sockets outlive the context: until it has been stopped the receive loop may read them, and a
 // number closed sooner could be another's by then.
-void RecordSession::close_streams() {
+void RecordingSession::close_streams() {
     for (const Stream& stream : streams_) {
         DevChannelInfo info{};
         stream.stream->describe(info, stream.link ? stream.link->unit() : nullptr);
@@ -117,7 +118,7 @@ void RecordSession::close_streams() {
     }
 }
 
-std::vector<StreamStatus> RecordSession::status() const {
+std::vector<StreamStatus> RecordingSession::status() const {
     std::vector<StreamStatus> result;
     for (size_t i = 0; i < streams_.size(); ++i) {
         RecorderStream& stream = *streams_[i].stream;
@@ -134,7 +135,7 @@ std::vector<StreamStatus> RecordSession::status() const {
     return result;
 }
 
-std::vector<std::string> RecordSession::events() {
+std::vector<std::string> RecordingSession::events() {
     std::vector<std::string> lines;
     while (auto event = host_.motion.next_event()) lines.push_back(std::move(*event));
     const std::lock_guard lock(complaints_mutex_);
@@ -143,7 +144,7 @@ std::vector<std::string> RecordSession::events() {
     return lines;
 }
 
-void RecordSession::complain(const std::string& line) {
+void RecordingSession::complain(const std::string& line) {
     const std::lock_guard lock(complaints_mutex_);
     complaints_.push_back(line);
 }

@@ -32,7 +32,7 @@ struct StreamStatus {
     uint64_t lost() const { return lost_in_queue + recording.missing + recording.unwritten; }
 };
 
-class RecordSession {
+class RecordingSession {
   public:
     struct Options {
         std::vector<CameraAddress> cameras;
@@ -43,10 +43,10 @@ class RecordSession {
     };
 
     // Throws a Failure when the library or the database cannot be used.
-    explicit RecordSession(const Options& options);
-    ~RecordSession();  // stops
-    RecordSession(const RecordSession&) = delete;
-    RecordSession& operator=(const RecordSession&) = delete;
+    explicit RecordingSession(const Options& options);
+    ~RecordingSession();  // stops
+    RecordingSession(const RecordingSession&) = delete;
+    RecordingSession& operator=(const RecordingSession&) = delete;
 
     // Ends connections, unloads the library and finishes every file.
     void stop();

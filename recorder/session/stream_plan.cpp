@@ -16,19 +16,19 @@ constexpr auto kQuick = seconds(15);  // a stream that lasts shorter is not soun
 constexpr unsigned kInvitations = 2;  // before a new login
 
 // 1, 2, 4, 8, 8, ... seconds for 1, 2, 3, ... failures in a row.
-SessionPlan::Clock::duration back_off(unsigned failures) {
-    return std::min<SessionPlan::Clock::duration>(seconds(1) * (1u << std::min(failures - 1, 10u)),
-                                                  kLongestDelay);
+StreamPlan::Clock::duration back_off(unsigned failures) {
+    return std::min<StreamPlan::Clock::duration>(seconds(1) * (1u << std::min(failures - 1, 10u)),
+                                                 kLongestDelay);
 }
 
 }  // namespace
 
-SessionPlan::Action SessionPlan::action() const {
+StreamPlan::Action StreamPlan::action() const {
     if (!logged_in_) return Action::kLogin;
     return streaming_ ? Action::kCheck : Action::kInvite;
 }
 
-void SessionPlan::login_ended(int result, Time now) {
+void StreamPlan::login_ended(int result, Time now) {
     login_tried_ = true;
     logged_in_ = result == kLoggedIn;
     if (logged_in_) {
@@ -43,7 +43,7 @@ void SessionPlan::login_ended(int result, Time now) {
     due_ = now + (refused && !ever_streamed_ ? kRefusedDelay : back_off(++failed_logins_));
 }
 
-void SessionPlan::invitation_ended(bool invited, Time now) {
+void StreamPlan::invitation_ended(bool invited, Time now) {
     streaming_ = invited;
     if (invited) {
         failed_invitations_ = 0;
@@ -60,14 +60,14 @@ void SessionPlan::invitation_ended(bool invited, Time now) {
     due_ = now + back_off(++failed_logins_);
 }
 
-void SessionPlan::control_checked(bool alive, Time now) {
+void StreamPlan::control_checked(bool alive, Time now) {
     logged_in_ = alive;
     if (!alive && !streaming_) state_ = State::kConnecting;
     if (!alive) due_ = now;
     if (alive && streaming_) due_ = now + kCheckInterval;
 }
 
-void SessionPlan::restart_wanted(Time now) {
+void StreamPlan::restart_wanted(Time now) {
     if (!streaming_) return;
     streaming_ = false;
     ++restarts_;
@@ -76,7 +76,7 @@ void SessionPlan::restart_wanted(Time now) {
     last_restart_ = now;
 }
 
-SessionPlan::Clock::duration SessionPlan::restart_delay(Time now) {
+StreamPlan::Clock::duration StreamPlan::restart_delay(Time now) {
     const bool quick = restarts_ > 1 && now - last_restart_ < kQuick;
     quick_restarts_ = quick ? quick_restarts_ + 1 : 0;
     return quick ? back_off(quick_restarts_) : Clock::duration{0};

@@ -10,7 +10,7 @@
 
 namespace lenswire::recorder {
 
-class SessionPlan {
+class StreamPlan {
   public:
     using Clock = std::chrono::steady_clock;
     using Time = Clock::time_point;
@@ -22,7 +22,7 @@ class SessionPlan {
     static constexpr int kLoggedIn = 0;
     static constexpr int kLoginUnanswered = -4;
 
-    explicit SessionPlan(Time start) : due_(start) {}
+    explicit StreamPlan(Time start) : due_(start) {}
 
     Action action() const;
     Time due() const { return due_; }

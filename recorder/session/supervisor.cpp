@@ -4,11 +4,11 @@
 
 namespace lenswire::recorder {
 
-using Time = SessionPlan::Time;
+using Time = StreamPlan::Time;
 
 Supervisor::Supervisor(std::vector<std::unique_ptr<StreamLink>> links) {
-    const Time now = SessionPlan::Clock::now();
-    for (auto& link : links) sessions_.push_back({.link = std::move(link), .plan = SessionPlan(now)});
+    const Time now = StreamPlan::Clock::now();
+    for (auto& link : links) sessions_.push_back({.link = std::move(link), .plan = StreamPlan(now)});
 }
 
 Supervisor::~Supervisor() {
@@ -34,7 +34,7 @@ void Supervisor::restart_wanted(int channel, int stream) {
         const std::lock_guard lock(mutex_);
         for (Session& session : sessions_) {
             if (session.link->channel() != channel || session.link->stream() != stream) continue;
-            session.plan.restart_wanted(SessionPlan::Clock::now());
+            session.plan.restart_wanted(StreamPlan::Clock::now());
         }
     }
     wake_.notify_one();
@@ -53,13 +53,13 @@ Supervisor::View Supervisor::view(size_t index) const {
 void Supervisor::work() {
     std::unique_lock lock(mutex_);
     while (!stop_) {
-        Session* session = due_session(SessionPlan::Clock::now());
+        Session* session = due_session(StreamPlan::Clock::now());
         if (session == nullptr) {
             wake_.wait_until(lock, next_due());
             continue;
         }
         session->busy = true;
-        const SessionPlan::Action action = session->plan.action();
+        const StreamPlan::Action action = session->plan.action();
         lock.unlock();
         step(*session, action);
         lock.lock();
@@ -78,20 +78,20 @@ Supervisor::Session* Supervisor::due_session(Time now) {
 }
 
 Time Supervisor::next_due() const {
-    Time next = SessionPlan::Clock::now() + std::chrono::seconds(60);
+    Time next = StreamPlan::Clock::now() + std::chrono::seconds(60);
     for (const Session& session : sessions_) {
         if (!session.busy) next = std::min(next, session.plan.due());
     }
     return next;
 }
 
-void Supervisor::step(Session& session, SessionPlan::Action action) {
+void Supervisor::step(Session& session, StreamPlan::Action action) {
     switch (action) {
-        case SessionPlan::Action::kLogin:
+        case StreamPlan::Action::kLogin:
             return log_in(session);
-        case SessionPlan::Action::kInvite:
+        case StreamPlan::Action::kInvite:
             return invite(session);
-        case SessionPlan::Action::kCheck:
+        case StreamPlan::Action::kCheck:
             return check(session);
     }
 }
@@ -100,7 +100,7 @@ void Supervisor::log_in(Session& session) {
     const int result = session.link->login(!session.plan.login_tried());
     const std::lock_guard lock(mutex_);
     session.login_result = result;
-    session.plan.login_ended(result, SessionPlan::Clock::now());
+    session.plan.login_ended(result, StreamPlan::Clock::now());
 }
 
 void Supervisor::invite(Session& session) {
@@ -110,7 +110,7 @@ void Supervisor::invite(Session& session) {
     const bool invited = session.link->invite() && session.link->control_alive();
     {
         const std::lock_guard lock(mutex_);
-        session.plan.invitation_ended(invited, SessionPlan::Clock::now());
+        session.plan.invitation_ended(invited, StreamPlan::Clock::now());
     }
     // Last: from here on the receive loop may want the next restart.
     if (invited) session.link->open();
@@ -119,22 +119,22 @@ void Supervisor::invite(Session& session) {
 void Supervisor::check(Session& session) {
     const bool alive = session.link->control_alive();
     const std::lock_guard lock(mutex_);
-    session.plan.control_checked(alive, SessionPlan::Clock::now());
+    session.plan.control_checked(alive, StreamPlan::Clock::now());
 }
 
-const char* state_name(SessionPlan::State state) {
+const char* state_name(StreamPlan::State state) {
     switch (state) {
-        case SessionPlan::State::kConnecting:
+        case StreamPlan::State::kConnecting:
             return "connecting";
-        case SessionPlan::State::kInviting:
+        case StreamPlan::State::kInviting:
             return "inviting";
-        case SessionPlan::State::kStreaming:
+        case StreamPlan::State::kStreaming:
             return "streaming";
-        case SessionPlan::State::kRestarting:
+        case StreamPlan::State::kRestarting:
             return "restarting";
-        case SessionPlan::State::kUnreachable:
+        case StreamPlan::State::kUnreachable:
             return "unreachable";
-        case SessionPlan::State::kRefused:
+        case StreamPlan::State::kRefused:
             return "refused";
     }
     return "";

@@ -30,7 +30,7 @@ class Supervisor : public RestartListener {
   public:
     // What a viewer shows of a stream.
     struct View {
-        SessionPlan::State state = SessionPlan::State::kConnecting;
+        StreamPlan::State state = StreamPlan::State::kConnecting;
         int login_result = 0;
         bool login_tried = false;
         bool ever_streamed = false;
@@ -52,15 +52,15 @@ class Supervisor : public RestartListener {
   private:
     struct Session {
         std::unique_ptr<StreamLink> link;
-        SessionPlan plan;
+        StreamPlan plan;
         bool busy = false;
         int login_result = 0;
     };
 
     void work();
-    Session* due_session(SessionPlan::Time now);
-    SessionPlan::Time next_due() const;
-    void step(Session& session, SessionPlan::Action action);
+    Session* due_session(StreamPlan::Time now);
+    StreamPlan::Time next_due() const;
+    void step(Session& session, StreamPlan::Action action);
     void log_in(Session& session);
     void invite(Session& session);
     void check(Session& session);
@@ -73,6 +73,6 @@ class Supervisor : public RestartListener {
     std::vector<std::thread> threads_;
 };
 
-const char* state_name(SessionPlan::State state);
+const char* state_name(StreamPlan::State state);
 
 }  // namespace lenswire::recorder

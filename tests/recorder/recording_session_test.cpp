@@ -24,7 +24,7 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::SizeIs;
 
-class RecordSessionTest : public testing::Test {
+class RecordingSessionTest : public testing::Test {
   protected:
     void SetUp() override {
         const auto* info = testing::UnitTest::GetInstance()->current_test_info();
@@ -54,7 +54,7 @@ class RecordSessionTest : public testing::Test {
     }
 
     void record() {
-        RecordSession::Options options;
+        RecordingSession::Options options;
         for (size_t i = 0; i < farm_.size(); ++i) {
             const camera::Camera& camera = farm_[i];
             const std::string text = "admin:admin@" + camera.address() + ":" + std::to_string(camera.port());
@@ -85,11 +85,11 @@ class RecordSessionTest : public testing::Test {
 
     fs::path directory_;
     camera::CameraFarm farm_;
-    std::optional<RecordSession> session_;
+    std::optional<RecordingSession> session_;
 };
 
 // The library takes a packet out when more has followed, so each stream's last one stays behind.
-TEST_F(RecordSessionTest, RecordsEveryFrameOfSeveralCameras) {
+TEST_F(RecordingSessionTest, RecordsEveryFrameOfSeveralCameras) {
     for (int i = 0; i < 3; ++i) add_camera(201, i == 2);
     record();
     for (size_t i = 0; i < 3; ++i) ASSERT_TRUE(until_pictures(i, 200)) << i;
@@ -112,7 +112,7 @@ TEST_F(RecordSessionTest, RecordsEveryFrameOfSeveralCameras) {
     }
 }
 
-TEST_F(RecordSessionTest, GoesOnInTheSameFileWhenAStreamBreaks) {
+TEST_F(RecordingSessionTest, GoesOnInTheSameFileWhenAStreamBreaks) {
     camera::Camera& camera = add_camera(100);
     camera::StreamFault fault;
     fault.kind = camera::StreamFaultKind::kCloseMid;
@@ -129,7 +129,7 @@ TEST_F(RecordSessionTest, GoesOnInTheSameFileWhenAStreamBreaks) {
     EXPECT_EQ(status.recording.files[0].video_frames, 159u);
 }
 
-TEST_F(RecordSessionTest, RecordsACameraAgainThatWasSwitchedOffAndOnAndLeavesTheOthersAlone) {
+TEST_F(RecordingSessionTest, RecordsACameraAgainThatWasSwitchedOffAndOnAndLeavesTheOthersAlone) {
     camera::Camera& broken = add_camera(50);
     camera::Camera& sound = add_camera(50);
     record();
@@ -147,7 +147,7 @@ TEST_F(RecordSessionTest, RecordsACameraAgainThatWasSwitchedOffAndOnAndLeavesThe
     EXPECT_EQ(sound.stats().connections, 2u) << "one control connection, one stream";
 }
 
-TEST_F(RecordSessionTest, ShowsMotion) {
+TEST_F(RecordingSessionTest, ShowsMotion) {
     camera::Camera& camera = add_camera(10);
     record();
     ASSERT_TRUE(until_pictures(0, 9));
@@ -175,7 +175,7 @@ Belongings belongings() {
     return {count("/proc/self/fd"), count("/proc/self/task"), loaded != nullptr};
 }
 
-TEST_F(RecordSessionTest, LeavesNothingBehindWhenItStops) {
+TEST_F(RecordingSessionTest, LeavesNothingBehindWhenItStops) {
     for (int i = 0; i < 4; ++i) add_camera(30);
     std::optional<Belongings> first;
     for (int round = 0; round < 4; ++round) {
@@ -195,14 +195,14 @@ TEST_F(RecordSessionTest, LeavesNothingBehindWhenItStops) {
     }
 }
 
-TEST_F(RecordSessionTest, SaysInOneLineWhatALibraryLacks) {
+TEST_F(RecordingSessionTest, SaysInOneLineWhatALibraryLacks) {
     const auto failure_of = [this](const std::string& library) -> std::string {
-        RecordSession::Options options;
+        RecordingSession::Options options;
         options.cameras = camera_addresses({"admin:admin@127.0.0.1:1"}, "");
         options.directory = directory_;
         options.library = library;
         try {
-            RecordSession session(options);
+            RecordingSession session(options);
         } catch (const Failure& failure) {
             return failure.what();
         }
@@ -212,13 +212,13 @@ TEST_F(RecordSessionTest, SaysInOneLineWhatALibraryLacks) {
     EXPECT_THAT(failure_of("libm.so.6"), HasSubstr("libm.so.6: the library has no "));
 }
 
-TEST_F(RecordSessionTest, RefusesAStreamThatIsListedTwice) {
-    RecordSession::Options options;
+TEST_F(RecordingSessionTest, RefusesAStreamThatIsListedTwice) {
+    RecordingSession::Options options;
     options.cameras =
         camera_addresses({"a:b@127.0.0.1:1/0/1", "a:b@127.0.0.1:1/0/0", "a:b@127.0.0.1:1/0/1"}, "");
     options.directory = directory_;
     options.library = LENSWIRE_LIBRARY;
-    EXPECT_THROW(RecordSession{options}, Failure);
+    EXPECT_THROW(RecordingSession{options}, Failure);
 }
 
 }  // namespace

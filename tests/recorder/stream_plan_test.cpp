@@ -6,36 +6,36 @@ namespace lenswire::recorder {
 namespace {
 
 using namespace std::chrono_literals;
-using Action = SessionPlan::Action;
-using State = SessionPlan::State;
-using Time = SessionPlan::Time;
+using Action = StreamPlan::Action;
+using State = StreamPlan::State;
+using Time = StreamPlan::Time;
 
 constexpr int kRefused = -4;
 constexpr int kUnreachable = -3;
 
 // A plan and a clock that goes to the plan's next step.
-class SessionPlanTest : public testing::Test {
+class StreamPlanTest : public testing::Test {
   protected:
     // What is next, and how long after the step before.
-    void expect(Action action, SessionPlan::Clock::duration delay) {
+    void expect(Action action, StreamPlan::Clock::duration delay) {
         EXPECT_EQ(plan.action(), action);
         EXPECT_EQ(plan.due() - now, delay);
         now = std::max(now, plan.due());
     }
     void stream() {
-        plan.login_ended(SessionPlan::kLoggedIn, now);
+        plan.login_ended(StreamPlan::kLoggedIn, now);
         plan.invitation_ended(true, now);
         ASSERT_EQ(plan.state(), State::kStreaming);
     }
 
     const Time start = Time{} + 1000s;
     Time now = start;
-    SessionPlan plan{start};
+    StreamPlan plan{start};
 };
 
-TEST_F(SessionPlanTest, LogsInInvitesAndThenLooksAfterTheConnection) {
+TEST_F(StreamPlanTest, LogsInInvitesAndThenLooksAfterTheConnection) {
     expect(Action::kLogin, 0s);
-    plan.login_ended(SessionPlan::kLoggedIn, now);
+    plan.login_ended(StreamPlan::kLoggedIn, now);
     expect(Action::kInvite, 0s);
     plan.invitation_ended(true, now);
     EXPECT_TRUE(plan.ever_streamed());
@@ -46,7 +46,7 @@ TEST_F(SessionPlanTest, LogsInInvitesAndThenLooksAfterTheConnection) {
     EXPECT_EQ(plan.restarts(), 0u);
 }
 
-TEST_F(SessionPlanTest, BacksOffFromAnUnreachableCameraAndForgetsItAfterALogin) {
+TEST_F(StreamPlanTest, BacksOffFromAnUnreachableCameraAndForgetsItAfterALogin) {
     for (const auto delay : {1s, 2s, 4s, 8s, 8s}) {
         plan.login_ended(kUnreachable, now);
         EXPECT_EQ(plan.state(), State::kUnreachable);
@@ -58,7 +58,7 @@ TEST_F(SessionPlanTest, BacksOffFromAnUnreachableCameraAndForgetsItAfterALogin) 
     expect(Action::kLogin, 1s);
 }
 
-TEST_F(SessionPlanTest, IsPatientWithARefusalUnlessTheCameraIsKnownToTakeTheCredentials) {
+TEST_F(StreamPlanTest, IsPatientWithARefusalUnlessTheCameraIsKnownToTakeTheCredentials) {
     plan.login_ended(kRefused, now);
     EXPECT_EQ(plan.state(), State::kRefused);
     expect(Action::kLogin, 30s);
@@ -68,7 +68,7 @@ TEST_F(SessionPlanTest, IsPatientWithARefusalUnlessTheCameraIsKnownToTakeTheCred
     expect(Action::kLogin, 1s);
 }
 
-TEST_F(SessionPlanTest, InvitesAtOnceAfterARestartAndSlowerWhenTheyFollowEachOther) {
+TEST_F(StreamPlanTest, InvitesAtOnceAfterARestartAndSlowerWhenTheyFollowEachOther) {
     stream();
     now += 60s;
     for (const auto delay : {0s, 1s, 2s, 4s, 8s, 8s}) {
@@ -83,7 +83,7 @@ TEST_F(SessionPlanTest, InvitesAtOnceAfterARestartAndSlowerWhenTheyFollowEachOth
     expect(Action::kInvite, 0s);
 }
 
-TEST_F(SessionPlanTest, CountsARestartOnceAndOnlyOfAStreamThatRuns) {
+TEST_F(StreamPlanTest, CountsARestartOnceAndOnlyOfAStreamThatRuns) {
     plan.restart_wanted(now);
     EXPECT_EQ(plan.restarts(), 0u);
     stream();
@@ -92,32 +92,32 @@ TEST_F(SessionPlanTest, CountsARestartOnceAndOnlyOfAStreamThatRuns) {
     EXPECT_EQ(plan.restarts(), 1u);
 }
 
-TEST_F(SessionPlanTest, LogsInAnewOnlyAfterSeveralInvitationsFailed) {
-    plan.login_ended(SessionPlan::kLoggedIn, now);
+TEST_F(StreamPlanTest, LogsInAnewOnlyAfterSeveralInvitationsFailed) {
+    plan.login_ended(StreamPlan::kLoggedIn, now);
     plan.invitation_ended(false, now);
     expect(Action::kInvite, 500ms);
     plan.invitation_ended(false, now);
     expect(Action::kLogin, 1s);
-    plan.login_ended(SessionPlan::kLoggedIn, now);
+    plan.login_ended(StreamPlan::kLoggedIn, now);
     expect(Action::kInvite, 0s);
 }
 
-TEST_F(SessionPlanTest, KeepsTheStreamWhileALostControlConnectionIsLoggedInAgain) {
+TEST_F(StreamPlanTest, KeepsTheStreamWhileALostControlConnectionIsLoggedInAgain) {
     stream();
     now = plan.due();
     plan.control_checked(false, now);
     expect(Action::kLogin, 0s);
     EXPECT_EQ(plan.state(), State::kStreaming);
-    plan.login_ended(SessionPlan::kLoggedIn, now);
+    plan.login_ended(StreamPlan::kLoggedIn, now);
     EXPECT_EQ(plan.state(), State::kStreaming);
     expect(Action::kCheck, 2s);
 }
 
-TEST_F(SessionPlanTest, TakesARestartThatComesWhileItLogsInOrLooksAtTheConnection) {
+TEST_F(StreamPlanTest, TakesARestartThatComesWhileItLogsInOrLooksAtTheConnection) {
     stream();
     plan.control_checked(false, now);
     plan.restart_wanted(now);
-    plan.login_ended(SessionPlan::kLoggedIn, now);
+    plan.login_ended(StreamPlan::kLoggedIn, now);
     expect(Action::kInvite, 0s);
     plan.invitation_ended(true, now);
     plan.restart_wanted(now);
