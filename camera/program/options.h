@@ -7,7 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "camera/serve/camera.h"
+#include "camera/serve/camera_config.h"
+#include "camera/serve/faults.h"
 
 namespace lenswire::camera {
 

@@ -105,7 +105,7 @@ void Camera::clear_faults() {
     core_->upload_faults.clear();
 }
 
-void Camera::on_command(uint16_t code, Hook hook) {
+void Camera::on_command(uint16_t code, CommandHook hook) {
     const auto guard = loop_->lock();
     if (hook) {
         core_->hooks[code] = std::move(hook);

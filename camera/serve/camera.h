@@ -6,42 +6,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "camera/device/device.h"
-#include "camera/media/frame_source.h"
+#include "camera/serve/camera_config.h"
 #include "camera/serve/faults.h"
 #include "camera/serve/stats.h"
-#include "camera/wire/message.h"
 
 namespace lenswire::camera {
-
-struct CameraConfig {
-    std::string address = "127.0.0.1";
-    uint16_t port = 0;  // 0: any free one, see Camera::port
-    std::string user = "admin";
-    std::string password = "admin";
-    uint32_t number = 0;  // of this camera in its farm; part of the seed of synthetic streams
-    std::vector<StreamConfig> streams = std::vector<StreamConfig>(2);  // by stream number: main, sub
-    bool answer_heartbeats = true;
-    // Refuse commands and streams that do not carry a login id of this camera. They are counted either way.
-    bool require_login = true;
-    // Pushes motion that often, and its end half that time later, while its detection is on; 0: never.
-    int64_t motion_every_ms = 0;
-    DeviceConfig device = {};
-    std::string keep_firmware_dir = {};   // good uploads are kept in this folder, ADDRESS-NUMBER.bin
-    std::string next_firmware_name = {};  // after a good upload; the present one counted up when empty
-    int64_t reboot_ms = 500;              // how long the camera is away then
-    int64_t gather_us = 4000;             // frames that fall due within such a span are sent in one go
-};
-
-// Where a received command came from.
-struct Received {
-    uint32_t connection = 0;  // numbered from 1 in the order of accepting
-    Command command;
-};
 
 class CameraCore;
 class Loop;
@@ -68,7 +40,7 @@ class Camera {
     CameraStats stats() const;
     std::vector<StreamStats> streams() const;  // every stream connection so far, in order
     std::vector<UploadStats> uploads() const;  // every upload so far, in order
-    // The commands received so far, oldest first; the last kMostReceived are kept.
+    // The commands received so far, oldest first; the last kMostCommandsKept are kept.
     std::vector<Received> received() const;
     std::vector<Command> received(uint16_t code) const;
     // Waits until the predicate holds for this camera, false when the time runs out first.
@@ -81,8 +53,7 @@ class Camera {
 
     // What a hook returns goes out in place of the usual answer, nothing when it returns nothing. Hooks run
     // on the thread that serves the cameras; an empty one removes the hook. Login and streams have no hooks.
-    using Hook = std::function<std::optional<Command>(const Command& request)>;
-    void on_command(uint16_t code, Hook hook);
+    void on_command(uint16_t code, CommandHook hook);
 
     // Called with every command that is received, on the thread that serves the cameras.
     void watch_commands(std::function<void(const Command& command)> watcher);
@@ -103,8 +74,6 @@ class Camera {
     // cruise lines as all three in one. One that is set may have any size, so that answers can be wrong.
     Bytes record(uint16_t code) const;
     void set_record(uint16_t code, Bytes bytes);
-
-    static constexpr size_t kMostReceived = 4096;
 
   private:
     std::shared_ptr<Loop> loop_;

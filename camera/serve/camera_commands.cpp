@@ -45,7 +45,7 @@ bool CameraCore::has_login(const Connection& connection, const Command& command)
 void CameraCore::note_received(const Connection& connection, const Command& command) {
     ++stats_.commands;
     received.push_back({connection.number(), command});
-    if (received.size() > Camera::kMostReceived) received.pop_front();
+    if (received.size() > kMostCommandsKept) received.pop_front();
     if (watcher) watcher(command);
     if (command.tag1 != 1 || command.tag2 != 1 || !command.reserved_clear) count_malformed();
     loop_.report_change();
@@ -69,7 +69,7 @@ void CameraCore::on_command(Connection& connection, const Command& command) {
     }
     const auto hook = hooks.find(command.code);
     if (hook != hooks.end() && row == std::end(kHandlers)) {
-        const auto hooked = Camera::Hook(hook->second)(command);
+        const auto hooked = CommandHook(hook->second)(command);
         if (hooked) answer(connection, *hooked);
         return;
     }

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "camera/device/settings.h"
-#include "camera/serve/camera.h"
+#include "camera/serve/camera_config.h"
 #include "camera/serve/connection.h"
 #include "camera/serve/loop.h"
 
 namespace lenswire::camera {
 
-class CameraCore {
+class CameraCore : public ConnectionOwner {
   public:
     CameraCore(Loop& loop, CameraConfig config);
     ~CameraCore();
@@ -24,15 +24,6 @@ class CameraCore {
     bool start(std::string* error);
     void stop();
     void restart_in(int64_t down_ms);
-
-    // What connections report.
-    void on_command(Connection& connection, const Command& command);
-    void connection_closed(Connection* connection);
-    bool is_upload(const Connection& connection, const Command& header) const;
-    void on_upload(Connection& connection, const Command& header);
-    void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload, uint16_t state);
-    void babble(Connection& connection);
-    void count_malformed() { ++stats_.malformed; }
 
     CameraStats stats() const;
     size_t send_to_all(const Bytes& bytes);
@@ -47,7 +38,7 @@ class CameraCore {
     std::vector<AnswerFault> answer_faults;
     std::vector<StreamFault> stream_faults;
     std::vector<UploadFault> upload_faults;
-    std::map<uint16_t, Camera::Hook> hooks;
+    std::map<uint16_t, CommandHook> hooks;
     std::function<void(const Command&)> watcher;
     std::deque<std::shared_ptr<StreamStats>> streams;
     std::deque<std::shared_ptr<UploadStats>> uploads;
@@ -74,6 +65,15 @@ class CameraCore {
         Handler handler;
     };
     static const HandlerRow kHandlers[];
+
+    void on_command(Connection& connection, const Command& command) override;
+    void connection_closed(Connection* connection) override;
+    bool is_upload(const Connection& connection, const Command& header) const override;
+    void on_upload(Connection& connection, const Command& header) override;
+    void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                     uint16_t state) override;
+    void babble(Connection& connection) override;
+    void count_malformed() override { ++stats_.malformed; }
 
     void accepted(int fd);
     bool has_login(const Connection& connection, const Command& command);

@@ -7,13 +7,12 @@
 #include <cerrno>
 #include <utility>
 
-#include "camera/serve/camera_core.h"
 #include "lenswire/protocol.h"
 
 namespace lenswire::camera {
 
-Connection::Connection(CameraCore& core, Loop& loop, int fd, uint32_t number)
-    : core_(core),
+Connection::Connection(ConnectionOwner& owner, Loop& loop, int fd, uint32_t number)
+    : owner_(owner),
       loop_(loop),
       fd_(fd),
       number_(number),
@@ -48,7 +47,7 @@ void Connection::close(bool reset) {
         stream_stats_->open = false;
         stream_stats_->ended = true;
     }
-    core_.connection_closed(this);
+    owner_.connection_closed(this);
 }
 
 void Connection::start_stream(SenderSetup setup) {
@@ -76,13 +75,13 @@ void Connection::finish_stream(bool close) {
 void Connection::start_upload(UploadSetup setup) {
     upload_stats_ = setup.stats;
     setup.fd = fd_;
-    upload_ = std::make_unique<Upload>(
-        loop_, std::move(setup),
-        Upload::Calls{
-            .done =
-                [this](uint16_t state) { core_.upload_done(*this, upload_->fault(), *upload_stats_, state); },
-            .babble = [this] { core_.babble(*this); },
-            .close = [this] { close(); }});
+    auto done = [this](uint16_t state) {
+        owner_.upload_done(*this, upload_->fault(), *upload_stats_, state);
+    };
+    upload_ = std::make_unique<Upload>(loop_, std::move(setup),
+                                       Upload::Calls{.done = std::move(done),
+                                                     .babble = [this] { owner_.babble(*this); },
+                                                     .close = [this] { close(); }});
 }
 
 void Connection::read_all() {
@@ -103,19 +102,19 @@ void Connection::take_commands() {
     while (fd_ >= 0) {
         const auto header = reader_.header();
         if (!header) return;
-        if (core_.is_upload(*this, *header)) {
+        if (owner_.is_upload(*this, *header)) {
             const Bytes first = reader_.take_rest();
-            core_.on_upload(*this, *header);
+            owner_.on_upload(*this, *header);
             if (upload_ && fd_ >= 0) upload_->take(first);
             return;
         }
         if (uint64_t{ARG_HEAD_LEN} + announced_length(*header) > MAX_CMD_SIZE) {
-            core_.count_malformed();
+            owner_.count_malformed();
             return close();
         }
         const auto command = reader_.take();
         if (!command) return;
-        core_.on_command(*this, *command);
+        owner_.on_command(*this, *command);
     }
 }
 

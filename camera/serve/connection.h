@@ -15,11 +15,27 @@
 
 namespace lenswire::camera {
 
-class CameraCore;
+class Connection;
+
+// The camera of a connection, which knows what the commands mean.
+class ConnectionOwner {
+  public:
+    virtual void on_command(Connection& connection, const Command& command) = 0;
+    virtual void connection_closed(Connection* connection) = 0;
+    virtual bool is_upload(const Connection& connection, const Command& header) const = 0;
+    virtual void on_upload(Connection& connection, const Command& header) = 0;
+    virtual void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                             uint16_t state) = 0;
+    virtual void babble(Connection& connection) = 0;
+    virtual void count_malformed() = 0;
+
+  protected:
+    ~ConnectionOwner() = default;
+};
 
 class Connection : public Watched {
   public:
-    Connection(CameraCore& core, Loop& loop, int fd, uint32_t number);
+    Connection(ConnectionOwner& owner, Loop& loop, int fd, uint32_t number);
     ~Connection() override;
 
     void on_ready(uint32_t events) override;
@@ -32,7 +48,7 @@ class Connection : public Watched {
     uint32_t login_id() const { return login_id_; }
     bool is_stream() const { return stream_stats_ != nullptr; }
 
-    // For the camera, which knows what the commands mean.
+    // For the owner.
     const std::optional<DesBlock>& serial() const { return serial_; }
     void set_serial(const DesBlock& serial) { serial_ = serial; }
     void set_login_id(uint32_t id) { login_id_ = id; }
@@ -46,7 +62,7 @@ class Connection : public Watched {
     void take_commands();
     void begin_stream();
 
-    CameraCore& core_;
+    ConnectionOwner& owner_;
     Loop& loop_;
     int fd_;
     uint32_t number_;
