@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "recorder/cli/commands.h"
+#include "recorder/cli/recording_summary.h"
 #include "recorder/cli/recording_view.h"
 #include "recorder/support/failure.h"
 

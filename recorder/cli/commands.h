@@ -6,6 +6,7 @@
 #include <string>
 
 #include "recorder/cli/console.h"
+#include "recorder/session/session_options.h"
 
 namespace CLI {
 class App;
@@ -14,11 +15,9 @@ class App;
 namespace lenswire::recorder {
 
 // What every subcommand takes.
-struct CommonOptions {
-    std::string library;
+struct CommonOptions : SessionOptions {
     std::string password_file;
     std::string log;
-    std::string database;
     bool verbose = false;
     bool json = false;
 };

@@ -1,7 +1,6 @@
-// The end of a recording, for people and for programs.
-#include <nlohmann/json.hpp>
+#include "recorder/cli/recording_summary.h"
 
-#include "recorder/cli/recording_view.h"
+#include <nlohmann/json.hpp>
 
 namespace lenswire::recorder {
 namespace {

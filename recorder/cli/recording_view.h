@@ -58,8 +58,4 @@ class RecordingView {
     std::chrono::steady_clock::time_point next_report_{};
 };
 
-// The end of a recording, for people and for programs.
-std::string recording_summary_table(const std::vector<StreamStatus>& streams);
-std::string recording_summary_json(const std::vector<StreamStatus>& streams);
-
 }  // namespace lenswire::recorder

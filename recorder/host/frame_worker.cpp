@@ -1,7 +1,5 @@
 #include "recorder/host/frame_worker.h"
 
-#include "recorder/host/recorder_stream.h"
-
 namespace lenswire::recorder {
 
 FrameWorker::FrameWorker() : thread_([this] { run(); }) {}
@@ -10,8 +8,8 @@ FrameWorker::~FrameWorker() {
     stop();
 }
 
-void FrameWorker::schedule(RecorderStream& stream) {
-    if (stream.scheduled.exchange(true)) return;
+void FrameWorker::schedule(Stream& stream) {
+    if (stream.scheduled_.exchange(true)) return;
     {
         const std::lock_guard lock(mutex_);
         ready_.push_back(&stream);
@@ -29,7 +27,7 @@ void FrameWorker::stop() {
 }
 
 void FrameWorker::run() {
-    std::vector<RecorderStream*> streams;
+    std::vector<Stream*> streams;
     while (true) {
         {
             std::unique_lock lock(mutex_);
@@ -37,9 +35,9 @@ void FrameWorker::run() {
             if (ready_.empty()) return;
             streams.swap(ready_);
         }
-        for (RecorderStream* stream : streams) {
+        for (Stream* stream : streams) {
             // Cleared first: a frame that comes while these are written schedules the stream again.
-            stream->scheduled = false;
+            stream->scheduled_ = false;
             stream->record_waiting_frames();
         }
         streams.clear();

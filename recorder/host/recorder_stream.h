@@ -41,7 +41,7 @@ struct StreamPrivateInfo {
 static_assert(offsetof(StreamPrivateInfo, codec_name) == 8);
 static_assert(offsetof(StreamPrivateInfo, audio_kind) == 72);
 
-class RecorderStream : private FrameQueue::Listener {
+class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream {
   public:
     using Clock = std::chrono::steady_clock;
 
@@ -69,11 +69,8 @@ class RecorderStream : private FrameQueue::Listener {
     int frames_per_second() const { return frames_per_second_; }
 
     // -- The worker's part, and after it has stopped the program's: writes the frames that wait.
-    void record_waiting_frames();
+    void record_waiting_frames() override;
     void finish_recording() { recording_.finish(); }
-
-    // Set while the worker has been told of waiting frames.
-    std::atomic<bool> scheduled{false};
 
   private:
     void frames_waiting() override { worker_.schedule(*this); }

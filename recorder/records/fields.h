@@ -10,9 +10,9 @@
 #include <type_traits>
 #include <vector>
 
-namespace lenswire::recorder {
+#include "recorder/support/bytes.h"
 
-using Bytes = std::vector<uint8_t>;
+namespace lenswire::recorder {
 
 struct Field {
     enum Kind { kUnsigned, kSigned, kText, kAddress, kBytes };

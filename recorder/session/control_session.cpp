@@ -8,11 +8,11 @@ constexpr auto kShortestWait = std::chrono::seconds(2);
 
 }  // namespace
 
-ControlSession::ControlSession(CameraAddress camera, const CommonOptions& common)
+ControlSession::ControlSession(CameraAddress camera, const SessionOptions& options)
     : camera_(std::move(camera)),
-      host_(common.database),
+      host_(options.database),
       channel_(host_.store.bind_camera(camera_)),
-      plugin_(common.library),
+      plugin_(options.library),
       context_(plugin_),
       link_(plugin_, camera_, channel_, 0) {
     const int result = link_.login();

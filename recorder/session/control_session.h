@@ -5,10 +5,10 @@
 #include <chrono>
 #include <string>
 
-#include "recorder/cli/commands.h"
 #include "recorder/host/host.h"
 #include "recorder/session/camera_link.h"
 #include "recorder/session/plugin.h"
+#include "recorder/session/session_options.h"
 #include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
@@ -16,7 +16,7 @@ namespace lenswire::recorder {
 class ControlSession {
   public:
     // Throws a camera Failure that says which way the login failed.
-    ControlSession(CameraAddress camera, const CommonOptions& common);
+    ControlSession(CameraAddress camera, const SessionOptions& options);
 
     Host& host() { return host_; }
     const Plugin& library() const { return plugin_; }

@@ -34,9 +34,9 @@ void check_addresses(const std::vector<CameraAddress>& cameras) {
 
 }  // namespace
 
-UpgradeSession::UpgradeSession(const std::vector<CameraAddress>& cameras, const CommonOptions& common)
-    : host_((check_addresses(cameras), common.database)),
-      plugin_(common.library),
+UpgradeSession::UpgradeSession(const std::vector<CameraAddress>& cameras, const SessionOptions& options)
+    : host_((check_addresses(cameras), options.database)),
+      plugin_(options.library),
       context_(plugin_),
       login_failures_(cameras.size()) {
     for (const CameraAddress& camera : cameras) {

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "lenswire/upgrade.h"
-#include "recorder/cli/commands.h"
 #include "recorder/host/host.h"
 #include "recorder/session/camera_link.h"
 #include "recorder/session/plugin.h"
+#include "recorder/session/session_options.h"
 
 namespace lenswire::recorder {
 
@@ -23,7 +23,7 @@ class UpgradeSession {
     };
 
     // Logs in to all at a time.
-    UpgradeSession(const std::vector<CameraAddress>& cameras, const CommonOptions& common);
+    UpgradeSession(const std::vector<CameraAddress>& cameras, const SessionOptions& options);
     ~UpgradeSession();  // waits for the job
 
     // Why the file cannot go to a camera, one line per camera; empty when it can go to all. Nothing is sent.

@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "recorder/records/fields.h"
+#include "recorder/support/bytes.h"
 
 namespace lenswire::recorder {
 
