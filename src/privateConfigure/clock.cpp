@@ -8,7 +8,7 @@
 #include "common/log.h"
 #include "lenswire/host_services.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/zone_text.h"
+#include "privateConfigure/text/zone_text.h"
 
 using namespace lenswire;
 using exchange::Row;

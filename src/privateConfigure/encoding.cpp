@@ -7,7 +7,7 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/resolution_list.h"
+#include "privateConfigure/text/resolution_list.h"
 
 using namespace lenswire;
 using exchange::Row;

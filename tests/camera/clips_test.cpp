@@ -1,5 +1,5 @@
 // Cutting clips into access units and images, and what their headers say about the pictures.
-#include "camera/clip.h"
+#include "camera/media/clip.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "camera/annexb.h"
+#include "camera/media/annexb.h"
 #include "support/camera_bytes.h"
 
 namespace lenswire::test {

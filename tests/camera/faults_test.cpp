@@ -1,5 +1,5 @@
 // Cameras that misbehave on request, and the texts that request it.
-#include "camera/faults.h"
+#include "camera/serve/faults.h"
 
 #include <gtest/gtest.h>
 

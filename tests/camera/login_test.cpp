@@ -1,9 +1,9 @@
 // The camera's cipher and its check of a login, against bytes computed elsewhere, and logins over loopback.
-#include "camera/login.h"
+#include "camera/wire/login.h"
 
 #include <gtest/gtest.h>
 
-#include "camera/des.h"
+#include "camera/wire/des.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "camera/des.h"
+#include "camera/wire/des.h"
 
 namespace lenswire::test {
 namespace {

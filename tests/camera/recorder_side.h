@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "camera/farm.h"
+#include "camera/serve/farm.h"
 #include "support/camera_bytes.h"
 #include "support/scripted_camera.h"
 

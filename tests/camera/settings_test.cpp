@@ -1,5 +1,5 @@
 // The settings behind a camera's commands: what can be set is what a get answers, in files if asked.
-#include "camera/settings.h"
+#include "camera/device/settings.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "camera/layouts.h"
+#include "camera/device/layouts.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {

@@ -1,7 +1,7 @@
 // Stream packets: their headers, their content byte for byte, and where a stream ends.
 #include <gtest/gtest.h>
 
-#include "camera/packet.h"
+#include "camera/wire/packet.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {

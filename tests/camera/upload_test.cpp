@@ -1,5 +1,5 @@
 // Firmware uploads: whole ones, broken ones, and what the camera makes of them.
-#include "camera/upload.h"
+#include "camera/serve/upload.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

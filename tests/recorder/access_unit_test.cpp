@@ -1,4 +1,4 @@
-#include "access_unit.h"
+#include "recorder/media/access_unit.h"
 
 #include <gtest/gtest.h>
 

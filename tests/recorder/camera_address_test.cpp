@@ -1,4 +1,4 @@
-#include "camera_address.h"
+#include "recorder/host/camera_address.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "failure.h"
+#include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 namespace {

@@ -1,13 +1,13 @@
-#include "fields.h"
+#include "recorder/records/fields.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <numeric>
 
-#include "cruise_line.h"
-#include "failure.h"
-#include "layouts.h"
+#include "recorder/records/cruise_line.h"
+#include "recorder/records/layouts.h"
+#include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 namespace {

@@ -1,4 +1,4 @@
-#include "frame_queue.h"
+#include "recorder/host/frame_queue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The host services as the library calls them, by name.
-#include "host.h"
+#include "recorder/host/host.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <numeric>
 
-#include "failure.h"
 #include "lenswire/host_services.h"
+#include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 namespace {

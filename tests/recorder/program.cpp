@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "commands.h"
+#include "recorder/cli/commands.h"
 
 namespace lenswire::recorder {
 namespace {

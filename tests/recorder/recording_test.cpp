@@ -1,4 +1,4 @@
-#include "recording.h"
+#include "recorder/media/recording.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "ring.h"
+#include "recorder/host/ring.h"
 
 #include <gtest/gtest.h>
 

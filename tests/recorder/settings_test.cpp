@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 
-#include "camera/farm.h"
+#include "camera/serve/farm.h"
 #include "lenswire/protocol.h"
 #include "program.h"
 

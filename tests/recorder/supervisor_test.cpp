@@ -1,4 +1,4 @@
-#include "supervisor.h"
+#include "recorder/session/supervisor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -162,7 +162,7 @@ TEST_F(SupervisorTest, ReportsHowALoginEnded) {
     ASSERT_TRUE(tried.try_acquire_for(10s));
     supervisor_->stop();
     const Supervisor::View view = supervisor_->view(0);
-    EXPECT_EQ(view.state, SessionPlan::State::kUnreachable);
+    EXPECT_EQ(view.state, StreamPlan::State::kUnreachable);
     EXPECT_EQ(view.login_result, -3);
     EXPECT_TRUE(view.login_tried);
     EXPECT_FALSE(view.ever_streamed);

@@ -1,4 +1,4 @@
-#include "timeline.h"
+#include "recorder/media/timeline.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "camera/farm.h"
+#include "camera/serve/farm.h"
 #include "program.h"
-#include "store.h"
+#include "recorder/host/store.h"
 
 namespace lenswire::recorder {
 namespace {

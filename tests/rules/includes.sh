@@ -1,15 +1,25 @@
 #!/usr/bin/env bash
-# includes.sh ROOT: a folder under src includes its own headers, common/ and lenswire/; recorder its own
-# and lenswire/; camera its own and the wire constants. One line per include that breaks this.
+# includes.sh ROOT: each folder includes only what it may, each room of recorder, camera and bench only itself
+# and the rooms above it, and no files include each other in a circle; a header and its source count as one
+# file. One line per fault.
 set -uo pipefail
 root=$1
 
-# What each folder may include, beside system headers and files of its own.
+# What each folder may include, beside system headers.
 declare -A allowed=([recorder]="recorder/* lenswire/*"
-    [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h")
+    [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h"
+    [bench]="bench/* lenswire/* pteClient/message_cutter.h")
 for folder in "$root"/src/*/; do
     name=$(basename "$folder")
     allowed[src/$name]="$name/* common/* lenswire/*"
+done
+# The rooms of each folder, from the top floor down.
+declare -A floor_of rooms=([recorder]="support records media host session cli"
+    [camera]="wire media device serve program"
+    [bench]="support cameras host receivers rounds micro")
+for folder in "${!rooms[@]}"; do
+    floor=0
+    for room in ${rooms[$folder]}; do floor_of[$folder/$room]=$((floor++)); done
 done
 # An include in angle brackets is a system header unless it names one of these.
 ours=" src include bench lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
@@ -17,7 +27,6 @@ ours=" src include bench lenswire recorder camera tests $(cd "$root/src" && echo
 may_include() { # folder target
     local pattern
     [[ $2 != *..* ]] || return 1
-    [[ $2 != */* && -e $root/$1/$2 ]] && return
     for pattern in ${allowed[$1]}; do
         # shellcheck disable=SC2053 # a pattern is what is wanted
         [[ $2 == $pattern ]] && return
@@ -25,21 +34,35 @@ may_include() { # folder target
     return 1
 }
 
-seen=0
+stands_above() { # file target: the target is in the file's room or in one above it
+    local mine=${floor_of[${1%/*}]-} its=${floor_of[${2%/*}]-}
+    [[ -n $mine && -n $its ]] && ((its <= mine))
+}
+
 broken=0
+fault() {
+    echo "$*"
+    broken=1
+}
+
+edges=
 set -f
 for folder in "${!allowed[@]}"; do
     while IFS=: read -r file line text; do
-        seen=$((seen + 1))
+        file=${file#"$root"/}
         target=${text#*[\"<]}
         target=${target%%[\">]*}
         first=${target%%/*}
         [[ $text =~ include[[:space:]]*\< && $target != *..* && $ours != *" $first "* ]] && continue
-        may_include "$folder" "$target" && continue
-        echo "${file#"$root"/}:$line: $folder may not include $target"
-        broken=1
+        may_include "$folder" "$target" || fault "$file:$line: $folder may not include $target"
+        [[ -z ${rooms[$folder]-} || $first != "$folder" ]] || stands_above "$file" "$target" ||
+            fault "$file:$line: $target is in no room above it"
+        [[ $folder != src/* ]] || target=src/$target
+        edges+="${file%.*} ${target%.*}"$'\n'
     done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cpp' --include='*.c' \
         --include='*.inc' "$root/$folder")
 done
-((seen > 0)) || { echo "no include found under $root" && exit 1; }
+[[ -n $edges ]] || fault "no include found under $root"
+while read -r file; do fault "$file: in a circle of includes"; done < <(
+    tsort <<<"$edges" 2>&1 >/dev/null | sed -n 's/^tsort: \([^-]\)/\1/p' | sort -u)
 exit $broken

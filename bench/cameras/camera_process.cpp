@@ -1,0 +1,179 @@
+#include "bench/cameras/camera_process.h"
+
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "bench/support/measure.h"
+#include "lenswire/records.h"
+
+namespace lenswire::bench {
+
+namespace {
+
+// A camera takes its firmware in small pieces out of a small buffer.
+constexpr size_t kTakeBytes = 16 * 1024;
+constexpr int kReceiveBufferBytes = 64 * 1024;
+
+}  // namespace
+
+// The cameras' side, in their process.
+class CameraLoop {
+  public:
+    CameraLoop(CameraProcess::Board* board, uint32_t cameras) : board_(board), epoll_(epoll_create1(0)) {
+        for (uint32_t camera = 0; camera < cameras; ++camera) {
+            int port = 0;
+            const int listener = listen_at(CameraProcess::address_text(camera).c_str(), port);
+            setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
+            connections_[listener] = {.camera = camera, .listens = true};
+            watch(listener);
+            board_[camera].port = port;
+        }
+    }
+
+    [[noreturn]] void run() {
+        epoll_event events[64];
+        while (true) {
+            const int count = epoll_wait(epoll_, events, 64, -1);
+            for (int i = 0; i < count; ++i) serve(events[i].data.fd);
+        }
+    }
+
+  private:
+    struct Connection {
+        uint32_t camera = 0;
+        bool listens = false;
+        uint64_t firmware_left = 0;
+        std::vector<uint8_t> bytes = {};
+    };
+
+    void watch(int fd) const {
+        epoll_event event{.events = EPOLLIN, .data = {.fd = fd}};
+        epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
+    }
+
+    void serve(int fd) {
+        Connection& connection = connections_[fd];
+        if (connection.listens) {
+            const int accepted = accept4(fd, nullptr, nullptr, SOCK_NONBLOCK);
+            if (accepted < 0) return;
+            connections_[accepted] = {.camera = connection.camera};
+            watch(accepted);
+        } else if (!(connection.firmware_left > 0 ? take_firmware(fd, connection) : read(fd, connection))) {
+            connections_.erase(fd);
+            close(fd);
+        }
+    }
+
+    bool read(int fd, Connection& connection) {
+        uint8_t received[MAX_CMD_SIZE];
+        const ssize_t count = recv(fd, received, sizeof received, 0);
+        if (count <= 0) return count < 0 && errno == EAGAIN;
+        std::vector<uint8_t>& bytes = connection.bytes;
+        bytes.insert(bytes.end(), received, received + count);
+        while (bytes.size() >= sizeof(PrivateCmd) && answer_first(fd, connection)) {
+        }
+        return true;
+    }
+
+    // False when the first message is not whole yet.
+    bool answer_first(int fd, Connection& connection) {
+        std::vector<uint8_t>& bytes = connection.bytes;
+        PrivateCmd header;
+        std::memcpy(&header, bytes.data(), sizeof header);
+        if (header.usCmd == LENSWIRE_CMD_UPGRADE) {
+            connection.firmware_left = header.ulBufferSize;
+            count_firmware(fd, connection, bytes.size() - sizeof header);
+            bytes.clear();
+            return false;
+        }
+        const size_t length = sizeof header + size_t{header.ulBufferSize} * header.ulBufferNum;
+        if (bytes.size() < length) return false;
+        std::vector<uint8_t> answer(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
+        bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
+        complete(answer, header);
+        send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        return true;
+    }
+
+    // Makes an answer of a request: as a rule the request itself is one.
+    static void complete(std::vector<uint8_t>& answer, PrivateCmd header) {
+        switch (header.usCmd) {
+            case LENSWIRE_CMD_SERIAL:
+                header.ulBufferSize = LENSWIRE_SERIAL_SIZE;
+                header.ulBufferNum = 1;
+                answer.resize(sizeof header + LENSWIRE_SERIAL_SIZE, 'k');
+                break;
+            case LENSWIRE_CMD_LOGIN:
+                header.ulLoginId = 1;
+                break;
+            case LENSWIRE_CMD_HEARTBEAT:  // whoever asks for a sign of life also gets a motion alarm
+                header.usCmd = LENSWIRE_CMD_MOTION_PUSH;
+                header.ulBufferSize = header.ulBufferNum = 4;
+                answer.resize(sizeof header + 16, 1);
+                break;
+            case LENSWIRE_CMD_DEVICE_INFO: {
+                IpcDeviceInfo info{};
+                info.ndevType = kDeviceType;
+                std::strcpy(info.szFirmwareName, kFirmwareName);
+                std::memcpy(answer.data() + sizeof header, &info, sizeof info);
+                break;
+            }
+            default:
+                break;
+        }
+        std::memcpy(answer.data(), &header, sizeof header);
+    }
+
+    bool take_firmware(int fd, Connection& connection) {
+        const ssize_t count = recv(fd, nullptr, kTakeBytes, MSG_TRUNC);  // dropped in the kernel
+        if (count <= 0) return count < 0 && errno == EAGAIN;
+        count_firmware(fd, connection, static_cast<size_t>(count));
+        return true;
+    }
+
+    void count_firmware(int fd, Connection& connection, uint64_t count) {
+        board_[connection.camera].uploaded += count;
+        connection.firmware_left -= std::min(connection.firmware_left, count);
+        if (connection.firmware_left > 0) return;
+        const PrivateCmd done{.ulFlag = 0,
+                              .ucTag1 = 1,
+                              .ucTag2 = 1,
+                              .usCmd = LENSWIRE_CMD_UPGRADE,
+                              .ucState = 0,
+                              .ulLoginId = 0,
+                              .ulBufferSize = 0,
+                              .ulBufferNum = 0,
+                              .reserved20 = {}};
+        send(fd, &done, sizeof done, MSG_NOSIGNAL);
+    }
+
+    CameraProcess::Board* board_;
+    int epoll_;
+    std::map<int, Connection> connections_;
+};
+
+CameraProcess::CameraProcess(uint32_t cameras)
+    : cameras_(cameras),
+      shared_(cameras * sizeof(Board)),
+      board_(reinterpret_cast<Board*>(shared_.bytes())),
+      process_([this] {
+          prctl(PR_SET_TIMERSLACK, 1);
+          CameraLoop(board_, cameras_).run();
+      }) {
+    for (uint32_t camera = 0; camera < cameras; ++camera) {
+        while (port(camera) == 0) sleep_ms(1);
+    }
+}
+
+std::string CameraProcess::address_text(uint32_t camera) {
+    return "127.0." + std::to_string(1 + camera / 200) + "." + std::to_string(1 + camera % 200);
+}
+
+}  // namespace lenswire::bench

@@ -1,0 +1,81 @@
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+
+#include "recorder/cli/commands.h"
+#include "recorder/session/plugin.h"
+#include "recorder/support/failure.h"
+
+namespace lenswire::recorder {
+namespace {
+
+// A process list shows the command line; what stands before an '@' there may be a password.
+void hide_credentials(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        char* at = std::strrchr(argv[i], '@');
+        if (at != nullptr) std::memset(argv[i], '*', static_cast<size_t>(at - argv[i]));
+    }
+}
+
+// What CLI11 says spans lines and may repeat arguments; the user gets the first line, and of a text with an
+// '@' nothing.
+std::string one_line(const std::string& text) {
+    std::string line = text.substr(0, text.find('\n'));
+    return line.find('@') == std::string::npos ? line : "bad arguments, see --help";
+}
+
+void add_common(CLI::App& app, CommonOptions& common) {
+    common.library = Plugin::default_path();
+    app.add_option("--library", common.library, "The library to load")->capture_default_str();
+    app.add_option("--password-file", common.password_file,
+                   "Password for cameras given without one; LENSWIRE_PASSWORD is the other way");
+    app.add_option("--db", common.database, "Database file; in memory when not given");
+    app.add_option("--log", common.log, "File for the library's diagnostics");
+    app.add_flag("--verbose", common.verbose, "Show the library's diagnostics on standard error");
+    app.add_flag("--json", common.json, "Print the result as JSON");
+    app.fallthrough();
+}
+
+int run_command(const Command& command, Console& console) {
+    try {
+        return command(console);
+    } catch (const Failure& failure) {
+        console.error_line(failure.what());
+        return failure.code();
+    } catch (const std::exception& error) {
+        console.error_line(one_line(error.what()));
+        return kCameraFailed;
+    }
+}
+
+}  // namespace
+
+int run_program(int argc, char** argv) {
+    signal(SIGPIPE, SIG_IGN);
+    Console console;
+    CLI::App app("Records cameras and reads and writes their settings through the lenswire library.",
+                 "lenswire");
+    CommonOptions common;
+    Command chosen;
+    add_common(app, common);
+    for (const auto add :
+         {add_record, add_get, add_set, add_ptz, add_cruise, add_time, add_info, add_firmware, add_upgrade}) {
+        add(app, common, chosen);
+    }
+    app.require_subcommand(1);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help, std::cout, std::cerr);
+    } catch (const CLI::ParseError& error) {
+        console.error_line(one_line(error.what()));
+        return kBadInput;
+    }
+    hide_credentials(argc, argv);
+    return run_command(chosen, console);
+}
+
+}  // namespace lenswire::recorder

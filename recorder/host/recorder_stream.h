@@ -1,0 +1,90 @@
+// Everything that one recorded stream needs on the host's side: the objects that the library is handed in an
+// open request, what it reports of the stream, and the recording.
+//
+// The objects stay where they are and alive from before the library's context is started until after it is
+// stopped.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "lenswire/records.h"
+#include "recorder/host/frame_queue.h"
+#include "recorder/host/frame_worker.h"
+#include "recorder/host/ring.h"
+#include "recorder/media/recording.h"
+
+namespace lenswire::recorder {
+
+// The object behind pStream. The library reads the two words and hands them to
+// networkGetStreampPrivateInfo.
+struct StreamObject {
+    uint8_t reserved[724] = {};
+    int32_t channel = 0;
+    int32_t stream = 0;
+    FrameQueue* queue = nullptr;
+};
+static_assert(offsetof(StreamObject, channel) == 724);
+static_assert(offsetof(StreamObject, stream) == 728);
+
+// What networkGetStreampPrivateInfo points to; the library writes both fields.
+struct StreamPrivateInfo {
+    uint8_t reserved0[8] = {};
+    char codec_name[5] = {};
+    uint8_t reserved13[59] = {};
+    uint32_t audio_kind = 0;
+};
+static_assert(offsetof(StreamPrivateInfo, codec_name) == 8);
+static_assert(offsetof(StreamPrivateInfo, audio_kind) == 72);
+
+class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
+                   Recording::Complain complain);
+
+    int channel() const { return object_.channel; }
+    int stream() const { return object_.stream; }
+
+    FrameQueue& queue() { return queue_; }
+    StreamPrivateInfo& private_info() { return private_info_; }
+    const Recording& recording() const { return recording_; }
+
+    // Fills in the record of an open or close request.
+    void describe(DevChannelInfo& info, StreamConn* unit);
+
+    // -- A login for this stream may go on until then.
+    void allow_login_for(Clock::duration limit);
+    bool login_allowed() const;
+
+    // -- Measured by the library.
+    void set_data_rate(int bytes_per_second) { bytes_per_second_ = bytes_per_second; }
+    void set_frame_rate(int frames_per_second) { frames_per_second_ = frames_per_second; }
+    int bytes_per_second() const { return bytes_per_second_; }
+    int frames_per_second() const { return frames_per_second_; }
+
+    // -- The worker's part, and after it has stopped the program's: writes the frames that wait.
+    void record_waiting_frames() override;
+    void finish_recording() { recording_.finish(); }
+
+  private:
+    void frames_waiting() override { worker_.schedule(*this); }
+
+    FrameWorker& worker_;
+    StreamObject object_;
+    StreamPrivateInfo private_info_;
+    ReceiveBuffer receive_buffer_;
+    FrameQueue queue_;
+    Recording recording_;
+    std::vector<FrameBuffer*> frames_;  // the worker's
+    std::atomic<Clock::rep> login_deadline_{0};
+    std::atomic<int> bytes_per_second_{0};
+    std::atomic<int> frames_per_second_{0};
+};
+
+}  // namespace lenswire::recorder

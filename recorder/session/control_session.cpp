@@ -1,0 +1,34 @@
+#include "recorder/session/control_session.h"
+
+namespace lenswire::recorder {
+namespace {
+
+// An answer that is an error comes at once; nothing that waits for one gives up sooner than this.
+constexpr auto kShortestWait = std::chrono::seconds(2);
+
+}  // namespace
+
+ControlSession::ControlSession(CameraAddress camera, const SessionOptions& options)
+    : camera_(std::move(camera)),
+      host_(options.database),
+      channel_(host_.store.bind_camera(camera_)),
+      plugin_(options.library),
+      context_(plugin_),
+      link_(plugin_, camera_, channel_, 0) {
+    const int result = link_.login();
+    if (result != 0) throw camera_failed("camera " + camera_.name() + " " + login_failure(result));
+}
+
+Failure ControlSession::failure(const std::string& what, std::chrono::steady_clock::duration taken) const {
+    const std::string camera = "camera " + camera_.name();
+    if (!link_.control_alive())
+        return camera_failed(camera + " closed the connection over the request for " + what);
+    if (taken >= kShortestWait) return camera_failed(camera + " did not answer the request for " + what);
+    return camera_failed(camera + " answered the request for " + what + " with an error");
+}
+
+Failure ControlSession::not_sent(const std::string& what) const {
+    return camera_failed("camera " + camera_.name() + " closed the connection before " + what + " was sent");
+}
+
+}  // namespace lenswire::recorder

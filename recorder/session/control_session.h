@@ -1,0 +1,53 @@
+// One camera, logged in, for a command that reads or changes something: the host, the library and the control
+// connection, from the scope's begin to its end.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "recorder/host/host.h"
+#include "recorder/session/camera_link.h"
+#include "recorder/session/plugin.h"
+#include "recorder/session/session_options.h"
+#include "recorder/support/failure.h"
+
+namespace lenswire::recorder {
+
+class ControlSession {
+  public:
+    // Throws a camera Failure that says which way the login failed.
+    ControlSession(CameraAddress camera, const SessionOptions& options);
+
+    Host& host() { return host_; }
+    const Plugin& library() const { return plugin_; }
+    uint32_t ip() const { return camera_.ip; }
+    int camera_channel() const { return camera_.channel; }
+    int channel() const { return channel_; }  // the recorder's
+    const CameraAddress& camera() const { return camera_; }
+
+    // Runs an operation of the library and, when it fails, throws a Failure that says which way.
+    // `what` completes "the camera ... the request for".
+    template <typename F>
+    void ask(const std::string& what, F operation) {
+        const auto started = std::chrono::steady_clock::now();
+        if (!operation()) throw failure(what, std::chrono::steady_clock::now() - started);
+    }
+    // The same for what is only sent.
+    template <typename F>
+    void tell(const std::string& what, F operation) {
+        if (!operation() || !link_.control_alive()) throw not_sent(what);
+    }
+
+  private:
+    Failure failure(const std::string& what, std::chrono::steady_clock::duration taken) const;
+    Failure not_sent(const std::string& what) const;
+
+    CameraAddress camera_;
+    Host host_;
+    int channel_;
+    Plugin plugin_;
+    PluginContext context_;
+    CameraLink link_;
+};
+
+}  // namespace lenswire::recorder

@@ -1,0 +1,50 @@
+#include "recorder/session/plugin.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+
+#include "recorder/support/failure.h"
+
+namespace lenswire::recorder {
+
+Plugin::Plugin(const std::string& path) : path_(path) {
+    // All of it now: a service that this program does not export shows here and not in the middle of a
+    // recording.
+    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle_ == nullptr) throw camera_failed(std::string("the library cannot be loaded: ") + dlerror());
+    try {
+#define LENSWIRE_PLUGIN_FIND(name) name = reinterpret_cast<decltype(name)>(find(#name));
+        LENSWIRE_PLUGIN_SYMBOLS(LENSWIRE_PLUGIN_FIND)
+#undef LENSWIRE_PLUGIN_FIND
+    } catch (const Failure&) {
+        dlclose(handle_);
+        throw;
+    }
+}
+
+Plugin::~Plugin() {
+    dlclose(handle_);
+}
+
+void* Plugin::find(const char* name) const {
+    void* symbol = dlsym(handle_, name);
+    if (symbol == nullptr) throw camera_failed(path_ + ": the library has no " + name);
+    return symbol;
+}
+
+std::string Plugin::default_path() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (program.parent_path().parent_path() / "lib" / "liblenswire.so").string();
+}
+
+PluginContext::PluginContext(Plugin& plugin) : plugin_(plugin) {
+    if (plugin_.PC_InitCtx() != 0) throw camera_failed("the library's context cannot be started");
+}
+
+PluginContext::~PluginContext() {
+    plugin_.PC_UnInitCtx();
+}
+
+}  // namespace lenswire::recorder

@@ -1,0 +1,152 @@
+#include "recorder/session/recording_session.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <utility>
+
+#include "recorder/session/stream_link.h"
+#include "recorder/support/failure.h"
+
+namespace lenswire::recorder {
+namespace {
+
+constexpr size_t kWorkers = 2;
+constexpr size_t kMostLogins = 16;  // at a time
+constexpr auto kClosePatience = std::chrono::seconds(1);
+
+std::string file_base(int channel, int stream) {
+    char text[32];
+    std::snprintf(text, sizeof text, "ch%02d-stream%d", channel, stream);
+    return text;
+}
+
+// Whether the receive loop serves a stream still.
+bool any_slot_open(const Plugin& plugin) {
+    return std::ranges::any_of(*plugin.arrayfd, [](int32_t& fd) {
+        return std::atomic_ref(fd).load(std::memory_order_acquire) != 0;
+    });
+}
+
+}  // namespace
+
+std::string StreamStatus::name() const {
+    return camera.name() + "/" + std::to_string(camera.channel) + "/" + std::to_string(camera.stream);
+}
+
+RecordingSession::RecordingSession(const Options& options)
+    : host_(options.database), cameras_(options.cameras) {
+    if (cameras_.size() > LENSWIRE_STREAM_SLOTS) throw bad_input("more than 192 streams");
+    for (size_t i = 0; i < std::min(kWorkers, cameras_.size()); ++i) {
+        workers_.push_back(std::make_unique<FrameWorker>());
+    }
+    add_streams(options);
+    connect(options);
+}
+
+void RecordingSession::add_streams(const Options& options) {
+    for (const CameraAddress& camera : cameras_) {
+        const int channel = host_.store.bind_camera(camera);
+        if (host_.stream(channel, camera.stream) != nullptr) {
+            throw bad_input("camera " + camera.name() + ": the same stream is listed twice");
+        }
+        host_.motion.set_armed(channel, options.armed);
+        const std::string base = file_base(channel, camera.stream);
+        FrameWorker& worker = *workers_[streams_.size() % workers_.size()];
+        RecorderStream& stream = host_.add_stream(std::make_unique<RecorderStream>(
+            channel, camera.stream, worker,
+            Recording::Target{
+                .directory = options.directory, .base = base, .title = camera.name() + " " + base},
+            [this, prefix = base + ": "](const std::string& line) { complain(prefix + line); }));
+        streams_.push_back({.stream = &stream, .link = nullptr});
+    }
+}
+
+void RecordingSession::connect(const Options& options) {
+    plugin_ = std::make_unique<Plugin>(options.library);
+    context_ = std::make_unique<PluginContext>(*plugin_);
+    std::vector<std::unique_ptr<StreamLink>> links;
+    for (size_t i = 0; i < streams_.size(); ++i) {
+        RecorderStream& stream = *streams_[i].stream;
+        streams_[i].link =
+            std::make_unique<CameraLink>(*plugin_, cameras_[i], stream.channel(), stream.stream());
+        links.push_back(std::make_unique<PluginStreamLink>(host_, stream, *streams_[i].link));
+    }
+    supervisor_ = std::make_unique<Supervisor>(std::move(links));
+    host_.set_restart_listener(supervisor_.get());
+    supervisor_->start(static_cast<int>(std::min(streams_.size(), kMostLogins)));
+}
+
+RecordingSession::~RecordingSession() {
+    stop();
+}
+
+void RecordingSession::stop() {
+    if (std::exchange(stopped_, true)) return;
+    host_.stop_logins();
+    if (supervisor_) supervisor_->stop();
+    if (plugin_) close_streams();
+    plugin_.reset();
+    for (const auto& worker : workers_) worker->stop();
+    for (const Stream& stream : streams_) {
+        stream.stream->record_waiting_frames();
+        stream.stream->finish_recording();
+    }
+}
+
+// The stream sockets outlive the context: until it has been stopped the receive loop may read them, and a
+// number closed sooner could be another's by then.
+void RecordingSession::close_streams() {
+    for (const Stream& stream : streams_) {
+        DevChannelInfo info{};
+        stream.stream->describe(info, stream.link ? stream.link->unit() : nullptr);
+        host_.requests.post(STREAM_REQ_CLOSE, info);
+    }
+    const auto patience_ends = std::chrono::steady_clock::now() + kClosePatience;
+    while (context_ && any_slot_open(*plugin_) && std::chrono::steady_clock::now() < patience_ends)
+        usleep(1000);
+    std::vector<int> sockets;
+    for (const Stream& stream : streams_) {
+        if (stream.link) sockets.push_back(stream.link->release());
+    }
+    context_.reset();
+    host_.set_restart_listener(nullptr);
+    for (const int socket : sockets) {
+        if (socket >= 0) close(socket);
+    }
+}
+
+std::vector<StreamStatus> RecordingSession::status() const {
+    std::vector<StreamStatus> result;
+    for (size_t i = 0; i < streams_.size(); ++i) {
+        RecorderStream& stream = *streams_[i].stream;
+        result.push_back({.channel = stream.channel(),
+                          .stream = stream.stream(),
+                          .camera = cameras_[i],
+                          .view = supervisor_->view(i),
+                          .frames_per_second = stream.frames_per_second(),
+                          .bytes_per_second = stream.bytes_per_second(),
+                          .lost_in_queue = stream.queue().lost(),
+                          .motion = host_.motion.counts(stream.channel()),
+                          .recording = stream.recording().report()});
+    }
+    return result;
+}
+
+std::vector<std::string> RecordingSession::events() {
+    std::vector<std::string> lines;
+    while (auto event = host_.motion.next_event()) lines.push_back(std::move(*event));
+    const std::lock_guard lock(complaints_mutex_);
+    lines.insert(lines.end(), complaints_.begin(), complaints_.end());
+    complaints_.clear();
+    return lines;
+}
+
+void RecordingSession::complain(const std::string& line) {
+    const std::lock_guard lock(complaints_mutex_);
+    complaints_.push_back(line);
+}
+
+}  // namespace lenswire::recorder

@@ -1,0 +1,83 @@
+// A recording of several streams from the first login to the last finished file: the host, the library, the
+// workers and the supervisor, started and stopped in the order that keeps everything alive that the library
+// knows.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "recorder/host/frame_worker.h"
+#include "recorder/host/host.h"
+#include "recorder/session/camera_link.h"
+#include "recorder/session/plugin.h"
+#include "recorder/session/supervisor.h"
+
+namespace lenswire::recorder {
+
+// One stream at one moment.
+struct StreamStatus {
+    int channel = 0;
+    int stream = 0;
+    CameraAddress camera;
+    Supervisor::View view;
+    int frames_per_second = 0;  // as the library measured them last
+    int bytes_per_second = 0;
+    uint64_t lost_in_queue = 0;  // frames that found no room there
+    MotionBoard::Counts motion;
+    RecordingReport recording;
+
+    std::string name() const;  // host:port/channel/stream
+    // Frames that the camera sent and that are nowhere to be found.
+    uint64_t lost() const { return lost_in_queue + recording.missing + recording.unwritten; }
+};
+
+class RecordingSession {
+  public:
+    struct Options {
+        std::vector<CameraAddress> cameras;
+        std::string directory;
+        std::string library;
+        std::string database;  // empty: in memory
+        bool armed = true;
+    };
+
+    // Throws a Failure when the library or the database cannot be used.
+    explicit RecordingSession(const Options& options);
+    ~RecordingSession();  // stops
+    RecordingSession(const RecordingSession&) = delete;
+    RecordingSession& operator=(const RecordingSession&) = delete;
+
+    // Ends connections, unloads the library and finishes every file.
+    void stop();
+
+    std::vector<StreamStatus> status() const;
+    // What happened since the last call, a line each: motion, alarms, disk trouble.
+    std::vector<std::string> events();
+
+  private:
+    struct Stream {
+        RecorderStream* stream;
+        std::unique_ptr<CameraLink> link;
+    };
+
+    void add_streams(const Options& options);
+    void connect(const Options& options);
+    void close_streams();
+    void complain(const std::string& line);
+
+    std::mutex complaints_mutex_;
+    std::vector<std::string> complaints_;
+
+    // Later ones stand on earlier ones.
+    std::vector<std::unique_ptr<FrameWorker>> workers_;
+    Host host_;
+    std::unique_ptr<Plugin> plugin_;
+    std::unique_ptr<PluginContext> context_;
+    std::vector<Stream> streams_;
+    std::vector<CameraAddress> cameras_;
+    std::unique_ptr<Supervisor> supervisor_;
+    bool stopped_ = false;
+};
+
+}  // namespace lenswire::recorder

@@ -1,0 +1,39 @@
+#include "recorder/session/stream_link.h"
+
+namespace lenswire::recorder {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr auto kHeartbeatInterval = seconds(10);
+// The library gives up after 10 seconds by itself. A camera that is being restarted is tried more often.
+constexpr auto kFirstLogin = seconds(15);
+constexpr auto kNextLogin = seconds(4);
+
+}  // namespace
+
+PluginStreamLink::PluginStreamLink(Host& host, RecorderStream& recorder_stream, CameraLink& camera)
+    : host_(host), recorder_stream_(recorder_stream), camera_(camera) {}
+
+int PluginStreamLink::login(bool first) {
+    recorder_stream_.allow_login_for(first ? kFirstLogin : kNextLogin);
+    next_heartbeat_ = RecorderStream::Clock::now() + kHeartbeatInterval;
+    return camera_.login();
+}
+
+void PluginStreamLink::open() {
+    recorder_stream_.queue().begin_connection();
+    DevChannelInfo info{};
+    recorder_stream_.describe(info, camera_.unit());
+    host_.requests.post(STREAM_REQ_OPEN, info);
+}
+
+bool PluginStreamLink::control_alive() {
+    if (!camera_.control_alive()) return false;
+    const auto now = RecorderStream::Clock::now();
+    if (now < next_heartbeat_) return true;
+    next_heartbeat_ = now + kHeartbeatInterval;
+    return camera_.send_heartbeat();
+}
+
+}  // namespace lenswire::recorder
