@@ -265,9 +265,10 @@ TEST(ReceiveWhateverIsThere, RefusesBadArguments) {
     EXPECT_EQ(PC_RecvCmd1(-1, buffer.data(), &length), -1);
     EXPECT_EQ(PC_RecvCmd1(pair.ours(), nullptr, &length), -1);
     EXPECT_EQ(PC_RecvCmd1(pair.ours(), buffer.data(), nullptr), -1);
-    for (int bad : {4097, -1, INT32_MIN}) {
+    for (int bad : {4097, 0, -1, INT32_MIN}) {
         length = bad;
         EXPECT_EQ(PC_RecvCmd1(pair.ours(), buffer.data(), &length), -1) << bad;
+        EXPECT_EQ(length, bad);
     }
     EXPECT_EQ(unnumbered(capture.out()), "File: src/pteClient, Line: N: ************ sockFd < 0\n");
     EXPECT_EQ(waiting_bytes(pair.ours()), 10);

@@ -296,6 +296,7 @@ TEST_F(EventLoop, TheHostMayCallBackFromInsideItsServices) {
     EXPECT_TRUE(pushing.wire.sees_close());
     second_wire.sends(motion(4));
     ASSERT_TRUE(wait_until([] { return !motion_states().empty() && motion_states().back() == 4; }));
+    EXPECT_THAT(motion_states(), ElementsAre(1, 2, 4)) << "a message of a client that is gone";
     EXPECT_EQ(PC_CreateNew()->pCmdClient->ulLoginId, 0u);
 }
 

@@ -86,6 +86,9 @@ TEST_F(Pins, ADescriptorStaysOpenAsLongAsItIsPinned) {
             for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
             EXPECT_TRUE(is_open());
             EXPECT_FALSE(returned);
+            StreamConn* other = PC_CreateNew();
+            EXPECT_NE(other->pCmdClient, invited_.ref.client) << "a client that is leaving was taken";
+            PC_Delete(other);
         }
         taking.join();
         EXPECT_FALSE(is_open());
@@ -96,6 +99,9 @@ TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {
     const clients::Ref old = invited_.ref;
     bind();
     EXPECT_FALSE(Pin(old));
+    EXPECT_FALSE(clients::attach(old, 0));
+    clients::drop(old);
+    EXPECT_TRUE(is_open());
     EXPECT_TRUE(Pin(invited_.ref));
     PC_Delete(unit_);
     EXPECT_FALSE(Pin(invited_.ref));

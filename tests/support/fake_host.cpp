@@ -1,5 +1,7 @@
 #include "support/fake_host.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -353,6 +355,8 @@ void FakeHost::when(Service service, std::function<void(int, int)> hook) {
 
 void FakeHost::enters(Service service, int first, int second) {
     calls_[static_cast<size_t>(service)].fetch_add(1, std::memory_order_relaxed);
+    // A thread that a service started now would inherit it.
+    if (prctl(PR_GET_TIMERSLACK) > 1'000'000) complains("a service called with timer slack");
     if (!has_hooks_.load(std::memory_order_relaxed)) return;
     std::function<void(int, int)> hook;
     {

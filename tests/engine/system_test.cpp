@@ -1,0 +1,299 @@
+// What the engine promises when the system or the host is at its worst: waits that nothing but an event ends,
+// calls that fail, descriptors closed under it, a stop in the middle of everything.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <numeric>
+#include <set>
+#include <thread>
+
+#include "engine/engine.h"
+#include "engine/unkind_system.h"
+#include "lenswire/settings.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+Message motion(uint8_t state) {
+    return command(0x0009, {0, 0, state});
+}
+
+std::set<int> descriptors() {
+    std::set<int> open;
+    for (int fd = 0; fd < 1024; ++fd) {
+        if (is_open(fd)) open.insert(fd);
+    }
+    return open;
+}
+
+// Cameras whose pushes the host counts, and streams.
+class System : public EngineTest {
+  protected:
+    void SetUp() override {
+        before_ = descriptors();
+        EngineTest::SetUp();
+        host().has_channel(0, {.address = "127.0.0.1", .armed = true});
+        host().has_channel(1, {.address = "127.0.0.2", .armed = true});
+    }
+    void TearDown() override {
+        stops_engine();
+        EngineTest::TearDown();
+    }
+    // A push gets through.
+    void expects_push(Wire& wire, uint8_t state) {
+        const size_t calls = host().motion_calls().size();
+        wire.sends(motion(state));
+        ASSERT_TRUE(host().waits_for_motion_calls(calls + 1));
+        EXPECT_EQ(host().motion_calls().back().status, state);
+    }
+    // A stream opens, brings a frame that was waiting, and closes.
+    void streams(int channel) {
+        Pair pair;
+        StreamConn unit{};
+        CmdClient client{};
+        unit.sockFd = pair.ours();
+        unit.pCmdClient = &client;
+        pair.theirs().sends(Packet{.payload = pattern(100)}.bytes() + Packet{.payload = pattern(1)}.bytes());
+        host().posts_open(channel, 0, &unit, buffer_, frames_);
+        ASSERT_TRUE(frames_.waits_for_frames(static_cast<size_t>(++frames_expected_)));
+        host().posts_close(channel, 0);
+        ASSERT_TRUE(wait_until([&] { return peek(arrayfd[0]) == 0; }));
+    }
+
+    std::set<int> before_;
+    ScriptedCamera camera_{"127.0.0.1"}, other_{"127.0.0.2"};
+    ReceiveBuffer buffer_;
+    FakeStream frames_;
+    int frames_expected_ = 0;
+};
+
+TEST_F(System, NothingWaitsForTheEndOfAWait) {
+    unkind().endless_waits = true;
+    streams(0);
+    LoggedIn login = new_login(camera_);
+    expects_push(login.wire, 1);
+    streams(1);
+    login.wire = logs_in(login.unit, camera_);
+    expects_push(login.wire, 2);
+    PC_SetCBState(login.unit->pCmdClient, PC_STATE_IDLE);
+    PC_SetCBState(login.unit->pCmdClient, PC_STATE_READY);
+    expects_push(login.wire, 3);
+    PC_Delete(login.unit);
+    EXPECT_TRUE(login.wire.sees_close());
+    stops_engine();
+}
+
+// Refused always, and each single time that a few passes ask.
+class RefusedSlack : public System, public testing::WithParamInterface<int> {};
+
+TEST_P(RefusedSlack, ChangesNothing) {
+    LoggedIn login = new_login(camera_);
+    unkind().refuses_every_prctl = GetParam() == 0;
+    unkind().refused_prctl = GetParam();
+    streams(0);
+    // A stream's descriptor closed by the host is found by the error of the select that the slack surrounds.
+    Pair closed;
+    StreamConn unit{};
+    unit.sockFd = closed.ours();
+    host().posts_open(2, 0, &unit, buffer_, frames_);
+    ASSERT_TRUE(wait_until([&] { return peek(arrayfd[0]) != 0; }));
+    closed.closes_ours();
+    ASSERT_TRUE(wait_until([] { return host().restart_count() == 1; }));
+    streams(3);
+    expects_push(login.wire, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEachCall, RefusedSlack, testing::Values(0, 1, 2, 3, 4, 5, 6));
+
+TEST_F(System, NoClockIsNoWait) {
+    unkind().stopped_clock = true;
+    LoggedIn login = new_login(camera_);
+    streams(0);
+    streams(1);
+    expects_push(login.wire, 1);
+}
+
+TEST_F(System, WorkersTakeOnlyTheSignalsTheyBringOnThemselves) {
+    std::atomic<int> wrong{0};
+    host().when(Service::kGetRequest, [&](int, int) {
+        sigset_t blocked;
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM})
+            wrong += sigismember(&blocked, signal) != 1;
+        for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT})
+            wrong += sigismember(&blocked, signal) != 0;
+    });
+    ASSERT_TRUE(wait_until([] { return host().calls(Service::kGetRequest) > 100; }));
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(System, AProgramThatTheHostStartsInheritsNoDescriptor) {
+    LoggedIn login = new_login(camera_);
+    const int socket = SK_ConnectTo(camera_.address(), camera_.port());
+    for (const int fd : descriptors()) {
+        if (before_.contains(fd) || fd == login.wire.descriptor()) continue;
+        EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC) << fd;
+    }
+    close(socket);
+}
+
+TEST_F(System, ASocketThatWouldBlockIsNone) {
+    unkind().blocking_only = true;
+    const std::set<int> open = descriptors();
+    const LoginInfo info = credentials();
+    StreamConn* unit = PC_CreateNew();
+    EXPECT_EQ(SK_ConnectTo(camera_.address(), camera_.port()), -1);
+    Capture capture;
+    EXPECT_EQ(PC_Login(unit, camera_.address(), camera_.port(), &info, 0, 0), -1);
+    EXPECT_THAT(capture.err(), HasSubstr("RTSP_Client_SubSvr Failed"));
+    unkind().blocking_only = false;
+    std::set<int> now = descriptors();
+    EXPECT_EQ(now.size(), open.size() + 4) << "but for the capture's";
+}
+
+// -- Control connections.
+
+TEST_F(System, AHostThatReconnectsByItselfIsReadAgain) {
+    LoggedIn login = new_login(camera_);
+    CmdClient* client = login.unit->pCmdClient;
+    const int socket = client->sockFd;
+    login.wire.closes();
+    ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
+    std::future<Wire> served = camera_.logs_in_next();
+    PC_Exit(client);
+    poke(client->sockFd, SK_ConnectTo(camera_.address(), camera_.port()));
+    EXPECT_EQ(client->sockFd, socket) << "the number is the old one, to make it hard";
+    client->ulLoginStep = 0;
+    PC_SetCBState(client, PC_STATE_CONNECTED);
+    ASSERT_TRUE(
+        wait_until([&] { return PC_TaskProc(client), peek(client->ucClientState) == PC_STATE_READY; }));
+    login.wire = served.get();
+    expects_push(login.wire, 7);
+}
+
+TEST_F(System, ADescriptorThatTheHostClosedSilencesNoOtherCamera) {
+    LoggedIn closed = new_login(camera_);
+    LoggedIn living = new_login(other_);
+    close(closed.unit->pCmdClient->sockFd);
+    expects_push(living.wire, 1);
+    expects_push(living.wire, 2);
+    poke(closed.unit->pCmdClient->sockFd, -1);  // the number may be somebody else's by now
+}
+
+// One read finds the end; with a camera that goes on pushing, passes go by without another.
+TEST_F(System, AnEndIsReadOnce) {
+    LoggedIn closed = new_login(camera_);
+    LoggedIn living = new_login(other_);
+    const int socket = closed.unit->pCmdClient->sockFd;
+    unkind().received_from[socket] = 0;
+    closed.wire.closes();
+    ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
+    for (uint8_t state = 1; state < 10; ++state) expects_push(living.wire, state);
+    EXPECT_EQ(unkind().received_from[socket], 1);
+}
+
+TEST_F(System, APassingErrorIsNoEnd) {
+    LoggedIn login = new_login(camera_);
+    for (const int error : {ENOMEM, ENOBUFS, EINTR, EAGAIN}) {
+        unkind().recv_error = error;
+        expects_push(login.wire, static_cast<uint8_t>(error));
+    }
+}
+
+TEST_F(System, UrgentDataIsTakenOutOfTheWay) {
+    LoggedIn login = new_login(camera_);
+    const int socket = login.unit->pCmdClient->sockFd;
+    for (const uint8_t state : {1, 2}) {
+        ASSERT_EQ(send(login.wire.descriptor(), "!", 1, MSG_OOB), 1);
+        ASSERT_TRUE(wait_until([&] {
+            pollfd urgent{.fd = socket, .events = POLLPRI, .revents = 0};
+            return unkind().received_from[socket] > 0 && poll(&urgent, 1, 0) == 0;
+        }));
+        unkind().received_from[socket] = 0;
+        expects_push(login.wire, state);
+    }
+}
+
+TEST_F(System, TwoReadersOfOneClientLoseNothing) {
+    LoggedIn login = new_login(camera_);
+    constexpr int kMessages = 400;
+    std::atomic<bool> done{false};
+    std::thread reading([&] {
+        while (!done) PC_SingleStep();
+    });
+    Bytes sent;
+    for (int i = 0; i < kMessages; ++i) sent = sent + motion(static_cast<uint8_t>(i % 250)).bytes();
+    // In pieces of 33 bytes each read leaves something to keep.
+    for (size_t at = 0; at < sent.size(); at += 33) login.wire.sends(slice(sent, at, 33));
+    EXPECT_TRUE(host().waits_for_motion_calls(kMessages));
+    done = true;
+    reading.join();
+    EXPECT_EQ(host().motion_calls().size(), static_cast<size_t>(kMessages));
+}
+
+// -- The end.
+
+// A get that waits, an invitation of a stream and a login that nobody answers: the host has its threads back.
+TEST_F(System, AStopEndsWhateverWaits) {
+    LoggedIn login = new_login(camera_);
+    LoggedIn streaming = new_login(other_);
+    StreamConn* refused = PC_CreateNew();
+    ScriptedCamera mute("127.0.0.3");
+    const LoginInfo info = credentials();
+    Capture capture;
+    auto get = std::async(std::launch::async, [&] {
+        Bytes record(36);
+        return Prv_GetIPCImageProperty(0, camera_.address(), record.data());
+    });
+    auto stream = std::async(std::launch::async, [&] { return PC_GetStream(streaming.unit, 0, 0, nullptr); });
+    auto log_in = std::async(std::launch::async,
+                             [&] { return PC_Login(refused, mute.address(), mute.port(), &info, 0, 0); });
+    login.wire.reads_command();
+    Wire stream_wire = other_.accepts();
+    stream_wire.reads(36);
+    mute.accepts().reads_command();
+    stops_engine();
+    EXPECT_EQ(get.get(), -1);
+    EXPECT_EQ(host().dumped_count("pthread_cond_timedwait time out"), 0) << "the get waited to its end";
+    EXPECT_EQ(stream.get(), -1);
+    EXPECT_EQ(log_in.get(), -1);
+    EXPECT_TRUE(stream_wire.sees_close());
+    EXPECT_TRUE(is_open(0));
+    EXPECT_THAT(capture.out(), Not(HasSubstr("respone time out")));
+}
+
+// Threads that call on while the library stops, and stops again.
+TEST_F(System, LateCallersFindWorkingLocks) {
+    LoggedIn login = new_login(camera_);
+    std::atomic<bool> done{false};
+    std::vector<std::thread> callers;
+    Capture capture;
+    for (int i = 0; i < 2; ++i) {
+        callers.emplace_back([&] {
+            while (!done) {
+                Bytes message = command(0x0006).bytes();
+                message.resize(4096);
+                Private_Protocol_CMDDelivery(camera_.address(), message.data(), message.data(), 1);
+                if (StreamConn* unit = PC_CreateNew(); unit != nullptr) PC_Delete(unit);
+                prv_destroy_msg(Prv_PacketMsg(0x1004, 0, 1, camera_.address()));
+            }
+        });
+    }
+    stops_engine();
+    EXPECT_EQ(PC_UnInitCtx(), 0);
+    EXPECT_EQ(PC_UnInitCtx(), 0);
+    done = true;
+    for (std::thread& caller : callers) caller.join();
+    EXPECT_EQ(PC_CreateNew(), nullptr);
+}
+
+}  // namespace
+}  // namespace lenswire::test
