@@ -86,6 +86,7 @@ class Host : public FrameReader {
 
     std::atomic<uint32_t> restarts{0};
     std::atomic<int> allocations{0};
+    std::atomic<bool> clock_stands{false};  // no stream is silent for long then
     std::vector<HostChannel> channels;
 
   private:

@@ -236,5 +236,5 @@ int dump_printf(const char*, const char*, int, const char*, ...) {
     return 0;
 }
 uint32_t uptime(void) {
-    return static_cast<uint32_t>(now_ns() / 1'000'000'000);
+    return host().clock_stands ? 0 : static_cast<uint32_t>(now_ns() / 1'000'000'000);
 }

@@ -26,6 +26,7 @@ constexpr Command kCommands[] = {
     {"control", "ask cameras for settings", add_control},
     {"upload", "send a firmware file to many cameras", add_upload},
     {"memory", "fill the library's tables", add_memory},
+    {"prompt", "take up what happens", add_prompt},
     {"idle", "do nothing, with or without silent streams", add_idle},
 };
 

@@ -14,6 +14,7 @@ using Round = std::function<Json()>;
 Round add_streams(CLI::App& app);
 Round add_control(CLI::App& app);
 Round add_idle(CLI::App& app);
+Round add_prompt(CLI::App& app);
 Round add_upload(CLI::App& app);
 Round add_memory(CLI::App& app);
 

@@ -19,7 +19,7 @@ def arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="What the library costs.")
     parser.add_argument("--quick", action="store_true", help="fewer and shorter rounds; leaves docs/ alone")
     parser.add_argument("--rounds", type=int, metavar="N",
-                        help="rounds of each way (7; 3 with --quick); fewer than 5 leave docs/ alone")
+                        help="rounds of each way (5; 3 with --quick); fewer than 5 leave docs/ alone")
     return parser.parse_args()
 
 

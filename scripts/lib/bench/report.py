@@ -65,10 +65,25 @@ class Report:
         yield Goal("upload: processor time per gigabyte by the plain loop's", 0.5, upload)
         size = figures.figure([self.sizes["armhf"][0] / 1000])
         yield Goal("size of the stripped armhf library, KB", 100, size, 1)
-        yield Goal("idle without streams, % of a core", 0.3, figures.of(self.groups["idle"], "0", "core_percent"))
+        yield from self._prompt_goals()
+        for way, limit in (("nothing", 0.3), ("192 silent streams and cameras", 0.8)):
+            yield Goal(f"idle, {way}: % of a core", limit, figures.of(self.groups["idle"], way, "core_percent"))
         memory = self.groups["memory"]
         yield Goal("allocations per frame", 0, figures.of(memory, "full", "allocations_per_frame"), 0)
         yield Goal("allocations per get (the host's own)", 1, figures.of(memory, "full", "allocations_per_get"), 0)
+
+    def _prompt_goals(self):
+        group = self.groups["prompt"]
+        for key, text, limit in (("request_to_slot_ms.median", "request to slot, median", 0.3),
+                                 ("request_to_slot_ms.max", "request to slot, longest", 3),
+                                 ("quiet_request_to_slot_ms.max", "request that nothing announced, longest", 6),
+                                 ("request_to_frame_ms.median", "request to the first waiting frame, median", 1.5),
+                                 ("close_to_cleared_ms.max", "close to cleared table, longest", 3),
+                                 ("stop_ms", "PC_UnInitCtx", 50)):
+            yield Goal(f"{text}, ms", limit, figures.of(group, "library", key))
+        first = figures.figure(figures.pick(one, "first_answer_ms.median") / figures.pick(one, "later_answer_ms.median")
+                               for one in group.results["library"])
+        yield Goal("first answer after a login by later ones, medians", 1.1, first)
 
     def _ratio_goal(self, pacing, count, other, limit):
         measured = figures.ratio(self.streams(pacing, count), "plugin", other, "cpu_s_per_gb")
@@ -94,7 +109,7 @@ class Report:
 
     def stream_table(self, pacing):
         rows = []
-        for count in self.extent.streams:
+        for count in self.extent.streams[pacing]:
             group = self.streams(pacing, count)
             for way in group.results:
                 rows.append(self._stream_row(group, count, way, pacing))
@@ -124,7 +139,7 @@ class Report:
 
     def thread_table(self):
         rows = []
-        for count in self.extent.streams:
+        for count in self.extent.streams["whole"]:
             group = self.streams("whole", count)
             shares = []
             for thread in ("receive_loop", "event_loop", "queue", "consumer"):
@@ -157,15 +172,27 @@ class Report:
     def idle_table(self):
         group = self.groups["idle"]
         rows = []
-        for count in group.ways:
-            shares = [figures.of(group, count, f"threads.{thread}.core_percent")
+        for way in group.ways:
+            shares = [figures.of(group, way, f"threads.{thread}.core_percent")
                       for thread in ("receive_loop", "event_loop", "queue")]
             sleeps = figures.figure(sum(thread["sleeps_per_s"] for thread in result["threads"].values())
-                                    for result in group.results[count])
-            rows.append([count, figures.of(group, count, "core_percent").text(),
+                                    for result in group.results[way])
+            rows.append([way, figures.of(group, way, "core_percent").text(),
                          *(f"{share.median:.3f}" for share in shares), sleeps.text(0)])
-        return table(["silent streams and cameras", "% of a core", "receive loop", "event loop", "queue thread",
+        return table(["open", "% of a core", "receive loop", "event loop", "queue thread",
                       "sleeps/s of all three"], rows)
+
+    def prompt_table(self):
+        group = self.groups["prompt"]
+        rows = []
+        for key, text in (("request_to_slot", "request to slot"),
+                          ("quiet_request_to_slot", "request to slot, announced by nothing"),
+                          ("request_to_frame", "request to the first waiting frame"),
+                          ("close_to_cleared", "close to cleared table"),
+                          ("first_answer", "first answer after a login"), ("later_answer", "later answers")):
+            rows.append([text, *(figures.of(group, "library", f"{key}_ms.{kind}").text() for kind in ("median", "max"))])
+        rows.append(["PC_UnInitCtx", figures.of(group, "library", "stop_ms").text(), ""])
+        return table(["from, to", "median ms", "longest ms"], rows)
 
     def memory_table(self):
         group = self.groups["memory"]
@@ -195,8 +222,8 @@ class Report:
 
     def plots(self):
         """File name to SVG."""
-        counts = self.extent.streams
         for pacing in PACINGS:
+            counts = self.extent.streams[pacing]
             cost = plot.Plot(f"Processor time: {PACING_TEXT[pacing]}", "CPU seconds per gigabyte", counts, True)
             for way, name in NAMES.items():
                 cost.add(name, [figures.of(self.streams(pacing, count), way, "cpu_s_per_gb") for count in counts])
@@ -224,6 +251,7 @@ class Report:
         yield "Threads and growth: the plug-in, whole frames", self.thread_table()
         yield "Control: round trips of a get", self.control_table()
         yield "Upload: 16 MiB to 64 cameras", self.upload_table()
+        yield "Promptness", self.prompt_table()
         yield "Idle", self.idle_table()
         yield "Memory and size", self.memory_table()
         yield "Small pieces", self.micro_table()
