@@ -91,13 +91,17 @@ TEST_F(System, NothingWaitsForTheEndOfAWait) {
     stops_engine();
 }
 
-// Refused always, and each single time that a few passes ask.
-class RefusedSlack : public System, public testing::WithParamInterface<int> {};
+// Refused always, and each single time that a thread asks in its first passes.
+class RefusedSlack : public System, public testing::WithParamInterface<int> {
+  protected:
+    RefusedSlack() {
+        unkind().refuses_every_prctl = GetParam() == 0;
+        unkind().refused_prctl = GetParam();
+    }
+};
 
 TEST_P(RefusedSlack, ChangesNothing) {
     LoggedIn login = new_login(camera_);
-    unkind().refuses_every_prctl = GetParam() == 0;
-    unkind().refused_prctl = GetParam();
     streams(0);
     // A stream's descriptor closed by the host is found by the error of the select that the slack surrounds.
     Pair closed;

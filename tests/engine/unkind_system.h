@@ -10,7 +10,7 @@ namespace lenswire::test {
 struct UnkindSystem {
     // The loops' short waits in select end only when something happens.
     std::atomic<bool> endless_waits{false};
-    // prctl fails at its n-th call from now on, 1 being the next, or always.
+    // prctl fails at each thread's n-th call, 1 being its first, or always.
     std::atomic<int> refused_prctl{0};
     std::atomic<bool> refuses_every_prctl{false};
     // The next recv fails with this error; 0 for none.

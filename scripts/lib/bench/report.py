@@ -228,6 +228,7 @@ class Report:
             for way, name in NAMES.items():
                 cost.add(name, [figures.of(self.streams(pacing, count), way, "cpu_s_per_gb") for count in counts])
             yield f"cost-{pacing}.svg", cost.svg()
+        counts = self.extent.streams["spread"]
         delay = plot.Plot("Delay of the plug-in's pictures once they can be taken", "microseconds", counts, True)
         for pacing in ("whole", "spread"):
             for key, text in (("median", "median"), ("p99", "99th perc.")):
