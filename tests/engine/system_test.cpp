@@ -181,6 +181,16 @@ TEST_F(System, AHostThatReconnectsByItselfIsReadAgain) {
         wait_until([&] { return PC_TaskProc(client), peek(client->ucClientState) == PC_STATE_READY; }));
     login.wire = served.get();
     expects_push(login.wire, 7);
+
+    // Nor does a socket that is put in its place without a word of it.
+    login.wire.closes();
+    unkind().received_from[socket] = 0;
+    ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
+    PC_Exit(client);
+    Pair pair;
+    ASSERT_EQ(pair.ours(), socket);
+    poke(client->sockFd, pair.gives_ours());
+    expects_push(pair.theirs(), 8);
 }
 
 TEST_F(System, ADescriptorThatTheHostClosedSilencesNoOtherCamera) {
@@ -226,21 +236,22 @@ TEST_F(System, UrgentDataIsTakenOutOfTheWay) {
     }
 }
 
-TEST_F(System, TwoReadersOfOneClientLoseNothing) {
+// The event loop is held between its reading of a message's first half and the keeping of it, while a pass of
+// the host's own finds the second half.
+TEST_F(System, TwoReadersDoNotShareAClient) {
+    using Hold = UnkindSystem::Hold;
     LoggedIn login = new_login(camera_);
-    constexpr int kMessages = 400;
-    std::atomic<bool> done{false};
-    std::thread reading([&] {
-        while (!done) PC_SingleStep();
-    });
-    Bytes sent;
-    for (int i = 0; i < kMessages; ++i) sent = sent + motion(static_cast<uint8_t>(i % 250)).bytes();
-    // In pieces of 33 bytes each read leaves something to keep.
-    for (size_t at = 0; at < sent.size(); at += 33) login.wire.sends(slice(sent, at, 33));
-    EXPECT_TRUE(host().waits_for_motion_calls(kMessages));
-    done = true;
-    reading.join();
-    EXPECT_EQ(host().motion_calls().size(), static_cast<size_t>(kMessages));
+    const Bytes message = motion(5).bytes();
+    unkind().recv_hold = Hold::kNext;
+    login.wire.sends(slice(message, 0, 20));
+    ASSERT_TRUE(wait_until([] { return unkind().recv_hold == Hold::kHeld; }));
+    login.wire.sends(slice(message, 20, message.size()));
+    ASSERT_TRUE(wait_until([&] { return waiting_bytes(login.unit->pCmdClient->sockFd) > 0; }));
+    PC_SingleStep();
+    unkind().recv_hold = Hold::kNot;
+    unkind().recv_hold.notify_all();
+    ASSERT_TRUE(host().waits_for_motion_calls(1));
+    EXPECT_EQ(host().motion_calls()[0].status, 5);
 }
 
 // -- The end.

@@ -68,7 +68,13 @@ ssize_t recv(int fd, void* buffer, size_t length, int flags) {
     static const auto real_recv = real<Recv>("recv");
     if (fd >= 0 && fd < 1024) ++unkind().received_from[fd];
     if (const int error = spared() ? 0 : unkind().recv_error.exchange(0); error != 0) return fail_with(error);
-    return real_recv(fd, buffer, length, flags);
+    const ssize_t received = real_recv(fd, buffer, length, flags);
+    using Hold = UnkindSystem::Hold;
+    Hold next = Hold::kNext;
+    const bool holds =
+        received > 0 && !spared() && unkind().recv_hold.compare_exchange_strong(next, Hold::kHeld);
+    if (holds) unkind().recv_hold.wait(Hold::kHeld);
+    return received;
 }
 
 // The library's name for fcntl, on every platform.

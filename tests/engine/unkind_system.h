@@ -16,6 +16,9 @@ struct UnkindSystem {
     // The next recv fails with this error; 0 for none.
     std::atomic<int> recv_error{0};
     std::atomic<int> received_from[1024]{};  // recv calls by descriptor
+    // The next recv that brings something returns only when it is let go.
+    enum class Hold { kNot, kNext, kHeld };
+    std::atomic<Hold> recv_hold{Hold::kNot};
     // The monotonic clock cannot be read.
     std::atomic<bool> stopped_clock{false};
     // Descriptors cannot be made non-blocking; the test's threads are not spared.
