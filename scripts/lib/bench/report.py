@@ -173,12 +173,13 @@ class Report:
         group = self.groups["idle"]
         rows = []
         for way in group.ways:
-            shares = [figures.of(group, way, f"threads.{thread}.core_percent")
+            shares = [f"{figures.of(group, way, f'threads.{thread}.core_percent').median:.3f}"
+                      if thread in group.results[way][0]["threads"] else ""
                       for thread in ("receive_loop", "event_loop", "queue")]
             sleeps = figures.figure(sum(thread["sleeps_per_s"] for thread in result["threads"].values())
                                     for result in group.results[way])
             rows.append([way, figures.of(group, way, "core_percent").text(),
-                         *(f"{share.median:.3f}" for share in shares), sleeps.text(0)])
+                         *shares, sleeps.text(0)])
         return table(["open", "% of a core", "receive loop", "event loop", "queue thread",
                       "sleeps/s of all three"], rows)
 

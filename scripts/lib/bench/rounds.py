@@ -65,6 +65,7 @@ def all_groups(extent):
     groups.append(Group("idle", {
         "nothing": idle,
         "192 silent streams and cameras": [*idle, "--streams=192"],
+        "only a thread that polls so seldom": [*idle, "--way=poller"],
         "nothing, a request expected": [*idle, "--settle-ms=0"],
     }))
     groups.append(Group("memory", {"full": ["memory"]}))
