@@ -8,6 +8,8 @@
 #ifndef LENSWIRE_HOST_SERVICES_H
 #define LENSWIRE_HOST_SERVICES_H
 
+#include "lenswire/host_objects.h"
+#include "lenswire/host_tables.h"
 #include "lenswire/records.h"
 
 #ifdef __cplusplus
