@@ -50,7 +50,8 @@ void set(ControlSession& session, const CruiseOptions& options) {
 void adopt(ControlSession& session, int line) {
     int32_t channel = session.channel();
     CruiseLine lines[kCruiseLines];
-    databaseOperate(kCruiseTable, kRead, &channel, sizeof channel, lines, sizeof lines);
+    databaseOperate(LENSWIRE_TABLE_CRUISE, LENSWIRE_TABLE_READ, &channel, sizeof channel, lines,
+                    sizeof lines);
     const CruiseLine& known = lines[line - 1];
     if (std::ranges::any_of(known.points, [](const CruisePoint& point) { return point.ucUsed == 1; })) return;
     CruiseLine own = line_of_camera(session, line);

@@ -24,4 +24,16 @@
 #include "lenswire/stream.h"
 #include "lenswire/upgrade.h"
 
+/* A pointer type for each export, for hosts that load the library by dlopen and link with nothing of it. It
+ * comes from the declaration, so the two cannot drift apart; nothing is called or linked by naming it.
+ *
+ *     LENSWIRE_FUNCTION(PC_InitCtx) init = LENSWIRE_FIND(library, PC_InitCtx);
+ *     if (init != NULL && init() == 0) ...
+ *
+ * An object is found in the same way, by its address: (*LENSWIRE_FIND(library, arrayfd))[0]. */
+#define LENSWIRE_FUNCTION(name) __typeof__(&name)
+
+/* dlsym for a name of this interface, as a pointer of its type, or null. For files that include dlfcn.h. */
+#define LENSWIRE_FIND(library, name) (__extension__(LENSWIRE_FUNCTION(name)) dlsym(library, #name))
+
 #endif

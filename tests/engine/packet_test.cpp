@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 // Behind a packet, so many bytes must have come before it is taken out.
-constexpr size_t kBehind = 33;
+constexpr size_t kBehind = LENSWIRE_BYTES_BEHIND_PACKET;
 constexpr int kChannel = 200;
 
 // Any packet whose delivery is not looked at.
