@@ -6,7 +6,8 @@
  *
  * For any number of host threads, but the caller sees to it that operations on one channel do not overlap: a
  * line is read and written whole, its three places one after the other. Sends await no answer, and what the
- * database answers to a write is not looked at. */
+ * database answers to a write is not looked at. What blocks longer than a send and the host's database says
+ * so. Records are the caller's and not kept; a null one is refused with -1. */
 #ifndef LENSWIRE_CRUISE_H
 #define LENSWIRE_CRUISE_H
 
