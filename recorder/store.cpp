@@ -245,19 +245,19 @@ int Store::read_channel(int channel, std::span<uint8_t> buffer) {
 
 // All lines in line order; one that was never written is empty but for its number.
 int Store::read_cruise(int channel, std::span<uint8_t> buffer) {
-    if (buffer.size() < kCruiseLines * kCruiseSize) return -1;
-    for (int line = 0; line < kCruiseLines; ++line) {
+    if (buffer.size() < LENSWIRE_CRUISE_LINES * kCruiseSize) return -1;
+    for (int line = 0; line < LENSWIRE_CRUISE_LINES; ++line) {
         const auto place = buffer.subspan(line * kCruiseSize, kCruiseSize);
         std::ranges::fill(place, uint8_t{0});
         place[0] = static_cast<uint8_t>(line);
         Query query = database_.query("SELECT record FROM cruise_lines WHERE channel = ? AND line = ?");
         if (query.bind(channel).bind(line).row()) std::ranges::copy(query.bytes(0), place.begin());
     }
-    return kCruiseLines * kCruiseSize;
+    return LENSWIRE_CRUISE_LINES * kCruiseSize;
 }
 
 int Store::write_cruise(int channel, std::span<const uint8_t> buffer) {
-    if (buffer.size() < kCruiseSize || buffer[0] >= kCruiseLines) return -1;
+    if (buffer.size() < kCruiseSize || buffer[0] >= LENSWIRE_CRUISE_LINES) return -1;
     const bool done = database_.query("INSERT OR REPLACE INTO cruise_lines VALUES(?, ?, ?)")
                           .bind(channel)
                           .bind(buffer[0])

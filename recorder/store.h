@@ -23,7 +23,6 @@ namespace lenswire::recorder {
 
 inline constexpr int kChannels = LENSWIRE_CHANNELS;
 inline constexpr int kMostChannels = 192;  // that can be recorded
-inline constexpr int kCruiseLines = 3;     // per channel
 
 struct Zone {
     int index = 0;

@@ -13,7 +13,8 @@
 struct HostReceiveBuffer {
     uint8_t reserved0[16];
     uint8_t aucRing[12]; /* the host's: positions, capacity, a pointer to the bytes, what it likes */
-    uint32_t ulFill;     /* cleared when a stream opens, by the queue thread; the ring must then be empty */
+    uint32_t ulFill;     /* cleared when a stream opens, by the queue thread: the ring must then be empty,
+                            wherever its positions stood */
 };
 
 /* Places in the receive-buffer object, for a host that lays its ring out by itself. */

@@ -30,7 +30,9 @@
  *     LENSWIRE_FUNCTION(PC_InitCtx) init = LENSWIRE_FIND(library, PC_InitCtx);
  *     if (init != NULL && init() == 0) ...
  *
- * An object is found in the same way, by its address: (*LENSWIRE_FIND(library, arrayfd))[0]. */
+ * An object is found in the same way, by its address: (*LENSWIRE_FIND(library, arrayfd))[0]. A program that
+ * is linked with the library reaches objects by dlsym too, or from position-independent code: else it may get
+ * a copy of its own that the library never writes. */
 #define LENSWIRE_FUNCTION(name) __typeof__(&name)
 
 /* dlsym for a name of this interface, as a pointer of its type, or null. For files that include dlfcn.h. */

@@ -5,12 +5,11 @@
 #include <cstdint>
 
 #include "lenswire/cruise.h"
-#include "lenswire/host_tables.h"
 
 namespace lenswire::cruise {
 
 constexpr uint32_t kChannels = LENSWIRE_CHANNELS;
-constexpr uint32_t kLines = 3;
+constexpr uint32_t kLines = LENSWIRE_CRUISE_LINES;
 constexpr int kNone = -1;
 
 // All lines of a channel.
