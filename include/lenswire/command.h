@@ -64,13 +64,10 @@ LENSWIRE_API struct RecvSendSlot* Prv_PacketMsg(int cmd, int reserved, int attem
 
 /* Waits for the slot's answer, up to the given seconds. 0 when it is in slot->recvData (an answer
  * without payload leaves recvData as it was); -1 when the camera answered with an error state, nothing
- * came in time, or an argument is bad. Only the first answer counts. The deadline is one of the wall clock: a
- * clock that is set back meanwhile makes the wait as much longer. In a service that the event loop calls, the
- * wait is in vain. */
+ * came in time, or an argument is bad. Only the first answer counts. */
 LENSWIRE_API int Prv_GetCond_Property(struct RecvSendSlot* slot, int seconds);
 
-/* Wake the slot's owner with success or with an error; after the first post nothing happens any more. 0, or
- * -1 for a null slot, the 1 of a full table, and a slot that is not taken or is given back meanwhile. */
+/* Wake the slot's owner with success or with an error. 0, or -1 for a null slot. */
 LENSWIRE_API int cond_post(struct RecvSendSlot* slot);
 LENSWIRE_API int cond_post_error(struct RecvSendSlot* slot);
 
@@ -81,7 +78,7 @@ LENSWIRE_API int prv_destroy_msg(struct RecvSendSlot* slot);
 
 /* Bring a received message to the slot that waits for it: as a success (0, or -1 when no slot waits), as
  * an error (always -1), or as its ucState says (0, or -1 for a null message or address). The message must be
- * whole, at most 4096 bytes; it stays the caller's, and none of the three waits for anybody. */
+ * whole, at most 4096 bytes. */
 LENSWIRE_API int Prv_CmdStaRgt(const void* message, uint32_t ip);
 LENSWIRE_API int Prv_CmdStaErr(const void* message, uint32_t ip);
 LENSWIRE_API int Private_Protocol_RecvProcess(const void* message, uint32_t ip);
