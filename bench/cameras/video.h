@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "lenswire/records.h"
+#include "lenswire/host_objects.h"
 
 namespace lenswire::bench {
 
@@ -27,9 +27,6 @@ constexpr uint32_t kAudioFrame = kAudioBytesPerSecond / kFrameRate;
 constexpr bool is_video(uint32_t packet) {
     return packet % 2 == 0;
 }
-
-// A packet of a camera is taken for complete when so many bytes beyond it have arrived.
-constexpr uint32_t kBytesBeyondPacket = 33;
 
 constexpr bool is_key_frame(uint32_t frame) {
     return frame % kKeyInterval == 0;
@@ -70,7 +67,7 @@ class CameraPackets : public PacketSource {
   public:
     explicit CameraPackets(uint32_t streams);
     PacketBytes packet(uint32_t stream, uint32_t number) override;
-    uint32_t bytes_beyond() const override { return kBytesBeyondPacket; }
+    uint32_t bytes_beyond() const override { return LENSWIRE_BYTES_BEHIND_PACKET; }
 
   private:
 #pragma pack(push, 1)

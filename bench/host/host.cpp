@@ -39,7 +39,7 @@ Host::Host(uint32_t streams, size_t timed_frames)
     g_host = this;
     for (uint32_t i = 0; i < streams; ++i) {
         buffers_[i].data = rings_.get() + i * kRingStride;
-        objects_[i].stream = static_cast<int32_t>(i);
+        objects_[i].words.lFirst = static_cast<int32_t>(i);
         objects_[i].queue = &consumer_->queue(i);
         objects_[i].inserted_at = inserted_at_.get() + i * timed_frames;
         objects_[i].inserted_room = timed_frames;

@@ -14,31 +14,28 @@
 #include "bench/cameras/video.h"
 #include "bench/host/frame_queue.h"
 #include "bench/host/pool.h"
-#include "lenswire/records.h"
+#include "lenswire/host_objects.h"
 
 namespace lenswire::bench {
 
 // A stream's receive buffer: 16 bytes of the host's own, then the ring, whose fill count is the word at 28.
 // The bytes lie in one piece: when enough of them has been read, the rest moves to the front.
 struct ReceiveBuffer {
-    uint8_t host_part[16];
+    uint8_t host_part[LENSWIRE_RING_OFFSET];
     uint32_t read_at;
     uint32_t unused[2];
     uint32_t fill;
     uint8_t* data;
 };
-static_assert(offsetof(ReceiveBuffer, fill) == 28);
+static_assert(offsetof(ReceiveBuffer, fill) == LENSWIRE_RING_FILL_OFFSET);
 constexpr uint32_t kReadBeforeMove = 32 * 1024;
-// The largest packet of the protocol, what has to follow it, and what may be read before the rest moves.
-constexpr uint32_t kRingBytes =
-    ARG_HEAD_LEN + LENSWIRE_PACKET_LENGTH_MAX + kBytesBeyondPacket + kReadBeforeMove;
+// What the largest packet needs, and what may be read before the rest moves.
+constexpr uint32_t kRingBytes = LENSWIRE_RING_LEAST + kReadBeforeMove;
 
-// A stream object; the two words are the arguments by which its private information is asked for.
+// A stream object; its first word is the stream's number.
 struct StreamObject {
-    uint8_t host_part[724];
-    int32_t stream;
-    int32_t unused;
-    uint8_t private_information[128];
+    HostStreamObject words;
+    HostStreamInfo info;
     FrameQueue* queue;
     std::atomic<int64_t>* inserted_at;  // of each frame, by the number in its mark
     size_t inserted_room;
@@ -46,7 +43,6 @@ struct StreamObject {
     std::atomic<uint32_t> inserted;
     std::atomic<uint32_t> refused;  // for want of a buffer or of room in the queue
 };
-static_assert(offsetof(StreamObject, stream) == 724);
 
 // A frame in a buffer of the pool, as the sender marked it.
 struct MarkedFrame {

@@ -14,12 +14,6 @@ using namespace lenswire::bench;
 
 namespace {
 
-constexpr int kPrivateProtocol = 4;
-constexpr int kChannelTable = 17;
-constexpr int kChannelRecordBytes = 450;
-constexpr size_t kRecordAddress = 100;
-constexpr size_t kRecordProtocol = 186;
-
 ReceiveBuffer& buffer_of(void* ring) {
     return *reinterpret_cast<ReceiveBuffer*>(static_cast<uint8_t*>(ring) - sizeof ReceiveBuffer::host_part);
 }
@@ -36,10 +30,11 @@ bool is_known(int channel) {
 int read_channel_table(uint8_t* records, int bytes) {
     std::memset(records, 0, static_cast<size_t>(bytes));
     for (size_t i = 0; i < host().channels.size(); ++i) {
-        uint8_t* record = records + i * kChannelRecordBytes;
+        HostChannelRecord record{};
         const std::string& address = host().channels[i].address;
-        std::copy(address.begin(), address.end(), record + kRecordAddress);
-        record[kRecordProtocol] = kPrivateProtocol;
+        std::copy(address.begin(), address.end(), record.szIpAddr);
+        record.ucProtocol = LENSWIRE_PROTOCOL;
+        std::memcpy(records + i * sizeof record, &record, sizeof record);
     }
     return bytes;
 }
@@ -64,8 +59,8 @@ int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], cha
 }
 
 int databaseOperate(int table, int operation, void*, int, void* buffer, int bufferLength) {
-    if (operation == 1) return bufferLength;
-    if (table != kChannelTable) return -1;
+    if (operation == LENSWIRE_TABLE_WRITE) return bufferLength;
+    if (table != LENSWIRE_TABLE_CHANNELS) return -1;
     return read_channel_table(static_cast<uint8_t*>(buffer), bufferLength);
 }
 
@@ -73,7 +68,7 @@ int configGetDisplayNum(void) {
     return static_cast<int>(host().channels.size());
 }
 int get_channel_protocol(int channel) {
-    return is_known(channel) ? kPrivateProtocol : 0;
+    return is_known(channel) ? LENSWIRE_PROTOCOL : 0;
 }
 int get_channel_bindstatus(int channel) {
     note_this_thread();
@@ -103,7 +98,7 @@ int networkGetRunFlag(int, int) {
 }
 
 void* networkGetStreampPrivateInfo(int first, int) {
-    return host().stream(static_cast<uint32_t>(first)).private_information;
+    return &host().stream(static_cast<uint32_t>(first)).info;
 }
 
 int Private_Protocol_SetRecvBit(int, int, int, int, int) {
@@ -201,7 +196,7 @@ int snapSetMotion(int, int) {
     return 0;
 }
 int motion_data_copy(int, void* data88) {
-    std::memset(data88, 0, 88);
+    std::memset(data88, 0, sizeof(HostMotionRecord));
     return 0;
 }
 int MD_Disarming_Time(int) {

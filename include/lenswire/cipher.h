@@ -5,7 +5,7 @@
  * the first byte of a block or key; the least significant bit of each key byte is ignored.
  *
  * All memory is the caller's, nothing is allocated, no function reports an error: a null pointer or a
- * length of 0 or less makes a call do nothing. Callable from any thread, also at once. */
+ * length of 0 or less makes a call do nothing. Callable from any thread, also at once; never blocks. */
 #ifndef LENSWIRE_CIPHER_H
 #define LENSWIRE_CIPHER_H
 

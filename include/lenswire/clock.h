@@ -1,6 +1,8 @@
 /* A camera's clock, and the recorder's time zone as cameras and hosts number it.
  *
- * ip is a camera's IPv4 address in network order. For the host's own threads. */
+ * ip is a camera's IPv4 address in network order. For the host's own threads. The read blocks as those of
+ * settings.h do, what sets a clock for a send and the host's zone services, the rest not at all. Records are
+ * the caller's and not kept. Failures are logged. */
 #ifndef LENSWIRE_CLOCK_H
 #define LENSWIRE_CLOCK_H
 
@@ -50,7 +52,7 @@ LENSWIRE_API int Prv_TimInfoPacket(void* record212, int zoneMinutes);
 LENSWIRE_API int Prv_SetIPCTimeAndDate(const void* camera);
 
 /* The half-hour index of a zone text: "GMT+08:00" is 40, "GMT-03:30" 17, "GMT" alone 0. -1 for a null text
- * or one without "GMT". Any minutes count as half an hour. */
+ * or one without "GMT", which is logged. Any minutes count as half an hour. */
 LENSWIRE_API int TZ_Process(const char* zone);
 
 #ifdef __cplusplus

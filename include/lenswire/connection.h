@@ -7,7 +7,19 @@
  *
  * Threads: everything here may be called from any host thread, also from inside a host service that the
  * library calls, but for PC_UnInitCtx, which joins the library's threads. One unit is invited by one
- * thread at a time. A unit may be deleted while it is being invited: the invitation then ends. */
+ * thread at a time. A unit may be deleted while it is being invited: the invitation then ends.
+ *
+ * Signals: the library's threads block every signal but those that a thread brings on itself, so a host's
+ * handlers run on the host's threads alone.
+ *
+ * Output: the library prints its lines with the C library's stdout and stderr. A standard output that takes
+ * nothing, a pipe that nobody reads, holds up the thread that prints, and with the event loop all cameras'
+ * answers: a host keeps it flowing.
+ *
+ * Ownership: units and clients are the library's, in tables that stay where they are; their pointers are good
+ * until PC_Delete or PC_UnInitCtx. A host reads their fields and writes two of a unit's:
+ * pCmdClient as said at PC_CreateCmdClient0, and sockFd, -1 once it has closed the stream socket by itself.
+ */
 #ifndef LENSWIRE_CONNECTION_H
 #define LENSWIRE_CONNECTION_H
 
@@ -29,7 +41,8 @@ enum ClientState {
     PC_STATE_TIMEOUT = 7     /* a state's timer ran out */
 };
 
-/* Run switches of the three worker threads; each runs while its switch is not 0. */
+/* Run switches of the three worker threads; each runs while its switch is not 0. PC_InitCtx and PC_UnInitCtx
+ * write them; a host reads. */
 extern LENSWIRE_API uint8_t PC_G_EventLoopSwitch, PC_G_RecvStreamLoopSwitch, PC_G_RecvQueue;
 
 /* Clears the tables and starts the event loop, the receive loop and the queue thread (1 MiB of stack
@@ -44,15 +57,22 @@ LENSWIRE_API int PC_InitCtx(void);
  * not be called from a host service. */
 LENSWIRE_API int PC_UnInitCtx(void);
 
-/* Takes a unit, with a client if one is free. Null when all 256 are taken or before PC_InitCtx. */
+/* Takes a unit, with a client if one is free. Null when all 256 are taken, which is logged, or before
+ * PC_InitCtx. Never waits for a camera; owed a PC_Delete. */
 LENSWIRE_API struct StreamConn* PC_CreateNew(void);
 
-/* Takes a client alone. Null when all 192 are taken or before PC_InitCtx. */
+/* Takes a client alone. Null when all 192 are taken or before PC_InitCtx.
+ *
+ * No function gives such a client back by itself: it stays taken until PC_UnInitCtx. PC_Login of a unit whose
+ * pCmdClient the host has set to it binds it to a camera, and again to another; a struct StreamConn of the
+ * host's own, all zero but for sockFd -1 and pCmdClient, will do. PC_Delete frees the client that the unit's
+ * pCmdClient names then: a unit that came without a client gives this one back, any other leaves its own
+ * behind in exchange. */
 LENSWIRE_API struct CmdClient* PC_CreateCmdClient0(void);
 
 /* Gives a unit back, and its client with its control socket; the stream socket is the host's to close.
  * Ends an invitation that is under way on the client and waits, for a step of it at most, until nobody
- * uses the control socket any more. Always 0. */
+ * uses the control socket any more. Always 0; a unit that is unknown or deleted already is logged. */
 LENSWIRE_API int PC_Delete(struct StreamConn* unit);
 
 /* Closes a client's control socket, if it is above 0, waiting as PC_Delete does. The state stays. */
@@ -64,24 +84,26 @@ LENSWIRE_API void PC_Exit(struct CmdClient* client);
  * one step. 0 when the client is PC_STATE_READY; -4 no login reply or login refused, -3 connection
  * refused, -2 the socket never became ready, -1 other failures, no free client, or deleted or
  * invited by another thread meanwhile. A
- * unit that is logged in already is logged in anew. */
+ * unit that is logged in already is logged in anew. After a failure the control socket is closed; the unit
+ * keeps its client. */
 LENSWIRE_API int PC_Login(struct StreamConn* unit, uint32_t address, int port, const struct LoginInfo* info,
                           int channel, int stream);
 
-/* The same for a client whose address and credentials are already set. */
+/* The same for a client whose address and credentials are already set, by an earlier PC_Login. */
 LENSWIRE_API int PcInviteStream(struct CmdClient* client, int channel, int stream);
 
 /* Sends a heartbeat on a client's control connection. 0 sent, -1 not. The library sends none by itself:
- * how often, and what follows from a failure, is the host's to decide. */
+ * how often, and what follows from a failure, is the host's to decide. Blocks for one send, as PC_SendCmd. */
 LENSWIRE_API int PC_SendHeartbeat(struct CmdClient* client);
 
 /* -- The state machine, one step at a time. PC_Login makes these steps; a host rarely does. Timers count
- * steps. The thread that invites a client is the only one to step it. */
+ * steps. The thread that invites a client is the only one to step it. A null client gives -1, or nothing. */
 
 /* Loads the default timer lengths: 10000 steps in PC_STATE_IDLE, none in PC_STATE_TIMEOUT, 100000 else. */
 LENSWIRE_API void PC_SetDefaultTimerLength(struct CmdClient* client);
 
-/* Enters a state and starts its timer. 0, or -1 for a state outside 0 to 7. */
+/* Enters a state and starts its timer. 0, or -1 for a state outside 0 to 7. From PC_STATE_READY on the event
+ * loop reads the client's socket. */
 LENSWIRE_API int PC_SetCBState(struct CmdClient* client, int state);
 
 /* Timer expiry: enters PC_STATE_TIMEOUT and returns -1; 0 when the state was above PC_STATE_READY. */

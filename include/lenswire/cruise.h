@@ -6,16 +6,19 @@
  *
  * For any number of host threads, but the caller sees to it that operations on one channel do not overlap: a
  * line is read and written whole, its three places one after the other. Sends await no answer, and what the
- * database answers to a write is not looked at. */
+ * database answers to a write is not looked at. What blocks longer than a send and the host's database says
+ * so. Records are the caller's and not kept; a null one is refused with -1. */
 #ifndef LENSWIRE_CRUISE_H
 #define LENSWIRE_CRUISE_H
 
+#include "lenswire/host_tables.h"
 #include "lenswire/records.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
+#define LENSWIRE_CRUISE_LINES 3 /* of a channel */
 #define LENSWIRE_CRUISE_POINTS 32
 
 #pragma pack(push, 1)
@@ -71,6 +74,7 @@ LENSWIRE_PIN(offsetof(struct CameraCruise, points) == 68);
 /* 64 channels x 3 lines x 390 bytes. For the host to read; a reader on another thread than a writer may
  * see a line half written. */
 extern LENSWIRE_API uint8_t gp_private_ptzCruise[74880];
+LENSWIRE_PIN(LENSWIRE_CHANNELS* LENSWIRE_CRUISE_LINES * sizeof(struct CruiseLine) == 74880);
 
 /* -- Memory and database. */
 

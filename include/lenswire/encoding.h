@@ -1,8 +1,10 @@
 /* Encoding: what a camera can encode, and its settings per stream.
  *
  * ip is a camera's IPv4 address in network order. For the host's own threads; gets block up to their
- * answer time, after up to 5 seconds while no request slot is free, sets for the send only. Where nothing
- * else is said, a result is 0 or -1. */
+ * answer time, after up to 5 seconds while no request slot is free, sets for the send only. Scopes, arrays
+ * and records are the caller's and not kept; two threads must not fill one at once. Where nothing else is
+ * said, a result is 0 or -1: a null argument or address 0, no free slot, not sent, an error answer, none in
+ * time, or one that does not fit. Failures are logged. */
 #ifndef LENSWIRE_ENCODING_H
 #define LENSWIRE_ENCODING_H
 

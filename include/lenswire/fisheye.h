@@ -1,6 +1,6 @@
 /* Fisheye cameras: what type a camera reports, and which type the host is to give its channel.
  *
- * For the host's own threads. */
+ * For the host's own threads. What is written to is the caller's and not kept. */
 #ifndef LENSWIRE_FISHEYE_H
 #define LENSWIRE_FISHEYE_H
 
@@ -27,11 +27,12 @@ LENSWIRE_API int Private_Fish_Protocol_EYE_PROPERTY(int channel, uint32_t ip, vo
  *   t 2: number other than 0 with flag 1 gives -1; type 3 gives 0; number 0 to 3 gives 3, else -1
  *   t 3: type 4 gives 0; number 0 gives 4, else -1
  *   above: 0
- * -1 as well when the property cannot be read. */
+ * -1 as well when the property cannot be read. Blocks as Private_Fish_Protocol_EYE_PROPERTY0. */
 LENSWIRE_API int GetFishType(const void* camera, int type, int number, int flag);
 
 /* The two nibbles of the fisheye byte in the camera's record of host table 17; both stay as they are when
- * the byte is 0. camera is a struct HostCameraRecord. Returns what the database read returned. */
+ * the byte is 0. camera is a struct HostCameraRecord. Returns what the database read returned, or -1 for a
+ * null argument. Blocks for that service only. */
 LENSWIRE_API int GetFiashEve(const void* camera, uint8_t* high, uint8_t* low);
 
 #ifdef __cplusplus

@@ -1,123 +1,174 @@
 /* What a host must export by name for the library. A host that loads the library with dlopen has to
  * be linked so that these names are in its dynamic symbol table (-rdynamic).
  *
- * Threads: the library calls a service from the thread named at its family. It holds no lock of its
- * own meanwhile, so a service may call back into the library; one that the event loop calls cannot wait for
- * an answer of a camera, though, since nobody would read it. Services must not block for long: all cameras
- * share the event loop, all streams share the receive loop. */
+ * Threads: the library calls a service from the thread named at it; "host threads" are those that call into
+ * the library. It holds no lock of its own meanwhile, so a service may call back into the library; one that
+ * the event loop calls cannot wait for an answer of a camera, though, since nobody would read it. Several
+ * threads may be in one service at once. The library's threads block signals: see connection.h.
+ *
+ * Blocking: as little as possible. All cameras share the event loop, all streams share the receive loop, and
+ * PC_UnInitCtx waits for a service that one of them is in. A service must return: no exception, longjmp or
+ * end of the thread may pass through the library.
+ *
+ * Ownership: what a pointer argument names is the library's and good until the service returns, unless said
+ * otherwise. A result of which nothing is said is not looked at. */
 #ifndef LENSWIRE_HOST_SERVICES_H
 #define LENSWIRE_HOST_SERVICES_H
 
+#include "lenswire/host_objects.h"
+#include "lenswire/host_tables.h"
 #include "lenswire/records.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* -- Channel database; called from the host's own threads, the event loop and upgrade threads. */
+/* -- Channel database. */
 
-/* Fills in a channel's camera: address as dotted text, control port, credentials. -1 when the
- * channel has no camera. */
+/* Fills in a channel's camera: address as dotted text, control port, credentials. Returns -1 when the channel
+ * has no camera; any other result is a camera. The library uses the address, an upgrade the port as well; it
+ * wipes its copy of the password at once. A text may fill its 64 bytes without a NUL. Called from host
+ * threads; with channels 0 to 63 also from the event loop, up to 64 times per motion push, and from upgrade
+ * threads. */
 int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], char password[64]);
-/* Reads (operation 2) or writes (operation 1) one record of a host table. The key is the channel as
- * a 32-bit value, keyLength 4; key 250 of table 17 reads all 64 channel records at once. Returns the
- * bytes read or written, -1 on failure. Tables: 17 channel records (450 bytes each), 21 motion records
- * (88), 24 upgrade records (9), 62 cruise lines (reads 3 x 390, writes 390). */
+
+/* Reads or writes one record of a host table. table is of enum LenswireHostTable, operation of enum
+ * LenswireHostOperation, key points to the channel as a 32-bit value or to LENSWIRE_KEY_ALL_CHANNELS,
+ * keyLength is 4. bufferLength is the size of the table's record; what a short read leaves out keeps the
+ * value it had, zero but for cruise lines. Returns the bytes read or written, -1 on failure. What becomes of
+ * it: 17 read, one channel    GetFiashEve returns it; Private_SetPtzSpeed takes a failure for no fisheye
+ * camera 17 read, all channels   another length than 28800 is logged, Prv_ipc_upgrade goes on 21 read and
+ * write       -1 ends Prv_CloseMD with -1 24 write                nothing 62 read                 -1 leaves
+ * the channel's lines in memory; returned by those that load a channel 62 write                nothing Called
+ * from host threads. */
 int databaseOperate(int table, int operation, void* key, int keyLength, void* buffer, int bufferLength);
-/* Number of channels in use, at most 64. */
+
+/* Returns the number of channels in use. Only channels below it are loaded by Private_ptzCruiseInit, which
+ * asks before each, and asked by Private_Protocol_GetStreamType. Called from host threads. */
 int configGetDisplayNum(void);
-/* Protocol number of a channel; this library's is 4. */
+
+/* Returns the protocol number of a channel, 0 to 63; LENSWIRE_PROTOCOL makes it one of this library. Called
+ * from the event loop for every motion push. */
 int get_channel_protocol(int channel);
-/* Non-zero when a camera is bound to the channel. */
+
+/* Returns other than 0 when a camera is bound to the channel, 0 to 63. Called as get_channel_protocol. */
 int get_channel_bindstatus(int channel);
-/* Fisheye byte of a channel in the low 8 bits, 0 for an ordinary camera. */
+
+/* Returns the fisheye byte of a channel in the low 8 bits, 0 for an ordinary camera. Called from host threads
+ * for cruise lines. */
 int is_channel_fish_eye(int channel);
 
-/* -- Stream requests and statistics; called from the queue thread and the receive loop, the two
- * questions of a login from the thread that logs in. */
+/* -- Stream requests, logins and statistics. channel and stream are those of the open request, of PC_Login or
+ * of PostRestartMessageToQueue. */
 
-/* Copies the oldest pending request out and removes it; -1 when there is none. Must not block. */
+/* Copies the oldest pending request out and removes it. Returns -1 when there is none; any other result is a
+ * request. Called from the queue thread, over and over while idle: must not block. A request
+ * carries host pointers, see Ownership in stream.h; one of another type than open and close is ignored. */
 int Private_Protocol_GetRequestFromQueue(struct StreamRequest* request);
-/* Takes a message of the library for a stream; kind 3 is a struct StreamRequest of type
- * STREAM_REQ_RESTART. The message belongs to the library and is gone after the call. */
+
+/* Takes a message of the library for a stream; kind 3 is a struct StreamRequest of STREAM_REQ_RESTART, all
+ * else in it 0. PostRestartMessageToQueue returns the result; the library's own threads do not look at it, so
+ * a message that was not taken is not sent again. Called from the receive loop, the queue thread and host
+ * threads. */
 int networkInsertMessageToQueue(int channel, int stream, void* message, int kind);
-/* During a login: 0 ends the attempt. */
+
+/* Both are asked before every step of a login, about once a second or more often, from the thread that logs
+ * in: 0 of the first, or 4 of the second, ends the attempt. */
 int networkGetStreamUsedNum(int channel, int stream);
-/* During a login: 4 ends the attempt. */
 int networkGetRunFlag(int channel, int stream);
-/* The host's private information of a stream, or null. The arguments are the two 32-bit words at
- * bytes 724 and 728 of the stream object. The library writes a codec name (5 bytes at byte 8) and an
- * audio kind (32-bit word at byte 72) into it. */
+
+/* Returns the private information of a stream, a struct HostStreamInfo at its start, or null for none, which
+ * is then not written. The arguments are the two words of struct HostStreamObject. Called from the receive
+ * loop once per frame that has a buffer; the library writes right after the call and keeps no pointer. */
 void* networkGetStreampPrivateInfo(int first, int second);
-/* Statistics of a stream, every few seconds. */
+
+/* Take the statistics of a stream, one after the other, each time that 3 seconds or more have passed; kind is
+ * 2. Bytes are payloads and packet headers, frames are those of video alone. Called from the receive loop. */
 int Private_Protocol_SetRecvBit(int channel, int stream, int bytesPerSecond, int width, int height);
 int libVideoInfoSetNetworkParam(int channel, int stream, int kind, int frameRate, int bytesPerSecond);
 
-/* -- Receive ring of a stream; called from the receive loop only. The ring is the address 16 bytes
- * into the receive-buffer object; the library clears the 32-bit word at byte 28 of that object when
- * it opens the stream. */
+/* -- Receive ring of a stream. ring is the address of HostReceiveBuffer.aucRing. Called from the receive loop
+ * only, so a ring needs no lock; its size stands in host_objects.h. The three that move bytes must do exactly
+ * what they are asked: never is more asked for than ring_used_size and ring_free_size_ex have just given. */
 
-/* Bytes that can be written in one piece at the write position; 0 or less means no room. */
+/* Returns the bytes that can be written in one piece at the write position. 0 or less fails the stream, so a
+ * ring that has room anywhere must offer some of it. Asked first, once per receive. */
 int ring_free_size_ex(void* ring);
-/* The write position, null if unusable. */
+/* Returns the write position, with that much room behind it; null fails the stream. Asked right after. */
 void* ring_get_start_buf(void* ring);
-/* Commits bytes just written at the write position. */
+/* Commits bytes just written at the write position, 1 to what ring_free_size_ex gave. */
 int ring_set_data_end(void* ring, int length);
-/* Bytes held. */
+/* Returns the bytes held, 0 right after the word ulFill has been cleared. */
 uint32_t ring_used_size(void* ring);
-/* Copies the first bytes held without removing them. */
+/* Copies the first bytes held, 32 of them, without removing them. */
 int ring_pop_temp(void* ring, void* dst, int length);
-/* Copies the first bytes held and removes them; capacity is the most that dst takes. */
+/* Copies the first bytes held and removes them; capacity is the most that dst takes, never less than length:
+ * 1024 for a header and for what is dropped, 1 MiB for a piece of a frame. dst is a frame buffer of the
+ * host's or on the stack. */
 int ring_pop_n(void* ring, void* dst, int length, int capacity);
 
-/* -- Frame queue of a stream; called from the receive loop, shared with the host's consumers. */
+/* -- Frame queue of a stream. stream is DevChannelInfo.pStream. Called from the receive loop, shared with the
+ * host's consumers. */
 
-/* A buffer with room for the 36-byte StreamFrameHead and size data bytes, or null. The library fills
- * it and gives it back with streamInsertFrameToFrameQueue. */
+/* Returns a buffer with room for the 36-byte StreamFrameHead and size data bytes, 0 to 4194307, at any
+ * alignment and not cleared; null drops the frame, for good and without a line. Not under the queue's lock.
+ * The library fills the buffer and gives each back with streamInsertFrameToFrameQueue. */
 void* streamGetFrameQueueBuffer(void* stream, int size);
+/* Locks the queue, for one insertion. Should be short: a consumer that holds the lock holds up all streams.
+ */
 int streamFrameQueueLock(void* stream);
+/* Takes a frame; from here on it is the host's, whatever the result. */
 int streamInsertFrameToFrameQueue(void* stream, void* frame);
+/* Unlocks the queue. */
 int steramFrameQueueUnlock(void* stream);
 
-/* Audio detection, one entry per recorder channel that the host opens streams on. Written by the
- * receive loop. */
+/* Audio detection, one entry per ucChannelNo that the host opens streams with, 256 at most. Written by the
+ * receive loop without a lock: the flag is 1 while the channel carries audio, the other two are its memory.
+ */
 extern uint8_t ucAudioTypeFlag[];
 extern uint32_t uFreamCount[];
 extern uint32_t uFreamType[];
 
-/* -- Motion and alarms; called from the event loop, the host's own threads and upgrade threads. */
+/* -- Motion and alarms. channel is 0 to 63 from the event loop, which calls all of them for a motion push; a
+ * host thread in Private_VideoMDSetStatus or Prv_CloseMD hands its own on, 0 to 64. */
 
-/* Current motion state of a channel, 1 motion. */
+/* Returns the motion state of a channel: 1 motion, anything else none. */
 int VideoMDGetStatus(int channel);
-/* Sets it; data is the channel's 88-byte motion record, or null with status 0. */
+/* Sets it: 1 is motion, what a camera pushed may be any byte. data is a struct HostMotionRecord, copied if it
+ * is to be kept, or null with status 0. Host threads may call it as well. */
 int VideoMDSetStatus(int channel, int status, void* data);
-/* Starts (1) or stops (0) motion snapshots. */
+/* Starts (1) or stops (0) motion snapshots. Host threads may call it as well. */
 int snapSetMotion(int channel, int state);
-/* Fills in the channel's 88-byte motion record; negative on failure. */
+/* Fills in the channel's struct HostMotionRecord. Returns a negative number on failure, which ends the
+ * handling of this push. */
 int motion_data_copy(int channel, void* data88);
-/* 1 when motion detection is armed on the channel at this moment. */
+/* Returns 1 when motion detection is armed on the channel at this moment, despite its name. */
 int MD_Disarming_Time(int channel);
-/* Queues a 4-byte alarm record: type, channel, two bytes per type. Type 2 is motion, 40 a failed
- * firmware upgrade. */
+/* Queues an alarm, a struct HostAlarmRecord, copied; queue is 0. Called from upgrade threads as well. */
 int streamInsertAlarmToAlarmQueue(int queue, void* record4);
 
-/* -- Time zones; called from the host's own threads. */
+/* -- Time zones; called from host threads. */
 
-/* Writes the recorder's zone text (at most 11 characters) and returns the host's zone index in bits
- * 8 to 15; -1 on failure. */
+/* Writes the recorder's zone text, "GMT+08:00" (at most 11 characters), and returns the host's zone index in
+ * bits 8 to 15; -1 on failure, which is logged and counts as index 255. a and b are not looked at. */
 int GetTimeZone(char* name12, int* a, int* b);
-/* Hours (read as signed) and minutes of a host zone index. */
+/* Writes the hours (read as signed) and minutes (not read) of a host zone index, 0 to 255. */
 int GetTimeZoneTime(uint32_t zoneIndex, uint8_t* hours, uint8_t* minutes);
-/* The camera's zone index for a host zone index. */
+/* Returns the camera's zone index for a host zone index, 0 to 255; its low 8 bits are sent. */
 uint32_t GetIpcTimeZoneMap(uint32_t hostZoneIndex);
 
-/* -- Memory, diagnostics, clock; called from every thread. */
+/* -- Memory, diagnostics, clock. file is a text that stays, line the line of the call. */
 
+/* Returns memory for any object, not cleared, or null: the request or the list operation then fails. 4096
+ * bytes per pending request, and list nodes and elements. Called from host threads. */
 void* MeMalloc(int size, const char* file, int line);
+/* Takes memory of MeMalloc back, once. */
 void MeFree(void* pointer, const char* file, int line);
+/* Prints one diagnostic line. Called from host threads and the event loop. */
 int dump_printf(const char* file, const char* function, int line, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
-/* Whole seconds since start. May wrap. */
+/* Returns whole seconds since start; may wrap. Called very often, from host threads, the queue thread, the
+ * receive loop and upgrade threads. */
 uint32_t uptime(void);
 
 #ifdef __cplusplus

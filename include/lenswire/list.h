@@ -4,7 +4,8 @@
  * caller's pointers and never looks at or frees what they name. Positions count from 0 at the head. All
  * memory comes from the host's MeMalloc and goes back with MeFree.
  *
- * No locking: one thread at a time, or the caller's own lock. */
+ * No locking: one thread at a time, or the caller's own lock. Callable from any thread; blocks for those two
+ * services only. */
 #ifndef LENSWIRE_LIST_H
 #define LENSWIRE_LIST_H
 

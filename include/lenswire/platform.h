@@ -1,7 +1,7 @@
 /* What platform a camera is of.
  *
  * Both operations look the channel's camera up in the host's channel database, block until the camera
- * answers, and are for the host's own threads. */
+ * answers, and are for the host's own threads. Failures are logged. */
 #ifndef LENSWIRE_PLATFORM_H
 #define LENSWIRE_PLATFORM_H
 
@@ -17,7 +17,8 @@ extern "C" {
 LENSWIRE_API int Prv_Get_IPC_PropertyParam(int channel, void* out1024);
 
 /* 1 when the channel's camera belongs to the special platform family, by the device type that it reports
- * (within 10 s) or else by its property block; 0 when it does not or cannot be asked. */
+ * (within 10 s) or else by its property block; 0 when it does not or cannot be asked. Blocks up to 13 s
+ * for the two answers, and 10 s more while no request slot is free. */
 LENSWIRE_API int Private_Protocol_GetPlatFormType(int channel);
 
 #ifdef __cplusplus

@@ -1,8 +1,9 @@
 /* Pan, tilt and zoom.
  *
  * ip is a camera's IPv4 address in network order; operations that take a recorder channel look its camera
- * up in the host's channel database. For the host's own threads. Sends await no answer; the get blocks as
- * those of settings.h do. */
+ * up in the host's channel database. For the host's own threads. Sends await no answer; the get, and with it
+ * Private_SetPtzSpeed, blocks as those of settings.h do. Records are the caller's and not kept. -1 stands for
+ * a null argument or address 0 as well; failures are logged. */
 #ifndef LENSWIRE_PTZ_H
 #define LENSWIRE_PTZ_H
 
@@ -44,7 +45,7 @@ LENSWIRE_API int Private_PTZ_SET_Property(uint32_t ip, const void* record24);
 LENSWIRE_API int Private_PTZ_OPTION(uint32_t ip, const void* record20);
 
 /* Sets a channel's PTZ speed (low 8 bits): reads the camera's property, changes speed and PTZ channel, and
- * sends it back. The fisheye byte of the channel's record in host table 17 gives the PTZ channel. Two threads
+ * sends it back. The fisheye byte of struct HostChannelRecord gives the PTZ channel. Two threads
  * that do this for one camera may overtake each other. 0, or -1 when the channel has no camera or
  * the property cannot be read; a failed send is not reported. */
 LENSWIRE_API int Private_SetPtzSpeed(uint32_t channel, int speed);

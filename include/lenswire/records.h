@@ -12,10 +12,11 @@
 
 #include "lenswire/protocol.h"
 
+/* Fails to compile when the condition does not hold. */
 #ifdef __cplusplus
 #define LENSWIRE_PIN(condition) static_assert(condition, #condition)
 #else
-#define LENSWIRE_PIN(condition) _Static_assert(condition, #condition)
+#define LENSWIRE_PIN(condition) __extension__ _Static_assert(condition, #condition)
 #endif
 
 /* Stands before every function and object that the shared library exports. */

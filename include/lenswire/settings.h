@@ -9,7 +9,8 @@
  * argument, no free slot, not sent, an error answer, or none. The part of a record that the camera's
  * answer does not bring reads as zero, in its first bytes as the request.
  *
- * A set blocks for the send only and awaits no answer. 0 sent, -1 not. */
+ * A set blocks for the send only and awaits no answer: a refusal of the camera shows in a later get alone. 0
+ * sent, -1 not. Buffers and records are the caller's and not kept. Failures are logged. */
 #ifndef LENSWIRE_SETTINGS_H
 #define LENSWIRE_SETTINGS_H
 

@@ -1,7 +1,8 @@
 /* Socket helpers: the small steps every connection to a camera is made of.
  *
- * All waiting is done with select, so descriptors must be below 1024. No function closes a descriptor:
- * it belongs to whoever opened it. Stateless; callable from any thread. */
+ * All waiting is done with select, so descriptors must be below 1024: from there on the waits fail at once
+ * with -1. No function closes a descriptor: it belongs to whoever opened it. Stateless; callable from any
+ * thread. */
 #ifndef LENSWIRE_SOCKET_H
 #define LENSWIRE_SOCKET_H
 
@@ -17,11 +18,11 @@ extern "C" {
  * SK_SelectWaitWriteable. Never blocks. */
 LENSWIRE_API int SK_ConnectTo(uint32_t address, int port);
 
-/* Adds O_NONBLOCK to a descriptor's flags. 0, or -1 when they could not be set. */
+/* Adds O_NONBLOCK to a descriptor's flags. 0, or -1 when they could not be set. Never blocks. */
 LENSWIRE_API int SK_SetSocketUnblock(int fd);
 
 /* Waits up to the given milliseconds until the descriptor is readable. 0 when it is, -1 on time-out or
- * error; an interrupted wait counts as an error. */
+ * error; an interrupted wait counts as an error. 0 milliseconds looks once. */
 LENSWIRE_API int SK_SelectWaitReadable(int fd, int milliseconds);
 
 /* Waits up to the given milliseconds until the descriptor is writable without a pending socket error.
@@ -29,12 +30,13 @@ LENSWIRE_API int SK_SelectWaitReadable(int fd, int milliseconds);
 LENSWIRE_API int SK_SelectWaitWriteable(int fd, int milliseconds);
 
 /* Waits up to 1 second until the descriptor is readable or writable and reports its error state:
- * 1 usable; 0 select failed, or another error than these; -1 negative descriptor; -2 nothing happened,
- * host unreachable or still connecting; -3 connection refused. */
+ * 1 usable; 0 select failed, or another error than these; -1 a descriptor below 0 or above 1023, with the
+ * line "illegal socket fd[...]"; -2 nothing happened, host unreachable or still connecting; -3 connection
+ * refused. */
 LENSWIRE_API int PC_SockReadable(int fd);
 
 /* 0 when the socket has no pending error, -1 when it has one (errno is then set to it) or when it could
- * not be asked. */
+ * not be asked, which is printed. Reading the error clears it. Never blocks. */
 LENSWIRE_API int Getsockerron(int fd);
 
 #ifdef __cplusplus

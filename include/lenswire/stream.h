@@ -7,6 +7,11 @@
  * seconds; the slot is then freed and the host told by a STREAM_REQ_RESTART message, upon which it
  * invites again and posts a new open request.
  *
+ * A close request of a stream whose delivery is under way, from inside a service as well, is final: no
+ * restart message follows it, even when that delivery fails. All 192 slots open: an open request is dropped
+ * in silence. An open request without unit, receive buffer, stream object or a socket of 1 to 1023 is logged
+ * and answered by a restart message.
+ *
  * A request is taken up within 0.1 seconds, and a slot that opens is read within another 0.1.
  *
  * Ownership: the host owns the socket and the objects. After a restart message they are no longer
@@ -24,8 +29,10 @@ extern "C" {
 
 #define LENSWIRE_STREAM_SLOTS 192
 
-/* The stream slot tables, one entry per slot, written by the library once a pass; a host may read them
- * (single 32-bit loads; the records only while their slot is open). Times are uptime seconds. */
+/* The stream slot tables, one entry per slot, written by the library; a host may read them from any thread
+ * (single 32-bit loads; the records only while their slot is open). The receive loop works on a copy and
+ * brings the counters back when it is done with a slot, so they may be a pass behind the frames. Times are
+ * uptime seconds. */
 extern LENSWIRE_API int32_t arrayfd[LENSWIRE_STREAM_SLOTS];    /* socket, 0 = slot free */
 extern LENSWIRE_API int32_t nodatatime[LENSWIRE_STREAM_SLOTS]; /* last data, or last restart */
 extern LENSWIRE_API int32_t tv1[LENSWIRE_STREAM_SLOTS];        /* start of the statistics interval */
@@ -50,26 +57,29 @@ extern LENSWIRE_API struct DevChannelInfo
 LENSWIRE_API int PC_GetStream(struct StreamConn* conn, int channel, int stream, void* out32);
 
 /* Body of the queue thread: takes the host's stream requests and opens and closes slots, until
- * PC_G_RecvQueue is 0. */
+ * PC_G_RecvQueue is 0. PC_InitCtx runs it and the next; a host calls neither beside those. */
 LENSWIRE_API void PC_GetQueueThread(void);
 
 /* Body of the receive loop, until PC_G_RecvStreamLoopSwitch is 0. */
 LENSWIRE_API void PC_RecvStreamLoop(void);
 
-/* Sends the host a restart message for a stream; returns what networkInsertMessageToQueue did. */
+/* Sends the host a restart message for a stream; returns what networkInsertMessageToQueue did. Callable from
+ * any thread; blocks as long as that service. */
 LENSWIRE_API int PostRestartMessageToQueue(int channel, int stream);
 
 /* One receive from a readable stream socket into the host's ring, then every complete packet out of it.
- * A packet is complete when the ring holds more than its payload and 64 bytes. The addresses are those
- * of the stream's counters. 1 bytes were received, 0 nothing to read, -1 the stream failed. Receive
- * loop only. */
+ * A packet is complete when the ring holds more than its payload and 64 bytes, LENSWIRE_RING_SIZE of
+ * host_objects.h. The addresses are those of the stream's counters. 1 bytes were received, 0 nothing to read,
+ * -1 the stream failed, with a line that says why: closed, a receive error, a header that is none, a ring
+ * that is full or unusable. Waits for nothing but the host's services. Receive loop only. */
 LENSWIRE_API int RecvStreamToPacketBuf(int channel, int stream, int32_t* frameNo, int sockFd, int frameRate,
                                        int32_t* bitrate, void* pRecvBuf, void* pStream, int32_t* videoFrameNo,
                                        int32_t* audioFrameNo, int32_t* framecount, int32_t* width,
                                        int32_t* height);
 
 /* Delivers one packet whose 32-byte header is at header and whose payload is first in the ring. A frame
- * for which the host has no buffer is dropped whole. Always 0. Receive loop only. */
+ * for which the host has no buffer is dropped whole. pStream is given twice; byte29 is 0. Always 0. Receive
+ * loop only. */
 LENSWIRE_API int PacketToFrameQueue(const void* header, int frameRate, void* pRecvBuf, void* pStream,
                                     void* pStreamAgain, int byte29, int32_t* videoFrameNo,
                                     int32_t* audioFrameNo, int32_t* framecount, int32_t* width,

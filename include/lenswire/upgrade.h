@@ -25,8 +25,6 @@ extern "C" {
 #define LENSWIRE_UPGRADE_PATH_SIZE 128
 /* What a camera has from the start of its job, answer included. */
 #define LENSWIRE_UPGRADE_TIMEOUT_S 60
-/* Byte 0 of the alarm of a failed upgrade; byte 1 is the channel, byte 2 is 0, byte 3 is 1. */
-#define LENSWIRE_ALARM_UPGRADE_FAILED 40
 
 /* A tag-style file has at least 308 bytes and the tag, with its NUL, at byte 180. */
 #define LENSWIRE_UPGRADE_TAG_OFFSET 180

@@ -49,8 +49,9 @@ void set(ControlSession& session, const CruiseOptions& options) {
 // The library starts a line by sending its own version first. A recorder that has none takes the camera's.
 void adopt(ControlSession& session, int line) {
     int32_t channel = session.channel();
-    CruiseLine lines[kCruiseLines];
-    databaseOperate(kCruiseTable, kRead, &channel, sizeof channel, lines, sizeof lines);
+    CruiseLine lines[LENSWIRE_CRUISE_LINES];
+    databaseOperate(LENSWIRE_TABLE_CRUISE, LENSWIRE_TABLE_READ, &channel, sizeof channel, lines,
+                    sizeof lines);
     const CruiseLine& known = lines[line - 1];
     if (std::ranges::any_of(known.points, [](const CruisePoint& point) { return point.ucUsed == 1; })) return;
     CruiseLine own = line_of_camera(session, line);
@@ -70,7 +71,7 @@ void start(ControlSession& session, const CruiseOptions& options) {
 // sends the camera nothing.
 void stop(ControlSession& session, const CruiseOptions&) {
     const Plugin& library = session.library();
-    for (int line = 1; line <= kCruiseLines; ++line) {
+    for (int line = 1; line <= LENSWIRE_CRUISE_LINES; ++line) {
         CruiseLine record = line_of_camera(session, line);
         if (record.ucEnable == 0) continue;
         record.ucEnable = 0;
@@ -104,7 +105,8 @@ const Action& checked_action(const CruiseOptions& options) {
     if (action == std::end(kActions))
         throw bad_input("'" + options.action + "' is none of show, set, start, stop and resend");
     if (action->needs_line && options.line == 0) throw bad_input(options.action + " needs a line, 1 to 3");
-    if (options.line < 0 || options.line > kCruiseLines) throw bad_input("cruise lines are 1, 2 and 3");
+    if (options.line < 0 || options.line > LENSWIRE_CRUISE_LINES)
+        throw bad_input("cruise lines are 1, 2 and 3");
     if (action->name != "set" && !options.points.empty())
         throw bad_input(options.action + " takes no points");
     if (action->name == "set") parse_cruise_line(options.line, options.points, options.enable);
@@ -118,7 +120,7 @@ int cruise(const CruiseOptions& options, const CommonOptions& common, Console& c
     action.run(*session, options);
     auto lines = nlohmann::ordered_json::array();
     std::string text;
-    for (int line = 1; line <= kCruiseLines; ++line) {
+    for (int line = 1; line <= LENSWIRE_CRUISE_LINES; ++line) {
         if (options.line != 0 && options.line != line) continue;
         const CruiseLine record = line_of_camera(*session, line);
         text += cruise_text(record);

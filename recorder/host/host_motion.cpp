@@ -1,6 +1,5 @@
 // Host services: motion state and alarms.
 #include <cstdint>
-#include <span>
 
 #include "lenswire/host_services.h"
 #include "recorder/host/host.h"
@@ -9,8 +8,7 @@ using lenswire::recorder::Host;
 
 namespace {
 
-constexpr size_t kMotionSize = 88;
-constexpr size_t kAlarmSize = 4;
+constexpr int kMotionSize = sizeof(HostMotionRecord);
 
 }  // namespace
 
@@ -32,9 +30,9 @@ int snapSetMotion(int channel, int state) {
 
 int motion_data_copy(int channel, void* data88) {
     if (data88 == nullptr) return -1;
-    const int read = databaseOperate(lenswire::recorder::kMotionTable, lenswire::recorder::kRead, &channel,
-                                     sizeof channel, data88, kMotionSize);
-    return read == static_cast<int>(kMotionSize) ? 0 : -1;
+    const int read = databaseOperate(LENSWIRE_TABLE_MOTION, LENSWIRE_TABLE_READ, &channel, sizeof channel,
+                                     data88, kMotionSize);
+    return read == kMotionSize ? 0 : -1;
 }
 
 int MD_Disarming_Time(int channel) {
@@ -45,6 +43,6 @@ int MD_Disarming_Time(int channel) {
 int streamInsertAlarmToAlarmQueue(int, void* record4) {
     Host* host = Host::current();
     if (host == nullptr || record4 == nullptr) return -1;
-    const std::span record(static_cast<const uint8_t*>(record4), kAlarmSize);
-    return host->motion.queue_alarm(record[0], record[1]) ? 0 : -1;
+    const auto* record = static_cast<const HostAlarmRecord*>(record4);
+    return host->motion.queue_alarm(record->ucType, record->ucChannel) ? 0 : -1;
 }

@@ -5,8 +5,8 @@ namespace lenswire::recorder {
 RecorderStream::RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
                                Recording::Complain complain)
     : worker_(worker), queue_(this), recording_(std::move(target), std::move(complain)) {
-    object_.channel = channel;
-    object_.stream = stream;
+    object_.words.lFirst = channel;
+    object_.words.lSecond = stream;
     object_.queue = &queue_;
 }
 

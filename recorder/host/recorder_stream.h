@@ -7,12 +7,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "lenswire/records.h"
+#include "lenswire/host_objects.h"
 #include "recorder/host/frame_queue.h"
 #include "recorder/host/frame_worker.h"
 #include "recorder/host/ring.h"
@@ -20,26 +19,11 @@
 
 namespace lenswire::recorder {
 
-// The object behind pStream. The library reads the two words and hands them to
-// networkGetStreampPrivateInfo.
+// The object behind pStream. Its words are channel and stream.
 struct StreamObject {
-    uint8_t reserved[724] = {};
-    int32_t channel = 0;
-    int32_t stream = 0;
+    HostStreamObject words{};
     FrameQueue* queue = nullptr;
 };
-static_assert(offsetof(StreamObject, channel) == 724);
-static_assert(offsetof(StreamObject, stream) == 728);
-
-// What networkGetStreampPrivateInfo points to; the library writes both fields.
-struct StreamPrivateInfo {
-    uint8_t reserved0[8] = {};
-    char codec_name[5] = {};
-    uint8_t reserved13[59] = {};
-    uint32_t audio_kind = 0;
-};
-static_assert(offsetof(StreamPrivateInfo, codec_name) == 8);
-static_assert(offsetof(StreamPrivateInfo, audio_kind) == 72);
 
 class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream {
   public:
@@ -48,11 +32,11 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
     RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
                    Recording::Complain complain);
 
-    int channel() const { return object_.channel; }
-    int stream() const { return object_.stream; }
+    int channel() const { return object_.words.lFirst; }
+    int stream() const { return object_.words.lSecond; }
 
     FrameQueue& queue() { return queue_; }
-    StreamPrivateInfo& private_info() { return private_info_; }
+    HostStreamInfo& private_info() { return private_info_; }
     const Recording& recording() const { return recording_; }
 
     // Fills in the record of an open or close request.
@@ -77,7 +61,7 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
 
     FrameWorker& worker_;
     StreamObject object_;
-    StreamPrivateInfo private_info_;
+    HostStreamInfo private_info_{};
     ReceiveBuffer receive_buffer_;
     FrameQueue queue_;
     Recording recording_;

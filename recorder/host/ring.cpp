@@ -14,7 +14,7 @@ Ring::Ring(uint32_t capacity, uint32_t slack) : capacity_(capacity), slack_(slac
         mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED) throw std::bad_alloc();
     bytes_ = static_cast<uint8_t*>(memory);
-    static_assert(offsetof(Ring, used_) == 12, "the library clears the word at byte 12 of the ring");
+    static_assert(LENSWIRE_RING_OFFSET + offsetof(Ring, used_) == LENSWIRE_RING_FILL_OFFSET);
 }
 
 Ring::~Ring() {

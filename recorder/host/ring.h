@@ -15,15 +15,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "lenswire/records.h"
+#include "lenswire/host_objects.h"
 
 namespace lenswire::recorder {
 
-// What a packet of the largest size needs before the library takes it out: header, payload, and the 33
-// bytes that must follow.
-inline constexpr uint32_t kLargestPacket = ARG_HEAD_LEN + LENSWIRE_PACKET_LENGTH_MAX + 33;
 inline constexpr uint32_t kRingSlack = 128 * 1024;
-inline constexpr uint32_t kRingCapacity = kLargestPacket + kRingSlack;
+inline constexpr uint32_t kRingCapacity = LENSWIRE_RING_LEAST + kRingSlack;
 
 class Ring {
   public:
@@ -55,12 +52,12 @@ class Ring {
 
 // The object behind pRecvBuf.
 struct ReceiveBuffer {
-    uint8_t reserved[16] = {};
+    uint8_t reserved[LENSWIRE_RING_OFFSET] = {};
     Ring ring;
 
     explicit ReceiveBuffer(uint32_t capacity = kRingCapacity, uint32_t slack = kRingSlack)
         : ring(capacity, slack) {}
 };
-static_assert(offsetof(ReceiveBuffer, ring) == 16);
+static_assert(offsetof(ReceiveBuffer, ring) == LENSWIRE_RING_OFFSET);
 
 }  // namespace lenswire::recorder

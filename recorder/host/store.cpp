@@ -5,14 +5,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "lenswire/cruise.h"
 #include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 namespace {
 
-constexpr size_t kCruiseSize = 390;
-constexpr size_t kMotionSize = 88;
-constexpr size_t kUpgradeSize = 9;
+constexpr size_t kCruiseSize = sizeof(CruiseLine);
 
 constexpr const char* kTables = R"(
     CREATE TABLE IF NOT EXISTS channels(
@@ -37,7 +36,7 @@ constexpr int kOffsets[] = {-720, -660, -600, -570, -540, -480, -420, -360, -300
 
 // One record per channel under a plain key: the two tables of this shape.
 struct PlainTable {
-    Table table;
+    LenswireHostTable table;
     size_t size;
     const char* read;
     const char* write;
@@ -45,9 +44,10 @@ struct PlainTable {
 };
 constexpr PlainTable kPlainTables[] = {
     // Motion detection is on until somebody switches it off.
-    {kMotionTable, kMotionSize, "SELECT record FROM motion_records WHERE channel = ?",
+    {LENSWIRE_TABLE_MOTION, sizeof(HostMotionRecord), "SELECT record FROM motion_records WHERE channel = ?",
      "INSERT OR REPLACE INTO motion_records VALUES(?, ?)", 1},
-    {kUpgradeTable, kUpgradeSize, "SELECT record FROM upgrade_records WHERE channel = ?",
+    {LENSWIRE_TABLE_UPGRADE, sizeof(HostUpgradeRecord),
+     "SELECT record FROM upgrade_records WHERE channel = ?",
      "INSERT OR REPLACE INTO upgrade_records VALUES(?, ?)", 0},
 };
 
@@ -69,17 +69,17 @@ int write_plain(Database& database, const PlainTable& table, int channel, std::s
     return done ? static_cast<int>(table.size) : -1;
 }
 
-ChannelRecord to_record(std::span<const uint8_t> bytes) {
-    ChannelRecord record{};
+HostChannelRecord to_record(std::span<const uint8_t> bytes) {
+    HostChannelRecord record{};
     std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
     return record;
 }
 
-std::span<const uint8_t> to_bytes(const ChannelRecord& record) {
+std::span<const uint8_t> to_bytes(const HostChannelRecord& record) {
     return {reinterpret_cast<const uint8_t*>(&record), sizeof record};
 }
 
-std::string address_of(const ChannelRecord& record) {
+std::string address_of(const HostChannelRecord& record) {
     return {record.szIpAddr, strnlen(record.szIpAddr, sizeof record.szIpAddr)};
 }
 
@@ -137,9 +137,9 @@ int Store::bind_camera(const CameraAddress& camera) {
         channel = 0;
         while (load_channel(channel)) ++channel;
         if (channel >= kMostChannels) throw bad_input("more than 192 channels");
-        ChannelRecord record{};
+        HostChannelRecord record{};
         record.ucChannelNo = static_cast<uint8_t>(channel);
-        record.ucProtocol = kProtocol;
+        record.ucProtocol = LENSWIRE_PROTOCOL;
         const std::string ip = camera.dotted_ip();
         std::memcpy(record.szIpAddr, ip.data(), ip.size());
         database_.query("INSERT INTO channels VALUES(?, ?, ?, ?)")
@@ -179,23 +179,23 @@ int Store::channels_in_use() const {
     return bound_.empty() ? 0 : bound_.rbegin()->first + 1;
 }
 
-std::optional<ChannelRecord> Store::channel_record(int channel) const {
+std::optional<HostChannelRecord> Store::channel_record(int channel) const {
     const std::lock_guard lock(mutex_);
     return load_channel(channel);
 }
 
-void Store::set_channel_record(int channel, const ChannelRecord& record) {
+void Store::set_channel_record(int channel, const HostChannelRecord& record) {
     const std::lock_guard lock(mutex_);
     store_channel(channel, record);
 }
 
-std::optional<ChannelRecord> Store::load_channel(int channel) const {
+std::optional<HostChannelRecord> Store::load_channel(int channel) const {
     Query query = database_.query("SELECT record FROM channels WHERE channel = ?");
     if (!query.bind(channel).row()) return std::nullopt;
     return to_record(query.bytes(0));
 }
 
-void Store::store_channel(int channel, const ChannelRecord& record) {
+void Store::store_channel(int channel, const HostChannelRecord& record) {
     database_.query("UPDATE channels SET record = ? WHERE channel = ?")
         .bind(to_bytes(record))
         .bind(channel)
@@ -204,32 +204,36 @@ void Store::store_channel(int channel, const ChannelRecord& record) {
 
 int Store::operate(int table, int operation, std::span<const uint8_t> key, std::span<uint8_t> buffer) {
     int32_t channel = -1;
-    if (key.size() != sizeof channel || (operation != kRead && operation != kWrite)) return -1;
+    if (key.size() != sizeof channel ||
+        (operation != LENSWIRE_TABLE_READ && operation != LENSWIRE_TABLE_WRITE))
+        return -1;
     std::memcpy(&channel, key.data(), sizeof channel);
     const std::lock_guard lock(mutex_);
     for (const PlainTable& plain : kPlainTables) {
         if (plain.table != table || channel < 0) continue;
-        return operation == kRead ? read_plain(database_, plain, channel, buffer)
-                                  : write_plain(database_, plain, channel, buffer);
+        return operation == LENSWIRE_TABLE_READ ? read_plain(database_, plain, channel, buffer)
+                                                : write_plain(database_, plain, channel, buffer);
     }
-    if (table == kCruiseTable && channel >= 0) {
-        return operation == kRead ? read_cruise(channel, buffer) : write_cruise(channel, buffer);
+    if (table == LENSWIRE_TABLE_CRUISE && channel >= 0) {
+        return operation == LENSWIRE_TABLE_READ ? read_cruise(channel, buffer)
+                                                : write_cruise(channel, buffer);
     }
-    if (table != kChannelTable) return -1;
-    if (operation == kRead && channel == kWholeChannelKey) return read_all_channels(buffer);
-    if (operation == kRead) return read_channel(channel, buffer);
-    if (buffer.size() < sizeof(ChannelRecord) || !load_channel(channel)) return -1;
+    if (table != LENSWIRE_TABLE_CHANNELS) return -1;
+    if (operation == LENSWIRE_TABLE_READ && channel == LENSWIRE_KEY_ALL_CHANNELS)
+        return read_all_channels(buffer);
+    if (operation == LENSWIRE_TABLE_READ) return read_channel(channel, buffer);
+    if (buffer.size() < sizeof(HostChannelRecord) || !load_channel(channel)) return -1;
     store_channel(channel, to_record(buffer));
-    return sizeof(ChannelRecord);
+    return sizeof(HostChannelRecord);
 }
 
 int Store::read_all_channels(std::span<uint8_t> buffer) {
-    if (buffer.size() < kChannels * sizeof(ChannelRecord)) return -1;
+    if (buffer.size() < kChannels * sizeof(HostChannelRecord)) return -1;
     for (int channel = 0; channel < kChannels; ++channel) {
-        const ChannelRecord record = load_channel(channel).value_or(ChannelRecord{});
+        const HostChannelRecord record = load_channel(channel).value_or(HostChannelRecord{});
         std::ranges::copy(to_bytes(record), buffer.begin() + channel * static_cast<long>(sizeof record));
     }
-    return kChannels * sizeof(ChannelRecord);
+    return kChannels * sizeof(HostChannelRecord);
 }
 
 int Store::read_channel(int channel, std::span<uint8_t> buffer) {
@@ -241,19 +245,19 @@ int Store::read_channel(int channel, std::span<uint8_t> buffer) {
 
 // All lines in line order; one that was never written is empty but for its number.
 int Store::read_cruise(int channel, std::span<uint8_t> buffer) {
-    if (buffer.size() < kCruiseLines * kCruiseSize) return -1;
-    for (int line = 0; line < kCruiseLines; ++line) {
+    if (buffer.size() < LENSWIRE_CRUISE_LINES * kCruiseSize) return -1;
+    for (int line = 0; line < LENSWIRE_CRUISE_LINES; ++line) {
         const auto place = buffer.subspan(line * kCruiseSize, kCruiseSize);
         std::ranges::fill(place, uint8_t{0});
         place[0] = static_cast<uint8_t>(line);
         Query query = database_.query("SELECT record FROM cruise_lines WHERE channel = ? AND line = ?");
         if (query.bind(channel).bind(line).row()) std::ranges::copy(query.bytes(0), place.begin());
     }
-    return kCruiseLines * kCruiseSize;
+    return LENSWIRE_CRUISE_LINES * kCruiseSize;
 }
 
 int Store::write_cruise(int channel, std::span<const uint8_t> buffer) {
-    if (buffer.size() < kCruiseSize || buffer[0] >= kCruiseLines) return -1;
+    if (buffer.size() < kCruiseSize || buffer[0] >= LENSWIRE_CRUISE_LINES) return -1;
     const bool done = database_.query("INSERT OR REPLACE INTO cruise_lines VALUES(?, ?, ?)")
                           .bind(channel)
                           .bind(buffer[0])

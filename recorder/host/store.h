@@ -15,36 +15,14 @@
 #include <span>
 #include <string>
 
-#include "lenswire/records.h"
+#include "lenswire/host_tables.h"
 #include "recorder/host/camera_address.h"
 #include "recorder/host/database.h"
 
 namespace lenswire::recorder {
 
-inline constexpr int kChannels = 64;          // that the library's tables and scans know
-inline constexpr int kMostChannels = 192;     // that can be recorded
-inline constexpr int kProtocol = 4;           // of cameras that the library drives
-inline constexpr int kCruiseLines = 3;        // per channel
-inline constexpr int kWholeChannelKey = 250;  // reads the records of all channels at once
-
-#pragma pack(push, 1)
-// A record of table 17. Only the named fields mean something here.
-struct ChannelRecord {
-    uint8_t reserved0[97];
-    uint8_t ucChannelNo;
-    uint8_t reserved98[2];
-    char szIpAddr[64];
-    uint8_t reserved164[22];
-    uint8_t ucProtocol;
-    uint8_t reserved187[5];
-    uint8_t ucFishEye;  // 0 for an ordinary camera
-    uint8_t reserved193[257];
-};
-#pragma pack(pop)
-static_assert(sizeof(ChannelRecord) == 450);
-static_assert(offsetof(ChannelRecord, szIpAddr) == 100);
-static_assert(offsetof(ChannelRecord, ucProtocol) == 186);
-static_assert(offsetof(ChannelRecord, ucFishEye) == 192);
+inline constexpr int kChannels = LENSWIRE_CHANNELS;
+inline constexpr int kMostChannels = 192;  // that can be recorded
 
 struct Zone {
     int index = 0;
@@ -53,9 +31,6 @@ struct Zone {
     int minutes = 0;       // 0 to 59
     int camera_index = 0;  // half hours from GMT-12:00
 };
-
-enum Table { kChannelTable = 17, kMotionTable = 21, kUpgradeTable = 24, kCruiseTable = 62 };
-enum Operation { kWrite = 1, kRead = 2 };
 
 class Store {
   public:
@@ -69,8 +44,8 @@ class Store {
     std::optional<CameraAddress> camera(int channel) const;
     int channels_in_use() const;  // highest bound channel and one more
 
-    std::optional<ChannelRecord> channel_record(int channel) const;
-    void set_channel_record(int channel, const ChannelRecord& record);
+    std::optional<HostChannelRecord> channel_record(int channel) const;
+    void set_channel_record(int channel, const HostChannelRecord& record);
 
     // The bytes moved, or -1. See the tables in lenswire/host_services.h.
     int operate(int table, int operation, std::span<const uint8_t> key, std::span<uint8_t> buffer);
@@ -83,8 +58,8 @@ class Store {
   private:
     void create_tables();
     int find_channel(const CameraAddress& camera);
-    std::optional<ChannelRecord> load_channel(int channel) const;
-    void store_channel(int channel, const ChannelRecord& record);
+    std::optional<HostChannelRecord> load_channel(int channel) const;
+    void store_channel(int channel, const HostChannelRecord& record);
     int read_all_channels(std::span<uint8_t> buffer);
     int read_channel(int channel, std::span<uint8_t> buffer);
     int read_cruise(int channel, std::span<uint8_t> buffer);

@@ -80,7 +80,7 @@ class Plugin {
     // ../lib/liblenswire.so beside the folder of the running program.
     static std::string default_path();
 
-#define LENSWIRE_PLUGIN_MEMBER(name) decltype(&::name) name = nullptr;
+#define LENSWIRE_PLUGIN_MEMBER(name) LENSWIRE_FUNCTION(::name) name = nullptr;
     LENSWIRE_PLUGIN_SYMBOLS(LENSWIRE_PLUGIN_MEMBER)
 #undef LENSWIRE_PLUGIN_MEMBER
 

@@ -76,7 +76,7 @@ std::string UpgradeSession::objection(size_t index, const std::string& path) {
     if (!login_failures_[index].empty()) return camera + " " + login_failures_[index];
     const int channel = cameras_[index].channel;
     const auto record = host_.store.channel_record(channel);
-    if (!record || record->ucProtocol != kProtocol) {
+    if (!record || record->ucProtocol != LENSWIRE_PROTOCOL) {
         return camera + " is on channel " + std::to_string(channel) + ", which is of another protocol";
     }
     const uint32_t ip = links_[index]->address().ip;

@@ -10,7 +10,6 @@
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/cruise_table.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/host_tables.h"
 #include "privateConfigure/ptz_channel.h"
 
 using namespace lenswire;
@@ -49,7 +48,8 @@ CruiseLine record_from(const void* record390) {
 }
 
 void store_in_database(uint32_t channel, CruiseLine line) {
-    databaseOperate(kCruiseTable, kWrite, &channel, sizeof channel, &line, sizeof line);
+    databaseOperate(LENSWIRE_TABLE_CRUISE, LENSWIRE_TABLE_WRITE, &channel, sizeof channel, &line,
+                    sizeof line);
 }
 
 uint8_t ptz_channel_of(uint32_t channel) {
@@ -131,7 +131,8 @@ int Private_ptzInitCruiseInfo(uint32_t channel) {
     if (channel >= cruise::kChannels) return -1;
     // What the host does not write stays as the table has it.
     cruise::Block block = cruise::load_block(channel);
-    const int result = databaseOperate(kCruiseTable, kRead, &channel, sizeof channel, &block, sizeof block);
+    const int result = databaseOperate(LENSWIRE_TABLE_CRUISE, LENSWIRE_TABLE_READ, &channel, sizeof channel,
+                                       &block, sizeof block);
     if (result != -1) cruise::store_block(channel, block);
     return result;
 }

@@ -8,8 +8,8 @@
 
 namespace lenswire::cruise {
 
-constexpr uint32_t kChannels = 64;
-constexpr uint32_t kLines = 3;
+constexpr uint32_t kChannels = LENSWIRE_CHANNELS;
+constexpr uint32_t kLines = LENSWIRE_CRUISE_LINES;
 constexpr int kNone = -1;
 
 // All lines of a channel.

@@ -11,7 +11,6 @@
 #include "lenswire/host_services.h"
 #include "lenswire/socket.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/host_tables.h"
 
 using namespace lenswire;
 using exchange::Row;
@@ -104,9 +103,9 @@ int GetFishType(const void* camera, int type, int number, int flag) {
 int GetFiashEve(const void* camera, uint8_t* high, uint8_t* low) {
     if (camera == nullptr || high == nullptr || low == nullptr) return -1;
     uint32_t channel = wire::load<HostCameraRecord>(camera).ucChannelNo;
-    ChannelRecord record{};
-    const int result =
-        databaseOperate(kChannelTable, kRead, &channel, sizeof channel, &record, sizeof record);
+    HostChannelRecord record{};
+    const int result = databaseOperate(LENSWIRE_TABLE_CHANNELS, LENSWIRE_TABLE_READ, &channel, sizeof channel,
+                                       &record, sizeof record);
     if (record.ucFishEye != 0) {
         *high = record.ucFishEye >> 4;
         *low = record.ucFishEye & 0x0F;

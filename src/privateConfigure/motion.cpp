@@ -10,7 +10,6 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/host_tables.h"
 
 using namespace lenswire;
 using exchange::Row;
@@ -34,20 +33,9 @@ constexpr Row kAlarmEx{.operation = "prv_set_alarm_property_ex",
 
 // The host's channel ranges end at 64, one above the last channel that is scanned.
 constexpr uint32_t kLastChannel = 64;
-constexpr int kChannels = 64;
-constexpr int kOurProtocol = 4;
 constexpr int kMotion = 1;
-constexpr uint8_t kMotionAlarm = 2;
 
 #pragma pack(push, 1)
-// The host's record of a channel.
-struct MotionRecord {
-    uint8_t ucEnable;
-    uint8_t reserved1[6];
-    uint8_t ucByte7;
-    uint8_t aucArea[72];
-    uint8_t reserved80[8];
-};
 // The camera's configuration.
 struct IpcMotionConfig {
     uint8_t ucChannel;
@@ -59,11 +47,10 @@ struct IpcMotionConfig {
     uint8_t reserved80[88];
 };
 #pragma pack(pop)
-static_assert(sizeof(MotionRecord) == 88);
 static_assert(sizeof(IpcMotionConfig) == LENSWIRE_MOTION_SIZE);
-static_assert(offsetof(MotionRecord, aucArea) == 8 && offsetof(IpcMotionConfig, aucArea) == 8);
+static_assert(offsetof(IpcMotionConfig, aucArea) == 8);
 
-IpcMotionConfig switched_off(const MotionRecord& record) {
+IpcMotionConfig switched_off(const HostMotionRecord& record) {
     IpcMotionConfig config{};
     config.ucByte3 = record.ucByte7;
     std::copy_n(record.aucArea, sizeof record.aucArea, config.aucArea);
@@ -71,14 +58,15 @@ IpcMotionConfig switched_off(const MotionRecord& record) {
 }
 
 bool belongs_to(int channel, uint32_t ip) {
-    if (get_channel_bindstatus(channel) == 0 || get_channel_protocol(channel) != kOurProtocol) return false;
+    if (get_channel_bindstatus(channel) == 0 || get_channel_protocol(channel) != LENSWIRE_PROTOCOL)
+        return false;
     const ChannelCamera camera = camera_of_channel(channel);
     return camera.known && camera.ip == ip;
 }
 
 void end_motion_with_alarm(int channel) {
-    uint8_t alarm[4] = {kMotionAlarm, static_cast<uint8_t>(channel)};
-    streamInsertAlarmToAlarmQueue(0, alarm);
+    HostAlarmRecord alarm{LENSWIRE_ALARM_MOTION, static_cast<uint8_t>(channel), 0, 0};
+    streamInsertAlarmToAlarmQueue(0, &alarm);
     VideoMDSetStatus(channel, 0, nullptr);
     snapSetMotion(channel, 0);
 }
@@ -112,15 +100,15 @@ int Prv_IPCTriggingMtionDetetion(const void* push, uint32_t ip) {
     }
     const auto payload = wire::payload(push);
     const int state = payload.size() > 2 ? payload[2] : 0;
-    for (int channel = 0; channel < kChannels; ++channel) {
+    for (int channel = 0; channel < LENSWIRE_CHANNELS; ++channel) {
         if (!belongs_to(channel, ip)) continue;
         if (MD_Disarming_Time(channel) == 1) {
-            uint8_t data[sizeof(MotionRecord)] = {};
-            if (motion_data_copy(channel, data) < 0) {
+            HostMotionRecord data{};
+            if (motion_data_copy(channel, &data) < 0) {
                 PRI_LOG("channel %d data read error\n", channel);
                 return -1;
             }
-            if (Private_VideoMDSetStatus(static_cast<uint32_t>(channel), state, data) != 0) {
+            if (Private_VideoMDSetStatus(static_cast<uint32_t>(channel), state, &data) != 0) {
                 PRI_LOG("Private_VideoMDSetStatus error\n");
                 return -1;
             }
@@ -136,8 +124,9 @@ int Prv_CloseMD(uint32_t channel, uint32_t ip) {
         PRI_LOG("input pama error\n");
         return -1;
     }
-    MotionRecord record{};
-    if (databaseOperate(kMotionTable, kRead, &channel, sizeof channel, &record, sizeof record) == -1) {
+    HostMotionRecord record{};
+    if (databaseOperate(LENSWIRE_TABLE_MOTION, LENSWIRE_TABLE_READ, &channel, sizeof channel, &record,
+                        sizeof record) == -1) {
         PRI_LOG("channel %d databaseOperate read error\n", static_cast<int>(channel));
         return -1;
     }
@@ -147,7 +136,8 @@ int Prv_CloseMD(uint32_t channel, uint32_t ip) {
         return -1;
     }
     record.ucEnable = 0;
-    if (databaseOperate(kMotionTable, kWrite, &channel, sizeof channel, &record, sizeof record) == -1) {
+    if (databaseOperate(LENSWIRE_TABLE_MOTION, LENSWIRE_TABLE_WRITE, &channel, sizeof channel, &record,
+                        sizeof record) == -1) {
         PRI_LOG("channel %d databaseOperate read error\n", static_cast<int>(channel));
         return -1;
     }

@@ -6,7 +6,6 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/host_tables.h"
 #include "privateConfigure/ptz_channel.h"
 
 using namespace lenswire;
@@ -32,8 +31,9 @@ constexpr Row kOption{.operation = "Private_PTZ_OPTION",
 constexpr int kPresetDone = 4;
 
 uint8_t fisheye_byte(uint32_t channel) {
-    ChannelRecord record{};
-    databaseOperate(kChannelTable, kRead, &channel, sizeof channel, &record, sizeof record);
+    HostChannelRecord record{};
+    databaseOperate(LENSWIRE_TABLE_CHANNELS, LENSWIRE_TABLE_READ, &channel, sizeof channel, &record,
+                    sizeof record);
     return record.ucFishEye;
 }
 

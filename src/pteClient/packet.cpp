@@ -71,24 +71,35 @@ constexpr int kHeaderCapacity = 1024;
 constexpr uint32_t kDataCapacity = 0x100000;
 constexpr uint32_t kSkipPiece = 1024;
 constexpr uint32_t kDetectionSpan = 30;
-// A packet is complete when the ring holds more than its payload and this many bytes.
-constexpr uint32_t kBytesBeyondPayload = 64;
-
-// Offsets into objects of the host.
-constexpr size_t kRingOffset = 16;
-constexpr size_t kStreamWordsOffset = 724;
-constexpr size_t kCodecNameOffset = 8;
-constexpr size_t kAudioKindOffset = 72;
 
 void* ring_of(void* pRecvBuf) {
-    return static_cast<uint8_t*>(pRecvBuf) + kRingOffset;
+    return static_cast<uint8_t*>(pRecvBuf) + LENSWIRE_RING_OFFSET;
+}
+
+bool is_complete(uint32_t length, uint32_t held) {
+    return held >= LENSWIRE_RING_SIZE(length);
+}
+
+// For a ring that takes nothing more. When its front packet is not complete no restart will help, so the host
+// is told what that packet needs.
+void report_full(int channel, int stream, void* ring) {
+    StreamHeadInfo header{};
+    const uint32_t held = ring_used_size(ring);
+    if (held > ARG_HEAD_LEN) ring_pop_temp(ring, &header, sizeof header);
+    const uint32_t length = packet::payload_length(header);
+    if (is_complete(length, held)) return;
+    std::fprintf(stderr,
+                 "[%s:%s:%d]:channel:%d,stream:%d,the ring is full with %u bytes, its packet needs %u \n",
+                 LENSWIRE_LAYER_CLIENT, "RecvStreamToPacketBuf", __LINE__, channel, stream, held,
+                 LENSWIRE_RING_SIZE(length));
 }
 
 uint8_t* private_info(const void* pStream) {
     struct Words {
         int first, second;
     };
-    const auto words = wire::load<Words>(static_cast<const uint8_t*>(pStream) + kStreamWordsOffset);
+    const auto words =
+        wire::load<Words>(static_cast<const uint8_t*>(pStream) + offsetof(HostStreamObject, lFirst));
     return static_cast<uint8_t*>(networkGetStreampPrivateInfo(words.first, words.second));
 }
 
@@ -129,13 +140,14 @@ void update_audio_detection(int channel) {
 
 void tell_codec_name(const void* pStream, const char (&name)[5]) {
     uint8_t* info = private_info(pStream);
-    if (info == nullptr || std::memcmp(info + kCodecNameOffset, name, sizeof name - 1) == 0) return;
-    std::memcpy(info + kCodecNameOffset, name, sizeof name);
+    if (info == nullptr) return;
+    uint8_t* place = info + offsetof(HostStreamInfo, szCodec);
+    if (std::memcmp(place, name, sizeof name - 1) != 0) std::memcpy(place, name, sizeof name);
 }
 
 void tell_audio_kind(const void* pStream, uint32_t kind) {
     uint8_t* info = private_info(pStream);
-    if (info != nullptr) wire::store(info + kAudioKindOffset, kind);
+    if (info != nullptr) wire::store(info + offsetof(HostStreamInfo, ulAudioKind), kind);
 }
 
 // The counters are signed words that wrap.
@@ -193,7 +205,7 @@ int PacketToFrameQueue(const void* header_bytes, int frameRate, void* pRecvBuf, 
     return 0;
 }
 
-int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate, int32_t* bitrate,
+int RecvStreamToPacketBuf(int channel, int stream, int32_t*, int sockFd, int frameRate, int32_t* bitrate,
                           void* pRecvBuf, void* pStream, int32_t* videoFrameNo, int32_t* audioFrameNo,
                           int32_t* framecount, int32_t* width, int32_t* height) {
     void* ring = ring_of(pRecvBuf);
@@ -201,6 +213,7 @@ int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate,
     void* start = ring_get_start_buf(ring);
     if (start == nullptr || room <= 0) {
         std::printf("#########################recvLen =%d%m \r\n", room);
+        if (room <= 0) report_full(channel, stream, ring);
         return -1;
     }
     const ssize_t received = recv(sockFd, start, static_cast<size_t>(room), 0);
@@ -224,7 +237,7 @@ int RecvStreamToPacketBuf(int channel, int, int32_t*, int sockFd, int frameRate,
             return -1;
         }
         const uint32_t length = packet::payload_length(header);
-        if (ring_used_size(ring) <= length + kBytesBeyondPayload) break;
+        if (!is_complete(length, ring_used_size(ring))) break;
         add(*bitrate, length + sizeof header);
         ring_pop_n(ring, &header, sizeof header, kHeaderCapacity);
         PacketToFrameQueue(&header, frameRate, pRecvBuf, pStream, pStream, 0, videoFrameNo, audioFrameNo,

@@ -18,7 +18,7 @@ namespace {
 
 constexpr char kThread[] = "PC_GetQueueThread";
 // Into the receive-buffer object: the word of the host's ring that says how much it holds.
-constexpr size_t kRingFillOffset = 28;
+constexpr size_t kRingFillOffset = LENSWIRE_RING_FILL_OFFSET;
 
 // The socket that an open request hands over; 0 when there is nothing to receive, or nowhere to.
 int socket_to_serve(const DevChannelInfo& info) {

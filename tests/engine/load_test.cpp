@@ -6,8 +6,7 @@
 #include <fstream>
 #include <memory>
 
-#include "lenswire/command.h"
-#include "lenswire/connection.h"
+#include "lenswire/lenswire.h"
 #include "support/capture.h"
 #include "support/connections.h"
 #include "support/fake_host.h"
@@ -35,7 +34,7 @@ class Library {
 };
 // The function's type comes from its declaration, the function itself from the library just loaded.
 #define CALL(library, function, ...) \
-    (library).call(static_cast<decltype(&function)>(nullptr), #function __VA_OPT__(, ) __VA_ARGS__)
+    (library).call(static_cast<LENSWIRE_FUNCTION(function)>(nullptr), #function __VA_OPT__(, ) __VA_ARGS__)
 
 bool is_mapped() {
     std::ifstream maps("/proc/self/maps");

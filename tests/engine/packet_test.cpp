@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 // Behind a packet, so many bytes must have come before it is taken out.
-constexpr size_t kBehind = 33;
+constexpr size_t kBehind = LENSWIRE_BYTES_BEHIND_PACKET;
 constexpr int kChannel = 200;
 
 // Any packet whose delivery is not looked at.
@@ -271,10 +271,20 @@ TEST_F(Packets, ARingMayBecomeExactlyFull) {
     EXPECT_THAT(capture.out(), HasSubstr("#########################recvLen =0"));
     EXPECT_THAT(capture.out(), HasSubstr(" \r\n"));
 
+    // A ring that can never hold its packet, or no packet at all, is told so once.
+    Stream no_header(20);
+    EXPECT_EQ(no_header.receives(filler()), 1);
+    EXPECT_EQ(no_header.receives(), -1);
+    const std::string line =
+        "[src/pteClient:RecvStreamToPacketBuf:N]:channel:200,stream:0,the ring is full with ";
+    EXPECT_EQ(unnumbered(capture.err()),
+              line + "499 bytes, its packet needs 500 \n" + line + "20 bytes, its packet needs 65 \n");
+
     Stream unusable;
     unusable.buffer().ring().unusable = true;
     EXPECT_EQ(unusable.receives(filler()), -1);
     EXPECT_THAT(capture.out(), HasSubstr("#########################recvLen =65536"));
+    EXPECT_EQ(occurrences(capture.err(), "the ring is full"), 2);
 }
 
 TEST_F(Packets, AWrongFlagFailsTheStreamAndKeepsWhatCameBefore) {

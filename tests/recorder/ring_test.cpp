@@ -44,7 +44,7 @@ class RingUser {
     // What the library does when it opens the stream: it knows the object's address and one offset.
     void open() {
         const uint32_t zero = 0;
-        std::memcpy(reinterpret_cast<uint8_t*>(&buffer_) + 28, &zero, sizeof zero);
+        std::memcpy(reinterpret_cast<uint8_t*>(&buffer_) + LENSWIRE_RING_FILL_OFFSET, &zero, sizeof zero);
         model_.clear();
     }
 

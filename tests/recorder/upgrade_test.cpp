@@ -142,7 +142,7 @@ TEST_F(UpgradeTest, RefusesChannelsOfAnotherProtocol) {
     {
         Store store(database);
         const int channel = store.bind_camera(camera_addresses({addresses_[0]}, "").front());
-        ChannelRecord record = store.channel_record(channel).value();
+        HostChannelRecord record = store.channel_record(channel).value();
         record.ucProtocol = 2;
         store.set_channel_record(channel, record);
     }

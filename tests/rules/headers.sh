@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# headers.sh INCLUDE_DIR: every public header compiles alone, and twice, as C11 and as C++20, with no
-# warning; lenswire.h brings them all. CC and CXX are the compilers with their flags.
+# headers.sh INCLUDE_DIR: every public header compiles alone, and twice, as C99, C11, C++17 and C++20, with
+# no warning; lenswire.h brings them all. CC and CXX are the compilers with their flags.
 set -uo pipefail
 include=$1
 failed=0
@@ -16,8 +16,8 @@ read -r -a cc <<<"$CC"
 read -r -a cxx <<<"$CXX"
 mapfile -t headers < <(cd "$include" && echo lenswire/*.h | tr ' ' '\n')
 for header in "${headers[@]}"; do
-    compile "$header" c c11 "${cc[@]}"
-    compile "$header" c++ c++20 "${cxx[@]}"
+    for standard in c99 c11; do compile "$header" c "$standard" "${cc[@]}"; done
+    for standard in c++17 c++20; do compile "$header" c++ "$standard" "${cxx[@]}"; done
 done
 
 brought=$(echo '#include "lenswire/lenswire.h"' | "${cc[@]}" -std=c11 -I "$include" -MM -x c - | tr ' ' '\n')

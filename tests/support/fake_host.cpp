@@ -118,7 +118,7 @@ int FakeHost::operate(int table, int operation, uint32_t key, void* buffer, int 
     ++database_calls_[{table, operation}];
     if (failing_.contains({table, operation}) || length < 0) return -1;
     auto* bytes = static_cast<uint8_t*>(buffer);
-    if (operation == 1) {
+    if (operation == LENSWIRE_TABLE_WRITE) {
         records_[{table, key}] = Bytes(bytes, bytes + length);
         return length;
     }
@@ -126,10 +126,10 @@ int FakeHost::operate(int table, int operation, uint32_t key, void* buffer, int 
     const auto found = records_.find({table, key});
     if (found != records_.end()) {
         record = found->second;
-    } else if (table == 17 && key == 250) {
-        for (uint32_t channel = 0; channel < 64; ++channel) {
-            Bytes one = records_.contains({17, channel}) ? records_[{17, channel}] : Bytes();
-            one.resize(450);
+    } else if (table == LENSWIRE_TABLE_CHANNELS && key == LENSWIRE_KEY_ALL_CHANNELS) {
+        for (uint32_t channel = 0; channel < LENSWIRE_CHANNELS; ++channel) {
+            Bytes one = records_.contains({table, channel}) ? records_[{table, channel}] : Bytes();
+            one.resize(sizeof(HostChannelRecord));
             record.insert(record.end(), one.begin(), one.end());
         }
     } else {

@@ -56,7 +56,7 @@ struct Channel {
     int fisheye = 0;
     bool armed = false;
     int motion = 0;
-    Bytes motion_data = Bytes(88);  // empty: motion_data_copy fails
+    Bytes motion_data = Bytes(sizeof(HostMotionRecord));  // empty: motion_data_copy fails
 };
 
 struct RestartMessage {

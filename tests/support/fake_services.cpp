@@ -108,7 +108,9 @@ int VideoMDGetStatus(int channel) {
 
 int VideoMDSetStatus(int channel, int status, void* data) {
     MotionCall call{.channel = channel, .status = status, .data = {}};
-    if (data != nullptr) call.data = Bytes(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + 88);
+    if (data != nullptr)
+        call.data =
+            Bytes(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + sizeof(HostMotionRecord));
     host().notes_motion(call);
     host().enters(Service::kSetMotionStatus, channel, status);
     return 0;

@@ -76,18 +76,18 @@ Bytes ReceiveBuffer::held() const {
 }
 
 FakeStream::FakeStream() : object_{} {
-    std::memset(object_.host_part, kUntouched, sizeof object_.host_part);
+    std::memset(&object_.words, kUntouched, sizeof object_.words);
     std::memset(info_, kUntouched, sizeof info_);
     object_.self = this;
     const std::lock_guard lock(registry().mutex);
-    object_.first = registry().next++;
-    object_.second = ~object_.first;
-    registry().streams[{object_.first, object_.second}] = this;
+    object_.words.lFirst = registry().next++;
+    object_.words.lSecond = ~object_.words.lFirst;
+    registry().streams[{object_.words.lFirst, object_.words.lSecond}] = this;
 }
 
 FakeStream::~FakeStream() {
     const std::lock_guard lock(registry().mutex);
-    registry().streams.erase({object_.first, object_.second});
+    registry().streams.erase({object_.words.lFirst, object_.words.lSecond});
 }
 
 std::vector<Frame> FakeStream::frames() const {

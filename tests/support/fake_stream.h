@@ -9,14 +9,15 @@
 #include <mutex>
 #include <vector>
 
+#include "lenswire/host_objects.h"
 #include "support/camera_bytes.h"
 
 namespace lenswire::test {
 
-// 16 bytes of the host's own, then the ring. The fill count is the word at byte 28, so that clearing it
-// makes the ring empty. No lock: only the receive loop uses the ring, as hosts have it.
+// The ring's fill count is the word that the library clears, so that clearing it makes the ring empty. No
+// lock: only the receive loop uses the ring, as hosts have it.
 struct RingObject {
-    uint8_t host_part[16];
+    uint8_t host_part[LENSWIRE_RING_OFFSET];
     uint32_t capacity;
     uint32_t read_position;
     uint32_t unused;
@@ -24,7 +25,7 @@ struct RingObject {
     uint8_t* data;
     bool unusable;  // ring_get_start_buf gives null
 };
-static_assert(offsetof(RingObject, capacity) == 16 && offsetof(RingObject, fill) == 28);
+static_assert(offsetof(RingObject, fill) == LENSWIRE_RING_FILL_OFFSET);
 
 class ReceiveBuffer {
   public:
@@ -53,12 +54,9 @@ inline constexpr uint8_t kUntouched = 0xEE;
 class FakeStream;
 
 struct StreamObject {
-    uint8_t host_part[724];
-    int32_t first;  // the two words by which the private information is asked for
-    int32_t second;
+    HostStreamObject words;
     FakeStream* self;
 };
-static_assert(offsetof(StreamObject, first) == 724 && offsetof(StreamObject, second) == 728);
 
 class FakeStream {
   public:

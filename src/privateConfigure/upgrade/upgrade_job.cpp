@@ -11,7 +11,6 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
-#include "privateConfigure/host_tables.h"
 
 namespace lenswire::upgrade {
 
@@ -72,22 +71,20 @@ int start_job(const UpgradeRequest& request, pthread_t* thread) {
     return 0;
 }
 
-constexpr int kUpgradeRecordSize = 9;
-
-using ChannelTable = ChannelRecord[LENSWIRE_UPGRADE_CAMERAS];
+using ChannelTable = HostChannelRecord[LENSWIRE_CHANNELS];
 
 void read_channels(ChannelTable& table) {
-    uint32_t all_channels = 250;
+    uint32_t all_channels = LENSWIRE_KEY_ALL_CHANNELS;
     std::memset(&table, 0, sizeof table);
-    const int length =
-        databaseOperate(kChannelTable, kRead, &all_channels, sizeof all_channels, &table, sizeof table);
+    const int length = databaseOperate(LENSWIRE_TABLE_CHANNELS, LENSWIRE_TABLE_READ, &all_channels,
+                                       sizeof all_channels, &table, sizeof table);
     if (length != static_cast<int>(sizeof table)) {
         std::printf("get devChannel info error, len = %d\r\n", length);
     }
 }
 
 // 0, or the refusal of a channel whose protocol takes no upgrade.
-int check_protocol(const ChannelRecord& record, int channel) {
+int check_protocol(const HostChannelRecord& record, int channel) {
     if (record.ucProtocol != 2 && record.ucProtocol != 3) return 0;
     PRI_ERROR_AS("Prv_ipc_upgrade",
                  " the protocol can't update ipc the chano = %d the ip = %.*s the protocol = %d  i = %d\n",
@@ -105,8 +102,8 @@ int check_camera(const UpgradeRequest& request, int channel) {
     }
     std::fputs("###############Ipc Upgrade Check successful##########", stdout);
     auto key = static_cast<uint32_t>(channel);
-    uint8_t zeros[kUpgradeRecordSize] = {};
-    databaseOperate(kUpgradeTable, kWrite, &key, sizeof key, zeros, sizeof zeros);
+    HostUpgradeRecord zeros{};
+    databaseOperate(LENSWIRE_TABLE_UPGRADE, LENSWIRE_TABLE_WRITE, &key, sizeof key, &zeros, sizeof zeros);
     return 0;
 }
 

@@ -177,8 +177,8 @@ void Upload::receives(size_t k) {
     if (state == UPGRADE_RUNNING) return;
     ends(k, state);
     if (state != UPGRADE_FAILED) return;
-    uint8_t alarm[4] = {LENSWIRE_ALARM_UPGRADE_FAILED, camera.channel, 0, 1};
-    streamInsertAlarmToAlarmQueue(0, alarm);
+    HostAlarmRecord alarm{LENSWIRE_ALARM_UPGRADE_FAILED, camera.channel, 0, 1};
+    streamInsertAlarmToAlarmQueue(0, &alarm);
 }
 
 // The camera's state after what was received.
