@@ -51,10 +51,11 @@ extern LENSWIRE_API uint8_t PC_G_EventLoopSwitch, PC_G_RecvStreamLoopSwitch, PC_
  * before it running and is not an error. */
 LENSWIRE_API int PC_InitCtx(void);
 
-/* Stops and joins the three threads and clears the tables; sockets held in them are not closed. After
- * it, and once no firmware upgrade runs and no other thread is inside the library, it may be unloaded. Units
- * and clients are no longer to be had. Returns the result of destroying the delivery lock, 0 as a rule. Must
- * not be called from a host service. */
+/* Stops and joins the three threads and clears the tables; sockets held in them are not closed. Who waits in
+ * the library is sent home: pending requests fail at once, invitations and the fisheye probe within a step,
+ * so that a host has its threads back within half a second. Then, once no firmware upgrade runs and no other
+ * thread is inside the library, it may be unloaded. Units and clients are no longer to be had; later calls
+ * find empty tables. Returns 0; a second call changes nothing. Must not be called from a host service. */
 LENSWIRE_API int PC_UnInitCtx(void);
 
 /* Takes a unit, with a client if one is free. Null when all 256 are taken, which is logged, or before
@@ -123,14 +124,13 @@ LENSWIRE_API int PC_LOGININGRespMsg(struct CmdClient* client);
 LENSWIRE_API int PC_LOGINEDRespMsg(struct CmdClient* client);
 
 /* -- The event loop: reads every PC_STATE_READY control connection and hands on what arrives: answers to
- * Private_Protocol_RecvProcess, motion pushes to Prv_IPCTriggingMtionDetetion. PC_InitCtx runs it. What a
- * client receives within 0.13 seconds of its login may wait for the end of these. */
+ * Private_Protocol_RecvProcess, motion pushes to Prv_IPCTriggingMtionDetetion. PC_InitCtx runs it. */
 
 /* The thread's body: passes until PC_G_EventLoopSwitch is 0. */
 LENSWIRE_API void PC_EventLoop(void);
 
-/* One pass: waits up to 1 ms for something readable, which may end up to 120 ms late when nothing comes, and
- * serves what is. */
+/* One pass: waits up to 1 ms for something readable, 1 second when select fails, and serves what is. A host
+ * may make passes of its own beside the event loop: each client is read by one of them at a time. */
 LENSWIRE_API void PC_SingleStep(void);
 
 #ifdef __cplusplus

@@ -12,7 +12,8 @@
  * in silence. An open request without unit, receive buffer, stream object or a socket of 1 to 1023 is logged
  * and answered by a restart message.
  *
- * A request is taken up within 0.1 seconds, and a slot that opens is read within another 0.1.
+ * The host's queue is polled every 100 microseconds for 10 seconds after PC_InitCtx, a login, an invitation
+ * or a request, and at least every 6 milliseconds later. A slot that opens is read at once.
  *
  * Ownership: the host owns the socket and the objects. After a restart message they are no longer
  * touched. After a close request the pass that is under way may still use them: a host frees the objects
@@ -52,8 +53,8 @@ extern LENSWIRE_API struct DevChannelInfo
  * channel (low 8 bits count). A previous stream socket of conn is closed first; conn must not be in an
  * open slot (see Ownership above for a closed one). out gets the first 32 payload bytes of the camera's
  * answer, zero beyond what it sent, and only on success. Returns 0 or -1; after a failure a socket may remain
- * in conn->sockFd, which the next call closes. Blocks up to 6 seconds. Called from a host thread; conn must
- * not be deleted meanwhile. */
+ * in conn->sockFd, which the next call closes. Blocks up to 6 seconds. Called from a host thread. When
+ * conn is deleted or the library stopped meanwhile, the call fails and leaves no socket open. */
 LENSWIRE_API int PC_GetStream(struct StreamConn* conn, int channel, int stream, void* out32);
 
 /* Body of the queue thread: takes the host's stream requests and opens and closes slots, until

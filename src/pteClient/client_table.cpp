@@ -142,7 +142,7 @@ int free_client(Lock& lock, ClientSlot& slot) {
 Ref take_free_client() {
     if (!g_tables_open) return {};
     for (ClientSlot& slot : g_cmdclientlist) {
-        if (slot.ucUsed != 0 || slot.leaving) continue;
+        if (slot.ucUsed != 0) continue;
         clear(slot);
         ++slot.generation;
         slot.ucUsed = 1;

@@ -46,7 +46,7 @@ struct ClientSlot {
     CmdClient client;
     uint8_t ucUsed;
     // Side fields.
-    bool leaving;  // being freed: neither taken nor to be taken
+    bool leaving;  // used still, but being freed: nobody new finds it
     // The descriptor that nothing more is to be read from, 0 when there is none. Ends with the socket.
     std::atomic<int> hung_up;
     std::atomic<bool> claimed;  // by the one who reads it

@@ -74,7 +74,8 @@ int wait_for_data(WatchList& list, WakeUp* wake_up) {
     timeval wait{.tv_sec = 0, .tv_usec = waits::kSelectUs};
     const TimerSlack slack(wakes ? waits::kSelectLateUs : 0);
     const int ready = select(list.largest + 1, &list.readable, &writable, &list.broken, &wait);
-    return ready > 0 && wakes && wake_up->take(list.readable) ? ready - 1 : ready;
+    if (ready > 0 && wakes) wake_up->take(list.readable);
+    return ready;
 }
 
 // A descriptor that the host closed makes every select fail. Its client is not watched any more.

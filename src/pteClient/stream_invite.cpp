@@ -37,8 +37,8 @@ StreamInvitationRequest build_request(uint32_t login_id, int channel, int stream
 }
 
 // Invites on a connection that has been started. False when any step fails or the context ends.
-bool exchange(int fd, const clients::StreamInvitation& invitation, int channel, int stream, void* out32) {
-    const RunningContext context;
+bool exchange(const RunningContext& context, int fd, const clients::StreamInvitation& invitation, int channel,
+              int stream, void* out32) {
     const StreamInvitationRequest request = build_request(invitation.login_id, channel, stream);
     int length = sizeof request;
     if (!wait_until_ready(context, fd, Ready::kWritable, waits::kInvitationMs)) return false;
@@ -61,18 +61,20 @@ bool exchange(int fd, const clients::StreamInvitation& invitation, int channel, 
 }  // namespace
 
 // The unit may be cleared at any moment, by a stop above all: its socket is taken and published under the
-// table's lock, and a socket that no unit shows any more is closed here.
+// table's lock, and a socket that no unit will show any more is closed here.
 int PC_GetStream(StreamConn* conn, int channel, int stream, void* out32) {
     if (conn == nullptr || channel < 0 || stream < 0) return -1;
     clients::StreamInvitation invitation;
     if (!clients::begin_invitation(conn, invitation)) return -1;
+    const RunningContext context;
     expect_stream_request();
     if (invitation.old_fd >= 0) close(invitation.old_fd);
     const int fd = SK_ConnectTo(invitation.address, invitation.port);
     const bool done = clients::publish_stream_socket(invitation, fd) && fd >= 0 &&
-                      exchange(fd, invitation, channel, stream, out32);
+                      exchange(context, fd, invitation, channel, stream, out32);
     expect_stream_request();
-    if (clients::is_current(invitation)) return done ? 0 : -1;
+    if (clients::is_current(invitation) && (done || !context.ended())) return done ? 0 : -1;
+    clients::publish_stream_socket(invitation, -1);
     if (fd >= 0) close(fd);
     return -1;
 }

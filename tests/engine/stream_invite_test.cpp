@@ -103,6 +103,18 @@ TEST_F(StreamInvitation, OnceMoreReplacesTheSocket) {
     EXPECT_TRUE(wait_until([&] { return waiting_bytes(unit_->sockFd) == 5; }));
 }
 
+TEST_F(StreamInvitation, EndsWithItsUnitAlsoWhenThatIsTakenAgain) {
+    auto inviting = std::async(std::launch::async, [&] { return PC_GetStream(unit_, 0, 0, nullptr); });
+    Wire wire = camera_.accepts();
+    wire.reads(36);
+    PC_Delete(unit_);
+    ASSERT_EQ(PC_CreateNew(), unit_);
+    wire.sends(command(0x0102, pattern(32)));
+    EXPECT_EQ(inviting.get(), -1);
+    EXPECT_TRUE(wire.sees_close());
+    EXPECT_EQ(unit_->sockFd, -1);
+}
+
 TEST_F(StreamInvitation, ACameraThatDoesNotListenFails) {
     camera_.stops_listening();
     Bytes out = repeated('G', 32);
