@@ -1,3 +1,5 @@
+// One message out, one message in. What is short is not completed later: a second send could come between
+// another thread's halves, and who reads a whole message at once takes the rest for lost.
 #include "pteClient/command_io.h"
 
 #include <sys/socket.h>

@@ -1,3 +1,4 @@
+// Start and end: the tables first, then the threads that work on them; at the end the other way round.
 #include <pthread.h>
 #include <signal.h>
 #include <atomic>

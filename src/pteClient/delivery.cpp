@@ -1,3 +1,6 @@
+// A command on its way to a camera, known by its address alone. The lock is held from the search through the
+// send, so that the client cannot go and two messages cannot mix; the socket does not block, and lines and
+// pauses come after the lock.
 #include <algorithm>
 #include <climits>
 

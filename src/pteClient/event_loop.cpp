@@ -1,3 +1,5 @@
+// What logged-in cameras send: whatever is there is read, cut into messages, and handed on. Never sends,
+// never waits for a lock that is held across a call, and never changes a client's state.
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>

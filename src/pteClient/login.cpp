@@ -1,3 +1,5 @@
+// Serial number, then credentials encrypted under it. One message a step; the replies are read by the same
+// thread, since the event loop leaves a client alone that is not ready.
 #include "pteClient/login.h"
 
 #include <array>
@@ -14,6 +16,7 @@ using namespace lenswire;
 
 namespace {
 
+// A camera may push something of its own before it answers.
 constexpr int kRepliesPerStep = 2;
 
 #pragma pack(push, 1)

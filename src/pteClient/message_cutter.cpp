@@ -5,6 +5,8 @@
 namespace lenswire {
 
 FrontMessage front_message(std::span<const uint8_t> bytes) {
+    // A length is believed only once it is known to fit a message; 64 bits keep a huge one from looking
+    // small.
     if (bytes.size() < ARG_HEAD_LEN) return {Front::kIncomplete, 0};
     const PrivateCmd header = wire::load_header(bytes.data());
     const uint64_t length = wire::message_length(header);

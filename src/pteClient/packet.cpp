@@ -1,3 +1,7 @@
+// From a stream's socket into the host's ring, and packet by packet out of it into frames. Runs on the
+// receive loop's thread for every piece of data that arrives: one recv, one copy of each payload, nothing
+// allocated, no line printed unless the stream ends. The bytes are the camera's: a length in them is used
+// only once the ring holds as much.
 #include "pteClient/packet.h"
 
 #include <sys/socket.h>
@@ -17,6 +21,7 @@ namespace lenswire::packet {
 
 namespace {
 
+// By the code in the packet. H264 and H265 have two numbers each, and a host is told which one came.
 constexpr Codec kCodecs[] = {{0, "H264"}, {3, "H265"}, {0, "H264"}, {2, "JPEG"}, {4, "H264"}, {5, "H265"}};
 
 void fill_common(StreamFrameHead& head, uint8_t kind, uint16_t sequence, const timeval& received) {
@@ -29,6 +34,7 @@ void fill_common(StreamFrameHead& head, uint8_t kind, uint16_t sequence, const t
 
 }  // namespace
 
+// An unknown code is taken for H264: the frame is worth more than the name.
 const Codec& video_codec(uint8_t id) {
     return kCodecs[id < std::size(kCodecs) ? id : 0];
 }
@@ -49,6 +55,7 @@ void fill_video_head(StreamFrameHead& head, const StreamHeadInfo& header, uint16
     head.usAttr = header.usAttr >> 10;
     head.usWidth = header.usWidth;
     head.usHeight = header.usHeight;
+    // Until a rate has been measured, the camera's own word is the best there is.
     head.ucFrameRate = static_cast<uint8_t>(frame_rate > 0 ? frame_rate : header.usFrameRate);
     head.reserved29 = byte29;
     head.ulDataSize = payload_length(header);
@@ -67,15 +74,17 @@ void fill_audio_head(StreamFrameHead& head, const StreamHeadInfo& header, uint16
 
 namespace {
 
+// What the library says its buffers take; hosts check a pop against it.
 constexpr int kHeaderCapacity = 1024;
 constexpr uint32_t kDataCapacity = 0x100000;
-constexpr uint32_t kSkipPiece = 1024;
-constexpr uint32_t kDetectionSpan = 30;
+constexpr uint32_t kSkipPiece = 1024;    // stands on the stack
+constexpr uint32_t kDetectionSpan = 30;  // frames
 
 void* ring_of(void* pRecvBuf) {
     return static_cast<uint8_t*>(pRecvBuf) + LENSWIRE_RING_OFFSET;
 }
 
+// A packet counts as whole once 33 bytes beyond it are there, with which the next one begins.
 bool is_complete(uint32_t length, uint32_t held) {
     return held >= LENSWIRE_RING_SIZE(length);
 }
@@ -113,6 +122,7 @@ void pop_payload(void* ring, uint8_t* dst, uint32_t length) {
     }
 }
 
+// The payload leaves the ring also when nobody takes it: the next header must be at the front.
 void skip_payload(void* ring, uint32_t length) {
     uint8_t dropped[kSkipPiece];
     while (length > 0) {
@@ -138,6 +148,7 @@ void update_audio_detection(int channel) {
     uFreamType[channel] = 0;
 }
 
+// The host may be reading the name: it is left alone where it stands already.
 void tell_codec_name(const void* pStream, const char (&name)[5]) {
     uint8_t* info = private_info(pStream);
     if (info == nullptr) return;
@@ -179,6 +190,7 @@ int PacketToFrameQueue(const void* header_bytes, int frameRate, void* pRecvBuf, 
         skip_payload(ring, length);
         return 0;
     }
+    // Some bytes of the head belong to the host and keep what it put there.
     auto head = wire::load<StreamFrameHead>(frame);
     const auto sequence = static_cast<uint16_t>(*videoFrameNo);
     add(*videoFrameNo, 1);
@@ -216,6 +228,7 @@ int RecvStreamToPacketBuf(int channel, int stream, int32_t*, int sockFd, int fra
         if (room <= 0) report_full(channel, stream, ring);
         return -1;
     }
+    // Once a pass and stream: who sends fast does not keep the others waiting.
     const ssize_t received = recv(sockFd, start, static_cast<size_t>(room), 0);
     if (received == 0) {
         ENGINE_ERROR("PostRestartMessageToQueue4.................. \n");

@@ -1,3 +1,5 @@
+// Small steps over sockets. select is the one call that waits, so descriptors from 1024 up are refused before
+// they touch a set that they do not fit.
 #include "lenswire/socket.h"
 
 #include <arpa/inet.h>
@@ -84,6 +86,7 @@ int PC_SockReadable(int fd) {
     fd_set writable = readable;
     timeval wait = to_timeval(1000);
     const int ready = select(fd + 1, &readable, &writable, nullptr, &wait);
+    // Writable says that a connect has ended, not how: the pending error does.
     if (ready < 0) return 0;
     if (ready == 0) return -2;
     if (!FD_ISSET(fd, &readable) && !FD_ISSET(fd, &writable)) return ready;

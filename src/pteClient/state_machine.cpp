@@ -1,3 +1,5 @@
+// The steps of a login by state. Each follows a socket that tested ready; what a step finds out decides the
+// next state, and only the thread that makes the steps enters states.
 #include <cstdio>
 
 #include "common/shared_word.h"
@@ -35,6 +37,7 @@ int PC_TimerProc(CmdClient* client) {
 }
 
 int PC_TaskProc(CmdClient* client) {
+    // A step that failed is no step: the timer counts what the camera was given time for.
     const int result = PC_TcpSocketRecv(client);
     if (result == -1 || client->ulTimer == 0) return result;
     if (--client->ulTimer > 0) return result;
@@ -69,6 +72,7 @@ int PC_CONNECTINGRespMsg(CmdClient* client) {
 
 int PC_CONNECTEDRespMsg(CmdClient* client) {
     if (client == nullptr) return -1;
+    // How far it got shows in the step, not in the result: a reply may only be late.
     login::PC_CmdLogin(client);
     if (client->ulLoginStep == login::kLoginSent) return -4;
     if (client->ulLoginStep == login::kAccepted) PC_SetCBState(client, PC_STATE_LOGINED);

@@ -1,3 +1,4 @@
+// Asking a camera for a stream, on a connection of its own and on the host's thread.
 #include <unistd.h>
 #include <array>
 #include <cstdio>

@@ -1,3 +1,6 @@
+// All streams on one thread: wait for any of them, serve those that have data, give up those that are silent.
+// A pass works on leases of the slots (stream_slots.h), since the host may open and close from inside every
+// service that is called here.
 #include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -89,6 +92,7 @@ void serve_readable(Lease& lease) {
                                              info.pStream, &counters.videoFrameNo, &counters.audioFrameNo,
                                              &counters.framecount, &counters.width, &counters.height);
     if (result == 0) return;
+    // Also for a stream that has failed: what it brought until then counts.
     if (result < 0) restart_failed(lease);
     update_statistics(lease);
 }

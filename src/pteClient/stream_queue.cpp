@@ -1,3 +1,5 @@
+// The host's stream requests. A record from the host is checked before a slot is made of it; the sockets in
+// it were made by an invitation, or by the host itself.
 #include <sys/select.h>
 #include <unistd.h>
 #include <cstring>
@@ -36,6 +38,7 @@ void open_stream(const DevChannelInfo& info) {
         return;
     }
     if (!streams::has_free_slot()) return;
+    // The host is asked before the slot is locked, and asked twice, as a slot has two times.
     const auto tv1 = static_cast<int32_t>(uptime());
     const auto nodatatime = static_cast<int32_t>(uptime());
     std::memset(static_cast<uint8_t*>(info.pRecvBuf) + kRingFillOffset, 0, sizeof(uint32_t));
