@@ -19,8 +19,8 @@ ListNode* List_NodeAt(const List* list, int index) {
     return node;
 }
 
-// A copy of the element for a node to own; null without memory, or when it is larger than the host's allocator
-// can be asked for.
+// A copy of the element for a node to own; null without memory, or when it is larger than the host's
+// allocator can be asked for.
 void* copy_element(const void* data, uint32_t size) {
     if (size > INT_MAX) return nullptr;
     void* const copy = LIST_MALLOC(static_cast<int>(size));
