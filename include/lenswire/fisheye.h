@@ -12,7 +12,8 @@ extern "C" {
 
 /* Reads the 64-byte fisheye property, whose byte 1 is the type that the camera reports, over a connection of
  * its own and without a login. ip is dotted text, port in host order; channel, 0 or more, is sent (its
- * low 8 bits). Blocks 5 s at most to connect and 3 s for the answer. 0, or -1 with out64 untouched. */
+ * low 8 bits). Blocks 5 s at most to connect and 3 s for the answer; PC_UnInitCtx ends it
+ * within 0.1 s, if the context ran when it began. 0, or -1 with out64 untouched. */
 LENSWIRE_API int Private_Fish_Protocol_EYE_PROPERTY0(int channel, const char* ip, int port, void* out64);
 
 /* The same over the camera's control connection; ip in network order. Blocks up to 10 s for the answer,

@@ -1,13 +1,13 @@
 #include "lenswire/fisheye.h"
 
 #include <arpa/inet.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cstring>
 
 #include "common/log.h"
 #include "common/scope_exit.h"
+#include "common/stop.h"
 #include "lenswire/host_services.h"
 #include "lenswire/socket.h"
 #include "privateConfigure/exchange.h"
@@ -31,14 +31,15 @@ constexpr Row kPropertyWithoutLogin{.operation = "Private_Fish_Protocol_EYE_PROP
 constexpr int kConnectMs = 5000;
 constexpr int kAnswerMs = 3000;
 
-bool send_when_connected(int fd, exchange::Request& request) {
+bool send_when_connected(const RunningContext& context, int fd, exchange::Request& request) {
     int length = static_cast<int>(request.whole().size());
-    return SK_SelectWaitWriteable(fd, kConnectMs) == 0 && PC_SendCmd(fd, request.bytes, &length) == 0;
+    return wait_until_ready(context, fd, Ready::kWritable, kConnectMs) &&
+           SK_SelectWaitWriteable(fd, 0) == 0 && PC_SendCmd(fd, request.bytes, &length) == 0;
 }
 
-bool receive(int fd, int channel, exchange::Answer& answer) {
+bool receive(const RunningContext& context, int fd, int channel, exchange::Answer& answer) {
     int length = sizeof answer.bytes;
-    if (SK_SelectWaitReadable(fd, kAnswerMs) != 0) return false;
+    if (!wait_until_ready(context, fd, Ready::kReadable, kAnswerMs)) return false;
     if (PC_RecvCmd(fd, answer.bytes, &length) != 0) return false;
     const uint16_t command = answer.header().usCmd;
     if (command == LENSWIRE_CMD_FISH_PROPERTY_GET) return true;
@@ -70,14 +71,14 @@ int host_type(int reported, int type, int number, int flag) {
 
 int Private_Fish_Protocol_EYE_PROPERTY0(int channel, const char* ip, int port, void* out64) {
     if (channel < 0 || ip == nullptr || out64 == nullptr) return exchange::refuse(kPropertyWithoutLogin);
+    const RunningContext context;
     const int fd = SK_ConnectTo(inet_addr(ip), port);
     if (fd < 0) return -1;
     const ScopeExit closing([fd] { close(fd); });
-    if (fd >= FD_SETSIZE) return -1;
 
     exchange::Request request(kPropertyWithoutLogin, channel);
     exchange::Answer answer{};
-    if (!send_when_connected(fd, request) || !receive(fd, channel, answer)) return -1;
+    if (!send_when_connected(context, fd, request) || !receive(context, fd, channel, answer)) return -1;
     std::memcpy(out64, answer.payload(), LENSWIRE_FISH_PROPERTY_SIZE);
     return 0;
 }

@@ -1,5 +1,6 @@
 // Fisheye cameras: asked without a login, and what their type means for a channel.
 #include <cstring>
+#include <numeric>
 
 #include "settings/settings.h"
 
@@ -85,16 +86,30 @@ TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
     EXPECT_EQ(out_, repeated('u', 64));
 }
 
-TEST_F(Fisheye, GivesUpOnACameraThatAcceptsAndSaysNothing) {
-    const Timewarp warp;
-    EXPECT_EQ(
-        Private_Fish_Protocol_EYE_PROPERTY0(1, camera_.address_text().c_str(), camera_.port(), out_.data()),
-        -1);
-    EXPECT_THAT(warp.selected_ms, testing::ElementsAre(3000));
-    Wire wire = camera_.accepts();
-    EXPECT_EQ(wire.reads_command().command, 0x1063);
-    EXPECT_TRUE(wire.sees_close());
-    EXPECT_EQ(out_, repeated('u', 64));
+TEST_F(Fisheye, WaitsForASilentCameraUntilTheContextStops) {
+    ScriptedCamera busy("127.0.0.1", 0);
+    const Wire queued(SK_ConnectTo(busy.address(), busy.port()));  // takes the one place there is
+    const struct {
+        ScriptedCamera& camera;
+        bool runs, stops;
+        long waited_ms;
+    } cases[] = {
+        {camera_, true, false, 3000}, {camera_, false, true, 3000}, {camera_, true, true, 100},
+        {busy, true, false, 5000},    {busy, true, true, 100},
+    };
+    for (const auto& row : cases) {
+        Timewarp warp;
+        poke(PC_G_EventLoopSwitch, row.runs);
+        if (row.stops) warp.meanwhile = [] { poke(PC_G_EventLoopSwitch, 0); };
+        EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", row.camera.port(), out_.data()), -1);
+        EXPECT_EQ(std::accumulate(warp.selected_ms.begin(), warp.selected_ms.end(), 0L), row.waited_ms);
+        EXPECT_EQ(out_, repeated('u', 64));
+        poke(PC_G_EventLoopSwitch, 0);
+        if (&row.camera == &busy) continue;
+        Wire wire = camera_.accepts();
+        EXPECT_EQ(wire.reads_command().command, 0x1063);
+        EXPECT_TRUE(wire.sees_close());
+    }
 }
 
 TEST_F(Fisheye, NeedsAnAddressThatAnswers) {

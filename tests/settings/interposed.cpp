@@ -71,8 +71,10 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
     if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
     timeval now{};
     const int result = real_select(count, readable, writable, exceptional, &now);
-    if (result == 0) t_warp->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
-    return result;
+    if (result != 0) return result;
+    t_warp->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
+    if (t_warp->meanwhile) t_warp->meanwhile();
+    return 0;
 }
 
 time_t time(time_t* out) {

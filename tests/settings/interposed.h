@@ -4,6 +4,7 @@
 #pragma once
 
 #include <ctime>
+#include <functional>
 #include <vector>
 
 namespace lenswire::test {
@@ -18,8 +19,9 @@ class Timewarp {
     Timewarp& operator=(const Timewarp&) = delete;
 
     std::vector<long> slept_us;
-    std::vector<int> waited_s;      // pthread_cond_timedwait
-    std::vector<long> selected_ms;  // select that found nothing ready
+    std::vector<int> waited_s;        // pthread_cond_timedwait
+    std::vector<long> selected_ms;    // select that found nothing ready
+    std::function<void()> meanwhile;  // what happens during such a select
 };
 
 // For its scope time() gives this moment.

@@ -1,0 +1,46 @@
+// Work on a host's thread that a stop of the context ends: a host that stops the library does not wait for a
+// camera that says nothing.
+#pragma once
+
+#include <sys/select.h>
+
+#include <algorithm>
+
+#include "common/shared_word.h"
+#include "lenswire/connection.h"
+
+namespace lenswire {
+
+// The longest that such work goes on after the stop.
+constexpr int kStopStepMs = 100;
+
+// The context as the work found it. Work that began without a running context is not ended by one.
+class RunningContext {
+  public:
+    bool ended() const { return ran_ && !runs(); }
+
+  private:
+    static bool runs() { return load_word(PC_G_EventLoopSwitch) != 0; }
+
+    const bool ran_ = runs();
+};
+
+enum class Ready { kReadable, kWritable };
+
+// Waits up to the given time, a step at a time. False when the descriptor is not ready by then, when the wait
+// failed and when the context ended. What became of a connect is for the caller to ask once it is writable.
+inline bool wait_until_ready(const RunningContext& context, int fd, Ready ready, int milliseconds) {
+    if (fd < 0 || fd >= FD_SETSIZE) return false;
+    for (int left = milliseconds; left > 0 && !context.ended(); left -= kStopStepMs) {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(fd, &set);
+        timeval step{.tv_sec = 0, .tv_usec = std::min(left, kStopStepMs) * 1000};
+        const int count = ready == Ready::kReadable ? select(fd + 1, &set, nullptr, nullptr, &step)
+                                                    : select(fd + 1, nullptr, &set, nullptr, &step);
+        if (count != 0) return count > 0;
+    }
+    return false;
+}
+
+}  // namespace lenswire
