@@ -39,7 +39,7 @@ extern LENSWIRE_API uint8_t PC_G_EventLoopSwitch, PC_G_RecvStreamLoopSwitch, PC_
 LENSWIRE_API int PC_InitCtx(void);
 
 /* Stops and joins the three threads and clears the tables; sockets held in them are not closed. After
- * it, and once no firmware upgrade runs and no other thread is inside the library, it may be unloaded. Units
+ * it, and once no thread of the host is inside the library, it may be unloaded. Units
  * and clients are no longer to be had. Returns the result of destroying the delivery lock, 0 as a rule. Must
  * not be called from a host service. */
 LENSWIRE_API int PC_UnInitCtx(void);

@@ -3,8 +3,9 @@
  * Prv_ipc_upgrade asks every selected camera what it is, checks the file against that, and starts one
  * detached thread that uploads the file over a connection of its own per camera. The host polls the job
  * with Prv_ipc_upgrade_get_status; for each camera whose upgrade fails on its connection the job queues an
- * alarm. Before it unloads the library a host waits until every job's ulUsed is 0 and lets its thread,
- * which has nothing left to do but return, go.
+ * alarm. PC_UnInitCtx ends the uploads within 0.1 s, as UPGRADE_FAILED and without an alarm. An unload of
+ * the library, and the end of the process, wait until the threads of all jobs have left the library: 0.1 s as
+ * a rule, 5 s at most while a service of the host blocks one. The host's signals are blocked in these threads.
  *
  * Limits: paths of 127 characters, file names of 63, fields and tokens of 31, 16 tokens; firmware names of
  * 63, chip and sensor names of 7. A text beyond its limit does not fit; nothing is cut to fit, and no text
@@ -35,7 +36,7 @@ extern "C" {
 
 enum UpgradeCameraState {
     UPGRADE_RUNNING = 1,   /* connected, upload running or answer awaited */
-    UPGRADE_FAILED = 2,    /* no connection, closed, refused by the camera, or 30 unexpected messages */
+    UPGRADE_FAILED = 2,    /* no connection, closed, refused by it, 30 unexpected messages, or stopped */
     UPGRADE_TIMED_OUT = 3, /* no answer within the time */
     UPGRADE_DONE = 4       /* the camera took the file */
 };

@@ -22,7 +22,7 @@ class RunningContext {
   private:
     static bool runs() { return load_word(PC_G_EventLoopSwitch) != 0; }
 
-    const bool ran_ = runs();
+    bool ran_ = runs();
 };
 
 enum class Ready { kReadable, kWritable };

@@ -7,21 +7,24 @@
 
 #include "common/lock.h"
 #include "common/log.h"
+#include "common/stop.h"
 #include "common/wire.h"
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
 #include "privateConfigure/host_tables.h"
+#include "privateConfigure/upgrade_threads.h"
 
 namespace lenswire::upgrade {
-
-namespace {
 
 struct Job {
     UpgradeJobStatus status;
     pthread_t thread;  // whole, where the status holds only its low 32 bits
     bool bound;        // thread is one: from the job's start until its record is taken again
+    RunningContext context;
 };
+
+namespace {
 
 // g_upgrade_mutex guards every word of the table, also those that only one job writes, so that a host never
 // sees half a change. A job's thread is created under it: the thread looks for its record under the same
@@ -45,16 +48,14 @@ Job* job_of(pthread_t thread) {
 }
 
 // The system uses identities again: an ended job of the same one is forgotten.
-void bind(Job& job, pthread_t thread) {
+void bind(Job& job, pthread_t thread, const RunningContext& context) {
     if (Job* const ended = job_of(thread)) ended->bound = false;
-    job = {};
+    job = {.status = {}, .thread = thread, .bound = true, .context = context};
     job.status.ulUsed = 1;
     job.status.ulThreadId = static_cast<uint32_t>(thread);
-    job.thread = thread;
-    job.bound = true;
 }
 
-int start_job(const UpgradeRequest& request, pthread_t* thread) {
+int start_job(const UpgradeRequest& request, const RunningContext& context, pthread_t* thread) {
     void* const copy = std::malloc(sizeof request);
     if (copy == nullptr) return -1;
     wire::store(copy, request);
@@ -62,12 +63,12 @@ int start_job(const UpgradeRequest& request, pthread_t* thread) {
     Lock lock(g_upgrade_mutex);
     Job* const job = free_job();
     pthread_t created;
-    if (job == nullptr || pthread_create(&created, nullptr, ipc_upgrade_thread, copy) != 0) {
+    if (job == nullptr || !start_thread(created, copy)) {
         lock.unlock();
         std::free(copy);
         return -1;
     }
-    bind(*job, created);
+    bind(*job, created, context);
     *thread = created;
     return 0;
 }
@@ -133,32 +134,36 @@ constexpr exchange::Row kDeviceInfo{.operation = "Get_IPC_upgradeParam",
 JobRecord JobRecord::of_this_thread() {
     Lock lock(g_upgrade_mutex);
     Job* const job = job_of(pthread_self());
-    return JobRecord(job != nullptr && job->status.ulUsed == 1 ? &job->status : nullptr);
+    return JobRecord(job != nullptr && job->status.ulUsed == 1 ? job : nullptr);
+}
+
+bool JobRecord::is_stopped() const {
+    return job_->context.ended() || is_unloading();
 }
 
 void JobRecord::sets_camera(size_t k, uint32_t channel, uint32_t state) const {
     Lock lock(g_upgrade_mutex);
-    status_->camera[k] = {.ulChannel = channel, .ulState = state, .ulPercent = 0};
+    job_->status.camera[k] = {.ulChannel = channel, .ulState = state, .ulPercent = 0};
 }
 
 void JobRecord::sets_camera_count(size_t count) const {
     Lock lock(g_upgrade_mutex);
-    status_->ulCameraCount = static_cast<uint32_t>(count);
+    job_->status.ulCameraCount = static_cast<uint32_t>(count);
 }
 
 void JobRecord::sets_state(size_t k, uint32_t state) const {
     Lock lock(g_upgrade_mutex);
-    status_->camera[k].ulState = state;
+    job_->status.camera[k].ulState = state;
 }
 
 void JobRecord::sets_percent(size_t k, uint32_t percent) const {
     Lock lock(g_upgrade_mutex);
-    status_->camera[k].ulPercent = percent;
+    job_->status.camera[k].ulPercent = percent;
 }
 
 void JobRecord::releases() const {
     Lock lock(g_upgrade_mutex);
-    status_->ulUsed = 0;
+    job_->status.ulUsed = 0;
 }
 
 }  // namespace lenswire::upgrade
@@ -182,9 +187,10 @@ int Prv_ipc_upgrade(const void* request192, pthread_t* thread) {
         PRI_ERROR("input param error\n");
         return -1;
     }
+    const lenswire::RunningContext context;
     const auto request = lenswire::wire::load<UpgradeRequest>(request192);
     if (const int refusal = lenswire::upgrade::check_channels(request); refusal != 0) return refusal;
-    return lenswire::upgrade::start_job(request, thread);
+    return lenswire::upgrade::start_job(request, context, thread);
 }
 
 int Prv_ipc_upgrade_get_status(pthread_t thread, void* out780) {

@@ -8,13 +8,17 @@
 
 namespace lenswire::upgrade {
 
+struct Job;
+
 // A running job's record, as its thread writes it.
 class JobRecord {
   public:
     // The record that is bound to the calling thread; false in a condition when there is none.
     static JobRecord of_this_thread();
-    explicit operator bool() const { return status_ != nullptr; }
+    explicit operator bool() const { return job_ != nullptr; }
 
+    // Whether the context that the job was started in has been stopped, or the library is being unloaded.
+    bool is_stopped() const;
     void sets_camera(size_t k, uint32_t channel, uint32_t state) const;
     void sets_camera_count(size_t count) const;
     void sets_state(size_t k, uint32_t state) const;
@@ -23,9 +27,9 @@ class JobRecord {
     void releases() const;
 
   private:
-    explicit JobRecord(UpgradeJobStatus* status) : status_(status) {}
+    explicit JobRecord(Job* job) : job_(job) {}
 
-    UpgradeJobStatus* status_;
+    Job* job_;
 };
 
 }  // namespace lenswire::upgrade

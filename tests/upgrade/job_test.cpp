@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <future>
 #include <set>
@@ -128,6 +129,11 @@ TEST_F(UpgradeJob, FailsTheCameraThatBreaksOff) {
     const std::string path = has_file(8 << 20);
     binds({1, 2, 3}, uploads_.port());
     binds({2}, refused_port());
+    host().when(Service::kAlarm, [](int, int) {  // on the job's thread
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        EXPECT_TRUE(sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGSEGV) == 0);
+    });
     const pthread_t job = starts({1, 2, 3}, path);
     Wire closing = uploads_.accepts();
     Wire resetting = uploads_.accepts();
@@ -208,6 +214,17 @@ TEST_F(UpgradeJob, GivesACameraSixtySecondsEitherWay) {
         EXPECT_EQ(waits_for_end(job).camera[0].ulState,
                   uint32_t{moment.over ? UPGRADE_TIMED_OUT : UPGRADE_DONE});
     }
+    EXPECT_THAT(host().alarms(), testing::IsEmpty());
+}
+
+TEST_F(UpgradeJob, EndsWithTheContext) {
+    binds({1}, uploads_.port());
+    const pthread_t job = starts({1}, has_file(100));
+    Wire wire = uploads_.accepts();
+    wire.reads(total());
+    poke(PC_G_EventLoopSwitch, 0);
+    EXPECT_EQ(waits_for_end(job).camera[0].ulState, uint32_t{UPGRADE_FAILED});
+    EXPECT_TRUE(wire.sees_close());
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
 
