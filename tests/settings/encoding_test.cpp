@@ -22,7 +22,7 @@ Bytes record(uint8_t type, uint8_t flag = 0) {
 Message records(const std::vector<Bytes>& list) {
     Bytes payload;
     for (const Bytes& one : list) payload = payload + one;
-    return claiming(kRecordsCode, static_cast<uint32_t>(list.size()), 32, payload);
+    return announcing(kRecordsCode, {static_cast<uint32_t>(list.size()), 32}, payload);
 }
 
 Message scope_answer(const std::string& text) {
@@ -67,11 +67,11 @@ TEST_F(Encoding, FilesRecordsByTheirStreamType) {
         // The request is all that the buffer then holds.
         {records({}), -1, skipped(0x33) + filed_only(0), none + none + none},
         // Counts above what was received, and products that wrap.
-        {claiming(kRecordsCode, 20, 5, record(0) + record(1) + record(2) + Bytes(4)), 0, "",
+        {announcing(kRecordsCode, {20, 5}, record(0) + record(1) + record(2) + Bytes(4)), 0, "",
          record(0) + record(1) + record(2)},
-        {claiming(kRecordsCode, 4, 16, record(0) + record(1)), 0, "", record(0) + record(1) + none},
-        {claiming(kRecordsCode, 2, 16, record(0)), -1, filed_only(1), record(0) + none + none},
-        {claiming(kRecordsCode, 20, 1, pattern(20)), -1, filed_only(0), none + none + none},
+        {announcing(kRecordsCode, {4, 16}, record(0) + record(1)), 0, "", record(0) + record(1) + none},
+        {announcing(kRecordsCode, {2, 16}, record(0)), -1, filed_only(1), record(0) + none + none},
+        {announcing(kRecordsCode, {20, 1}, pattern(20)), -1, filed_only(0), none + none + none},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);
@@ -115,7 +115,7 @@ TEST_F(Encoding, LooksAtNoMoreRecordsThanWereReceived) {
         while (payload.size() < row.received) payload = payload + record(9);
         Capture capture;
         EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), array_.data()); },
-                       {claiming(kRecordsCode, row.number, row.size, payload)})
+                       {announcing(kRecordsCode, {row.number, row.size}, payload)})
                       .result,
                   -1);
         EXPECT_EQ(occurrences(unnumbered(capture.out()), skip), row.looked_at) << row.number;
@@ -310,7 +310,7 @@ TEST_F(Encoding, CopiesAFisheyeRecordAsOftenAsItSaysButNotMoreThanItFits) {
         Bytes array = repeated('u', 768 + 8);
         // Later records are not read, and the count of them does not matter.
         EXPECT_EQ(runs([&] { return Private_Fish_Protocol_GetEncodingProperty(0, ip(), array.data()); },
-                       {claiming(0x1061, 3, 256, one + pattern(512, 5))})
+                       {announcing(0x1061, {3, 256}, one + pattern(512, 5))})
                       .result,
                   0);
         for (int i = 0; i < 3; ++i) {

@@ -233,7 +233,7 @@ TEST_F(Sets, SendTheRecordAsItIs) {
         const Bytes record = pattern(set.number * set.size, set.code);
         const auto [result, requests] = sends([&] { return set.call(ip(), record.data()); });
         EXPECT_EQ(result, 0);
-        Message expected = claiming(set.code, set.number, set.size, record);
+        Message expected = announcing(set.code, {set.number, set.size}, record);
         expected.login_id = kLoginId;
         EXPECT_EQ(requests[0].bytes(), expected.bytes());
     }

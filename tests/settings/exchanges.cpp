@@ -33,7 +33,7 @@ Get& Get::refusing(const std::string& text) {
 }
 
 Get& Get::header_only(uint32_t size) {
-    request = claiming(code, 0, size, {});
+    request = announcing(code, {0, size}, {});
     request.login_id = kLoginId;
     return *this;
 }

@@ -79,8 +79,8 @@ TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
         EXPECT_EQ(capture.out(), row.line);
     }
     Capture quiet;
-    for (const Bytes& bad : {claiming(0x1063, 1, 64, {1, 2, 3}).bytes(),
-                             claiming(0x1063, 2, 0x7FFFFFF0, {}).bytes(), Bytes{1, 2, 3}}) {
+    for (const Bytes& bad : {announcing(0x1063, {1, 64}, {1, 2, 3}).bytes(),
+                             announcing(0x1063, {2, 0x7FFFFFF0}, {}).bytes(), Bytes{1, 2, 3}}) {
         EXPECT_EQ(gets(bad), -1);
     }
     EXPECT_EQ(out_, repeated('u', 64));

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,13 +18,19 @@ template <typename Function>
 Function real(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
+// A function that knows about time has a second name where the first one counts seconds in 32 bits.
+#ifdef __USE_TIME_BITS64
+#define REAL(type, name) real<type>("__" #name "64")
+#else
+#define REAL(type, name) real<type>(#name)
+#endif
 
 // Rounded: some microseconds pass between the caller's look at the clock and this one.
 int seconds_until(const timespec& deadline) {
-    timeval now;
-    gettimeofday(&now, nullptr);
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
     const double left = static_cast<double>(deadline.tv_sec - now.tv_sec) +
-                        static_cast<double>(deadline.tv_nsec) / 1e9 - static_cast<double>(now.tv_usec) / 1e6;
+                        static_cast<double>(deadline.tv_nsec - now.tv_nsec) / 1e9;
     return static_cast<int>(left + 0.5);
 }
 
@@ -67,7 +72,7 @@ int usleep(useconds_t microseconds) {
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
-    const auto real_select = real<Select>("select");
+    const auto real_select = REAL(Select, select);
     if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
     timeval now{};
     const int result = real_select(count, readable, writable, exceptional, &now);
@@ -78,19 +83,25 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
 }
 
 time_t time(time_t* out) {
-    timeval now;
-    gettimeofday(&now, nullptr);
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
     const time_t moment = g_frozen >= 0 ? g_frozen.load() : now.tv_sec;
     if (out != nullptr) *out = moment;
     return moment;
 }
 
-int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline) {
+int clock_gettime(clockid_t clock, timespec* out) {
+    if (t_warp != nullptr && t_warp->clock_fails) return -1;
+    return REAL(int (*)(clockid_t, timespec*), clock_gettime)(clock, out);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+                           const timespec* deadline) {
     if (t_warp == nullptr) {
-        using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-        return real<Wait>("pthread_cond_timedwait")(cond, mutex, deadline);
+        using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+        return REAL(Wait, pthread_cond_clockwait)(cond, mutex, clock, deadline);
     }
-    t_warp->waited_s.push_back(seconds_until(*deadline));
+    if (clock == CLOCK_MONOTONIC) t_warp->waited_s.push_back(seconds_until(*deadline));
     return ETIMEDOUT;
 }
 }
