@@ -75,17 +75,24 @@ int start_job(const UpgradeRequest& request, const RunningContext& context, pthr
 
 constexpr int kUpgradeRecordSize = 9;
 
-using ChannelTable = ChannelRecord[LENSWIRE_UPGRADE_CAMERAS];
+// On the heap: it would be most of what the operation needs of its caller's stack.
+struct ChannelTable {
+    ChannelTable() : records(static_cast<ChannelRecord*>(std::calloc(kCount, sizeof(ChannelRecord)))) {}
+    ~ChannelTable() { std::free(records); }
+    ChannelTable(const ChannelTable&) = delete;
+    ChannelTable& operator=(const ChannelTable&) = delete;
 
-void read_channels(ChannelTable& table) {
-    uint32_t all_channels = 250;
-    std::memset(&table, 0, sizeof table);
-    const int length =
-        databaseOperate(kChannelTable, kRead, &all_channels, sizeof all_channels, &table, sizeof table);
-    if (length != static_cast<int>(sizeof table)) {
-        std::printf("get devChannel info error, len = %d\r\n", length);
+    void read() {
+        uint32_t all_channels = 250;
+        constexpr int kSize = kCount * sizeof(ChannelRecord);
+        const int length =
+            databaseOperate(kChannelTable, kRead, &all_channels, sizeof all_channels, records, kSize);
+        if (length != kSize) std::printf("get devChannel info error, len = %d\r\n", length);
     }
-}
+
+    static constexpr int kCount = LENSWIRE_UPGRADE_CAMERAS;
+    ChannelRecord* const records;
+};
 
 // 0, or the refusal of a channel whose protocol takes no upgrade.
 int check_protocol(const ChannelRecord& record, int channel) {
@@ -113,21 +120,22 @@ int check_camera(const UpgradeRequest& request, int channel) {
 
 int check_channels(const UpgradeRequest& request) {
     ChannelTable table;
-    read_channels(table);
+    if (table.records == nullptr) return -1;
+    table.read();
     for (int channel = 0; channel < LENSWIRE_UPGRADE_CAMERAS; ++channel) {
         if (request.aucChannel[channel] == 0) continue;
-        if (const int refusal = check_protocol(table[channel], channel); refusal != 0) return refusal;
+        if (const int refusal = check_protocol(table.records[channel], channel); refusal != 0) return refusal;
         if (check_camera(request, channel) != 0) return -1;
     }
     return 0;
 }
 
-constexpr exchange::Row kDeviceInfo{.operation = "Get_IPC_upgradeParam",
-                                    .command = LENSWIRE_CMD_DEVICE_INFO,
-                                    .size = LENSWIRE_DEVICE_INFO_SIZE,
-                                    .checks_flag = true,
-                                    .form = exchange::Form::kError,
-                                    .not_sent = "Prv_Send_Cmd failed"};
+constexpr exchange::Row kDeviceInfo{
+    .operation = "Get_IPC_upgradeParam",
+    .wire = {.command = LENSWIRE_CMD_DEVICE_INFO,
+             .records = {LENSWIRE_DEVICE_INFO_SIZE},
+             .checks_flag = true},
+    .wording = {.form = exchange::Form::kError, .not_sent = "Prv_Send_Cmd failed"}};
 
 }  // namespace
 
@@ -176,10 +184,9 @@ int Get_IPC_upgradeParam(int channel, char* path) {
         PRI_ERROR("IP error\n");
         return -1;
     }
-    exchange::Request request(lenswire::upgrade::kDeviceInfo);
-    exchange::Answer answer;
-    if (!exchange::fetch(lenswire::upgrade::kDeviceInfo, request, channel, camera.ip, answer)) return 0;
-    return CompareUpgradeFile(answer.payload(), path) == 0 ? 1 : 0;
+    exchange::Message message(lenswire::upgrade::kDeviceInfo);
+    if (!exchange::fetch(lenswire::upgrade::kDeviceInfo, camera.ip, message)) return 0;
+    return CompareUpgradeFile(message.payload(), path) == 0 ? 1 : 0;
 }
 
 int Prv_ipc_upgrade(const void* request192, pthread_t* thread) {
@@ -194,7 +201,10 @@ int Prv_ipc_upgrade(const void* request192, pthread_t* thread) {
 }
 
 int Prv_ipc_upgrade_get_status(pthread_t thread, void* out780) {
-    if (out780 == nullptr) return -1;
+    if (out780 == nullptr) {
+        PRI_ERROR("input param error\n");
+        return -1;
+    }
     lenswire::Lock lock(lenswire::upgrade::g_upgrade_mutex);
     const lenswire::upgrade::Job* const job = lenswire::upgrade::job_of(thread);
     if (job == nullptr) return -1;

@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* kThread = "ipc_upgrade_thread";
 constexpr int kUnexpectedMax = 30;
-constexpr int64_t kPause_ms = 1000;
+constexpr int64_t kPause_ms = 1000;  // after a send of nothing, so that a full socket does not spin the loop
 constexpr int kPiecesAtOnce = 4;
 constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;
 

@@ -39,6 +39,13 @@ Bytes table(size_t channel, size_t line) {
     return Bytes(start, start + 390);
 }
 
+// What was written to the database for a channel, line by line.
+FakeHost::Written written(uint32_t channel, const std::vector<CruiseLine>& lines) {
+    FakeHost::Written written;
+    for (const CruiseLine& line : lines) written.emplace_back(channel, bytes_of_line(line));
+    return written;
+}
+
 void fill_table(int channel, const Bytes& lines) {
     host().has_record(kTable, static_cast<uint32_t>(channel), lines);
     EXPECT_EQ(Private_ptzInitCruiseInfo(static_cast<uint32_t>(channel)), 1170);
@@ -115,11 +122,6 @@ TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
         EXPECT_EQ(Private_SetPtzCruiseAllPreset(0, &line, 1), -1);
         EXPECT_EQ(Private_StartPtzCruiseLine(0, as_line, 1), -1);
     }
-    EXPECT_EQ(Private_ChangeCruiseLineParam(0, 0, nullptr), -1);
-    EXPECT_EQ(Private_ChangeCruiseParamToDB(0, nullptr), -1);
-    EXPECT_EQ(Private_ChangeCruiseParamToMemory(0, nullptr), -1);
-    EXPECT_EQ(Private_GetPtzCruiseAllPreset(0, nullptr), -1);
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(0, nullptr, 1), -1);
     EXPECT_EQ(Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880), Bytes(74880));
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }
@@ -142,23 +144,28 @@ TEST_F(CruiseTable, AnEditKeepsOneLineEnabled) {
         Bytes before;
         CruiseLine edit;
         std::vector<int> after;
-        int stored;
+        std::vector<CruiseLine> disabled = {};  // and stored before the edited one
     } cases[] = {
-        {three_lines(1, 0, 0), line_record(2, 1, 99), {0, 0, 1}, 2},
-        {three_lines(0, 1, 0), line_record(0, 0, 99), {0, 1, 0}, 1},
-        {three_lines(0, 1, 0), line_record(1, 1, 99), {0, 1, 0}, 1},
-        {three_lines(0, 1, 0), line_record(1, 0, 99), {0, 0, 0}, 1},
-        {three_lines(0, 0, 0), line_record(1, 1, 99), {0, 1, 0}, 1},
-        {three_lines(0, 3, 0), line_record(2, 7, 99), {0, 0, 7}, 2},
+        {three_lines(1, 0, 0), line_record(2, 1, 99), {0, 0, 1}, {line_record(0, 0, 10)}},
+        {three_lines(0, 1, 0), line_record(0, 0, 99), {0, 1, 0}},
+        {three_lines(0, 1, 0), line_record(1, 1, 99), {0, 1, 0}},
+        {three_lines(0, 1, 0), line_record(1, 0, 99), {0, 0, 0}},
+        {three_lines(0, 0, 0), line_record(1, 1, 99), {0, 1, 0}},
+        {three_lines(0, 3, 0), line_record(2, 7, 99), {0, 0, 7}, {line_record(1, 0, 11)}},
+        // A line is stored under its number, whatever stood in its place.
+        {Bytes(390) + bytes_of_line(line_record(9, 1, 11)) + Bytes(390),
+         line_record(0, 1),
+         {1, 0, 0},
+         {line_record(1, 0, 11)}},
     };
     for (const auto& row : cases) {
         fill_table(7, row.before);
-        const int stored = host().database_calls(kTable, 1);
         EXPECT_EQ(Private_ChangeCruiseParamToMemory(7, &row.edit), 0);
         EXPECT_EQ(flags(7), row.after);
         EXPECT_EQ(table(7, row.edit.ucLineNo), bytes_of_line(row.edit));
-        EXPECT_EQ(host().database_calls(kTable, 1), stored + row.stored);
-        EXPECT_EQ(host().record(kTable, 7), bytes_of_line(row.edit)) << "the edited line is stored last";
+        std::vector<CruiseLine> stored = row.disabled;
+        stored.push_back(row.edit);
+        EXPECT_EQ(host().takes_written(kTable), written(7, stored));
     }
     EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &cases[0].edit), 390);
     EXPECT_EQ(host().record(kTable, 8), bytes_of_line(cases[0].edit));
@@ -248,7 +255,7 @@ TEST_F(Cruise, SendsTheUsedPointsOfALineInTheirPlaces) {
         EXPECT_EQ(requests[0].command, kSetLine);
         EXPECT_EQ(requests[0].payload, expected);
         EXPECT_EQ(table(kChannel, 1), bytes_of_line(line));
-        EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line));
+        EXPECT_EQ(host().takes_written(kTable), written(kChannel, {line}));
     }
 }
 
@@ -280,6 +287,34 @@ TEST_F(Cruise, KeepsALineThatTheCameraDidNotGet) {
                                                        "DbMainMsgChannelInfo  get channel failed\n")));
 }
 
+TEST_F(Cruise, TellsWhichSendFailed) {
+    const CruiseLine enabled = line_record(2, 1);
+    const CruiseLine disabled = line_record(2, 0);
+    const auto reloads = [] {
+        host().has_record(kTable, kChannel, three_lines(0, 0, 1));
+        return Private_GetPtzCruiseChannel(kChannel);
+    };
+    const struct {
+        std::function<int()> call;
+        int failing;  // the first send is the line's, the second the operation's
+        int result = -1;
+    } cases[] = {
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 1},
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 2},
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &disabled, 1); }, 2},
+        {reloads, 1},
+        {reloads, 2},
+        {[] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2, 0},
+    };
+    for (const auto& row : cases) {
+        Capture quiet;
+        Timewarp warp;
+        warp.failing_send = row.failing;
+        EXPECT_EQ(sends(row.call, static_cast<size_t>(row.failing - 1)).result, row.result);
+        EXPECT_EQ(warp.failing_send, 0);
+    }
+}
+
 TEST_F(Cruise, StartingALineStopsTheOneThatRan) {
     fill_table(kChannel, three_lines(1, 0, 0));
     const Timewarp warp;
@@ -290,8 +325,9 @@ TEST_F(Cruise, StartingALineStopsTheOneThatRan) {
     EXPECT_EQ(requests[0].payload[1], 1);
     EXPECT_EQ(requests[0].payload[2], 1);
     EXPECT_EQ(requests[1].bytes(), started(0x29, 1).bytes());
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(1, 1, 11)));
-    EXPECT_EQ(host().database_calls(kTable, 1), 3) << "line 0 disabled, line 1 enabled, line 1 as sent";
+    // The last is the line as it was sent.
+    EXPECT_EQ(host().takes_written(kTable),
+              written(kChannel, {line_record(0, 0, 10), line_record(1, 1, 11), line_record(1, 1, 11)}));
 }
 
 TEST_F(Cruise, StartsALineThatNobodyEverStored) {
@@ -300,18 +336,18 @@ TEST_F(Cruise, StartsALineThatNobodyEverStored) {
     const auto requests = sends([] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2).requests;
     EXPECT_THAT(warp.slept_us, IsEmpty());
     EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 1}));
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(2, 1)));
+    EXPECT_EQ(host().takes_written(kTable), written(kChannel, {line_record(2, 1), line_record(2, 1)}));
     EXPECT_EQ(requests[1].bytes(), started(0x29, 2).bytes());
 }
 
 TEST_F(Cruise, StoppingDisablesEveryLineAndSendsNothing) {
     fill_table(kChannel, three_lines(1, 1, 1));
     const Timewarp warp;
-    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 77, 0), 0);
+    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 77, 2), 0) << "only 1 starts";
     EXPECT_THAT(warp.slept_us, ElementsAre(500000));
     EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 0}));
-    EXPECT_EQ(host().database_calls(kTable, 1), 3);
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(2, 0, 12)));
+    EXPECT_EQ(host().takes_written(kTable),
+              written(kChannel, {line_record(0, 0, 10), line_record(1, 0, 11), line_record(2, 0, 12)}));
     EXPECT_FALSE(camera_was_asked());
 }
 

@@ -269,8 +269,11 @@ TEST_F(Encoding, GivesBothSlotsBackWhateverFails) {
         EXPECT_EQ(g_rs_num, 0);
     }
     EXPECT_FALSE(camera_was_asked());
-    loses_camera();
     Capture capture;
+    const Timewarp warp;
+    EXPECT_EQ(Private_Protocol_GetEncodingPropert(0, ip(), &scope_, array_.data()), -1);
+    EXPECT_THAT(warp.waited_s, testing::ElementsAre(10)) << "for the scope";
+    loses_camera();
     EXPECT_EQ(Private_Protocol_GetEncodingPropert(261, ip(), &scope_, array_.data()), -1);
     EXPECT_THAT(unnumbered(capture.out()),
                 testing::EndsWith(line(name, " Prv_Send_Cmd failed channel : 261\n")));

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -80,6 +81,14 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
     t_warp->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
     if (t_warp->meanwhile) t_warp->meanwhile();
     return 0;
+}
+
+ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
+    if (t_warp != nullptr && t_warp->failing_send > 0 && --t_warp->failing_send == 0) {
+        errno = EPIPE;
+        return -1;
+    }
+    return real<ssize_t (*)(int, const void*, size_t, int)>("send")(descriptor, bytes, length, flags);
 }
 
 time_t time(time_t* out) {

@@ -11,12 +11,13 @@ using testing::Pair;
 const uint32_t kCamera = 0x0100007F;  // 127.0.0.1 as it stands on the wire
 constexpr int kMotionTable = 21;
 
-Channel bound_to(const std::string& address, bool armed, int motion = 0) {
+Channel bound_to(const std::string& address, int armed, int motion = 0) {
     Channel channel;
     channel.address = address;
     channel.armed = armed;
     channel.motion = motion;
     channel.motion_data = pattern(88, 3);
+    channel.result = 88;
     return channel;
 }
 
@@ -54,7 +55,12 @@ TEST_F(MotionPush, ReadsAsNoMotionWhatIsTooShort) {
 
 TEST_F(MotionPush, EndsTheMotionOfAnUnarmedChannelWithOneAlarm) {
     host().has_channel(63, bound_to("127.0.0.1", false, 1));
+    std::vector<Service> order;
+    for (const Service service : {Service::kSnapMotion, Service::kSetMotionStatus, Service::kAlarm}) {
+        host().when(service, [&, service](int, int) { order.push_back(service); });
+    }
     EXPECT_EQ(push({0, 0, 1}), 0);
+    EXPECT_THAT(order, ElementsAre(Service::kAlarm, Service::kSetMotionStatus, Service::kSnapMotion));
     ASSERT_EQ(host().alarms().size(), 1u);
     EXPECT_EQ(host().alarms()[0].queue, 0);
     EXPECT_EQ(host().alarms()[0].record, (Bytes{2, 63, 0, 0}));
@@ -75,11 +81,16 @@ TEST_F(MotionPush, ReachesEveryChannelOfTheCameraAndNoOther) {
     Channel unbound = bound_to("127.0.0.1", true);
     unbound.bound = false;
     host().has_channel(3, unbound);
+    Channel bound_otherwise = bound_to("127.0.0.1", true);
+    bound_otherwise.bound = 2;
+    host().has_channel(4, bound_otherwise);
+    host().has_channel(5, bound_to("127.0.0.1", 2, 2));  // neither armed nor in motion: both would be 1
     host().has_channel(62, bound_to("127.0.0.1", false, 0));
     host().has_channel(63, bound_to("127.0.0.1", true));
     host().has_channel(64, bound_to("127.0.0.1", true));
     EXPECT_EQ(push({0, 0, 1}), 0);
-    EXPECT_THAT(host().snap_calls(), ElementsAre(Pair(0, 1), Pair(63, 1)));
+    EXPECT_THAT(host().snap_calls(), ElementsAre(Pair(0, 1), Pair(4, 1), Pair(63, 1)));
+    EXPECT_EQ(host().motion_calls().size(), 3u);
     EXPECT_THAT(host().alarms(), IsEmpty());
 }
 

@@ -90,8 +90,6 @@ TEST_F(Ptz, CountsPresetsFromZeroOnTheWire) {
         EXPECT_EQ(option_of([&] { return Private_RecallPreset(kChannel, &preset); }, 4).bytes(),
                   option(0x28, sent).bytes());
     }
-    EXPECT_EQ(Private_SetPreset(kChannel, nullptr), -1);
-    EXPECT_EQ(Private_RecallPreset(kChannel, nullptr), -1);
 }
 
 TEST_F(Ptz, ReportsNoFailureOfASend) {
