@@ -1,6 +1,5 @@
 #include "settings/interposed.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -9,22 +8,13 @@
 #include <atomic>
 #include <cerrno>
 
+#include "support/interpose.h"
+
 namespace lenswire::test {
 namespace {
 
 thread_local Timewarp* t_warp = nullptr;
 std::atomic<time_t> g_frozen{-1};
-
-template <typename Function>
-Function real(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-// A function that knows about time has a second name where the first one counts seconds in 32 bits.
-#ifdef __USE_TIME_BITS64
-#define REAL(type, name) real<type>("__" #name "64")
-#else
-#define REAL(type, name) real<type>(#name)
-#endif
 
 // Rounded: some microseconds pass between the caller's look at the clock and this one.
 int seconds_until(const timespec& deadline) {
@@ -60,20 +50,20 @@ using namespace lenswire::test;
 extern "C" {
 
 unsigned sleep(unsigned seconds) {
-    if (t_warp == nullptr) return real<unsigned (*)(unsigned)>("sleep")(seconds);
+    if (t_warp == nullptr) return REAL(unsigned (*)(unsigned), sleep)(seconds);
     t_warp->slept_us.push_back(static_cast<long>(seconds) * 1000000);
     return 0;
 }
 
 int usleep(useconds_t microseconds) {
-    if (t_warp == nullptr) return real<int (*)(useconds_t)>("usleep")(microseconds);
+    if (t_warp == nullptr) return REAL(int (*)(useconds_t), usleep)(microseconds);
     t_warp->slept_us.push_back(static_cast<long>(microseconds));
     return 0;
 }
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
-    const auto real_select = REAL(Select, select);
+    const auto real_select = REAL_TIMED(Select, select);
     if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
     timeval now{};
     const int result = real_select(count, readable, writable, exceptional, &now);
@@ -88,7 +78,7 @@ ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
         errno = EPIPE;
         return -1;
     }
-    return real<ssize_t (*)(int, const void*, size_t, int)>("send")(descriptor, bytes, length, flags);
+    return REAL(ssize_t(*)(int, const void*, size_t, int), send)(descriptor, bytes, length, flags);
 }
 
 time_t time(time_t* out) {
@@ -101,14 +91,14 @@ time_t time(time_t* out) {
 
 int clock_gettime(clockid_t clock, timespec* out) {
     if (t_warp != nullptr && t_warp->clock_fails) return -1;
-    return REAL(int (*)(clockid_t, timespec*), clock_gettime)(clock, out);
+    return REAL_TIMED(int (*)(clockid_t, timespec*), clock_gettime)(clock, out);
 }
 
 int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* deadline) {
     if (t_warp == nullptr) {
         using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
-        return REAL(Wait, pthread_cond_clockwait)(cond, mutex, clock, deadline);
+        return REAL_TIMED(Wait, pthread_cond_clockwait)(cond, mutex, clock, deadline);
     }
     if (clock == CLOCK_MONOTONIC) t_warp->waited_s.push_back(seconds_until(*deadline));
     return ETIMEDOUT;
