@@ -32,7 +32,9 @@ LENSWIRE_API int PC_RecvCmd(int sockFd, void* pCmd, int* pLen);
 LENSWIRE_API int PC_RecvCmd1(int sockFd, void* buf, int* pLen);
 
 /* -- Pending requests: 128 slots, matched by command code and camera address. Callable from any thread;
- * a slot belongs to the thread that took it until prv_destroy_msg. */
+ * a slot belongs to the thread that took it until prv_destroy_msg. Of two threads that ask one camera the same
+ * thing at once, one gets every answer until it gives its slot back; the other one waits for a later answer,
+ * in vain as a rule. */
 
 /* The table, for a host that wants to look at it, and the number of slots taken. Read only. */
 extern LENSWIRE_API struct RecvSendSlot g_recvsendlist[128];

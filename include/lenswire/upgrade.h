@@ -114,7 +114,9 @@ LENSWIRE_API int Get_IPC_upgradeParam(int channel, char* path);
  * that ends at once. 0 with the thread's identity in *thread; -1 at the first camera whom the file does not
  * fit, when 64 jobs are running, without memory or thread, or for a null argument; -2 or -3 at the first
  * channel whose protocol number is 2 or 3. Only 0 starts anything. Blocks as Get_IPC_upgradeParam does,
- * once per camera. */
+ * once per camera. Needs 8 KB of the caller's stack, beside what the host's services need, and the C library
+ * for a line on standard error. Two threads should not ask one camera at once: the second one's query may wait
+ * in vain (command.h). */
 LENSWIRE_API int Prv_ipc_upgrade(const void* request192, pthread_t* thread);
 
 /* Copies the struct UpgradeJobStatus of that thread, running or ended, to out780. 0, or -1 when no record
