@@ -98,9 +98,10 @@ TEST(ResolutionText, KeepsSixteenBitsOfNumbersOfAnyLength) {
 TEST(ResolutionText, FailsWithoutAKnownCodecAndWithoutArguments) {
     Scope scope;
     Capture capture;
-    EXPECT_EQ(parse(scope, "MJPG:640x480;"), -1);
-    EXPECT_EQ(unnumbered(capture.out()), line("Parse_EncodingResolution",
-                                              "input resolution error   resolution is  :  MJPG:640x480; \n"));
+    EXPECT_EQ(parse(scope, "MJPG:\x1B[640x480\n;"), -1);
+    EXPECT_EQ(
+        unnumbered(capture.out()),
+        line("Parse_EncodingResolution", "input resolution error   resolution is  :  MJPG:.[640x480.; \n"));
     EXPECT_EQ(Parse_EncodingResolution(&scope.record, nullptr), -1);
     EXPECT_EQ(Parse_EncodingResolution(nullptr, payload_of("H264:1x1;").data()), -1);
     EXPECT_EQ(Parse_SinResolution(nullptr, "H264:1x1;"), -1);
