@@ -8,9 +8,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr int kTable = 62;
 constexpr uint16_t kOption = 0x0020;
 constexpr uint16_t kSetLine = 0x0025;
@@ -315,40 +312,45 @@ TEST_F(Cruise, TellsWhichSendFailed) {
     }
 }
 
-TEST_F(Cruise, StartingALineStopsTheOneThatRan) {
-    fill_table(kChannel, three_lines(1, 0, 0));
-    const Timewarp warp;
-    const auto [result, requests] = sends([] { return Private_StartPtzCruiseLine(kChannel, 1, 1); }, 2);
-    EXPECT_EQ(result, 0);
-    EXPECT_THAT(warp.slept_us, ElementsAre(2000));
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 1, 0}));
-    EXPECT_EQ(requests[0].payload[1], 1);
-    EXPECT_EQ(requests[0].payload[2], 1);
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 1).bytes());
-    // The last is the line as it was sent.
-    EXPECT_EQ(host().takes_written(kTable),
-              written(kChannel, {line_record(0, 0, 10), line_record(1, 1, 11), line_record(1, 1, 11)}));
-}
-
-TEST_F(Cruise, StartsALineThatNobodyEverStored) {
-    EXPECT_EQ(Private_ptzCruiseInit(), 0);
-    const Timewarp warp;
-    const auto requests = sends([] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2).requests;
-    EXPECT_THAT(warp.slept_us, IsEmpty());
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 1}));
-    EXPECT_EQ(host().takes_written(kTable), written(kChannel, {line_record(2, 1), line_record(2, 1)}));
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 2).bytes());
-}
-
-TEST_F(Cruise, StoppingDisablesEveryLineAndSendsNothing) {
-    fill_table(kChannel, three_lines(1, 1, 1));
-    const Timewarp warp;
-    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 77, 2), 0) << "only 1 starts";
-    EXPECT_THAT(warp.slept_us, ElementsAre(500000));
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 0}));
-    EXPECT_EQ(host().takes_written(kTable),
-              written(kChannel, {line_record(0, 0, 10), line_record(1, 0, 11), line_record(2, 0, 12)}));
-    EXPECT_FALSE(camera_was_asked());
+TEST_F(Cruise, StartsOneLineInsteadOfAnotherAndStopsAll) {
+    const struct {
+        Bytes before;
+        uint32_t line;
+        int start;
+        std::vector<long> slept_us;
+        std::vector<int> after;
+        std::vector<CruiseLine> stored;  // a line that starts a second time, as it is sent
+    } cases[] = {
+        {three_lines(1, 0, 0),
+         1,
+         1,
+         {2000},
+         {0, 1, 0},
+         {line_record(0, 0, 10), line_record(1, 1, 11), line_record(1, 1, 11)}},
+        // Nobody ever stored this channel.
+        {Bytes(1170), 2, 1, {}, {0, 0, 1}, {line_record(2, 1), line_record(2, 1)}},
+        {three_lines(1, 1, 1),
+         77,
+         2,
+         {500000},
+         {0, 0, 0},
+         {line_record(0, 0, 10), line_record(1, 0, 11), line_record(2, 0, 12)}},
+        {Bytes(1170), 0, 0, {500000}, {0, 0, 0}, {line_record(0, 0), line_record(1, 0), line_record(2, 0)}},
+    };
+    for (const auto& row : cases) {
+        fill_table(kChannel, row.before);
+        const Timewarp warp;
+        const bool starts = row.start == 1;
+        const auto [result, requests] =
+            sends([&] { return Private_StartPtzCruiseLine(kChannel, row.line, row.start); }, starts ? 2 : 0);
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(warp.slept_us, row.slept_us);
+        EXPECT_EQ(flags(kChannel), row.after);
+        EXPECT_EQ(host().takes_written(kTable), written(kChannel, row.stored));
+        if (!starts) continue;
+        EXPECT_EQ(slice(requests[0].payload, 1, 2), (Bytes{static_cast<uint8_t>(row.line), 1}));
+        EXPECT_EQ(requests[1].bytes(), started(0x29, static_cast<uint8_t>(row.line)).bytes());
+    }
 }
 
 TEST_F(Cruise, SendsTheEnabledLineAgainAfterAReload) {

@@ -33,6 +33,13 @@ class Encoding : public SettingsTest {
   protected:
     Encoding() { std::memset(&scope_, 0xAA, sizeof scope_); }
 
+    int scope_of(const Message& answer) {
+        return runs([this] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); }, {answer}).result;
+    }
+    int records_of(const Message& answer, int (*get)(uint32_t, void*)) {
+        return runs([this, get] { return get(ip(), array_.data()); }, {answer}).result;
+    }
+
     Bytes array_ = repeated('u', 96 + 8);
     EncodingScope scope_;
 };
@@ -77,10 +84,7 @@ TEST_F(Encoding, FilesRecordsByTheirStreamType) {
         SCOPED_TRACE(i);
         array_ = repeated('u', 96 + 8);
         Capture capture;
-        EXPECT_EQ(
-            runs([&] { return Private_Protocol_GetEncodingProperty(ip(), array_.data()); }, {cases[i].answer})
-                .result,
-            cases[i].result);
+        EXPECT_EQ(records_of(cases[i].answer, Private_Protocol_GetEncodingProperty), cases[i].result);
         EXPECT_EQ(unnumbered(capture.out()), cases[i].lines);
         EXPECT_EQ(array_, cases[i].array + repeated('u', 8));
     }
@@ -89,15 +93,10 @@ TEST_F(Encoding, FilesRecordsByTheirStreamType) {
 TEST_F(Encoding, OnlyOneGetRefusesManyRecords) {
     const std::vector<Bytes> many(21, record(0));
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty(ip(), array_.data()); }, {records(many)})
-                  .result,
-              -1);
+    EXPECT_EQ(records_of(records(many), Private_Protocol_GetEncodingProperty), -1);
     EXPECT_EQ(capture.out(), kOperation + ":$$$$$$$$$$$$$$pCmd->ulBufferNum is illegal\n");
     EXPECT_EQ(array_, repeated('u', 96 + 8));
-    EXPECT_EQ(
-        runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), array_.data()); }, {records(many)})
-            .result,
-        0);
+    EXPECT_EQ(records_of(records(many), Private_Protocol_GetEncodingProperty1), 0);
 }
 
 TEST_F(Encoding, LooksAtNoMoreRecordsThanWereReceived) {
@@ -114,9 +113,8 @@ TEST_F(Encoding, LooksAtNoMoreRecordsThanWereReceived) {
         Bytes payload;
         while (payload.size() < row.received) payload = payload + record(9);
         Capture capture;
-        EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), array_.data()); },
-                       {announcing(kRecordsCode, {row.number, row.size}, payload)})
-                      .result,
+        EXPECT_EQ(records_of(announcing(kRecordsCode, {row.number, row.size}, payload),
+                             Private_Protocol_GetEncodingProperty1),
                   -1);
         EXPECT_EQ(occurrences(unnumbered(capture.out()), skip), row.looked_at) << row.number;
     }
@@ -168,10 +166,7 @@ TEST_F(Encoding, HasNoMaskForUnusableChannels) {
 // -- Scope.
 
 TEST_F(Encoding, ReadsAScope) {
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); },
-                   {scope_answer("H264:1x2;@H264:1x2,H265:3x4;")})
-                  .result,
-              0);
+    EXPECT_EQ(scope_of(scope_answer("H264:1x2;@H264:1x2,H265:3x4;")), 0);
     for (const EncodingScopeEntry& entry : scope_.entries) EXPECT_EQ(entry.ucCapability, 0x5C);
     EXPECT_EQ(scope_.entries[0].ulSizes, 1u);
     EXPECT_EQ(scope_.entries[2].slots[0].usWidth, 3);
@@ -183,8 +178,7 @@ TEST_F(Encoding, AScopeWithoutTextHasItsCapabilityOnly) {
     for (const Message& answer :
          {scope_answer(""), command(kScopeCode, {7, 0x5C}), command(kScopeCode, {7, 0x5C, 7})}) {
         std::memset(&scope_, 0xAA, sizeof scope_);
-        EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); }, {answer}).result,
-                  0);
+        EXPECT_EQ(scope_of(answer), 0);
         for (EncodingScopeEntry& entry : scope_.entries) {
             EXPECT_EQ(entry.ucCapability, 0x5C);
             entry.ucCapability = 0xAA;
@@ -196,10 +190,7 @@ TEST_F(Encoding, AScopeWithoutTextHasItsCapabilityOnly) {
 
 TEST_F(Encoding, FailsOnAScopeWhoseTextMakesNoSense) {
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); },
-                   {command(kScopeCode, repeated('Z', 4064))})
-                  .result,
-              -1);
+    EXPECT_EQ(scope_of(command(kScopeCode, repeated('Z', 4064))), -1);
     EXPECT_EQ(unnumbered(capture.out()),
               line("Parse_EncodingResolution",
                    "input resolution error   resolution is  :  " + std::string(1024, 'Z') + " \n") +
