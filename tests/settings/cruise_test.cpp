@@ -269,22 +269,7 @@ TEST_F(Cruise, StartsAnEnabledLineAndStopsAnother) {
     EXPECT_EQ(sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 2); }).result, 0);
 }
 
-TEST_F(Cruise, KeepsALineThatTheCameraDidNotGet) {
-    loses_camera();
-    const CruiseLine line = line_record(2, 1, 99);
-    Capture capture;
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(kChannel, &line, 1), -1);
-    EXPECT_EQ(table(kChannel, 2), bytes_of_line(line));
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line));
-    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 1, 1), 0);
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &line, 1), -1);
-    EXPECT_EQ(table(9, 2), Bytes(390));
-    EXPECT_THAT(unnumbered(capture.out()),
-                testing::EndsWith(lenswire::test::line("Private_SetPtzCruiseAllPreset",
-                                                       "DbMainMsgChannelInfo  get channel failed\n")));
-}
-
-TEST_F(Cruise, TellsWhichSendFailed) {
+TEST_F(Cruise, KeepsALineThatTheCameraDidNotGetAndSaysSo) {
     const CruiseLine enabled = line_record(2, 1);
     const CruiseLine disabled = line_record(2, 0);
     const auto reloads = [] {
@@ -309,7 +294,15 @@ TEST_F(Cruise, TellsWhichSendFailed) {
         warp.failing_send = row.failing;
         EXPECT_EQ(sends(row.call, static_cast<size_t>(row.failing - 1)).result, row.result);
         EXPECT_EQ(warp.failing_send, 0);
+        const FakeHost::Written stored = host().takes_written(kTable);
+        ASSERT_FALSE(stored.empty());
+        EXPECT_EQ(stored.back(), std::pair(uint32_t{kChannel}, table(kChannel, 2)));
     }
+    Capture capture;
+    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &enabled, 1), -1);
+    EXPECT_EQ(table(9, 2), Bytes(390));
+    EXPECT_EQ(unnumbered(capture.out()),
+              line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
 }
 
 TEST_F(Cruise, StartsOneLineInsteadOfAnotherAndStopsAll) {

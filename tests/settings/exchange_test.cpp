@@ -240,40 +240,27 @@ TEST_F(Gets, RefuseChannelsOutOfTheirRangeAndMissingArgumentsWithoutTakingASlot)
     EXPECT_FALSE(camera_was_asked());
 }
 
-TEST_F(Sets, SendTheRecordAsItIs) {
-    for (const Set& set : all_sets()) {
-        SCOPED_TRACE(set.name);
-        const Bytes record = pattern(set.number * set.size, set.code);
-        const auto [result, requests] = sends([&] { return set.call(ip(), record.data()); });
-        EXPECT_EQ(result, 0);
-        Message expected = announcing(set.code, {set.number, set.size}, record);
-        expected.login_id = kLoginId;
-        EXPECT_EQ(requests[0].bytes(), expected.bytes());
+TEST_F(Sets, SendTheRecordAsItIsOrSayWhyNot) {
+    for (const bool connected : {true, false}) {
+        if (!connected) loses_camera();
+        for (const Set& set : all_sets()) {
+            SCOPED_TRACE(set.name);
+            const Bytes record = pattern(set.number * set.size, set.code);
+            const std::string refused = line(set.name, set.refused);
+            const std::string not_sent = undelivered(ip()) + line(set.name, set.not_sent);
+            Message expected = announcing(set.code, {set.number, set.size}, record);
+            expected.login_id = kLoginId;
+            Capture capture;
+            EXPECT_EQ(set.call(0, record.data()), -1);
+            EXPECT_EQ(set.call(ip(), nullptr), -1);
+            const auto [result, requests] =
+                sends([&] { return set.call(ip(), record.data()); }, connected ? 1 : 0);
+            EXPECT_EQ(result, connected ? 0 : -1);
+            EXPECT_EQ(printed(capture), refused + refused + (connected ? "" : not_sent));
+            for (const Message& request : requests) EXPECT_EQ(request.bytes(), expected.bytes());
+        }
     }
     EXPECT_EQ(host().calls(Service::kMalloc), 0);
-}
-
-TEST_F(Sets, RefuseBadArguments) {
-    for (const Set& set : all_sets()) {
-        SCOPED_TRACE(set.name);
-        const Bytes record = pattern(set.number * set.size);
-        Capture capture;
-        EXPECT_EQ(set.call(0, record.data()), -1);
-        EXPECT_EQ(set.call(ip(), nullptr), -1);
-        EXPECT_EQ(printed(capture), line(set.name, set.refused) + line(set.name, set.refused));
-    }
-    EXPECT_FALSE(camera_was_asked());
-}
-
-TEST_F(Sets, FailWithoutAClient) {
-    loses_camera();
-    for (const Set& set : all_sets()) {
-        SCOPED_TRACE(set.name);
-        const Bytes record = pattern(set.number * set.size);
-        Capture capture;
-        EXPECT_EQ(set.call(ip(), record.data()), -1);
-        EXPECT_EQ(printed(capture), undelivered(ip()) + line(set.name, set.not_sent));
-    }
 }
 
 // -- Delivery with the configuration layer's attempts.
