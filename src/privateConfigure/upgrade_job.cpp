@@ -83,7 +83,7 @@ struct ChannelTable {
     ChannelTable& operator=(const ChannelTable&) = delete;
 
     void read() {
-        uint32_t all_channels = 250;
+        uint32_t all_channels = 250;  // the host's key for the whole table
         constexpr int kSize = kCount * sizeof(ChannelRecord);
         const int length =
             databaseOperate(kChannelTable, kRead, &all_channels, sizeof all_channels, records, kSize);

@@ -90,34 +90,31 @@ TEST_F(CruiseTable, KeepsWhatADatabaseDoesNotReturn) {
 TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
     const CruiseLine good = line_record(1, 1);
-    for (uint32_t channel : {64u, 65u, 0x80000000u, UINT32_MAX}) {
-        CruiseLine line = good;
-        EXPECT_EQ(Private_ptzInitCruiseInfo(channel), -1);
-        EXPECT_EQ(Private_Get_EnableFlagFromMemory(channel, 0), -1);
-        EXPECT_EQ(Get_Private_EnableFlagFromMemory(channel), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, 1, &good), -1);
-        EXPECT_EQ(Private_ChangeCruiseParamToDB(channel, &good), -1);
-        Private_ChangeCruiseLineEnableFlag(channel, 1, 1);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(channel, &good), -1);
-        EXPECT_EQ(Private_GetPtzCruiseAllPreset(channel, &line), -1);
-        EXPECT_EQ(Private_SetPtzCruiseAllPreset(channel, &good, 1), -1);
-        EXPECT_EQ(Private_GetPtzCruiseChannel(channel), -1);
-        EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 1), -1);
-        EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 0), -1);
-    }
-    for (int number : {3, 4, 128, 255}) {
+    for (const auto& [channel, number] : {std::pair{64u, 1u},
+                                          {65u, 1u},
+                                          {0x80000000u, 1u},
+                                          {UINT32_MAX, 1u},
+                                          {0u, 3u},
+                                          {0u, 4u},
+                                          {0u, 128u},
+                                          {0u, 255u}}) {
+        SCOPED_TRACE(testing::Message() << channel << " " << number);
         CruiseLine line = line_record(static_cast<uint8_t>(number), 1);
-        const auto as_line = static_cast<uint32_t>(number);
-        EXPECT_EQ(Private_Get_EnableFlagFromMemory(0, as_line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, 1, &line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &good), -1);
-        EXPECT_EQ(Private_ChangeCruiseParamToDB(0, &line), -1);
-        Private_ChangeCruiseLineEnableFlag(0, as_line, 1);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(0, &line), -1);
-        EXPECT_EQ(Private_GetPtzCruiseAllPreset(0, &line), -1);
-        EXPECT_EQ(Private_SetPtzCruiseAllPreset(0, &line, 1), -1);
-        EXPECT_EQ(Private_StartPtzCruiseLine(0, as_line, 1), -1);
+        EXPECT_EQ(Private_Get_EnableFlagFromMemory(channel, number), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, number, &line), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, 1, &line), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, number, &good), -1);
+        EXPECT_EQ(Private_ChangeCruiseParamToDB(channel, &line), -1);
+        Private_ChangeCruiseLineEnableFlag(channel, number, 1);
+        EXPECT_EQ(Private_ChangeCruiseParamToMemory(channel, &line), -1);
+        EXPECT_EQ(Private_GetPtzCruiseAllPreset(channel, &line), -1);
+        EXPECT_EQ(Private_SetPtzCruiseAllPreset(channel, &line, 1), -1);
+        EXPECT_EQ(Private_StartPtzCruiseLine(channel, number, 1), -1);
+        if (channel == 0) continue;
+        EXPECT_EQ(Private_ptzInitCruiseInfo(channel), -1);
+        EXPECT_EQ(Get_Private_EnableFlagFromMemory(channel), -1);
+        EXPECT_EQ(Private_GetPtzCruiseChannel(channel), -1);
+        EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 0), -1);
     }
     EXPECT_EQ(Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880), Bytes(74880));
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
