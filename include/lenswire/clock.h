@@ -46,9 +46,9 @@ LENSWIRE_API int Prv_SetIPCTimeDate(uint32_t ip, const void* record212);
  * carry, and names the time server. 0, or -1 for a null record. */
 LENSWIRE_API int Prv_TimInfoPacket(void* record212, int zoneMinutes);
 
-/* Sets the clock of a camera, a struct HostCameraRecord, from the recorder's clock and time zone: local time
- * less the offset of the zone text, completed as above, with the camera's index of the zone. A zone that the
- * host cannot tell is logged and does not stop it. 0 sent, -1 not. */
+/* Sets the clock of a camera, a struct HostCameraRecord, from the recorder's clock and time zone: local time,
+ * in the zone that TZ names by then, less the offset of the zone text, completed as above, with the camera's
+ * index of the zone. A zone that the host cannot tell is logged and does not stop it. 0 sent, -1 not. */
 LENSWIRE_API int Prv_SetIPCTimeAndDate(const void* camera);
 
 /* The half-hour index of a zone text: "GMT+08:00" is 40, "GMT-03:30" 17, "GMT" alone 0. -1 for a null text

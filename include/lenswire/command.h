@@ -48,8 +48,8 @@ LENSWIRE_API int PC_RecvCmd1(int sockFd, void* buf, int* pLen);
 extern LENSWIRE_API struct RecvSendSlot g_recvsendlist[128];
 extern LENSWIRE_API int32_t g_rs_num;
 
-/* Creates and destroys the table's lock. PC_InitCtx does the first; after the second no other function of
- * this family may be called. Both return the result of the pthread call and never block. */
+/* The table's lock is made with the library and stays until it is unloaded, so both have nothing to do and
+ * return 0. PC_InitCtx calls the first. */
 LENSWIRE_API int Prv_cmd_Init(void);
 LENSWIRE_API int Prv_cmd_Delectl(void);
 
@@ -64,10 +64,13 @@ LENSWIRE_API struct RecvSendSlot* Prv_PacketMsg(int cmd, int reserved, int attem
 
 /* Waits for the slot's answer, up to the given seconds. 0 when it is in slot->recvData (an answer
  * without payload leaves recvData as it was); -1 when the camera answered with an error state, nothing
- * came in time, or an argument is bad. Only the first answer counts. */
+ * came in time, or an argument is bad. Only the first answer counts. The time is that of the monotonic clock:
+ * setting the wall clock changes nothing. If that clock cannot be read, only an answer that is there counts.
+ */
 LENSWIRE_API int Prv_GetCond_Property(struct RecvSendSlot* slot, int seconds);
 
-/* Wake the slot's owner with success or with an error. 0, or -1 for a null slot. */
+/* Wake the slot's owner with success or with an error. 0, also when the slot has been posted to already and
+ * keeps that; -1 for a slot of the table that is not taken, or null. Callable from any thread. */
 LENSWIRE_API int cond_post(struct RecvSendSlot* slot);
 LENSWIRE_API int cond_post_error(struct RecvSendSlot* slot);
 
@@ -77,8 +80,9 @@ LENSWIRE_API int cond_post_error(struct RecvSendSlot* slot);
 LENSWIRE_API int prv_destroy_msg(struct RecvSendSlot* slot);
 
 /* Bring a received message to the slot that waits for it: as a success (0, or -1 when no slot waits), as
- * an error (always -1), or as its ucState says (0, or -1 for a null message or address). The message must be
- * whole, at most 4096 bytes. */
+ * an error (always -1), or as its ucState says (0, or -1 for a null message or address). Of the length that
+ * the header announces, 4096 bytes at most are read and copied; the caller vouches for those. The event loop
+ * hands on whole messages only. */
 LENSWIRE_API int Prv_CmdStaRgt(const void* message, uint32_t ip);
 LENSWIRE_API int Prv_CmdStaErr(const void* message, uint32_t ip);
 LENSWIRE_API int Private_Protocol_RecvProcess(const void* message, uint32_t ip);

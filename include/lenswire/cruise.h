@@ -107,8 +107,9 @@ LENSWIRE_API int Private_ChangeCruiseParamToMemory(uint32_t channel, const void*
 /* Sends a 980-byte struct CameraCruise to the camera at ip (network order). 0 sent, -1 not. */
 LENSWIRE_API int Private_PTZ_CRUISE(uint32_t ip, const void* record980);
 
-/* Reads one: ucPtzChannel and ucLineNo of the record name it, the answer replaces the record. Blocks up to
- * 10 s, after up to 5 s while no request slot is free. 0, or -1 with the record untouched. */
+/* Reads one: ucPtzChannel and ucLineNo of the record name it, the answer replaces the record; what an answer
+ * lacks is zero. Blocks up to 10 s, after up to 5 s while no request slot is free. 0, or -1 with the record
+ * untouched. */
 LENSWIRE_API int Private_PTZ_CRUISE_GET(uint32_t ip, void* record980);
 
 /* Reads the camera's version of the line that record390 names into it; memory and database stay. Blocks as

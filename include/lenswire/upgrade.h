@@ -3,8 +3,10 @@
  * Prv_ipc_upgrade asks every selected camera what it is, checks the file against that, and starts one
  * detached thread that uploads the file over a connection of its own per camera. The host polls the job
  * with Prv_ipc_upgrade_get_status; for each camera whose upgrade fails on its connection the job queues an
- * alarm. Before it unloads the library a host waits until every job's ulUsed is 0 and lets its thread,
- * which has nothing left to do but return, go.
+ * alarm. PC_UnInitCtx leaves the uploads alone. An unload of the library, and the end of the process, end
+ * them as UPGRADE_FAILED and without an alarm, and wait until the threads of all jobs have left the library:
+ * 1 s as a rule, 5 s at most while a service of the host blocks one. The host's signals are blocked in these
+ * threads.
  *
  * Limits: paths of 127 characters, file names of 63, fields and tokens of 31, 16 tokens; firmware names of
  * 63, chip and sensor names of 7. A text beyond its limit does not fit; nothing is cut to fit, and no text
@@ -33,7 +35,7 @@ extern "C" {
 
 enum UpgradeCameraState {
     UPGRADE_RUNNING = 1,   /* connected, upload running or answer awaited */
-    UPGRADE_FAILED = 2,    /* no connection, closed, refused by the camera, or 30 unexpected messages */
+    UPGRADE_FAILED = 2,    /* no connection, closed, refused by it, 30 unexpected messages, or unloaded */
     UPGRADE_TIMED_OUT = 3, /* no answer within the time */
     UPGRADE_DONE = 4       /* the camera took the file */
 };
@@ -111,7 +113,9 @@ LENSWIRE_API int Get_IPC_upgradeParam(int channel, char* path);
  * that ends at once. 0 with the thread's identity in *thread; -1 at the first camera whom the file does not
  * fit, when 64 jobs are running, without memory or thread, or for a null argument; -2 or -3 at the first
  * channel whose protocol number is 2 or 3. Only 0 starts anything. Blocks as Get_IPC_upgradeParam does,
- * once per camera. */
+ * once per camera. Needs 8 KB of the caller's stack, beside what the host's services need, and the C library
+ * for a line on standard error. Two threads should not ask one camera at once: the second one's query may
+ * wait in vain (command.h). */
 LENSWIRE_API int Prv_ipc_upgrade(const void* request192, pthread_t* thread);
 
 /* Copies the struct UpgradeJobStatus of that thread, running or ended, to out780. 0, or -1 when no record

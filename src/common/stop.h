@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -24,6 +25,13 @@ class RunningContext {
 
     const bool ran_ = runs();
 };
+
+// Sleeps a step at a time, until the context ends.
+inline void pause(const RunningContext& context, int milliseconds) {
+    for (int left = milliseconds; left > 0 && !context.ended(); left -= kStopStepMs) {
+        usleep(static_cast<useconds_t>(std::min(left, kStopStepMs)) * 1000);
+    }
+}
 
 enum class Ready { kReadable, kWritable };
 

@@ -17,27 +17,31 @@ namespace {
 
 // The request gives the record's size but carries no record.
 constexpr Row kGet{.operation = "Prv_GetTimeProperty",
-                   .command = LENSWIRE_CMD_TIME_GET,
-                   .size = LENSWIRE_TIME_SIZE,
-                   .number = 0,
-                   .no_answer_names_command = false};
+                   .wire = {.command = LENSWIRE_CMD_TIME_GET, .records = {LENSWIRE_TIME_SIZE, 0}},
+                   .wording = {.no_answer_names_command = false}};
 constexpr Row kSet{.operation = "Prv_SetIPCTimeDate",
-                   .command = LENSWIRE_CMD_TIME_SET,
-                   .size = LENSWIRE_TIME_SIZE,
-                   .refused = "input paramers error"};
+                   .wire = {.command = LENSWIRE_CMD_TIME_SET, .records = {LENSWIRE_TIME_SIZE}},
+                   .wording = {.refused = "input paramers error"}};
 
 constexpr char kTimeServer[] = "time.nist.gov";
 static_assert(sizeof kTimeServer == sizeof IpcTimeInfo::szNtpServer);
 
+static_assert(sizeof(time_t) == 8, "seconds in 32 bits end in 2038");
+
+// In an hour's byte -24, the first of those that stand for an hour before midnight; 24 makes them hours
+// again.
 constexpr int kFirstNegativeHour = 232;
 
-// The recorder's clock, shifted back by the zone's offset.
+// The recorder's clock, shifted back by the zone's offset: the camera adds the offset of its own zone. Hours
+// and minutes of a text may be any number.
 time_t shifted(time_t now, const ZoneText& zone) {
     const int64_t offset = zone.sign * (int64_t{3600} * zone.hours + int64_t{60} * zone.minutes);
     return static_cast<time_t>(now - offset);
 }
 
 IpcTimeInfo broken_down(time_t moment) {
+    // The host may have changed the process's zone; localtime_r alone need not look.
+    tzset();
     tm local{};
     localtime_r(&moment, &local);
     IpcTimeInfo info{};
@@ -50,6 +54,7 @@ IpcTimeInfo broken_down(time_t moment) {
     return info;
 }
 
+// The camera's correction of the hour. Neither the date nor an hour above 23 follows: cameras expect it so.
 uint8_t corrected_hour(uint8_t hour, int8_t zone_hours) {
     const auto sum = static_cast<uint8_t>(hour + zone_hours);
     return sum >= kFirstNegativeHour ? static_cast<uint8_t>(sum + 24) : sum;
@@ -81,7 +86,7 @@ int Prv_SetIPCTimeDate(uint32_t ip, const void* record212) {
 }
 
 int Prv_TimInfoPacket(void* record212, int zoneMinutes) {
-    if (record212 == nullptr) return -1;
+    if (record212 == nullptr) return exchange::refuse(__func__);
     auto info = wire::load<IpcTimeInfo>(record212);
     uint8_t hours = 0;
     uint8_t minutes = 0;
@@ -92,6 +97,7 @@ int Prv_TimInfoPacket(void* record212, int zoneMinutes) {
         info.ucTimeMode = 2;
     }
     info.reserved9[0] = 0;
+    // The minutes of the zone went off with the offset; they come on again here, without a carry.
     info.ucMinute = static_cast<uint8_t>(info.ucMinute + static_cast<unsigned>(zoneMinutes));
     std::memcpy(info.szNtpServer, kTimeServer, sizeof kTimeServer);
     wire::store(record212, info);
@@ -99,7 +105,10 @@ int Prv_TimInfoPacket(void* record212, int zoneMinutes) {
 }
 
 int Prv_SetIPCTimeAndDate(const void* camera) {
-    if (camera == nullptr) return exchange::refuse(kSet);
+    if (camera == nullptr) {
+        PRI_LOG("input paramers error\n");
+        return -1;
+    }
     const RecorderZone zone = recorder_zone(__func__);
     IpcTimeInfo info = broken_down(shifted(time(nullptr), zone.text));
     info.ucTimeZone = zone.index;
@@ -120,7 +129,7 @@ int TZ_Process(const char* zone) {
         return -1;
     }
     if (text.sign == 0) return 0;
-    // Unsigned: the hours of a text may be any number.
+    // Half hours from GMT-12:00 on; any minutes count as one. Unsigned: the hours may be any number.
     const unsigned half_hours = 2u * static_cast<unsigned>(text.hours) + (text.minutes != 0 ? 1 : 0);
     return static_cast<int>(text.sign > 0 ? 24u + half_hours : 24u - half_hours);
 }

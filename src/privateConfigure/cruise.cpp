@@ -18,14 +18,12 @@ using exchange::Row;
 namespace {
 
 constexpr Row kSet{.operation = "Private_PTZ_CRUISE",
-                   .command = LENSWIRE_CMD_CRUISE_SET,
-                   .size = LENSWIRE_CRUISE_SIZE,
-                   .refused = "IP  error"};
-constexpr Row kGet{.operation = "Private_PTZ_CRUISE_GET",
-                   .command = LENSWIRE_CMD_CRUISE_GET,
-                   .size = LENSWIRE_CRUISE_SIZE,
-                   .form = exchange::Form::kBare,
-                   .refused = "IP  error"};
+                   .wire = {.command = LENSWIRE_CMD_CRUISE_SET, .records = {LENSWIRE_CRUISE_SIZE}},
+                   .wording = {.refused = "IP  error"}};
+constexpr Row kGet{
+    .operation = "Private_PTZ_CRUISE_GET",
+    .wire = {.command = LENSWIRE_CMD_CRUISE_GET, .records = {LENSWIRE_CRUISE_SIZE}, .built_apart = true},
+    .wording = {.form = exchange::Form::kBare, .refused = "IP  error"}};
 
 constexpr int kRecordSize = sizeof(CruiseLine);
 constexpr int kStart = 1;
@@ -39,9 +37,10 @@ bool is_line(uint32_t channel, uint32_t line) {
     return channel < cruise::kChannels && line < cruise::kLines;
 }
 
-// A record handed in, copied; its line number is 255 when there is none.
-CruiseLine record_from(const void* record390) {
+// A record handed in, copied. When there is none that is logged, and its line number is 255.
+CruiseLine record_from(const char* operation, const void* record390) {
     if (record390 != nullptr) return wire::load<CruiseLine>(record390);
+    exchange::refuse(operation);
     CruiseLine none{};
     none.ucLineNo = UINT8_MAX;
     return none;
@@ -146,14 +145,14 @@ int Get_Private_EnableFlagFromMemory(uint32_t channel) {
 }
 
 int Private_ChangeCruiseLineParam(uint32_t channel, uint32_t line, const void* record390) {
-    const CruiseLine record = record_from(record390);
+    const CruiseLine record = record_from(__func__, record390);
     if (!is_line(channel, line) || !is_line(channel, record.ucLineNo)) return -1;
     cruise::store_line(channel, record);
     return 0;
 }
 
 int Private_ChangeCruiseParamToDB(uint32_t channel, const void* record390) {
-    const CruiseLine line = record_from(record390);
+    const CruiseLine line = record_from(__func__, record390);
     if (!is_line(channel, line.ucLineNo)) return -1;
     store_in_database(channel, line);
     return kRecordSize;
@@ -164,7 +163,7 @@ void Private_ChangeCruiseLineEnableFlag(uint32_t channel, uint32_t line, int fla
 }
 
 int Private_ChangeCruiseParamToMemory(uint32_t channel, const void* record390) {
-    const CruiseLine line = record_from(record390);
+    const CruiseLine line = record_from(__func__, record390);
     if (!is_line(channel, line.ucLineNo)) return -1;
     CruiseLine disabled;
     if (cruise::replace_line(channel, line, disabled)) store_in_database(channel, disabled);
@@ -178,15 +177,14 @@ int Private_PTZ_CRUISE(uint32_t ip, const void* record980) {
 
 int Private_PTZ_CRUISE_GET(uint32_t ip, void* record980) {
     if (ip == 0 || record980 == nullptr) return exchange::refuse(kGet);
-    exchange::Request request(kGet, static_cast<const void*>(record980));
-    exchange::Answer answer;
-    if (!exchange::fetch(kGet, request, 0, ip, answer)) return -1;
-    std::copy_n(answer.payload(), LENSWIRE_CRUISE_SIZE, static_cast<uint8_t*>(record980));
+    exchange::Message message(kGet, static_cast<const void*>(record980));
+    if (!exchange::fetch(kGet, ip, message)) return -1;
+    std::copy_n(message.payload(), LENSWIRE_CRUISE_SIZE, static_cast<uint8_t*>(record980));
     return 0;
 }
 
 int Private_GetPtzCruiseAllPreset(uint32_t channel, void* record390) {
-    const uint8_t line = record_from(record390).ucLineNo;
+    const uint8_t line = record_from(__func__, record390).ucLineNo;
     if (!is_line(channel, line)) return -1;
     CameraCruise cruise{};
     cruise.ucPtzChannel = ptz_channel_of(channel);
@@ -202,7 +200,7 @@ int Private_GetPtzCruiseAllPreset(uint32_t channel, void* record390) {
 }
 
 int Private_SetPtzCruiseAllPreset(uint32_t channel, const void* record390, int start) {
-    const CruiseLine line = record_from(record390);
+    const CruiseLine line = record_from(__func__, record390);
     if (!is_line(channel, line.ucLineNo)) return -1;
     const ChannelCamera camera = camera_of_channel(static_cast<int>(channel));
     if (!camera.known) {

@@ -15,69 +15,67 @@ using exchange::Row;
 namespace {
 
 constexpr Row kScope{.operation = "Private_Protocol_GetEncodingScope",
-                     .command = LENSWIRE_CMD_ENCODING_SCOPE,
-                     .size = LENSWIRE_ENCODING_SCOPE_SIZE,
-                     .sends_channel = true,
-                     .wait_s = 4,
-                     .not_sent_names_channel = true};
+                     .wire = {.command = LENSWIRE_CMD_ENCODING_SCOPE,
+                              .records = {LENSWIRE_ENCODING_SCOPE_SIZE},
+                              .sends_channel = true,
+                              .wait_s = 4},
+                     .wording = {.not_sent_names_channel = true}};
 constexpr Row kStreamType{.operation = "Private_Protocol_GetStreamType",
-                          .command = LENSWIRE_CMD_ENCODING_GET,
-                          .size = LENSWIRE_ENCODING_SIZE,
-                          .second_byte = LENSWIRE_ALL_STREAMS,
-                          .checks_flag = true};
+                          .wire = {.command = LENSWIRE_CMD_ENCODING_GET,
+                                   .records = {LENSWIRE_ENCODING_SIZE},
+                                   .second_byte = LENSWIRE_ALL_STREAMS,
+                                   .checks_flag = true}};
 constexpr Row kRecords{.operation = "Private_Protocol_GetEncodingProperty",
-                       .command = LENSWIRE_CMD_ENCODING_GET,
-                       .size = LENSWIRE_ENCODING_SIZE,
-                       .second_byte = LENSWIRE_ALL_STREAMS,
-                       .wait_s = 4,
-                       .checks_flag = true,
-                       .refused = "IP  error"};
+                       .wire = {.command = LENSWIRE_CMD_ENCODING_GET,
+                                .records = {LENSWIRE_ENCODING_SIZE},
+                                .second_byte = LENSWIRE_ALL_STREAMS,
+                                .checks_flag = true,
+                                .wait_s = 4},
+                       .wording = {.refused = "IP  error"}};
 constexpr Row kRecords1{.operation = "Private_Protocol_GetEncodingProperty1",
-                        .command = LENSWIRE_CMD_ENCODING_GET,
-                        .size = LENSWIRE_ENCODING_SIZE,
-                        .second_byte = LENSWIRE_ALL_STREAMS,
-                        .checks_flag = true};
+                        .wire = {.command = LENSWIRE_CMD_ENCODING_GET,
+                                 .records = {LENSWIRE_ENCODING_SIZE},
+                                 .second_byte = LENSWIRE_ALL_STREAMS,
+                                 .checks_flag = true}};
 // The two of Private_Protocol_GetEncodingPropert. A missing answer of either is told as one of the records.
-constexpr Row kBothScope{.operation = "Private_Protocol_GetEncodingPropert",
-                         .command = LENSWIRE_CMD_ENCODING_SCOPE,
-                         .size = LENSWIRE_ENCODING_SCOPE_SIZE,
-                         .sends_channel = true,
-                         .not_sent_names_channel = true,
-                         .named_command = LENSWIRE_CMD_ENCODING_GET};
+constexpr Row kBothScope{
+    .operation = "Private_Protocol_GetEncodingPropert",
+    .wire = {.command = LENSWIRE_CMD_ENCODING_SCOPE,
+             .records = {LENSWIRE_ENCODING_SCOPE_SIZE},
+             .sends_channel = true},
+    .wording = {.not_sent_names_channel = true, .named_command = LENSWIRE_CMD_ENCODING_GET}};
 constexpr Row kBothRecords{.operation = "Private_Protocol_GetEncodingPropert",
-                           .command = LENSWIRE_CMD_ENCODING_GET,
-                           .size = LENSWIRE_ENCODING_SIZE,
-                           .second_byte = LENSWIRE_ALL_STREAMS,
-                           .checks_flag = true};
-constexpr Row kRecordsSet{.operation = "Private_Protocol_SetEncodingProperty",
-                          .command = LENSWIRE_CMD_ENCODING_SET,
-                          .size = LENSWIRE_ENCODING_SIZE,
-                          .number = 3,
-                          .refused = "IP  error"};
+                           .wire = {.command = LENSWIRE_CMD_ENCODING_GET,
+                                    .records = {LENSWIRE_ENCODING_SIZE},
+                                    .second_byte = LENSWIRE_ALL_STREAMS,
+                                    .checks_flag = true}};
+constexpr Row kRecordsSet{
+    .operation = "Private_Protocol_SetEncodingProperty",
+    .wire = {.command = LENSWIRE_CMD_ENCODING_SET, .records = {LENSWIRE_ENCODING_SIZE, 3}},
+    .wording = {.refused = "IP  error"}};
 constexpr Row kFishGet{.operation = "Private_Fish_Protocol_GetEncodingProperty",
-                       .command = LENSWIRE_CMD_FISH_ENCODING_GET,
-                       .size = LENSWIRE_FISH_ENCODING_SIZE,
-                       .sends_channel = true,
-                       .wait_s = 4,
-                       .checks_flag = true,
-                       .refused = "IP  error"};
-constexpr Row kFishSet{.operation = "Private_Fish_Protocol_SetEncodingProperty",
-                       .command = LENSWIRE_CMD_FISH_ENCODING_SET,
-                       .size = LENSWIRE_FISH_ENCODING_SIZE,
-                       .number = 3,
-                       .refused = "IP  error"};
+                       .wire = {.command = LENSWIRE_CMD_FISH_ENCODING_GET,
+                                .records = {LENSWIRE_FISH_ENCODING_SIZE},
+                                .sends_channel = true,
+                                .checks_flag = true,
+                                .wait_s = 4},
+                       .wording = {.refused = "IP  error"}};
+constexpr Row kFishSet{
+    .operation = "Private_Fish_Protocol_SetEncodingProperty",
+    .wire = {.command = LENSWIRE_CMD_FISH_ENCODING_SET, .records = {LENSWIRE_FISH_ENCODING_SIZE, 3}},
+    .wording = {.refused = "IP  error"}};
 
 constexpr uint32_t kUnusableChannel = 255;
 constexpr uint32_t kRecordsMax = 20;  // that Private_Protocol_GetEncodingProperty accepts
 constexpr int kStreams = 3;
 constexpr int kFishCopyCountByte = 1;
 
-EncodingRecord record_at(const exchange::Answer& answer, uint32_t index) {
+EncodingRecord record_at(const exchange::Message& answer, uint32_t index) {
     return wire::load<EncodingRecord>(answer.payload() + index * sizeof(EncodingRecord));
 }
 
 // Fills in the scope from the answer; false after a line that says what failed.
-bool read_scope(const Row& row, exchange::Answer& answer, void* scope) {
+bool read_scope(const Row& row, exchange::Message& answer, void* scope) {
     // The text ends with the payload, whatever an earlier and longer answer left behind it.
     const auto payload = wire::payload(answer.bytes);
     std::fill(answer.bytes + ARG_HEAD_LEN + payload.size(), std::end(answer.bytes), uint8_t{0});
@@ -92,7 +90,7 @@ bool read_scope(const Row& row, exchange::Answer& answer, void* scope) {
 }
 
 // Files the answer's records; succeeds with two or more.
-int read_records(const Row& row, const exchange::Answer& answer, void* array96) {
+int read_records(const Row& row, const exchange::Message& answer, void* array96) {
     int filed = 0;
     const uint32_t count = answer.record_count(sizeof(EncodingRecord));
     for (uint32_t i = 0; i < count; ++i) {
@@ -108,7 +106,7 @@ int read_records(const Row& row, const exchange::Answer& answer, void* array96) 
     return -1;
 }
 
-uint32_t stream_mask(const exchange::Answer& answer) {
+uint32_t stream_mask(const exchange::Message& answer) {
     uint8_t mask = 0;
     const uint32_t count = answer.record_count(sizeof(EncodingRecord));
     for (uint32_t i = 0; i < count; ++i) {
@@ -123,10 +121,9 @@ uint32_t stream_mask(const exchange::Answer& answer) {
 
 int Private_Protocol_GetEncodingScope(int channel, uint32_t ip, void* scope) {
     if (channel < 0 || ip == 0 || scope == nullptr) return exchange::refuse(kScope);
-    exchange::Request request(kScope, channel);
-    exchange::Answer answer;
-    if (!exchange::fetch(kScope, request, channel, ip, answer)) return -1;
-    return read_scope(kScope, answer, scope) ? 0 : -1;
+    exchange::Message message(kScope, channel);
+    if (!exchange::fetch(kScope, ip, message)) return -1;
+    return read_scope(kScope, message, scope) ? 0 : -1;
 }
 
 uint32_t Private_Protocol_GetStreamType(int channel) {
@@ -139,9 +136,8 @@ uint32_t Private_Protocol_GetStreamType(int channel) {
         exchange::refuse(kStreamType);
         return kUnusableChannel;
     }
-    exchange::Request request(kStreamType, channel);
-    exchange::Answer answer;
-    return exchange::fetch(kStreamType, request, channel, camera.ip, answer) ? stream_mask(answer) : 0;
+    exchange::Message message(kStreamType);
+    return exchange::fetch(kStreamType, camera.ip, message) ? stream_mask(message) : 0;
 }
 
 int Prv_EncScopPasVal(void* scope, const void* payload) {
@@ -158,21 +154,19 @@ int Prv_EncScopPasVal(void* scope, const void* payload) {
 
 int Private_Protocol_GetEncodingProperty(uint32_t ip, void* array96) {
     if (ip == 0 || array96 == nullptr) return exchange::refuse(kRecords);
-    exchange::Request request(kRecords, 0);
-    exchange::Answer answer;
-    if (!exchange::fetch(kRecords, request, 0, ip, answer)) return -1;
-    if (answer.header().ulBufferNum > kRecordsMax) {
+    exchange::Message message(kRecords);
+    if (!exchange::fetch(kRecords, ip, message)) return -1;
+    if (message.header().ulBufferNum > kRecordsMax) {
         std::printf("%s:$$$$$$$$$$$$$$pCmd->ulBufferNum is illegal\n", kRecords.operation);
         return -1;
     }
-    return read_records(kRecords, answer, array96);
+    return read_records(kRecords, message, array96);
 }
 
 int Private_Protocol_GetEncodingProperty1(uint32_t ip, void* array96) {
-    exchange::Request request(kRecords1, 0);
-    exchange::Answer answer;
-    if (!exchange::fetch(kRecords1, request, 0, ip, answer)) return -1;
-    return read_records(kRecords1, answer, array96);
+    exchange::Message message(kRecords1);
+    if (!exchange::fetch(kRecords1, ip, message)) return -1;
+    return read_records(kRecords1, message, array96);
 }
 
 int Private_Protocol_GetEncodingPropert(int channel, uint32_t ip, void* scope, void* array96) {
@@ -182,15 +176,14 @@ int Private_Protocol_GetEncodingPropert(int channel, uint32_t ip, void* scope, v
     exchange::Pending records_pending(kBothRecords, ip);
     if (!records_pending) return -1;
 
-    exchange::Request scope_request(kBothScope, channel);
-    if (!scope_pending.send(scope_request, channel)) return -1;
-    exchange::Request records_request(kBothRecords, channel);
-    if (!records_pending.send(records_request, channel)) return -1;
+    exchange::Message message(kBothScope, channel);
+    if (!scope_pending.send(message)) return -1;
+    message = exchange::Message(kBothRecords);
+    if (!records_pending.send(message)) return -1;
 
-    exchange::Answer answer;
-    if (!scope_pending.receive(answer) || !read_scope(kBothScope, answer, scope)) return -1;
-    if (!records_pending.receive(answer)) return -1;
-    return read_records(kBothRecords, answer, array96);
+    if (!scope_pending.receive(message) || !read_scope(kBothScope, message, scope)) return -1;
+    if (!records_pending.receive(message)) return -1;
+    return read_records(kBothRecords, message, array96);
 }
 
 int Private_Protocol_SetEncodingProperty(uint32_t ip, const void* array96) {
@@ -198,7 +191,7 @@ int Private_Protocol_SetEncodingProperty(uint32_t ip, const void* array96) {
 }
 
 int Process_EncodingType(const void* record32, void* array96) {
-    if (record32 == nullptr || array96 == nullptr) return -1;
+    if (record32 == nullptr || array96 == nullptr) return exchange::refuse(__func__);
     const auto record = wire::load<EncodingRecord>(record32);
     if (record.ucStreamType >= kStreams) {
         PRI_LOG("encoding type error ucStreamType=%d\n", record.ucStreamType);
@@ -210,10 +203,9 @@ int Process_EncodingType(const void* record32, void* array96) {
 
 int Private_Fish_Protocol_GetEncodingProperty(uint32_t channel, uint32_t ip, void* array768) {
     if (ip == 0 || array768 == nullptr) return exchange::refuse(kFishGet);
-    exchange::Request request(kFishGet, static_cast<int>(channel));
-    exchange::Answer answer;
-    if (!exchange::fetch(kFishGet, request, static_cast<int>(channel), ip, answer)) return -1;
-    return Process_Fish_EncodingType(answer.payload(), array768);
+    exchange::Message message(kFishGet, static_cast<int>(channel));
+    if (!exchange::fetch(kFishGet, ip, message)) return -1;
+    return Process_Fish_EncodingType(message.payload(), array768);
 }
 
 int Process_Fish_EncodingType(const void* record256, void* array768) {

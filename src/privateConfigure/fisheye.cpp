@@ -18,31 +18,32 @@ using exchange::Row;
 namespace {
 
 constexpr Row kProperty{.operation = "Private_Fish_Protocol_EYE_PROPERTY",
-                        .command = LENSWIRE_CMD_FISH_PROPERTY_GET,
-                        .size = LENSWIRE_FISH_PROPERTY_SIZE,
-                        .sends_channel = true,
-                        .not_sent_names_channel = true};
+                        .wire = {.command = LENSWIRE_CMD_FISH_PROPERTY_GET,
+                                 .records = {LENSWIRE_FISH_PROPERTY_SIZE},
+                                 .sends_channel = true},
+                        .wording = {.not_sent_names_channel = true}};
 constexpr Row kPropertyWithoutLogin{.operation = "Private_Fish_Protocol_EYE_PROPERTY0",
-                                    .command = LENSWIRE_CMD_FISH_PROPERTY_GET,
-                                    .size = LENSWIRE_FISH_PROPERTY_SIZE,
-                                    .sends_channel = true};
+                                    .wire = {.command = LENSWIRE_CMD_FISH_PROPERTY_GET,
+                                             .records = {LENSWIRE_FISH_PROPERTY_SIZE},
+                                             .sends_channel = true}};
 
 constexpr int kConnectMs = 5000;
 constexpr int kAnswerMs = 3000;
 
-bool send_when_connected(const RunningContext& context, int fd, exchange::Request& request) {
+bool send_when_connected(const RunningContext& context, int fd, exchange::Message& request) {
     int length = static_cast<int>(request.whole().size());
     return wait_until_ready(context, fd, Ready::kWritable, kConnectMs) &&
            SK_SelectWaitWriteable(fd, 0) == 0 && PC_SendCmd(fd, request.bytes, &length) == 0;
 }
 
-bool receive(const RunningContext& context, int fd, int channel, exchange::Answer& answer) {
+bool receive(const RunningContext& context, int fd, exchange::Message& answer) {
     int length = sizeof answer.bytes;
     if (!wait_until_ready(context, fd, Ready::kReadable, kAnswerMs)) return false;
     if (PC_RecvCmd(fd, answer.bytes, &length) != 0) return false;
     const uint16_t command = answer.header().usCmd;
     if (command == LENSWIRE_CMD_FISH_PROPERTY_GET) return true;
-    std::printf("++++++++++++++[%d]PC_GetStream type:%d len:%d+++++++++++++++\n", channel, command, length);
+    std::printf("++++++++++++++[%d]PC_GetStream type:%d len:%d+++++++++++++++\n", answer.channel, command,
+                length);
     return false;
 }
 
@@ -75,10 +76,11 @@ int Private_Fish_Protocol_EYE_PROPERTY0(int channel, const char* ip, int port, v
     if (fd < 0) return -1;
     const ScopeExit closing([fd] { close(fd); });
 
-    exchange::Request request(kPropertyWithoutLogin, channel);
-    exchange::Answer answer{};
-    if (!send_when_connected(context, fd, request) || !receive(context, fd, channel, answer)) return -1;
-    std::memcpy(out64, answer.payload(), LENSWIRE_FISH_PROPERTY_SIZE);
+    exchange::Message message(kPropertyWithoutLogin, channel);
+    if (!send_when_connected(context, fd, message)) return -1;
+    std::memset(message.bytes, 0, sizeof message.bytes);
+    if (!receive(context, fd, message)) return -1;
+    std::memcpy(out64, message.payload(), LENSWIRE_FISH_PROPERTY_SIZE);
     return 0;
 }
 
@@ -88,7 +90,7 @@ int Private_Fish_Protocol_EYE_PROPERTY(int channel, uint32_t ip, void* out64) {
 
 int GetFishType(const void* camera, int type, int number, int flag) {
     uint8_t property[LENSWIRE_FISH_PROPERTY_SIZE];
-    if (camera == nullptr) return -1;
+    if (camera == nullptr) return exchange::refuse(__func__);
     const auto record = wire::load<HostCameraRecord>(camera);
     char ip[sizeof record.szIpAddr + 1] = {};
     std::memcpy(ip, record.szIpAddr, sizeof record.szIpAddr);
@@ -101,7 +103,7 @@ int GetFishType(const void* camera, int type, int number, int flag) {
 }
 
 int GetFiashEve(const void* camera, uint8_t* high, uint8_t* low) {
-    if (camera == nullptr || high == nullptr || low == nullptr) return -1;
+    if (camera == nullptr || high == nullptr || low == nullptr) return exchange::refuse(__func__);
     uint32_t channel = wire::load<HostCameraRecord>(camera).ucChannelNo;
     HostChannelRecord record{};
     const int result = databaseOperate(LENSWIRE_TABLE_CHANNELS, LENSWIRE_TABLE_READ, &channel, sizeof channel,

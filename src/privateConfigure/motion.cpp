@@ -16,20 +16,17 @@ using exchange::Row;
 
 namespace {
 
-constexpr Row kGet{.operation = "Prv_GetIPCMtionDetetionConfigure",
-                   .command = LENSWIRE_CMD_MOTION_GET,
-                   .size = LENSWIRE_MOTION_SIZE,
-                   .sends_channel = true,
-                   .no_answer_names_command = false};
-constexpr Row kSet{.operation = "Prv_SetIPCMtionDetetionConfigure",
-                   .command = LENSWIRE_CMD_MOTION_SET,
-                   .size = LENSWIRE_MOTION_SIZE,
-                   .attempts = 10,
-                   .refused = "input paramers error"};
+constexpr Row kGet{
+    .operation = "Prv_GetIPCMtionDetetionConfigure",
+    .wire = {.command = LENSWIRE_CMD_MOTION_GET, .records = {LENSWIRE_MOTION_SIZE}, .sends_channel = true},
+    .wording = {.no_answer_names_command = false}};
+constexpr Row kSet{
+    .operation = "Prv_SetIPCMtionDetetionConfigure",
+    .wire = {.command = LENSWIRE_CMD_MOTION_SET, .records = {LENSWIRE_MOTION_SIZE}, .attempts = 10},
+    .wording = {.refused = "input paramers error"}};
 constexpr Row kAlarmEx{.operation = "prv_set_alarm_property_ex",
-                       .command = LENSWIRE_CMD_ALARM_EX,
-                       .size = LENSWIRE_ALARM_EX_SIZE,
-                       .refused = "input error"};
+                       .wire = {.command = LENSWIRE_CMD_ALARM_EX, .records = {LENSWIRE_ALARM_EX_SIZE}},
+                       .wording = {.refused = "input error"}};
 
 // The host's channel ranges end at 64, one above the last channel that is scanned.
 constexpr uint32_t kLastChannel = 64;
@@ -79,7 +76,7 @@ int Prv_GetIPCMtionDetetionConfigure(uint32_t channel, uint32_t ip, void* out168
                 static_cast<int>(channel));
         return -1;
     }
-    return exchange::get(kGet, static_cast<int>(channel), ip, out168);
+    return exchange::fetch_record(kGet, static_cast<int>(channel), ip, out168);
 }
 
 int Prv_SetIPCMtionDetetionConfigure(uint32_t ip, const void* record168) {
@@ -166,14 +163,11 @@ int cmd_packet(void* cmd, int usCmd, int bufferNum, int bufferSize) {
 }
 
 int prv_set_alarm_property_ex(const char* ip, void* record560, int attempts) {
-    if (ip == nullptr || record560 == nullptr) {
-        exchange::report(kAlarmEx, "%s", kAlarmEx.refused);
-        return -1;
-    }
+    if (ip == nullptr || record560 == nullptr) return exchange::refuse(kAlarmEx);
     static_cast<uint8_t*>(record560)[1] = 1;
     Row row = kAlarmEx;
-    row.attempts = attempts;
-    exchange::Request request(row, record560);
+    row.wire.attempts = attempts;
+    exchange::Message request(row, record560);
     return exchange::send(row, inet_addr(ip), request);
 }
 

@@ -1,16 +1,15 @@
 #include "privateConfigure/pending_requests.h"
 
 #include <arpa/inet.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
 #include "common/lock.h"
 #include "common/log.h"
+#include "common/stop.h"
 #include "common/wire.h"
 #include "lenswire/host_services.h"
 
@@ -22,6 +21,7 @@ int32_t g_rs_num;
 namespace {
 
 constexpr int kSlots = 128;
+constexpr int kFullTablePauseMs = 1'000;  // a get of another thread takes about as long
 
 // g_recvsendlist_mutex guards g_recvsendlist, g_rs_num and the side table below, but for two things: each
 // slot's own mutex guards its ucPosted and ulErrFlag, and a slot that is taken but not yet ready belongs to
@@ -101,12 +101,19 @@ int post_to_owner(RecvSendSlot* slot, uint32_t error) {
     return post(slot, releases, error) ? 0 : -1;
 }
 
-timespec deadline_after(int seconds) {
-    constexpr int kLongestWait = 10'000'000;  // keeps the deadline within a 32-bit clock
-    seconds = std::min(seconds, kLongestWait);
-    timeval now;
-    gettimeofday(&now, nullptr);
-    return {.tv_sec = now.tv_sec + seconds, .tv_nsec = static_cast<long>(now.tv_usec) * 1000};
+// On the monotonic clock, which nobody sets. False when it cannot be read.
+bool deadline_after(int seconds, timespec& deadline) {
+    constexpr int kLongestWait = 10'000'000;  // keeps the deadline within the 32-bit clock of an old kernel
+    if (clock_gettime(CLOCK_MONOTONIC, &deadline) != 0) return false;
+    deadline.tv_sec += std::min(seconds, kLongestWait);
+    return true;
+}
+
+// Waits once. False at the deadline, and at once when it cannot be waited for until then.
+bool wait_for_post(RecvSendSlot* slot, int seconds) {
+    timespec deadline{};
+    return deadline_after(seconds, deadline) &&
+           pthread_cond_clockwait(&slot->cond, &slot->mutex, CLOCK_MONOTONIC, &deadline) == 0;
 }
 
 // Takes a free slot: its index, kSlots when none is free although the count allows one, or -1 when the
@@ -190,12 +197,13 @@ void copy_answer(RecvSendSlot* slot, std::span<uint8_t, MAX_CMD_SIZE> out) {
 
 }  // namespace lenswire::pending
 
+// The lock is made with the library and stays, since a late caller may be waiting for it.
 int Prv_cmd_Init(void) {
-    return pthread_mutex_init(&g_recvsendlist_mutex, nullptr);
+    return 0;
 }
 
 int Prv_cmd_Delectl(void) {
-    return pthread_mutex_destroy(&g_recvsendlist_mutex);
+    return 0;
 }
 
 RecvSendSlot* Init_Cond_Msg(int cmd, int reserved, uint32_t ip) {
@@ -221,11 +229,12 @@ RecvSendSlot* Prv_PacketMsg(int cmd, int reserved, int attempts, uint32_t ip) {
         PRI_LOG("input para error\n");
         return nullptr;
     }
+    const RunningContext context;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         RecvSendSlot* slot = Init_Cond_Msg(cmd, reserved, ip);
         if (slot == nullptr || is_slot(slot)) return slot;
         DUMP("###############please wait*********************");
-        sleep(1);
+        pause(context, kFullTablePauseMs);
     }
     PRI_LOG("###############cond init error time =%d\n", attempts);
     return nullptr;
@@ -238,13 +247,10 @@ int Prv_GetCond_Property(RecvSendSlot* slot, int seconds) {
     }
     Lock own(slot->mutex);
     while (slot->ucPosted == 0) {
-        const timespec deadline = deadline_after(seconds);
-        const int result = pthread_cond_timedwait(&slot->cond, &slot->mutex, &deadline);
-        if (result == ETIMEDOUT) {
-            own.unlock();
-            DUMP("pthread_cond_timedwait time out");
-            return -1;
-        }
+        if (wait_for_post(slot, seconds)) continue;
+        own.unlock();
+        DUMP("pthread_cond_timedwait time out");
+        return -1;
     }
     return slot->ulErrFlag == 1 ? -1 : 0;
 }
@@ -285,7 +291,7 @@ int Prv_CmdStaRgt(const void* message, uint32_t ip) {
     }
     const PrivateCmd header = wire::load_header(message);
     Lock table(g_recvsendlist_mutex);
-    const int index = wire::is_over_long(header) ? kSlots : find_waiting(header.usCmd, ip);
+    const int index = find_waiting(header.usCmd, ip);
     if (index == kSlots) {
         table.unlock();
         PRI_LOG("recv data  j=%d,pCmd->usCmd=%x,pCmd->ucState =%x,ip=%s\n", kSlots, header.usCmd,

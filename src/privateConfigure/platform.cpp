@@ -12,18 +12,16 @@ using exchange::Row;
 namespace {
 
 constexpr Row kPropertyBlock{.operation = "Prv_Get_IPC_PropertyParam",
-                             .command = LENSWIRE_CMD_PROPERTY_BLOCK,
-                             .size = LENSWIRE_PROPERTY_BLOCK_SIZE,
-                             .wait_s = 3,
-                             .checks_flag = true,
-                             .form = exchange::Form::kError,
-                             .not_sent = "Prv_Send_Cmd failed"};
+                             .wire = {.command = LENSWIRE_CMD_PROPERTY_BLOCK,
+                                      .records = {LENSWIRE_PROPERTY_BLOCK_SIZE},
+                                      .checks_flag = true,
+                                      .wait_s = 3},
+                             .wording = {.form = exchange::Form::kError, .not_sent = "Prv_Send_Cmd failed"}};
 constexpr Row kDeviceInfo{.operation = "Private_Protocol_GetPlatFormType",
-                          .command = LENSWIRE_CMD_DEVICE_INFO,
-                          .size = LENSWIRE_DEVICE_INFO_SIZE,
-                          .checks_flag = true,
-                          .form = exchange::Form::kBlankLine,
-                          .refused = "IP  error"};
+                          .wire = {.command = LENSWIRE_CMD_DEVICE_INFO,
+                                   .records = {LENSWIRE_DEVICE_INFO_SIZE},
+                                   .checks_flag = true},
+                          .wording = {.form = exchange::Form::kBlankLine, .refused = "IP  error"}};
 
 // Device types of the special platform family.
 constexpr uint8_t kFamily[] = {81,  130, 131, 132, 134, 135, 137, 138, 140, 141, 142, 143, 150, 151,
@@ -52,7 +50,8 @@ int Prv_Get_IPC_PropertyParam(int channel, void* out1024) {
         PRI_LOG("IP  error\n\n");
         return -1;
     }
-    return exchange::get(kPropertyBlock, 0, camera.ip, out1024);
+    return out1024 != nullptr ? exchange::fetch_record(kPropertyBlock, 0, camera.ip, out1024)
+                              : exchange::refuse(kPropertyBlock);
 }
 
 int Private_Protocol_GetPlatFormType(int channel) {

@@ -15,18 +15,14 @@ namespace {
 
 // The request is a header alone.
 constexpr Row kGet{.operation = "Private_PTZ_GET_Property",
-                   .command = LENSWIRE_CMD_PTZ_GET,
-                   .size = 0,
-                   .number = 0,
-                   .no_answer_names_command = false};
+                   .wire = {.command = LENSWIRE_CMD_PTZ_GET, .records = {0, 0}},
+                   .wording = {.no_answer_names_command = false}};
 constexpr Row kSet{.operation = "Private_PTZ_SET_Property",
-                   .command = LENSWIRE_CMD_PTZ_SET,
-                   .size = LENSWIRE_PTZ_SIZE,
-                   .refused = "IP  error"};
+                   .wire = {.command = LENSWIRE_CMD_PTZ_SET, .records = {LENSWIRE_PTZ_SIZE}},
+                   .wording = {.refused = "IP  error"}};
 constexpr Row kOption{.operation = "Private_PTZ_OPTION",
-                      .command = LENSWIRE_CMD_PTZ_OPTION,
-                      .size = LENSWIRE_PTZ_OPTION_SIZE,
-                      .refused = "IP  error"};
+                      .wire = {.command = LENSWIRE_CMD_PTZ_OPTION, .records = {LENSWIRE_PTZ_OPTION_SIZE}},
+                      .wording = {.refused = "IP  error"}};
 
 constexpr int kPresetDone = 4;
 
@@ -37,8 +33,9 @@ uint8_t fisheye_byte(uint32_t channel) {
     return record.ucFishEye;
 }
 
-int preset_operation(uint32_t channel, int operation, const uint16_t* preset) {
-    if (preset == nullptr) return -1;
+// The host counts presets from 1, the camera from 0 in one byte.
+int preset_operation(const char* name, uint32_t channel, int operation, const uint16_t* preset) {
+    if (preset == nullptr) return exchange::refuse(name);
     Private_PtzCmd(channel, operation, (*preset - 1) & 0xFF, 0);
     return kPresetDone;
 }
@@ -47,10 +44,9 @@ int preset_operation(uint32_t channel, int operation, const uint16_t* preset) {
 
 int Private_PTZ_GET_Property(uint32_t ip, void* out24) {
     if (ip == 0 || out24 == nullptr) return exchange::refuse(kGet);
-    exchange::Request request(kGet);
-    exchange::Answer answer;
-    if (!exchange::fetch(kGet, request, 0, ip, answer)) return -1;
-    std::memcpy(out24, answer.payload(), LENSWIRE_PTZ_SIZE);
+    exchange::Message message(kGet);
+    if (!exchange::fetch(kGet, ip, message)) return -1;
+    std::memcpy(out24, message.payload(), LENSWIRE_PTZ_SIZE);
     return 0;
 }
 
@@ -92,9 +88,9 @@ int Private_PtzCmd(uint32_t channel, int operation, int argument, int secondArgu
 }
 
 int Private_SetPreset(uint32_t channel, const uint16_t* preset) {
-    return preset_operation(channel, LENSWIRE_PTZ_SET_PRESET, preset);
+    return preset_operation(__func__, channel, LENSWIRE_PTZ_SET_PRESET, preset);
 }
 
 int Private_RecallPreset(uint32_t channel, const uint16_t* preset) {
-    return preset_operation(channel, LENSWIRE_PTZ_GOTO_PRESET, preset);
+    return preset_operation(__func__, channel, LENSWIRE_PTZ_GOTO_PRESET, preset);
 }

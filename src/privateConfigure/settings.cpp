@@ -9,47 +9,41 @@ using exchange::Row;
 namespace {
 
 constexpr Row kImageGet{.operation = "Prv_GetIPCImageProperty",
-                        .command = LENSWIRE_CMD_IMAGE_GET,
-                        .size = LENSWIRE_IMAGE_SIZE,
-                        .sends_channel = true,
-                        .second_byte = LENSWIRE_ALL_STREAMS};
+                        .wire = {.command = LENSWIRE_CMD_IMAGE_GET,
+                                 .records = {LENSWIRE_IMAGE_SIZE},
+                                 .sends_channel = true,
+                                 .second_byte = LENSWIRE_ALL_STREAMS}};
 constexpr Row kImageSet{.operation = "Prv_SetIPCImageProperty",
-                        .command = LENSWIRE_CMD_IMAGE_SET,
-                        .size = LENSWIRE_IMAGE_SIZE,
-                        .refused = "input paramers error"};
-constexpr Row kNetworkGet{.operation = "Prv_GetIPCNetworkProperty",
-                          .command = LENSWIRE_CMD_NETWORK_GET,
-                          .size = LENSWIRE_NETWORK_SIZE,
-                          .sends_channel = true,
-                          .no_answer_names_command = false};
-constexpr Row kOsdGet{.operation = "Prv_GetIPCOSD",
-                      .command = LENSWIRE_CMD_OSD_GET,
-                      .size = LENSWIRE_OSD_SIZE,
-                      .sends_channel = true,
-                      .no_answer_names_command = false};
+                        .wire = {.command = LENSWIRE_CMD_IMAGE_SET, .records = {LENSWIRE_IMAGE_SIZE}},
+                        .wording = {.refused = "input paramers error"}};
+constexpr Row kNetworkGet{
+    .operation = "Prv_GetIPCNetworkProperty",
+    .wire = {.command = LENSWIRE_CMD_NETWORK_GET, .records = {LENSWIRE_NETWORK_SIZE}, .sends_channel = true},
+    .wording = {.no_answer_names_command = false}};
+constexpr Row kOsdGet{
+    .operation = "Prv_GetIPCOSD",
+    .wire = {.command = LENSWIRE_CMD_OSD_GET, .records = {LENSWIRE_OSD_SIZE}, .sends_channel = true},
+    .wording = {.no_answer_names_command = false}};
 constexpr Row kOsdSet{.operation = "Prv_SetIPCOSD",
-                      .command = LENSWIRE_CMD_OSD_SET,
-                      .size = LENSWIRE_OSD_SIZE,
-                      .refused = "input paramers error"};
-constexpr Row kWifiGet{
-    .operation = "Prv_GetWifiSignal", .command = LENSWIRE_CMD_WIFI_GET, .size = LENSWIRE_WIFI_SIZE};
-constexpr Row kCoverGet{.operation = "Prv_GetVideoCover",
-                        .command = LENSWIRE_CMD_COVER_GET,
-                        .size = LENSWIRE_COVER_SIZE,
-                        .sends_channel = true,
-                        .no_answer_names_command = false};
-constexpr Row kCoverSet{.operation = "Prv_SetVideoCover",
-                        .command = LENSWIRE_CMD_COVER_SET,
-                        .size = LENSWIRE_COVER_SIZE,
-                        .attempts = 10,
-                        .refused = "Prv_SetVideoCover input paramers error",
-                        .not_sent = "Prv_SetVideoCover Prv_Send_Cmd failed"};
+                      .wire = {.command = LENSWIRE_CMD_OSD_SET, .records = {LENSWIRE_OSD_SIZE}},
+                      .wording = {.refused = "input paramers error"}};
+constexpr Row kWifiGet{.operation = "Prv_GetWifiSignal",
+                       .wire = {.command = LENSWIRE_CMD_WIFI_GET, .records = {LENSWIRE_WIFI_SIZE}}};
+constexpr Row kCoverGet{
+    .operation = "Prv_GetVideoCover",
+    .wire = {.command = LENSWIRE_CMD_COVER_GET, .records = {LENSWIRE_COVER_SIZE}, .sends_channel = true},
+    .wording = {.no_answer_names_command = false}};
+constexpr Row kCoverSet{
+    .operation = "Prv_SetVideoCover",
+    .wire = {.command = LENSWIRE_CMD_COVER_SET, .records = {LENSWIRE_COVER_SIZE}, .attempts = 10},
+    .wording = {.refused = "Prv_SetVideoCover input paramers error",
+                .not_sent = "Prv_SetVideoCover Prv_Send_Cmd failed"}};
 constexpr Row kSmartIFrameSet{.operation = "Prv_SetSmartIFrame",
-                              .command = LENSWIRE_CMD_SMART_IFRAME_SET,
-                              .size = LENSWIRE_SMART_IFRAME_SIZE,
-                              .attempts = 10,
-                              .refused = "Prv_SetSmartIFrame input paramers error",
-                              .not_sent = "Prv_SetSmartIFrame Prv_Send_Cmd failed"};
+                              .wire = {.command = LENSWIRE_CMD_SMART_IFRAME_SET,
+                                       .records = {LENSWIRE_SMART_IFRAME_SIZE},
+                                       .attempts = 10},
+                              .wording = {.refused = "Prv_SetSmartIFrame input paramers error",
+                                          .not_sent = "Prv_SetSmartIFrame Prv_Send_Cmd failed"}};
 
 constexpr uint32_t kLastCoverChannel = 64;
 
@@ -81,7 +75,7 @@ int Prv_GetWifiSignal(int channel, uint32_t ip, void* out626) {
                 static_cast<unsigned>(reinterpret_cast<uintptr_t>(out626)));
         return -1;
     }
-    return exchange::get(kWifiGet, channel, ip, out626);
+    return exchange::fetch_record(kWifiGet, channel, ip, out626);
 }
 
 int Prv_GetVideoCover(uint32_t channel, uint32_t ip, void* out204) {
@@ -90,7 +84,7 @@ int Prv_GetVideoCover(uint32_t channel, uint32_t ip, void* out204) {
                 static_cast<int>(ip), out204, static_cast<int>(channel));
         return -1;
     }
-    return exchange::get(kCoverGet, static_cast<int>(channel), ip, out204);
+    return exchange::fetch_record(kCoverGet, static_cast<int>(channel), ip, out204);
 }
 
 int Prv_SetVideoCover(int, uint32_t ip, const void* record204) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "common/log.h"
+#include "common/printable.h"
 #include "common/wire.h"
 #include "lenswire/command.h"
 #include "pteClient/waits.h"
@@ -98,9 +99,8 @@ int PC_RecvCmd(int sockFd, void* pCmd, int* pLen) {
         return refuse(pLen);
     }
     if (head != ARG_HEAD_LEN) {
-        FILE_LOG("************ len is ARG_HEAD_LEN != len : %d, sock : %d, buf : %.*s\n\n",
-                 static_cast<int>(head), sockFd, static_cast<int>(head),
-                 reinterpret_cast<const char*>(bytes));
+        FILE_LOG("************ len is ARG_HEAD_LEN != len : %d, sock : %d, buf : %s\n\n",
+                 static_cast<int>(head), sockFd, Printable({bytes, static_cast<size_t>(head)}).text());
         return refuse(pLen);
     }
     const PrivateCmd header = wire::load_header(bytes);
@@ -125,9 +125,9 @@ int PC_RecvCmd(int sockFd, void* pCmd, int* pLen) {
     if (body != static_cast<ssize_t>(expected)) {
         PRIVATE_LOG(
             "PC_RecvCmd  len=%d,*pLen=%d,pCmd->ulBufferNum*pCmd->ulBufferSize=%lu sock : %d  errno : %d "
-            "pBuff : %.*s\n",
+            "pBuff : %s\n",
             static_cast<int>(body), *pLen, static_cast<unsigned long>(expected), sockFd, error,
-            static_cast<int>(body > 0 ? body : 0), reinterpret_cast<const char*>(bytes + ARG_HEAD_LEN));
+            Printable({bytes + ARG_HEAD_LEN, static_cast<size_t>(body > 0 ? body : 0)}).text());
         return refuse(pLen);
     }
     *pLen = static_cast<int>(ARG_HEAD_LEN + expected);

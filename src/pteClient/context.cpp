@@ -1,9 +1,9 @@
 // Start and end: the tables first, then the threads that work on them; at the end the other way round.
 #include <pthread.h>
-#include <signal.h>
 #include <atomic>
 #include <cstdio>
 
+#include "common/host_signals.h"
 #include "common/shared_word.h"
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
@@ -43,18 +43,11 @@ Worker g_workers[] = {
 
 std::atomic<bool> g_ctx_inited;
 
-// The host's signals go to the host's threads: a new thread inherits what is blocked. Those that a thread
-// brings on itself stay, for the host's crash handler.
 bool start(Worker& worker, const pthread_attr_t& attributes) {
-    sigset_t blocked, before;
-    sigfillset(&blocked);
-    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
-        sigdelset(&blocked, own);
     if (worker.wake_up != nullptr) worker.wake_up->open();
     store_word(worker.run_switch, uint8_t{1});
-    pthread_sigmask(SIG_SETMASK, &blocked, &before);
+    const HostSignalsBlocked blocked;
     worker.started = pthread_create(&worker.thread, &attributes, worker.main, nullptr) == 0;
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (!worker.started && worker.wake_up != nullptr) worker.wake_up->close();
     return worker.started;
 }

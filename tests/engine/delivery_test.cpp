@@ -115,12 +115,9 @@ TEST_F(Delivery, BadArgumentsAndOverLongMessagesAreRefused) {
     EXPECT_EQ(Prv_Send_Cmd(kCamera, nullptr, buffer.data(), 1), -1);
     EXPECT_EQ(Prv_Send_Cmd(kCamera, buffer.data(), nullptr, 1), -1);
     EXPECT_EQ(occurrences(capture.out(), ": input paramer error\n"), 3);
-    Message message = command(0x1005, pattern(64));
-    for (const auto& [number, size] : {std::pair{1u, 4065u}, {1u, 0xFFFFFFE0u}, {0xFFFFu, 0xFFFFu}}) {
-        message.buffer_num = number;
-        message.buffer_size = size;
-        buffer = in_buffer(message);
-        EXPECT_EQ(delivers(buffer), -1) << number << " x " << size;
+    for (const Product& product : kOverLong) {
+        buffer = in_buffer(announcing(0x1005, product, pattern(64)));
+        EXPECT_EQ(delivers(buffer), -1) << product.number << " x " << product.size;
     }
     EXPECT_FALSE(pair.theirs().has_bytes());
 }

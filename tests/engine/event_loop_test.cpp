@@ -18,13 +18,6 @@ Message motion(uint8_t state) {
     return command(0x0009, {0, 0, state});
 }
 
-Message announcing(uint16_t code, uint32_t number, uint32_t size, Bytes payload = {}) {
-    Message message = command(code, std::move(payload));
-    message.buffer_num = number;
-    message.buffer_size = size;
-    return message;
-}
-
 std::vector<int> motion_states() {
     std::vector<int> states;
     for (const MotionCall& call : host().motion_calls()) states.push_back(call.status);
@@ -71,7 +64,7 @@ TEST_F(EventLoopByHand, AMessageCutAtAnyByteIsDispatchedOnce) {
 }
 
 TEST_F(EventLoopByHand, MessagesOfOneReadAreDispatchedInOrder) {
-    receives(motion(1).bytes() + motion(0).bytes() + announcing(0x0009, 3, 1, {0, 0, 1}).bytes() +
+    receives(motion(1).bytes() + motion(0).bytes() + announcing(0x0009, {3, 1}, {0, 0, 1}).bytes() +
              slice(motion(2).bytes(), 0, 33));
     EXPECT_THAT(motion_states(), ElementsAre(1, 0, 1));
     receives(slice(motion(2).bytes(), 33, 2));
@@ -120,17 +113,12 @@ TEST_F(EventLoopByHand, AMessageOf4096BytesPassesAnd4097DropTheRead) {
 
     const uint32_t address = camera_.address();
     char expected[200];
-    const struct {
-        uint32_t number;
-        uint32_t size;
-    } over_long[] = {{1, 4065},       {4065, 1},       {1, 0xFFFFFFE0},
-                     {1, 0xFFFFFFFF}, {1, 0xFFFFFFDF}, {0xFFFF, 0xFFFF}};
-    for (const auto& row : over_long) {
+    for (const Product& row : kOverLong) {
         // Whole messages before the bad one go with it, and so do kept bytes.
         receives(slice(motion(3).bytes(), 0, 10));
         Capture capture;
         receives(slice(motion(3).bytes(), 10, 100) + motion(4).bytes() +
-                 announcing(0x0009, row.number, row.size, {0, 0, 5}).bytes());
+                 announcing(0x0009, row, {0, 0, 5}).bytes());
         EXPECT_EQ(client_->ulRecvRemainLen, 0u);
         EXPECT_EQ(occurrences(capture.err(), "(max cmd size is 4096)\n"), 1);
         if (row.size == 4065) {
@@ -147,7 +135,7 @@ TEST_F(EventLoopByHand, AMessageOf4096BytesPassesAnd4097DropTheRead) {
 
 // A product that wraps to nothing is a message without payload, as everywhere.
 TEST_F(EventLoopByHand, AProductThatWrapsToNothingIsAHeaderAlone) {
-    receives(announcing(0x0006, 0x10000, 0x10000).bytes() + motion(1).bytes());
+    receives(announcing(0x0006, {0x10000, 0x10000}).bytes() + motion(1).bytes());
     EXPECT_THAT(motion_states(), ElementsAre(1));
 }
 

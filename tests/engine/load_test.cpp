@@ -94,5 +94,24 @@ TEST(LoadingAndUnloading, TwentyTimesLeavesNothing) {
     EXPECT_EQ(open_descriptors(), descriptors + 4);
 }
 
+// The thread of a job has still to return when its record is free.
+TEST(LoadingAndUnloading, WaitsForTheThreadOfAnUpgrade) {
+    host().reset();
+    Capture capture;
+    for (int round = 0; round < 100; ++round) {
+        Library library;
+        const UpgradeRequest request{};
+        UpgradeJobStatus status{.ulUsed = 1, .ulThreadId = 0, .ulCameraCount = 0, .camera = {}};
+        pthread_t job;
+        ASSERT_EQ(CALL(library, Prv_ipc_upgrade, &request, &job), 0);
+        // Every other round does not even wait for the record.
+        while (round % 2 == 0 && status.ulUsed == 1) {
+            ASSERT_EQ(CALL(library, Prv_ipc_upgrade_get_status, job, &status), 0);
+        }
+        library.unload();
+        ASSERT_FALSE(is_mapped()) << "round " << round;
+    }
+}
+
 }  // namespace
 }  // namespace lenswire::test

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <future>
 #include <thread>
 
 #include "engine/engine.h"
@@ -249,20 +250,38 @@ TEST_F(PendingRequests, BadArgumentsAreRefused) {
     prv_destroy_msg(slot);
 }
 
-// A header may announce any product; what it announces beyond a whole message is never copied.
-TEST_F(PendingRequests, AnOverLongAnswerIsNotDelivered) {
-    const struct {
-        uint32_t number;
-        uint32_t size;
-    } cases[] = {{1, 4065}, {4065, 1}, {1, 0xFFFFFFE0}, {1, 0xFFFFFFFF}, {0xFFFF, 0xFFFF}, {2, 0x7FFFFFFF}};
-    for (const auto& row : cases) {
+// A context that stops ends every request that waits, and passes over the slots that are free.
+TEST_F(PendingRequests, AnErrorMayBePostedToEverySlot) {
+    RecvSendSlot* answered = Init_Cond_Msg(kCommand, 0, kCamera);
+    RecvSendSlot* released = Init_Cond_Msg(kCommand, 0, kCamera);
+    RecvSendSlot* waiting = Init_Cond_Msg(kCommand, 0, kCamera);
+    prv_destroy_msg(released);
+    EXPECT_EQ(receive(command(kCommand)), 0);
+    std::future<int> result =
+        std::async(std::launch::async, [&] { return Prv_GetCond_Property(waiting, 20); });
+    Capture capture;
+    for (RecvSendSlot& slot : g_recvsendlist) {
+        const bool taken = &slot == answered || &slot == waiting;
+        EXPECT_EQ(cond_post_error(&slot), taken ? 0 : -1);
+        EXPECT_EQ(cond_post(&slot), taken ? 0 : -1);
+    }
+    EXPECT_EQ(result.get(), -1);
+    EXPECT_EQ(posted(answered), 0) << "the first answer counts";
+    EXPECT_EQ(capture.out(), "");
+    EXPECT_EQ(cond_post(kTableFull), -1);
+    prv_destroy_msg(answered);
+    prv_destroy_msg(waiting);
+    EXPECT_EQ(released->ucPosted, 0);
+}
+
+// A header may announce any product; of what it announces a whole message is read and no more.
+TEST_F(PendingRequests, AnOverLongAnswerIsCutToAWholeMessage) {
+    for (const Product& product : kOverLong) {
         RecvSendSlot* slot = Init_Cond_Msg(kCommand, 0, kCamera);
-        Message answer = command(kCommand, pattern(4064));
-        answer.buffer_num = row.number;
-        answer.buffer_size = row.size;
-        receive(answer);
-        EXPECT_EQ(posted(slot), -1) << row.number << " x " << row.size;
-        EXPECT_EQ(content(slot), Bytes(4096)) << row.number << " x " << row.size;
+        const Bytes answer = announcing(kCommand, product, pattern(4064)).bytes();
+        EXPECT_EQ(Prv_CmdStaRgt(answer.data(), kCamera), 0);
+        EXPECT_EQ(posted(slot), 0) << product.number << " x " << product.size;
+        EXPECT_EQ(content(slot), answer);
         prv_destroy_msg(slot);
     }
 }

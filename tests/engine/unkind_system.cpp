@@ -1,22 +1,19 @@
 #include "engine/unkind_system.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <ctime>
 
+#include "support/interpose.h"
+
 namespace lenswire::test {
 namespace {
-
-template <typename Function>
-Function real(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 // The test's own thread is the process's first.
 bool spared() {
@@ -43,7 +40,7 @@ extern "C" {
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
-    static const auto real_select = real<Select>("select");
+    static const auto real_select = REAL_TIMED(Select, select);
     const bool short_wait = timeout != nullptr && timeout->tv_sec == 0 && timeout->tv_usec == 1000;
     if (unkind().endless_waits && short_wait && !spared()) timeout = nullptr;
     return real_select(count, readable, writable, exceptional, timeout);
@@ -59,13 +56,13 @@ int prctl(int option, ...) {
         return fail_with(EPERM);
     }
     using Prctl = int (*)(int, unsigned long, unsigned long, unsigned long, unsigned long);
-    static const auto real_prctl = real<Prctl>("prctl");
+    static const auto real_prctl = REAL(Prctl, prctl);
     return real_prctl(option, argument, 0, 0, 0);
 }
 
 ssize_t recv(int fd, void* buffer, size_t length, int flags) {
     using Recv = ssize_t (*)(int, void*, size_t, int);
-    static const auto real_recv = real<Recv>("recv");
+    static const auto real_recv = REAL(Recv, recv);
     if (fd >= 0 && fd < 1024) ++unkind().received_from[fd];
     if (const int error = spared() ? 0 : unkind().recv_error.exchange(0); error != 0) return fail_with(error);
     const ssize_t received = real_recv(fd, buffer, length, flags);
@@ -77,37 +74,23 @@ ssize_t recv(int fd, void* buffer, size_t length, int flags) {
     return received;
 }
 
-// The library's name for fcntl, on every platform.
-int fcntl64(int fd, int command, ...) {
+int fcntl(int fd, int command, ...) {
     va_list list;
     va_start(list, command);
     const long argument = va_arg(list, long);
     va_end(list);
     if (command == F_SETFL && unkind().blocking_only) return fail_with(EPERM);
-    using Fcntl = int (*)(int, int, long);
-    static const auto real_fcntl = real<Fcntl>("fcntl64");
-    return real_fcntl(fd, command, argument);
+#ifdef SYS_fcntl64
+    return static_cast<int>(syscall(SYS_fcntl64, fd, command, argument));
+#else
+    return static_cast<int>(syscall(SYS_fcntl, fd, command, argument));
+#endif
 }
-}
-
-namespace {
-
-// Under both names of the call: where time has 32 bits by default, the library asks for 64.
-template <typename Moment>
-int read_clock(const char* name, clockid_t clock, Moment* now) {
-    if (clock == CLOCK_MONOTONIC && unkind().stopped_clock && !spared()) return fail_with(EINVAL);
-    return real<int (*)(clockid_t, Moment*)>(name)(clock, now);
-}
-
-}  // namespace
-
-extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
-    return read_clock("clock_gettime", clock, now);
-}
-
-int __clock_gettime64(clockid_t clock, void* now) {
-    return read_clock("__clock_gettime64", clock, now);
+    if (clock == CLOCK_MONOTONIC && unkind().stopped_clock && !spared()) return fail_with(EINVAL);
+    using ClockGettime = int (*)(clockid_t, timespec*);
+    static const auto real_clock_gettime = REAL_TIMED(ClockGettime, clock_gettime);
+    return real_clock_gettime(clock, now);
 }
 }

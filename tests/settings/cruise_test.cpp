@@ -8,9 +8,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr int kTable = 62;
 constexpr uint16_t kOption = 0x0020;
 constexpr uint16_t kSetLine = 0x0025;
@@ -37,6 +34,13 @@ Bytes three_lines(uint8_t enabled0, uint8_t enabled1, uint8_t enabled2) {
 Bytes table(size_t channel, size_t line) {
     const uint8_t* start = gp_private_ptzCruise + channel * 1170 + line * 390;
     return Bytes(start, start + 390);
+}
+
+// What was written to the database for a channel, line by line.
+FakeHost::Written written(uint32_t channel, const std::vector<CruiseLine>& lines) {
+    FakeHost::Written written;
+    for (const CruiseLine& line : lines) written.emplace_back(channel, bytes_of_line(line));
+    return written;
 }
 
 void fill_table(int channel, const Bytes& lines) {
@@ -86,40 +90,32 @@ TEST_F(CruiseTable, KeepsWhatADatabaseDoesNotReturn) {
 TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
     const CruiseLine good = line_record(1, 1);
-    for (uint32_t channel : {64u, 65u, 0x80000000u, UINT32_MAX}) {
-        CruiseLine line = good;
-        EXPECT_EQ(Private_ptzInitCruiseInfo(channel), -1);
-        EXPECT_EQ(Private_Get_EnableFlagFromMemory(channel, 0), -1);
-        EXPECT_EQ(Get_Private_EnableFlagFromMemory(channel), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, 1, &good), -1);
-        EXPECT_EQ(Private_ChangeCruiseParamToDB(channel, &good), -1);
-        Private_ChangeCruiseLineEnableFlag(channel, 1, 1);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(channel, &good), -1);
+    for (const auto& [channel, number] : {std::pair{64u, 1u},
+                                          {65u, 1u},
+                                          {0x80000000u, 1u},
+                                          {UINT32_MAX, 1u},
+                                          {0u, 3u},
+                                          {0u, 4u},
+                                          {0u, 128u},
+                                          {0u, 255u}}) {
+        SCOPED_TRACE(testing::Message() << channel << " " << number);
+        CruiseLine line = line_record(static_cast<uint8_t>(number), 1);
+        EXPECT_EQ(Private_Get_EnableFlagFromMemory(channel, number), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, number, &line), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, 1, &line), -1);
+        EXPECT_EQ(Private_ChangeCruiseLineParam(channel, number, &good), -1);
+        EXPECT_EQ(Private_ChangeCruiseParamToDB(channel, &line), -1);
+        Private_ChangeCruiseLineEnableFlag(channel, number, 1);
+        EXPECT_EQ(Private_ChangeCruiseParamToMemory(channel, &line), -1);
         EXPECT_EQ(Private_GetPtzCruiseAllPreset(channel, &line), -1);
-        EXPECT_EQ(Private_SetPtzCruiseAllPreset(channel, &good, 1), -1);
+        EXPECT_EQ(Private_SetPtzCruiseAllPreset(channel, &line, 1), -1);
+        EXPECT_EQ(Private_StartPtzCruiseLine(channel, number, 1), -1);
+        if (channel == 0) continue;
+        EXPECT_EQ(Private_ptzInitCruiseInfo(channel), -1);
+        EXPECT_EQ(Get_Private_EnableFlagFromMemory(channel), -1);
         EXPECT_EQ(Private_GetPtzCruiseChannel(channel), -1);
-        EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 1), -1);
         EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 0), -1);
     }
-    for (int number : {3, 4, 128, 255}) {
-        CruiseLine line = line_record(static_cast<uint8_t>(number), 1);
-        const auto as_line = static_cast<uint32_t>(number);
-        EXPECT_EQ(Private_Get_EnableFlagFromMemory(0, as_line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, 1, &line), -1);
-        EXPECT_EQ(Private_ChangeCruiseLineParam(0, as_line, &good), -1);
-        EXPECT_EQ(Private_ChangeCruiseParamToDB(0, &line), -1);
-        Private_ChangeCruiseLineEnableFlag(0, as_line, 1);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(0, &line), -1);
-        EXPECT_EQ(Private_GetPtzCruiseAllPreset(0, &line), -1);
-        EXPECT_EQ(Private_SetPtzCruiseAllPreset(0, &line, 1), -1);
-        EXPECT_EQ(Private_StartPtzCruiseLine(0, as_line, 1), -1);
-    }
-    EXPECT_EQ(Private_ChangeCruiseLineParam(0, 0, nullptr), -1);
-    EXPECT_EQ(Private_ChangeCruiseParamToDB(0, nullptr), -1);
-    EXPECT_EQ(Private_ChangeCruiseParamToMemory(0, nullptr), -1);
-    EXPECT_EQ(Private_GetPtzCruiseAllPreset(0, nullptr), -1);
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(0, nullptr, 1), -1);
     EXPECT_EQ(Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880), Bytes(74880));
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }
@@ -142,23 +138,28 @@ TEST_F(CruiseTable, AnEditKeepsOneLineEnabled) {
         Bytes before;
         CruiseLine edit;
         std::vector<int> after;
-        int stored;
+        std::vector<CruiseLine> disabled = {};  // and stored before the edited one
     } cases[] = {
-        {three_lines(1, 0, 0), line_record(2, 1, 99), {0, 0, 1}, 2},
-        {three_lines(0, 1, 0), line_record(0, 0, 99), {0, 1, 0}, 1},
-        {three_lines(0, 1, 0), line_record(1, 1, 99), {0, 1, 0}, 1},
-        {three_lines(0, 1, 0), line_record(1, 0, 99), {0, 0, 0}, 1},
-        {three_lines(0, 0, 0), line_record(1, 1, 99), {0, 1, 0}, 1},
-        {three_lines(0, 3, 0), line_record(2, 7, 99), {0, 0, 7}, 2},
+        {three_lines(1, 0, 0), line_record(2, 1, 99), {0, 0, 1}, {line_record(0, 0, 10)}},
+        {three_lines(0, 1, 0), line_record(0, 0, 99), {0, 1, 0}},
+        {three_lines(0, 1, 0), line_record(1, 1, 99), {0, 1, 0}},
+        {three_lines(0, 1, 0), line_record(1, 0, 99), {0, 0, 0}},
+        {three_lines(0, 0, 0), line_record(1, 1, 99), {0, 1, 0}},
+        {three_lines(0, 3, 0), line_record(2, 7, 99), {0, 0, 7}, {line_record(1, 0, 11)}},
+        // A line is stored under its number, whatever stood in its place.
+        {Bytes(390) + bytes_of_line(line_record(9, 1, 11)) + Bytes(390),
+         line_record(0, 1),
+         {1, 0, 0},
+         {line_record(1, 0, 11)}},
     };
     for (const auto& row : cases) {
         fill_table(7, row.before);
-        const int stored = host().database_calls(kTable, 1);
         EXPECT_EQ(Private_ChangeCruiseParamToMemory(7, &row.edit), 0);
         EXPECT_EQ(flags(7), row.after);
         EXPECT_EQ(table(7, row.edit.ucLineNo), bytes_of_line(row.edit));
-        EXPECT_EQ(host().database_calls(kTable, 1), stored + row.stored);
-        EXPECT_EQ(host().record(kTable, 7), bytes_of_line(row.edit)) << "the edited line is stored last";
+        std::vector<CruiseLine> stored = row.disabled;
+        stored.push_back(row.edit);
+        EXPECT_EQ(host().takes_written(kTable), written(7, stored));
     }
     EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &cases[0].edit), 390);
     EXPECT_EQ(host().record(kTable, 8), bytes_of_line(cases[0].edit));
@@ -248,7 +249,7 @@ TEST_F(Cruise, SendsTheUsedPointsOfALineInTheirPlaces) {
         EXPECT_EQ(requests[0].command, kSetLine);
         EXPECT_EQ(requests[0].payload, expected);
         EXPECT_EQ(table(kChannel, 1), bytes_of_line(line));
-        EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line));
+        EXPECT_EQ(host().takes_written(kTable), written(kChannel, {line}));
     }
 }
 
@@ -265,54 +266,81 @@ TEST_F(Cruise, StartsAnEnabledLineAndStopsAnother) {
     EXPECT_EQ(sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 2); }).result, 0);
 }
 
-TEST_F(Cruise, KeepsALineThatTheCameraDidNotGet) {
-    loses_camera();
-    const CruiseLine line = line_record(2, 1, 99);
+TEST_F(Cruise, KeepsALineThatTheCameraDidNotGetAndSaysSo) {
+    const CruiseLine enabled = line_record(2, 1);
+    const CruiseLine disabled = line_record(2, 0);
+    const auto reloads = [] {
+        host().has_record(kTable, kChannel, three_lines(0, 0, 1));
+        return Private_GetPtzCruiseChannel(kChannel);
+    };
+    const struct {
+        std::function<int()> call;
+        int failing;  // the first send is the line's, the second the operation's
+        int result = -1;
+    } cases[] = {
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 1},
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 2},
+        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &disabled, 1); }, 2},
+        {reloads, 1},
+        {reloads, 2},
+        {[] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2, 0},
+    };
+    for (const auto& row : cases) {
+        Capture quiet;
+        Timewarp warp;
+        warp.failing_send = row.failing;
+        EXPECT_EQ(sends(row.call, static_cast<size_t>(row.failing - 1)).result, row.result);
+        EXPECT_EQ(warp.failing_send, 0);
+        const FakeHost::Written stored = host().takes_written(kTable);
+        ASSERT_FALSE(stored.empty());
+        EXPECT_EQ(stored.back(), std::pair(uint32_t{kChannel}, table(kChannel, 2)));
+    }
     Capture capture;
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(kChannel, &line, 1), -1);
-    EXPECT_EQ(table(kChannel, 2), bytes_of_line(line));
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line));
-    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 1, 1), 0);
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &line, 1), -1);
+    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &enabled, 1), -1);
     EXPECT_EQ(table(9, 2), Bytes(390));
-    EXPECT_THAT(unnumbered(capture.out()),
-                testing::EndsWith(lenswire::test::line("Private_SetPtzCruiseAllPreset",
-                                                       "DbMainMsgChannelInfo  get channel failed\n")));
+    EXPECT_EQ(unnumbered(capture.out()),
+              line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
 }
 
-TEST_F(Cruise, StartingALineStopsTheOneThatRan) {
-    fill_table(kChannel, three_lines(1, 0, 0));
-    const Timewarp warp;
-    const auto [result, requests] = sends([] { return Private_StartPtzCruiseLine(kChannel, 1, 1); }, 2);
-    EXPECT_EQ(result, 0);
-    EXPECT_THAT(warp.slept_us, ElementsAre(2000));
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 1, 0}));
-    EXPECT_EQ(requests[0].payload[1], 1);
-    EXPECT_EQ(requests[0].payload[2], 1);
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 1).bytes());
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(1, 1, 11)));
-    EXPECT_EQ(host().database_calls(kTable, 1), 3) << "line 0 disabled, line 1 enabled, line 1 as sent";
-}
-
-TEST_F(Cruise, StartsALineThatNobodyEverStored) {
-    EXPECT_EQ(Private_ptzCruiseInit(), 0);
-    const Timewarp warp;
-    const auto requests = sends([] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2).requests;
-    EXPECT_THAT(warp.slept_us, IsEmpty());
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 1}));
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(2, 1)));
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 2).bytes());
-}
-
-TEST_F(Cruise, StoppingDisablesEveryLineAndSendsNothing) {
-    fill_table(kChannel, three_lines(1, 1, 1));
-    const Timewarp warp;
-    EXPECT_EQ(Private_StartPtzCruiseLine(kChannel, 77, 0), 0);
-    EXPECT_THAT(warp.slept_us, ElementsAre(500000));
-    EXPECT_EQ(flags(kChannel), (std::vector{0, 0, 0}));
-    EXPECT_EQ(host().database_calls(kTable, 1), 3);
-    EXPECT_EQ(host().record(kTable, kChannel), bytes_of_line(line_record(2, 0, 12)));
-    EXPECT_FALSE(camera_was_asked());
+TEST_F(Cruise, StartsOneLineInsteadOfAnotherAndStopsAll) {
+    const struct {
+        Bytes before;
+        uint32_t line;
+        int start;
+        std::vector<long> slept_us;
+        std::vector<int> after;
+        std::vector<CruiseLine> stored;  // a line that starts a second time, as it is sent
+    } cases[] = {
+        {three_lines(1, 0, 0),
+         1,
+         1,
+         {2000},
+         {0, 1, 0},
+         {line_record(0, 0, 10), line_record(1, 1, 11), line_record(1, 1, 11)}},
+        // Nobody ever stored this channel.
+        {Bytes(1170), 2, 1, {}, {0, 0, 1}, {line_record(2, 1), line_record(2, 1)}},
+        {three_lines(1, 1, 1),
+         77,
+         2,
+         {500000},
+         {0, 0, 0},
+         {line_record(0, 0, 10), line_record(1, 0, 11), line_record(2, 0, 12)}},
+        {Bytes(1170), 0, 0, {500000}, {0, 0, 0}, {line_record(0, 0), line_record(1, 0), line_record(2, 0)}},
+    };
+    for (const auto& row : cases) {
+        fill_table(kChannel, row.before);
+        const Timewarp warp;
+        const bool starts = row.start == 1;
+        const auto [result, requests] =
+            sends([&] { return Private_StartPtzCruiseLine(kChannel, row.line, row.start); }, starts ? 2 : 0);
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(warp.slept_us, row.slept_us);
+        EXPECT_EQ(flags(kChannel), row.after);
+        EXPECT_EQ(host().takes_written(kTable), written(kChannel, row.stored));
+        if (!starts) continue;
+        EXPECT_EQ(slice(requests[0].payload, 1, 2), (Bytes{static_cast<uint8_t>(row.line), 1}));
+        EXPECT_EQ(requests[1].bytes(), started(0x29, static_cast<uint8_t>(row.line)).bytes());
+    }
 }
 
 TEST_F(Cruise, SendsTheEnabledLineAgainAfterAReload) {

@@ -22,7 +22,7 @@ Bytes record(uint8_t type, uint8_t flag = 0) {
 Message records(const std::vector<Bytes>& list) {
     Bytes payload;
     for (const Bytes& one : list) payload = payload + one;
-    return claiming(kRecordsCode, static_cast<uint32_t>(list.size()), 32, payload);
+    return announcing(kRecordsCode, {static_cast<uint32_t>(list.size()), 32}, payload);
 }
 
 Message scope_answer(const std::string& text) {
@@ -32,6 +32,13 @@ Message scope_answer(const std::string& text) {
 class Encoding : public SettingsTest {
   protected:
     Encoding() { std::memset(&scope_, 0xAA, sizeof scope_); }
+
+    int scope_of(const Message& answer) {
+        return runs([this] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); }, {answer}).result;
+    }
+    int records_of(const Message& answer, int (*get)(uint32_t, void*)) {
+        return runs([this, get] { return get(ip(), array_.data()); }, {answer}).result;
+    }
 
     Bytes array_ = repeated('u', 96 + 8);
     EncodingScope scope_;
@@ -67,20 +74,17 @@ TEST_F(Encoding, FilesRecordsByTheirStreamType) {
         // The request is all that the buffer then holds.
         {records({}), -1, skipped(0x33) + filed_only(0), none + none + none},
         // Counts above what was received, and products that wrap.
-        {claiming(kRecordsCode, 20, 5, record(0) + record(1) + record(2) + Bytes(4)), 0, "",
+        {announcing(kRecordsCode, {20, 5}, record(0) + record(1) + record(2) + Bytes(4)), 0, "",
          record(0) + record(1) + record(2)},
-        {claiming(kRecordsCode, 4, 16, record(0) + record(1)), 0, "", record(0) + record(1) + none},
-        {claiming(kRecordsCode, 2, 16, record(0)), -1, filed_only(1), record(0) + none + none},
-        {claiming(kRecordsCode, 20, 1, pattern(20)), -1, filed_only(0), none + none + none},
+        {announcing(kRecordsCode, {4, 16}, record(0) + record(1)), 0, "", record(0) + record(1) + none},
+        {announcing(kRecordsCode, {2, 16}, record(0)), -1, filed_only(1), record(0) + none + none},
+        {announcing(kRecordsCode, {20, 1}, pattern(20)), -1, filed_only(0), none + none + none},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);
         array_ = repeated('u', 96 + 8);
         Capture capture;
-        EXPECT_EQ(
-            runs([&] { return Private_Protocol_GetEncodingProperty(ip(), array_.data()); }, {cases[i].answer})
-                .result,
-            cases[i].result);
+        EXPECT_EQ(records_of(cases[i].answer, Private_Protocol_GetEncodingProperty), cases[i].result);
         EXPECT_EQ(unnumbered(capture.out()), cases[i].lines);
         EXPECT_EQ(array_, cases[i].array + repeated('u', 8));
     }
@@ -89,15 +93,10 @@ TEST_F(Encoding, FilesRecordsByTheirStreamType) {
 TEST_F(Encoding, OnlyOneGetRefusesManyRecords) {
     const std::vector<Bytes> many(21, record(0));
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty(ip(), array_.data()); }, {records(many)})
-                  .result,
-              -1);
+    EXPECT_EQ(records_of(records(many), Private_Protocol_GetEncodingProperty), -1);
     EXPECT_EQ(capture.out(), kOperation + ":$$$$$$$$$$$$$$pCmd->ulBufferNum is illegal\n");
     EXPECT_EQ(array_, repeated('u', 96 + 8));
-    EXPECT_EQ(
-        runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), array_.data()); }, {records(many)})
-            .result,
-        0);
+    EXPECT_EQ(records_of(records(many), Private_Protocol_GetEncodingProperty1), 0);
 }
 
 TEST_F(Encoding, LooksAtNoMoreRecordsThanWereReceived) {
@@ -114,14 +113,12 @@ TEST_F(Encoding, LooksAtNoMoreRecordsThanWereReceived) {
         Bytes payload;
         while (payload.size() < row.received) payload = payload + record(9);
         Capture capture;
-        EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), array_.data()); },
-                       {claiming(kRecordsCode, row.number, row.size, payload)})
-                      .result,
+        EXPECT_EQ(records_of(announcing(kRecordsCode, {row.number, row.size}, payload),
+                             Private_Protocol_GetEncodingProperty1),
                   -1);
         EXPECT_EQ(occurrences(unnumbered(capture.out()), skip), row.looked_at) << row.number;
     }
     Capture quiet;
-    EXPECT_EQ(Process_EncodingType(nullptr, array_.data()), -1);
     EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingProperty1(ip(), nullptr); },
                    {records({record(0), record(1)})})
                   .result,
@@ -169,10 +166,7 @@ TEST_F(Encoding, HasNoMaskForUnusableChannels) {
 // -- Scope.
 
 TEST_F(Encoding, ReadsAScope) {
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); },
-                   {scope_answer("H264:1x2;@H264:1x2,H265:3x4;")})
-                  .result,
-              0);
+    EXPECT_EQ(scope_of(scope_answer("H264:1x2;@H264:1x2,H265:3x4;")), 0);
     for (const EncodingScopeEntry& entry : scope_.entries) EXPECT_EQ(entry.ucCapability, 0x5C);
     EXPECT_EQ(scope_.entries[0].ulSizes, 1u);
     EXPECT_EQ(scope_.entries[2].slots[0].usWidth, 3);
@@ -184,8 +178,7 @@ TEST_F(Encoding, AScopeWithoutTextHasItsCapabilityOnly) {
     for (const Message& answer :
          {scope_answer(""), command(kScopeCode, {7, 0x5C}), command(kScopeCode, {7, 0x5C, 7})}) {
         std::memset(&scope_, 0xAA, sizeof scope_);
-        EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); }, {answer}).result,
-                  0);
+        EXPECT_EQ(scope_of(answer), 0);
         for (EncodingScopeEntry& entry : scope_.entries) {
             EXPECT_EQ(entry.ucCapability, 0x5C);
             entry.ucCapability = 0xAA;
@@ -197,10 +190,7 @@ TEST_F(Encoding, AScopeWithoutTextHasItsCapabilityOnly) {
 
 TEST_F(Encoding, FailsOnAScopeWhoseTextMakesNoSense) {
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); },
-                   {command(kScopeCode, repeated('Z', 4064))})
-                  .result,
-              -1);
+    EXPECT_EQ(scope_of(command(kScopeCode, repeated('Z', 4064))), -1);
     EXPECT_EQ(unnumbered(capture.out()),
               line("Parse_EncodingResolution",
                    "input resolution error   resolution is  :  " + std::string(1024, 'Z') + " \n") +
@@ -269,8 +259,11 @@ TEST_F(Encoding, GivesBothSlotsBackWhateverFails) {
         EXPECT_EQ(g_rs_num, 0);
     }
     EXPECT_FALSE(camera_was_asked());
-    loses_camera();
     Capture capture;
+    const Timewarp warp;
+    EXPECT_EQ(Private_Protocol_GetEncodingPropert(0, ip(), &scope_, array_.data()), -1);
+    EXPECT_THAT(warp.waited_s, testing::ElementsAre(10)) << "for the scope";
+    loses_camera();
     EXPECT_EQ(Private_Protocol_GetEncodingPropert(261, ip(), &scope_, array_.data()), -1);
     EXPECT_THAT(unnumbered(capture.out()),
                 testing::EndsWith(line(name, " Prv_Send_Cmd failed channel : 261\n")));
@@ -310,7 +303,7 @@ TEST_F(Encoding, CopiesAFisheyeRecordAsOftenAsItSaysButNotMoreThanItFits) {
         Bytes array = repeated('u', 768 + 8);
         // Later records are not read, and the count of them does not matter.
         EXPECT_EQ(runs([&] { return Private_Fish_Protocol_GetEncodingProperty(0, ip(), array.data()); },
-                       {claiming(0x1061, 3, 256, one + pattern(512, 5))})
+                       {announcing(0x1061, {3, 256}, one + pattern(512, 5))})
                       .result,
                   0);
         for (int i = 0; i < 3; ++i) {

@@ -33,7 +33,7 @@ Get& Get::refusing(const std::string& text) {
 }
 
 Get& Get::header_only(uint32_t size) {
-    request = claiming(code, 0, size, {});
+    request = announcing(code, {0, size}, {});
     request.login_id = kLoginId;
     return *this;
 }
@@ -111,7 +111,8 @@ const std::vector<Get>& all_gets() {
             .naming_the_channel(),
         // The caller's record goes out; in these tests it is full of 'u'.
         Get("Private_PTZ_CRUISE_GET", 0x26, 980, repeated('u', 980), CALL(Private_PTZ_CRUISE_GET(ip, out)))
-            .without_prefix(),
+            .without_prefix()
+            .apart(),
         Get("Prv_Get_IPC_PropertyParam", 0x2012, 1024, {}, CALL(Prv_Get_IPC_PropertyParam(kChannel, out)))
             .on_error_output()
             .waiting(3),

@@ -21,6 +21,7 @@ struct Get {
     Message request;
     Call call;
     size_t copied;  // bytes of an answer that land in out as they stand; 0 when more is done with it
+    bool built_apart = false;  // an answer without payload leaves zeros
     int wait_s = 10;
     int failure = -1;
     // What is printed, line ends and all.
@@ -44,6 +45,7 @@ struct Get {
     Get& with_blank_lines();
     Get& on_error_output();
     Get& without_prefix();
+    Get& apart() { return built_apart = true, *this; }
 };
 
 // A set; its record is number x size bytes of payload as they stand.

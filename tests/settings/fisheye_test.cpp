@@ -65,23 +65,14 @@ TEST_F(Fisheye, TellsItsPropertyWithoutALogin) {
 }
 
 TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
-    const struct {
-        Bytes answer;
-        std::string line;
-    } cases[] = {
-        {command(0x1064, pattern(64)).bytes(),
-         "++++++++++++++[259]PC_GetStream type:4196 len:96+++++++++++++++\n"},
-        {{}, ""},
-    };
-    for (const auto& row : cases) {
+    const Message other = command(0x1064, pattern(64));
+    for (const Bytes& bad : {other.bytes(), Bytes(), announcing(0x1063, {1, 64}, {1, 2, 3}).bytes(),
+                             announcing(0x1063, {2, 0x7FFFFFF0}).bytes(), Bytes{1, 2, 3}}) {
         Capture capture;
-        EXPECT_EQ(gets(row.answer), -1);
-        EXPECT_EQ(capture.out(), row.line);
-    }
-    Capture quiet;
-    for (const Bytes& bad : {claiming(0x1063, 1, 64, {1, 2, 3}).bytes(),
-                             claiming(0x1063, 2, 0x7FFFFFF0, {}).bytes(), Bytes{1, 2, 3}}) {
         EXPECT_EQ(gets(bad), -1);
+        EXPECT_EQ(
+            occurrences(capture.out(), "++++++++++++++[259]PC_GetStream type:4196 len:96+++++++++++++++\n"),
+            bad == other.bytes() ? 1 : 0);
     }
     EXPECT_EQ(out_, repeated('u', 64));
 }
@@ -117,11 +108,6 @@ TEST_F(Fisheye, NeedsAnAddressThatAnswers) {
     Capture capture;
     EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", refused, out_.data()), -1);
     EXPECT_EQ(capture.out(), "");
-    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(-1, "127.0.0.1", 1, out_.data()), -1);
-    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, nullptr, 1, out_.data()), -1);
-    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", 1, nullptr), -1);
-    const std::string refusal = line("Private_Fish_Protocol_EYE_PROPERTY0", "parameter pass error!");
-    EXPECT_EQ(unnumbered(capture.out()), refusal + refusal + refusal);
     EXPECT_EQ(out_, repeated('u', 64));
 }
 
@@ -155,7 +141,6 @@ TEST_F(Fisheye, HasNoTypeWhenItDoesNotTell) {
     EXPECT_EQ(asks([&] { return GetFishType(&camera, 1, 0, 0); }, command(0x1064, pattern(64)).bytes()), -1);
     EXPECT_THAT(unnumbered(capture.out()), testing::EndsWith("PRIVATE_LOG src/pteClient-GetFishType-N: "
                                                              "Private_Protocol_GetEncodingScope failed\n"));
-    EXPECT_EQ(GetFishType(nullptr, 1, 0, 0), -1);
     HostCameraRecord endless = record();
     std::memset(endless.szIpAddr, '1', sizeof endless.szIpAddr);  // no NUL before the port
     endless.ulPort = 0x31313131;
@@ -178,9 +163,6 @@ TEST_F(Fisheye, ShowsTheTwoNibblesOfTheHostsByte) {
     EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
     EXPECT_EQ(high, 1);
     EXPECT_EQ(low, 3);
-    EXPECT_EQ(GetFiashEve(nullptr, &high, &low), -1);
-    EXPECT_EQ(GetFiashEve(&camera, nullptr, &low), -1);
-    EXPECT_EQ(GetFiashEve(&camera, &high, nullptr), -1);
 }
 
 }  // namespace

@@ -1,13 +1,14 @@
 #include "settings/interposed.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
-#include <sys/time.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+
+#include "support/interpose.h"
 
 namespace lenswire::test {
 namespace {
@@ -15,17 +16,12 @@ namespace {
 thread_local Timewarp* t_warp = nullptr;
 std::atomic<time_t> g_frozen{-1};
 
-template <typename Function>
-Function real(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 // Rounded: some microseconds pass between the caller's look at the clock and this one.
 int seconds_until(const timespec& deadline) {
-    timeval now;
-    gettimeofday(&now, nullptr);
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
     const double left = static_cast<double>(deadline.tv_sec - now.tv_sec) +
-                        static_cast<double>(deadline.tv_nsec) / 1e9 - static_cast<double>(now.tv_usec) / 1e6;
+                        static_cast<double>(deadline.tv_nsec - now.tv_nsec) / 1e9;
     return static_cast<int>(left + 0.5);
 }
 
@@ -54,20 +50,20 @@ using namespace lenswire::test;
 extern "C" {
 
 unsigned sleep(unsigned seconds) {
-    if (t_warp == nullptr) return real<unsigned (*)(unsigned)>("sleep")(seconds);
+    if (t_warp == nullptr) return REAL(unsigned (*)(unsigned), sleep)(seconds);
     t_warp->slept_us.push_back(static_cast<long>(seconds) * 1000000);
     return 0;
 }
 
 int usleep(useconds_t microseconds) {
-    if (t_warp == nullptr) return real<int (*)(useconds_t)>("usleep")(microseconds);
+    if (t_warp == nullptr) return REAL(int (*)(useconds_t), usleep)(microseconds);
     t_warp->slept_us.push_back(static_cast<long>(microseconds));
     return 0;
 }
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
-    const auto real_select = real<Select>("select");
+    const auto real_select = REAL_TIMED(Select, select);
     if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
     timeval now{};
     const int result = real_select(count, readable, writable, exceptional, &now);
@@ -77,20 +73,34 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, t
     return 0;
 }
 
+ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
+    if (t_warp != nullptr && t_warp->failing_send > 0 && --t_warp->failing_send == 0) {
+        errno = EPIPE;
+        return -1;
+    }
+    return REAL(ssize_t(*)(int, const void*, size_t, int), send)(descriptor, bytes, length, flags);
+}
+
 time_t time(time_t* out) {
-    timeval now;
-    gettimeofday(&now, nullptr);
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
     const time_t moment = g_frozen >= 0 ? g_frozen.load() : now.tv_sec;
     if (out != nullptr) *out = moment;
     return moment;
 }
 
-int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline) {
+int clock_gettime(clockid_t clock, timespec* out) {
+    if (t_warp != nullptr && t_warp->clock_fails) return -1;
+    return REAL_TIMED(int (*)(clockid_t, timespec*), clock_gettime)(clock, out);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+                           const timespec* deadline) {
     if (t_warp == nullptr) {
-        using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-        return real<Wait>("pthread_cond_timedwait")(cond, mutex, deadline);
+        using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+        return REAL_TIMED(Wait, pthread_cond_clockwait)(cond, mutex, clock, deadline);
     }
-    t_warp->waited_s.push_back(seconds_until(*deadline));
+    if (clock == CLOCK_MONOTONIC) t_warp->waited_s.push_back(seconds_until(*deadline));
     return ETIMEDOUT;
 }
 }

@@ -1,6 +1,6 @@
-// The process's clock and waits in the hands of a test: the program's own sleep, usleep, time, select and
-// pthread_cond_timedwait stand in front of libc's, for the library too. Outside the scope of a Timewarp or
-// a FrozenTime they are as ever.
+// The process's clock and waits in the hands of a test: the program's own sleep, usleep, time, select, send,
+// clock_gettime and pthread_cond_clockwait stand in front of libc's, for the library too. Outside the scope
+// of a Timewarp or a FrozenTime they are as ever.
 #pragma once
 
 #include <ctime>
@@ -19,8 +19,10 @@ class Timewarp {
     Timewarp& operator=(const Timewarp&) = delete;
 
     std::vector<long> slept_us;
-    std::vector<int> waited_s;        // pthread_cond_timedwait
+    std::vector<int> waited_s;        // pthread_cond_clockwait, on the monotonic clock
     std::vector<long> selected_ms;    // select that found nothing ready
+    int failing_send = 0;             // the n-th from now on; 0 for none
+    bool clock_fails = false;         // clock_gettime says so
     std::function<void()> meanwhile;  // what happens during such a select
 };
 

@@ -60,11 +60,4 @@ void SettingsTest::loses_camera() {
     unit_ = nullptr;
 }
 
-Message claiming(uint16_t code, uint32_t number, uint32_t size, Bytes payload) {
-    Message message = command(code, std::move(payload));
-    message.buffer_num = number;
-    message.buffer_size = size;
-    return message;
-}
-
 }  // namespace lenswire::test

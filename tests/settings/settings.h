@@ -49,7 +49,4 @@ class SettingsTest : public EngineTest {
     StreamConn* unit_ = nullptr;
 };
 
-// An answer whose header says more or other than its payload holds.
-Message claiming(uint16_t code, uint32_t number, uint32_t size, Bytes payload);
-
 }  // namespace lenswire::test

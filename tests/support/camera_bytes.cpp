@@ -48,6 +48,13 @@ Message command(uint16_t code, Bytes payload, uint16_t state, uint32_t login_id)
     return message;
 }
 
+Message announcing(uint16_t code, Product product, Bytes payload) {
+    Message message = command(code, std::move(payload));
+    message.buffer_num = product.number;
+    message.buffer_size = product.size;
+    return message;
+}
+
 Message header_of(const Bytes& bytes) {
     Message message;
     if (bytes.size() < 32) return message;

@@ -30,6 +30,16 @@ struct Message {
 
 // A message of one payload buffer, or of none when the payload is empty.
 Message command(uint16_t code, Bytes payload = {}, uint16_t state = 0, uint32_t login_id = 0);
+// A message whose header says other than its payload holds.
+struct Product {
+    uint32_t number;
+    uint32_t size;
+};
+Message announcing(uint16_t code, Product product, Bytes payload = {});
+// Products above 4064, also such as a 32-bit sum or a signed one would take for small.
+inline constexpr Product kOverLong[] = {{1, 4065},         {4065, 1},       {1, 0xFFFFFFE0},
+                                        {1, 0xFFFFFFFF},   {1, 0xFFFFFFDF}, {0xFFFF, 0xFFFF},
+                                        {0x10001, 0xFFFF}, {2, 0x7FFFFFF0}};
 // Reads a header of 32 bytes; the payload is left empty.
 Message header_of(const Bytes& bytes);
 

@@ -22,6 +22,7 @@ void FakeHost::reset() {
     records_.clear();
     failing_.clear();
     database_calls_.clear();
+    written_.clear();
     requests_.clear();
     restarts_.clear();
     rates_.clear();
@@ -113,6 +114,11 @@ int FakeHost::database_calls(int table, int operation) const {
     return found == database_calls_.end() ? 0 : found->second;
 }
 
+FakeHost::Written FakeHost::takes_written(int table) {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(written_[table], {});
+}
+
 int FakeHost::operate(int table, int operation, uint32_t key, void* buffer, int length) {
     const std::lock_guard lock(mutex_);
     ++database_calls_[{table, operation}];
@@ -120,6 +126,7 @@ int FakeHost::operate(int table, int operation, uint32_t key, void* buffer, int 
     auto* bytes = static_cast<uint8_t*>(buffer);
     if (operation == LENSWIRE_TABLE_WRITE) {
         records_[{table, key}] = Bytes(bytes, bytes + length);
+        written_[table].emplace_back(key, Bytes(bytes, bytes + length));
         return length;
     }
     Bytes record;

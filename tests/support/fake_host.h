@@ -43,6 +43,7 @@ enum class Service {
     kMalloc,               // size, 0
     kFree,                 // 0, 0
     kDump,                 // 0, 0
+    kZone,                 // zone index asked about, 0
     kCount
 };
 
@@ -52,11 +53,12 @@ struct Channel {
     std::string user = "admin";
     std::string password = "12345";
     int protocol = 4;
-    bool bound = true;
+    int bound = 1;
     int fisheye = 0;
-    bool armed = false;
+    int armed = 0;
     int motion = 0;
     Bytes motion_data = Bytes(sizeof(HostMotionRecord));  // empty: motion_data_copy fails
+    int result = 0;  // of a DbMainMsgChannelInfo or motion_data_copy that does not fail
 };
 
 struct RestartMessage {
@@ -124,6 +126,9 @@ class FakeHost {
     Bytes record(int table, uint32_t key) const;
     void fails_database(int table, int operation);
     int database_calls(int table, int operation) const;
+    // Every record that was written to a table since it was last asked for, under its key.
+    using Written = std::vector<std::pair<uint32_t, Bytes>>;
+    Written takes_written(int table);
 
     // -- Streams.
     void posts(const StreamRequest& request);
@@ -190,6 +195,7 @@ class FakeHost {
     std::map<std::pair<int, uint32_t>, Bytes> records_;
     std::map<std::pair<int, int>, bool> failing_;
     std::map<std::pair<int, int>, int> database_calls_;
+    std::map<int, Written> written_;
     std::deque<StreamRequest> requests_;
     uint64_t empty_polls_ = 0;
     std::vector<RestartMessage> restarts_;

@@ -22,7 +22,7 @@ int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], cha
     *port = found.port;
     std::strncpy(user, found.user.c_str(), 64);
     std::strncpy(password, found.password.c_str(), 64);
-    return 0;
+    return found.result;
 }
 
 int databaseOperate(int table, int operation, void* key, int keyLength, void* buffer, int bufferLength) {
@@ -47,7 +47,7 @@ int get_channel_protocol(int channel) {
 
 int get_channel_bindstatus(int channel) {
     host().enters(Service::kBindStatus, channel, 0);
-    return host().channel(channel).bound ? 1 : 0;
+    return host().channel(channel).bound;
 }
 
 int is_channel_fish_eye(int channel) {
@@ -124,15 +124,15 @@ int snapSetMotion(int channel, int state) {
 
 int motion_data_copy(int channel, void* data88) {
     host().enters(Service::kMotionData, channel, 0);
-    const Bytes data = host().channel(channel).motion_data;
-    if (data.empty()) return -1;
-    std::memcpy(data88, data.data(), data.size());
-    return 0;
+    const Channel found = host().channel(channel);
+    if (found.motion_data.empty()) return -1;
+    std::memcpy(data88, found.motion_data.data(), found.motion_data.size());
+    return found.result;
 }
 
 int MD_Disarming_Time(int channel) {
     host().enters(Service::kArmed, channel, 0);
-    return host().channel(channel).armed ? 1 : 0;
+    return host().channel(channel).armed;
 }
 
 int streamInsertAlarmToAlarmQueue(int queue, void* record4) {
@@ -150,14 +150,16 @@ int GetTimeZone(char* name12, int* a, int* b) {
     return zone.result;
 }
 
-int GetTimeZoneTime(uint32_t, uint8_t* hours, uint8_t* minutes) {
+int GetTimeZoneTime(uint32_t index, uint8_t* hours, uint8_t* minutes) {
+    host().enters(Service::kZone, static_cast<int>(index), 0);
     const TimeZone zone = host().zone();
     *hours = zone.hours;
     *minutes = zone.minutes;
     return zone.time_result;
 }
 
-uint32_t GetIpcTimeZoneMap(uint32_t) {
+uint32_t GetIpcTimeZoneMap(uint32_t index) {
+    host().enters(Service::kZone, static_cast<int>(index), 0);
     return host().zone().camera_index;
 }
 

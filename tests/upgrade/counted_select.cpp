@@ -1,9 +1,10 @@
 #include "upgrade/counted_select.h"
 
-#include <dlfcn.h>
 #include <sys/select.h>
 
 #include <atomic>
+
+#include "support/interpose.h"
 
 namespace lenswire::test {
 namespace {
@@ -45,7 +46,7 @@ int watched_for_writing() {
 
 extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
-    static const auto real = reinterpret_cast<Select>(dlsym(RTLD_NEXT, "select"));
+    static const auto real = REAL_TIMED(Select, select);
     using namespace lenswire::test;
     if (pthread_self() != g_thread.load()) {
         return real(end, readable, writable, failed, timeout);

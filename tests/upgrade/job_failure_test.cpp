@@ -39,6 +39,8 @@ TEST_F(UpgradeFailure, OfTheQueryReadsAsNoFit) {
         const char* name;
         int result;
         std::string err;
+        uint16_t state = 0, flag = 0;  // of the camera's answer
+        int refused_allocation = 0;
     };
     const Case cases[] = {
         {1, kFileName, 1, ""},
@@ -46,36 +48,18 @@ TEST_F(UpgradeFailure, OfTheQueryReadsAsNoFit) {
         {2, kFileName, -1, query_error("IP error")},
         {4, kFileName, -1, query_error("IP error")},
         {3, kFileName, 0, query_error("Prv_Send_Cmd failed")},
+        {1, kFileName, 0, query_error("get cond and property failed pCmd->usCmd =2003"), 1},
+        {1, kFileName, 0, query_error("ulBufferNum =1 ulFlag=7\tERROR"), 0, 7},
+        {1, kFileName, 0, query_error("cond init failed"), 0, 0, 1},
     };
     for (const Case& c : cases) {
+        info_state_ = c.state;
+        info_flag_ = c.flag;
+        host().refuses_allocation(c.refused_allocation);
         Capture capture;
-        EXPECT_EQ(asks(c.channel, c.name), c.result) << c.channel;
-        EXPECT_EQ(unnumbered(capture.err()), c.err) << c.channel;
+        EXPECT_EQ(asks(c.channel, c.name), c.result) << c.err;
+        EXPECT_EQ(unnumbered(capture.err()), c.err);
     }
-}
-
-TEST_F(UpgradeFailure, OfTheCamerasStateReadsAsNoFit) {
-    binds({1}, uploads_.port());
-    info_state_ = 1;
-    Capture capture;
-    EXPECT_EQ(asks(1, kFileName), 0);
-    EXPECT_EQ(unnumbered(capture.err()), query_error("get cond and property failed pCmd->usCmd =2003"));
-}
-
-TEST_F(UpgradeFailure, OfTheCamerasFlagReadsAsNoFit) {
-    binds({1}, uploads_.port());
-    info_flag_ = 7;
-    Capture capture;
-    EXPECT_EQ(asks(1, kFileName), 0);
-    EXPECT_EQ(unnumbered(capture.err()), query_error("ulBufferNum =1 ulFlag=7\tERROR"));
-}
-
-TEST_F(UpgradeFailure, OfMemoryForTheQueryReadsAsNoFit) {
-    binds({1}, uploads_.port());
-    host().refuses_allocation(1);
-    Capture capture;
-    EXPECT_EQ(asks(1, kFileName), 0);
-    EXPECT_THAT(unnumbered(capture.err()), testing::HasSubstr(query_error("cond init failed")));
 }
 
 // -- The call.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <future>
 #include <set>
@@ -128,6 +129,11 @@ TEST_F(UpgradeJob, FailsTheCameraThatBreaksOff) {
     const std::string path = has_file(8 << 20);
     binds({1, 2, 3}, uploads_.port());
     binds({2}, refused_port());
+    host().when(Service::kAlarm, [](int, int) {  // on the job's thread
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        EXPECT_TRUE(sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGSEGV) == 0);
+    });
     const pthread_t job = starts({1, 2, 3}, path);
     Wire closing = uploads_.accepts();
     Wire resetting = uploads_.accepts();

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/log.h"
+#include "common/printable.h"
 #include "privateConfigure/text/scan.h"
 
 namespace lenswire::resolutions {
@@ -165,7 +166,8 @@ int Parse_EncodingResolution(void* scope, const void* payload) {
     const char* received = static_cast<const char*>(payload) + resolutions::kTextOffset;
     std::memcpy(text, received, strnlen(received, resolutions::kTextMax));
     if (std::strstr(text, "H264") == nullptr && std::strstr(text, "H265") == nullptr) {
-        PRI_LOG("input resolution error   resolution is  :  %s \n\n", text);
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(text);
+        PRI_LOG("input resolution error   resolution is  :  %s \n\n", Printable({bytes, sizeof text}).text());
         return -1;
     }
     char single[kListSize] = {};

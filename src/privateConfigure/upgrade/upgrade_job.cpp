@@ -11,6 +11,7 @@
 #include "lenswire/host_services.h"
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/exchange.h"
+#include "privateConfigure/upgrade/upgrade_threads.h"
 
 namespace lenswire::upgrade {
 
@@ -46,41 +47,26 @@ Job* job_of(pthread_t thread) {
 // The system uses identities again: an ended job of the same one is forgotten.
 void bind(Job& job, pthread_t thread) {
     if (Job* const ended = job_of(thread)) ended->bound = false;
-    job = {};
+    job = {.status = {}, .thread = thread, .bound = true};
     job.status.ulUsed = 1;
     job.status.ulThreadId = static_cast<uint32_t>(thread);
-    job.thread = thread;
-    job.bound = true;
 }
 
-int start_job(const UpgradeRequest& request, pthread_t* thread) {
-    void* const copy = std::malloc(sizeof request);
-    if (copy == nullptr) return -1;
-    wire::store(copy, request);
+// What a job needs of the heap, in one piece: the copy of its request, and behind it the host's table of
+// channels, which would be most of what the operation takes of its caller's stack. The job's thread, which
+// knows of the request only, frees it.
+struct JobMemory {
+    UpgradeRequest request;
+    HostChannelRecord channels[LENSWIRE_CHANNELS];
+};
 
-    Lock lock(g_upgrade_mutex);
-    Job* const job = free_job();
-    pthread_t created;
-    if (job == nullptr || pthread_create(&created, nullptr, ipc_upgrade_thread, copy) != 0) {
-        lock.unlock();
-        std::free(copy);
-        return -1;
-    }
-    bind(*job, created);
-    *thread = created;
-    return 0;
-}
-
-using ChannelTable = HostChannelRecord[LENSWIRE_CHANNELS];
-
-void read_channels(ChannelTable& table) {
+void read_channels(JobMemory& memory) {
     uint32_t all_channels = LENSWIRE_KEY_ALL_CHANNELS;
-    std::memset(&table, 0, sizeof table);
+    constexpr int kSize = sizeof memory.channels;
+    std::memset(memory.channels, 0, kSize);
     const int length = databaseOperate(LENSWIRE_TABLE_CHANNELS, LENSWIRE_TABLE_READ, &all_channels,
-                                       sizeof all_channels, &table, sizeof table);
-    if (length != static_cast<int>(sizeof table)) {
-        std::printf("get devChannel info error, len = %d\r\n", length);
-    }
+                                       sizeof all_channels, memory.channels, kSize);
+    if (length != kSize) std::printf("get devChannel info error, len = %d\r\n", length);
 }
 
 // 0, or the refusal of a channel whose protocol takes no upgrade.
@@ -107,23 +93,35 @@ int check_camera(const UpgradeRequest& request, int channel) {
     return 0;
 }
 
-int check_channels(const UpgradeRequest& request) {
-    ChannelTable table;
-    read_channels(table);
+int check_channels(JobMemory& memory) {
+    const UpgradeRequest& request = memory.request;
+    read_channels(memory);
     for (int channel = 0; channel < LENSWIRE_UPGRADE_CAMERAS; ++channel) {
         if (request.aucChannel[channel] == 0) continue;
-        if (const int refusal = check_protocol(table[channel], channel); refusal != 0) return refusal;
+        const int refusal = check_protocol(memory.channels[channel], channel);
+        if (refusal != 0) return refusal;
         if (check_camera(request, channel) != 0) return -1;
     }
     return 0;
 }
 
-constexpr exchange::Row kDeviceInfo{.operation = "Get_IPC_upgradeParam",
-                                    .command = LENSWIRE_CMD_DEVICE_INFO,
-                                    .size = LENSWIRE_DEVICE_INFO_SIZE,
-                                    .checks_flag = true,
-                                    .form = exchange::Form::kError,
-                                    .not_sent = "Prv_Send_Cmd failed"};
+// The memory is the thread's once it has started.
+bool start_job(JobMemory* memory, pthread_t* thread) {
+    Lock lock(g_upgrade_mutex);
+    Job* const job = free_job();
+    pthread_t created;
+    if (job == nullptr || !start_thread(created, memory)) return false;
+    bind(*job, created);
+    *thread = created;
+    return true;
+}
+
+constexpr exchange::Row kDeviceInfo{
+    .operation = "Get_IPC_upgradeParam",
+    .wire = {.command = LENSWIRE_CMD_DEVICE_INFO,
+             .records = {LENSWIRE_DEVICE_INFO_SIZE},
+             .checks_flag = true},
+    .wording = {.form = exchange::Form::kError, .not_sent = "Prv_Send_Cmd failed"}};
 
 }  // namespace
 
@@ -168,10 +166,9 @@ int Get_IPC_upgradeParam(int channel, char* path) {
         PRI_ERROR("IP error\n");
         return -1;
     }
-    exchange::Request request(lenswire::upgrade::kDeviceInfo);
-    exchange::Answer answer;
-    if (!exchange::fetch(lenswire::upgrade::kDeviceInfo, request, channel, camera.ip, answer)) return 0;
-    return CompareUpgradeFile(answer.payload(), path) == 0 ? 1 : 0;
+    exchange::Message message(lenswire::upgrade::kDeviceInfo);
+    if (!exchange::fetch(lenswire::upgrade::kDeviceInfo, camera.ip, message)) return 0;
+    return CompareUpgradeFile(message.payload(), path) == 0 ? 1 : 0;
 }
 
 int Prv_ipc_upgrade(const void* request192, pthread_t* thread) {
@@ -179,13 +176,21 @@ int Prv_ipc_upgrade(const void* request192, pthread_t* thread) {
         PRI_ERROR("input param error\n");
         return -1;
     }
-    const auto request = lenswire::wire::load<UpgradeRequest>(request192);
-    if (const int refusal = lenswire::upgrade::check_channels(request); refusal != 0) return refusal;
-    return lenswire::upgrade::start_job(request, thread);
+    auto* const memory =
+        static_cast<lenswire::upgrade::JobMemory*>(std::malloc(sizeof(lenswire::upgrade::JobMemory)));
+    if (memory == nullptr) return -1;
+    memory->request = lenswire::wire::load<UpgradeRequest>(request192);
+    int result = lenswire::upgrade::check_channels(*memory);
+    if (result == 0 && !lenswire::upgrade::start_job(memory, thread)) result = -1;
+    if (result != 0) std::free(memory);
+    return result;
 }
 
 int Prv_ipc_upgrade_get_status(pthread_t thread, void* out780) {
-    if (out780 == nullptr) return -1;
+    if (out780 == nullptr) {
+        PRI_ERROR("input param error\n");
+        return -1;
+    }
     lenswire::Lock lock(lenswire::upgrade::g_upgrade_mutex);
     const lenswire::upgrade::Job* const job = lenswire::upgrade::job_of(thread);
     if (job == nullptr) return -1;

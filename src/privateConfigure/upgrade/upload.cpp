@@ -17,6 +17,7 @@
 #include "privateConfigure/channel_camera.h"
 #include "privateConfigure/upgrade/upgrade_file.h"
 #include "privateConfigure/upgrade/upgrade_job.h"
+#include "privateConfigure/upgrade/upgrade_threads.h"
 #include "privateConfigure/upgrade/upload_step.h"
 
 namespace lenswire::upgrade {
@@ -25,7 +26,7 @@ namespace {
 
 constexpr const char* kThread = "ipc_upgrade_thread";
 constexpr int kUnexpectedMax = 30;
-constexpr int64_t kPause_ms = 1000;
+constexpr int64_t kPause_ms = 1000;  // after a send of nothing, so that a full socket does not spin the loop
 constexpr int kPiecesAtOnce = 4;
 constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;
 
@@ -72,7 +73,7 @@ class Upload {
 
   private:
     void connects_camera(const ChannelCamera& camera, uint8_t channel);
-    void expires();
+    void ends_early();
     bool is_running() const;
     bool wants_to_send(const Camera& camera) const;
     bool waits_for(Ready& ready) const;
@@ -118,7 +119,7 @@ void Upload::connects_camera(const ChannelCamera& found, uint8_t channel) {
 void Upload::sends(std::FILE* file, uint32_t size) {
     wire::store(header_, wire::command_header(LENSWIRE_CMD_UPGRADE, 1, size));
     total_ = size + ARG_HEAD_LEN;
-    for (expires(); is_running(); expires()) {
+    for (ends_early(); is_running(); ends_early()) {
         Ready ready;
         if (!waits_for(ready)) continue;
         for (size_t k = 0; k < count_; ++k) {
@@ -130,11 +131,12 @@ void Upload::sends(std::FILE* file, uint32_t size) {
 }
 
 // The host's clock may wrap and may be set back: what counts is the distance.
-void Upload::expires() {
+void Upload::ends_early() {
     const uint32_t ahead = uptime() - start_s_;
-    if (std::min(ahead, 0 - ahead) < LENSWIRE_UPGRADE_TIMEOUT_S) return;
+    const bool expired = std::min(ahead, 0 - ahead) >= LENSWIRE_UPGRADE_TIMEOUT_S;
+    if (!expired && !is_unloading()) return;
     for (size_t k = 0; k < count_; ++k) {
-        if (cameras_[k].connected()) ends(k, UPGRADE_TIMED_OUT);
+        if (cameras_[k].connected()) ends(k, expired ? UPGRADE_TIMED_OUT : UPGRADE_FAILED);
     }
 }
 
@@ -215,16 +217,24 @@ void Upload::ends(size_t k, uint32_t state) {
     cameras_[k].disconnect();
 }
 
-// The bytes of the file, if one job can send so many.
-bool has_size(const char* path, uint32_t& size) {
+// The file, and its size if one job can send so many bytes. Null after a line that says what failed: a path
+// that leads nowhere has no size, one that leads to something else than a readable file does not open.
+File open_announced(const char* path, uint32_t& size) {
+    File file = open_file(path);
+    const int open_error = errno;
     struct stat status {};
-    if (stat(path, &status) != 0) return false;
-    if (static_cast<uint64_t>(status.st_size) > kFileSizeMax) {
+    bool has_size = (file != nullptr ? fstat(fileno(file.get()), &status) : stat(path, &status)) == 0;
+    if (has_size && static_cast<uint64_t>(status.st_size) > kFileSizeMax) {
+        has_size = false;
         errno = EFBIG;
-        return false;
     }
+    if (!has_size) {
+        PRI_ERROR_AS(kThread, ":get file(%s) size failed, errno = %d\n", path, errno);
+        return nullptr;
+    }
+    if (file == nullptr) PRI_ERROR_AS(kThread, ":fopen fail, errno = %d\n", open_error);
     size = static_cast<uint32_t>(status.st_size);
-    return true;
+    return file;
 }
 
 void run_job(JobRecord record, const UpgradeRequest& request) {
@@ -233,16 +243,8 @@ void run_job(JobRecord record, const UpgradeRequest& request) {
     char path[sizeof request.szFilePath + 1] = {};
     std::memcpy(path, request.szFilePath, sizeof request.szFilePath);
     uint32_t size = 0;
-    if (!has_size(path, size)) {
-        PRI_ERROR_AS(kThread, ":get file(%s) size failed, errno = %d\n", path, errno);
-        return;
-    }
-    const File file = open_file(path);
-    if (file == nullptr) {
-        PRI_ERROR_AS(kThread, ":fopen fail, errno = %d\n", errno);
-        return;
-    }
-    upload.sends(file.get(), size);
+    const File file = open_announced(path, size);
+    if (file != nullptr) upload.sends(file.get(), size);
 }
 
 }  // namespace
