@@ -40,7 +40,7 @@ void Consumer::run() {
 void Consumer::empty_all() {
     for (uint32_t stream = 0; stream < queues_.size(); ++stream) {
         queues_[stream].swap_out(taken_);
-        for (const uint8_t* frame : taken_) reader_.reads(stream, frame);
+        for (const uint8_t* frame : taken_) reader_.read_frame_of(stream, frame);
         pool_.give_back(taken_);
         taken_.clear();
     }

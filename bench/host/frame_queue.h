@@ -42,7 +42,7 @@ class FrameQueue {
 class FrameReader {
   public:
     virtual ~FrameReader() = default;
-    virtual void reads(uint32_t stream, const uint8_t* frame) = 0;
+    virtual void read_frame_of(uint32_t stream, const uint8_t* frame) = 0;
 };
 
 // Looks at every queue a few hundred times a second, so that nobody has to wake it for each frame.

@@ -57,7 +57,7 @@ void Host::post(const StreamRequest& request) {
     waiting_requests_ = requests_.size();
 }
 
-void Host::posts_open(uint32_t stream, StreamConn* unit) {
+void Host::post_open(uint32_t stream, StreamConn* unit) {
     buffers_[stream].read_at = 0;
     StreamRequest request{};
     request.ulType = STREAM_REQ_OPEN;
@@ -68,7 +68,7 @@ void Host::posts_open(uint32_t stream, StreamConn* unit) {
     post(request);
 }
 
-void Host::posts_close(uint32_t stream) {
+void Host::post_close(uint32_t stream) {
     StreamRequest request{};
     request.ulType = STREAM_REQ_CLOSE;
     request.info.ucChannelNo = static_cast<uint8_t>(stream);
@@ -84,7 +84,7 @@ int Host::next_request(StreamRequest* request) {
     return 0;
 }
 
-void Host::reads(uint32_t stream, const uint8_t* frame) {
+void Host::read_frame_of(uint32_t stream, const uint8_t* frame) {
     const auto [mark, payload_bytes] = read_frame(frame);
     const Mark expected{.stream = stream, .packet = next_packet_[stream], .length = payload_bytes};
     if (mark != expected) ++wrong_;

@@ -63,8 +63,8 @@ class Host : public FrameReader {
     ~Host() override;
 
     uint32_t streams() const { return streams_; }
-    void posts_open(uint32_t stream, StreamConn* unit);
-    void posts_close(uint32_t stream);
+    void post_open(uint32_t stream, StreamConn* unit);
+    void post_close(uint32_t stream);
     int next_request(StreamRequest* request);
 
     ReceiveBuffer& buffer(uint32_t stream) { return buffers_[stream]; }
@@ -75,7 +75,7 @@ class Host : public FrameReader {
     void received(uint32_t bytes) {
         bytes_.store(bytes_.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
     }
-    void reads(uint32_t stream, const uint8_t* frame) override;
+    void read_frame_of(uint32_t stream, const uint8_t* frame) override;
     // Frames that were not the next of their stream, or whose bytes were not those sent.
     uint32_t wrong_frames() const { return wrong_; }
     uint32_t frames_read(uint32_t stream) const { return next_packet_[stream]; }

@@ -33,7 +33,7 @@ class AvformatReceiver : public Receiver {
         }
     }
 
-    void starts(const Sender& sender) override {
+    void start(const Sender& sender) override {
         const std::string url = "rtsp://127.0.0.1:" + std::to_string(sender.port()) + "/stream";
         for (Stream& stream : streams_) {
             AVDictionary* settings = nullptr;

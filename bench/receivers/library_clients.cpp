@@ -59,7 +59,7 @@ void open_streams(Host& host, int port, std::vector<StreamConn*> units) {
     while (units.size() < host.streams()) units.push_back(new_unit());
     for (uint32_t stream = 0; stream < host.streams(); ++stream) {
         units[stream]->sockFd = connect_to(kLoopback, port);
-        host.posts_open(stream, units[stream]);
+        host.post_open(stream, units[stream]);
     }
     while (open_slots() < host.streams()) sleep_ms(1);
 }

@@ -49,7 +49,7 @@ class CopyOnce : public FrameReader {
         }
     }
 
-    void reads(uint32_t, const uint8_t*) override {}
+    void read_frame_of(uint32_t, const uint8_t*) override {}
     std::vector<Role> consuming() const { return {{"consumer", consumer_.thread()}}; }
 
   private:
@@ -83,7 +83,7 @@ class LoopReceiver : public Receiver {
         for (const int fd : sockets_) close(fd);
     }
 
-    void starts(const Sender& sender) override {
+    void start(const Sender& sender) override {
         FD_ZERO(&watched_);
         for (uint32_t stream = 0; stream < streams_; ++stream) {
             sockets_.push_back(connect_to(kLoopback, sender.port()));

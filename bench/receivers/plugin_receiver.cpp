@@ -18,9 +18,7 @@ class PluginReceiver : public Receiver {
 
     ~PluginReceiver() override { PC_UnInitCtx(); }
 
-    void starts(const Sender& sender) override {
-        open_streams(host_, sender.port(), log_in(host_, cameras_));
-    }
+    void start(const Sender& sender) override { open_streams(host_, sender.port(), log_in(host_, cameras_)); }
 
     std::vector<Role> receiving() const override { return workers_; }
     std::vector<Role> consuming() const override { return {{"consumer", host_.consumer().thread()}}; }

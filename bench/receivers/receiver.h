@@ -21,7 +21,7 @@ class Receiver {
   public:
     virtual ~Receiver() = default;
     // Connects to all of the sender's streams and begins to receive.
-    virtual void starts(const Sender& sender) = 0;
+    virtual void start(const Sender& sender) = 0;
     // The threads that receive, and those that take over what was received.
     virtual std::vector<Role> receiving() const = 0;
     virtual std::vector<Role> consuming() const { return {}; }

@@ -35,7 +35,7 @@ struct Options {
 class Asker {
   public:
     virtual ~Asker() = default;
-    virtual void asks(uint32_t camera) = 0;
+    virtual void ask(uint32_t camera) = 0;
     virtual Json figures() const { return Json::object(); }
 };
 
@@ -49,7 +49,7 @@ class LibraryAsker : public Asker {
         for (StreamConn* unit : units_) PC_Delete(unit);
         PC_UnInitCtx();
     }
-    void asks(uint32_t camera) override {
+    void ask(uint32_t camera) override {
         uint8_t image[LENSWIRE_IMAGE_SIZE];
         if (Prv_GetIPCImageProperty(0, CameraProcess::address(camera), image) != 0) give_up("a get failed");
         ++gets_;
@@ -80,7 +80,7 @@ class FloorAsker : public Asker {
         thread_.join();
         for (const Asked& one : asked_) close(one.fd);
     }
-    void asks(uint32_t camera) override {
+    void ask(uint32_t camera) override {
         PrivateCmd request{};
         request.usCmd = LENSWIRE_CMD_IMAGE_GET;
         request.ulBufferSize = LENSWIRE_IMAGE_SIZE;
@@ -140,7 +140,7 @@ std::vector<int64_t> ask_repeatedly(Asker& asker, uint32_t camera, const Options
     const int64_t end = now_ns() + options.measure_ms * 1'000'000;
     while (now_ns() < end) {
         const int64_t start = now_ns();
-        asker.asks(camera);
+        asker.ask(camera);
         times.push_back(now_ns() - start);
         if (options.pause_us > 0) sleep_until(now_ns() + options.pause_us * 1000);
     }

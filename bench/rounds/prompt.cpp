@@ -77,12 +77,12 @@ void open_and_close(Host& host, StreamConn* unit, Times& times) {
     const WaitingStream stream(unit);
     const uint32_t before = host.stream(0).inserted;
     const int64_t start = now_ns();
-    host.posts_open(0, unit);
+    host.post_open(0, unit);
     times.request_to_slot.push_back(time_until(slot_is_open));
     time_until([&] { return host.stream(0).inserted > before; });
     times.request_to_frame.push_back(now_ns() - start);
     sleep_ms(2);
-    host.posts_close(0);
+    host.post_close(0);
     times.close_to_cleared.push_back(time_until([] { return !slot_is_open(); }));
     sleep_ms(2);
 }

@@ -130,7 +130,7 @@ Json run(const Options& options) {
     stay_on_processor(1);
     const size_t timed_frames = timed ? sender.completed_at(0).size() : 0;
     const auto receiver = kReceivers.at(options.receiver)({options.streams, timed_frames});
-    receiver->starts(sender);
+    receiver->start(sender);
     sender.go();
 
     sleep_ms(options.warm_up_ms);

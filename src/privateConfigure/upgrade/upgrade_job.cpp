@@ -131,27 +131,27 @@ JobRecord JobRecord::of_this_thread() {
     return JobRecord(job != nullptr && job->status.ulUsed == 1 ? &job->status : nullptr);
 }
 
-void JobRecord::sets_camera(size_t k, uint32_t channel, uint32_t state) const {
+void JobRecord::set_camera(size_t k, uint32_t channel, uint32_t state) const {
     Lock lock(g_upgrade_mutex);
     status_->camera[k] = {.ulChannel = channel, .ulState = state, .ulPercent = 0};
 }
 
-void JobRecord::sets_camera_count(size_t count) const {
+void JobRecord::set_camera_count(size_t count) const {
     Lock lock(g_upgrade_mutex);
     status_->ulCameraCount = static_cast<uint32_t>(count);
 }
 
-void JobRecord::sets_state(size_t k, uint32_t state) const {
+void JobRecord::set_state(size_t k, uint32_t state) const {
     Lock lock(g_upgrade_mutex);
     status_->camera[k].ulState = state;
 }
 
-void JobRecord::sets_percent(size_t k, uint32_t percent) const {
+void JobRecord::set_percent(size_t k, uint32_t percent) const {
     Lock lock(g_upgrade_mutex);
     status_->camera[k].ulPercent = percent;
 }
 
-void JobRecord::releases() const {
+void JobRecord::release() const {
     Lock lock(g_upgrade_mutex);
     status_->ulUsed = 0;
 }

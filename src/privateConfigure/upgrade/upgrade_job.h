@@ -15,12 +15,12 @@ class JobRecord {
     static JobRecord of_this_thread();
     explicit operator bool() const { return status_ != nullptr; }
 
-    void sets_camera(size_t k, uint32_t channel, uint32_t state) const;
-    void sets_camera_count(size_t count) const;
-    void sets_state(size_t k, uint32_t state) const;
-    void sets_percent(size_t k, uint32_t percent) const;
+    void set_camera(size_t k, uint32_t channel, uint32_t state) const;
+    void set_camera_count(size_t count) const;
+    void set_state(size_t k, uint32_t state) const;
+    void set_percent(size_t k, uint32_t percent) const;
     // Free for the next job from here on; the values stay until then.
-    void releases() const;
+    void release() const;
 
   private:
     explicit JobRecord(UpgradeJobStatus* status) : status_(status) {}

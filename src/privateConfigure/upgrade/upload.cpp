@@ -67,20 +67,20 @@ class Upload {
   public:
     explicit Upload(JobRecord record) : record_(record) {}
     // False when a channel has no camera.
-    bool connects(const UpgradeRequest& request);
+    bool connect_cameras(const UpgradeRequest& request);
     // Until no camera's upload is running any more.
-    void sends(std::FILE* file, uint32_t size);
+    void send_file(std::FILE* file, uint32_t size);
 
   private:
-    void connects_camera(const ChannelCamera& camera, uint8_t channel);
-    void ends_early();
+    void connect_camera(const ChannelCamera& camera, uint8_t channel);
+    void end_if_over();
     bool is_running() const;
-    bool wants_to_send(const Camera& camera) const;
-    bool waits_for(Ready& ready) const;
-    void receives(size_t k);
-    uint32_t judges(Camera& camera, const uint8_t* message, ssize_t length) const;
-    void sends_pieces(size_t k, std::FILE* file);
-    void ends(size_t k, uint32_t state);
+    bool has_bytes_for(const Camera& camera) const;
+    bool wait_for(Ready& ready) const;
+    void receive(size_t k);
+    uint32_t judge(Camera& camera, const uint8_t* message, ssize_t length) const;
+    void send_pieces(size_t k, std::FILE* file);
+    void end(size_t k, uint32_t state);
 
     JobRecord record_;
     Camera cameras_[LENSWIRE_UPGRADE_CAMERAS];
@@ -90,18 +90,18 @@ class Upload {
     uint32_t total_ = 0;  // header and file
 };
 
-bool Upload::connects(const UpgradeRequest& request) {
+bool Upload::connect_cameras(const UpgradeRequest& request) {
     for (int channel = 0; channel < LENSWIRE_UPGRADE_CAMERAS; ++channel) {
         if (request.aucChannel[channel] == 0) continue;
         const ChannelCamera camera = camera_of_channel(channel);
         if (!camera.known) return false;
-        connects_camera(camera, static_cast<uint8_t>(channel));
+        connect_camera(camera, static_cast<uint8_t>(channel));
     }
-    record_.sets_camera_count(count_);
+    record_.set_camera_count(count_);
     return true;
 }
 
-void Upload::connects_camera(const ChannelCamera& found, uint8_t channel) {
+void Upload::connect_camera(const ChannelCamera& found, uint8_t channel) {
     Camera& camera = cameras_[count_];
     camera.channel = channel;
     camera.sock = SK_ConnectTo(found.ip, found.port);
@@ -112,31 +112,31 @@ void Upload::connects_camera(const ChannelCamera& found, uint8_t channel) {
         camera.disconnect();
     }
     camera.state = camera.connected() ? UPGRADE_RUNNING : UPGRADE_FAILED;
-    record_.sets_camera(count_, channel, camera.state);
+    record_.set_camera(count_, channel, camera.state);
     ++count_;
 }
 
-void Upload::sends(std::FILE* file, uint32_t size) {
+void Upload::send_file(std::FILE* file, uint32_t size) {
     wire::store(header_, wire::command_header(LENSWIRE_CMD_UPGRADE, 1, size));
     total_ = size + ARG_HEAD_LEN;
-    for (ends_early(); is_running(); ends_early()) {
+    for (end_if_over(); is_running(); end_if_over()) {
         Ready ready;
-        if (!waits_for(ready)) continue;
+        if (!wait_for(ready)) continue;
         for (size_t k = 0; k < count_; ++k) {
             const int sock = cameras_[k].sock;
-            if (sock >= 0 && FD_ISSET(sock, &ready.readable)) receives(k);
-            if (cameras_[k].connected() && FD_ISSET(sock, &ready.writable)) sends_pieces(k, file);
+            if (sock >= 0 && FD_ISSET(sock, &ready.readable)) receive(k);
+            if (cameras_[k].connected() && FD_ISSET(sock, &ready.writable)) send_pieces(k, file);
         }
     }
 }
 
 // The host's clock may wrap and may be set back: what counts is the distance.
-void Upload::ends_early() {
+void Upload::end_if_over() {
     const uint32_t ahead = uptime() - start_s_;
     const bool expired = std::min(ahead, 0 - ahead) >= LENSWIRE_UPGRADE_TIMEOUT_S;
     if (!expired && !is_unloading()) return;
     for (size_t k = 0; k < count_; ++k) {
-        if (cameras_[k].connected()) ends(k, expired ? UPGRADE_TIMED_OUT : UPGRADE_FAILED);
+        if (cameras_[k].connected()) end(k, expired ? UPGRADE_TIMED_OUT : UPGRADE_FAILED);
     }
 }
 
@@ -148,11 +148,11 @@ bool Upload::is_running() const {
 }
 
 // A camera that has everything, or for which there was nothing to send just now, does not wake the loop.
-bool Upload::wants_to_send(const Camera& camera) const {
+bool Upload::has_bytes_for(const Camera& camera) const {
     return camera.sent < total_ && (camera.send_again_ms == 0 || camera.send_again_ms <= now_ms());
 }
 
-bool Upload::waits_for(Ready& ready) const {
+bool Upload::wait_for(Ready& ready) const {
     FD_ZERO(&ready.readable);
     FD_ZERO(&ready.writable);
     int highest = 0;
@@ -160,7 +160,7 @@ bool Upload::waits_for(Ready& ready) const {
         const Camera& camera = cameras_[k];
         if (!camera.connected()) continue;
         FD_SET(camera.sock, &ready.readable);
-        if (wants_to_send(camera)) FD_SET(camera.sock, &ready.writable);
+        if (has_bytes_for(camera)) FD_SET(camera.sock, &ready.writable);
         highest = std::max(highest, camera.sock);
     }
     timeval timeout{.tv_sec = 1, .tv_usec = 0};
@@ -170,21 +170,21 @@ bool Upload::waits_for(Ready& ready) const {
     return result > 0;
 }
 
-void Upload::receives(size_t k) {
+void Upload::receive(size_t k) {
     Camera& camera = cameras_[k];
     uint8_t message[MAX_CMD_SIZE];
     const ssize_t length = recv(camera.sock, message, sizeof message, 0);
     if (length < 0 && (errno == EINTR || errno == EAGAIN)) return;
-    const uint32_t state = judges(camera, message, length);
+    const uint32_t state = judge(camera, message, length);
     if (state == UPGRADE_RUNNING) return;
-    ends(k, state);
+    end(k, state);
     if (state != UPGRADE_FAILED) return;
     HostAlarmRecord alarm{LENSWIRE_ALARM_UPGRADE_FAILED, camera.channel, 0, 1};
     streamInsertAlarmToAlarmQueue(0, &alarm);
 }
 
 // The camera's state after what was received.
-uint32_t Upload::judges(Camera& camera, const uint8_t* message, ssize_t length) const {
+uint32_t Upload::judge(Camera& camera, const uint8_t* message, ssize_t length) const {
     if (length <= 0) return UPGRADE_FAILED;
     if (length < ARG_HEAD_LEN) return UPGRADE_RUNNING;
     const PrivateCmd header = wire::load_header(message);
@@ -195,7 +195,7 @@ uint32_t Upload::judges(Camera& camera, const uint8_t* message, ssize_t length) 
 }
 
 // A connection that takes whole pieces gets a few at once: waking up costs more than sending them.
-void Upload::sends_pieces(size_t k, std::FILE* file) {
+void Upload::send_pieces(size_t k, std::FILE* file) {
     Camera& camera = cameras_[k];
     const uint32_t before = camera.sent;
     for (int i = 0; i < kPiecesAtOnce; ++i) {
@@ -208,12 +208,12 @@ void Upload::sends_pieces(size_t k, std::FILE* file) {
         static_cast<uint32_t>(static_cast<float>(camera.sent) / static_cast<float>(total_) * 100);
     if (percent == camera.percent) return;
     camera.percent = percent;
-    record_.sets_percent(k, percent);
+    record_.set_percent(k, percent);
 }
 
-void Upload::ends(size_t k, uint32_t state) {
+void Upload::end(size_t k, uint32_t state) {
     cameras_[k].state = state;
-    record_.sets_state(k, state);
+    record_.set_state(k, state);
     cameras_[k].disconnect();
 }
 
@@ -239,12 +239,12 @@ File open_announced(const char* path, uint32_t& size) {
 
 void run_job(JobRecord record, const UpgradeRequest& request) {
     Upload upload(record);
-    if (!upload.connects(request)) return;
+    if (!upload.connect_cameras(request)) return;
     char path[sizeof request.szFilePath + 1] = {};
     std::memcpy(path, request.szFilePath, sizeof request.szFilePath);
     uint32_t size = 0;
     const File file = open_announced(path, size);
-    if (file != nullptr) upload.sends(file.get(), size);
+    if (file != nullptr) upload.send_file(file.get(), size);
 }
 
 }  // namespace
@@ -260,6 +260,6 @@ void* ipc_upgrade_thread(void* request) {
         lenswire::upgrade::run_job(record, lenswire::wire::load<UpgradeRequest>(request));
     }
     std::free(request);
-    if (record) record.releases();
+    if (record) record.release();
     return nullptr;
 }
