@@ -1,3 +1,4 @@
+// The receive ring, used through the services as the library uses it.
 #include "recorder/host/ring.h"
 
 #include <gtest/gtest.h>
@@ -6,112 +7,114 @@
 #include <random>
 #include <vector>
 
+#include "lenswire/host_services.h"
+
 namespace lenswire::recorder {
 namespace {
+
+using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kPacket = 1000;  // the largest in these tests
 constexpr uint32_t kSlack = 64;
 
-// What the library does with a ring, and a model of the bytes that must be in it.
-class RingUser {
-  public:
-    explicit RingUser(uint32_t capacity) : buffer_(capacity, kSlack) {}
+// A ring and a model of the bytes that must be in it.
+class RingTest : public testing::Test {
+  protected:
+    void empty_ring() {
+        buffer_.emplace(kPacket + kSlack, kSlack);
+        model_.clear();
+    }
+    void SetUp() override { empty_ring(); }
 
-    uint32_t room() { return ring().free_size(); }
+    void* ring() { return &buffer_->ring; }
+    uint32_t room() { return static_cast<uint32_t>(ring_free_size_ex(ring())); }
 
     // One receive of up to `most` bytes, with the two questions in either order.
-    void receive(uint32_t most, bool pointer_first) {
-        uint8_t* start = pointer_first ? ring().write_position() : nullptr;
-        const uint32_t count = std::min(most, ring().free_size());
-        if (!pointer_first) start = ring().write_position();
+    void receive(uint32_t most, bool pointer_first = false) {
+        void* start = pointer_first ? ring_get_start_buf(ring()) : nullptr;
+        const uint32_t count = std::min(most, room());
+        if (!pointer_first) start = ring_get_start_buf(ring());
         for (uint32_t i = 0; i < count; ++i) {
-            start[i] = next_;
+            static_cast<uint8_t*>(start)[i] = next_;
             model_.push_back(next_++);
         }
-        ASSERT_TRUE(ring().commit(count));
+        ASSERT_EQ(ring_set_data_end(ring(), static_cast<int>(count)), 0);
+        ASSERT_EQ(ring_used_size(ring()), model_.size());
     }
 
-    void take(uint32_t length) {
-        std::vector<uint8_t> seen(length), peeked(length);
-        ASSERT_EQ(ring().peek(peeked.data(), length), length);
-        ASSERT_EQ(ring().pop(seen.data(), length, length), length);
-        const std::vector<uint8_t> expected(model_.begin(), model_.begin() + length);
-        ASSERT_EQ(seen, expected);
-        ASSERT_EQ(peeked, expected);
-        model_.erase(model_.begin(), model_.begin() + length);
+    // Looks at `length` bytes, then takes them out; one more is asked for than there is room for.
+    void take(uint32_t length, uint32_t capacity) {
+        const uint32_t count = std::min<uint32_t>(length, static_cast<uint32_t>(model_.size()));
+        Bytes seen(capacity + 1, 0xEE), peeked(length + 1, 0xEE),
+            expected(model_.begin(), model_.begin() + count);
+        model_.erase(model_.begin(), model_.begin() + count);
+        ASSERT_EQ(ring_pop_temp(ring(), peeked.data(), static_cast<int>(length)), count);
+        ASSERT_EQ(ring_pop_n(ring(), seen.data(), static_cast<int>(length), static_cast<int>(capacity)),
+                  count);
+        ASSERT_EQ(ring_used_size(ring()), model_.size());
+        ASSERT_EQ(Bytes(peeked.begin(), peeked.begin() + count), expected);
+        expected.resize(std::min(count, capacity));
+        ASSERT_EQ(Bytes(seen.begin(), seen.begin() + static_cast<long>(expected.size())), expected);
+        ASSERT_EQ(peeked[count], 0xEE) << "nothing beyond what was asked for or held";
+        ASSERT_EQ(seen[expected.size()], 0xEE);
     }
 
     // What the library does when it opens the stream: it knows the object's address and one offset.
     void open() {
         const uint32_t zero = 0;
-        std::memcpy(reinterpret_cast<uint8_t*>(&buffer_) + 28, &zero, sizeof zero);
+        std::memcpy(reinterpret_cast<uint8_t*>(&*buffer_) + 28, &zero, sizeof zero);
         model_.clear();
+        ASSERT_EQ(room(), kPacket + kSlack);
     }
 
-    uint32_t held() const { return static_cast<uint32_t>(model_.size()); }
-    Ring& ring() { return buffer_.ring; }
-
-  private:
-    ReceiveBuffer buffer_;
-    std::vector<uint8_t> model_;
+    std::optional<ReceiveBuffer> buffer_;
+    Bytes model_;
     uint8_t next_ = 0;
 };
 
-TEST(Ring, GivesBackWhatItTookInOrderWhateverTheSteps) {
+TEST_F(RingTest, GivesBackWhatItTookInOrderWhateverTheSteps) {
     for (uint32_t seed = 1; seed <= 20; ++seed) {
         std::mt19937 random(seed);
-        RingUser user(kPacket + kSlack);
+        empty_ring();
         for (int step = 0; step < 500 && !HasFatalFailure(); ++step) {
-            user.receive(random() % kPacket, random() % 2 == 0);
-            ASSERT_EQ(user.ring().used(), user.held());
-            if (user.held() > 0) user.take(random() % user.held() + 1);
-            if (random() % 50 == 0) user.open();
+            receive(random() % kPacket, random() % 2 == 0);
+            take(random() % kPacket, random() % kPacket);
+            if (random() % 50 == 0) open();
         }
     }
 }
 
 // A stream that is stuck with a full ring is lost, so room must be found for the rest of any packet.
-TEST(Ring, AlwaysHasRoomForTheLargestPacketAfterEveryHistory) {
+TEST_F(RingTest, AlwaysHasRoomForTheLargestPacketAfterEveryHistory) {
     for (uint32_t rest = 0; rest <= kPacket; rest += 37) {
         for (uint32_t read = 1; read <= kPacket + kSlack - rest; read += 3) {
-            RingUser user(kPacket + kSlack);
-            user.receive(read + rest, false);
-            if (user.held() != read + rest) continue;
-            user.take(read);
-            ASSERT_GE(user.room() + rest, kPacket) << read << " read, " << rest << " held";
+            empty_ring();
+            receive(read + rest);
+            take(read, 0);
+            ASSERT_GE(room() + rest, kPacket) << read << " read, " << rest << " held";
         }
     }
-}
-
-TEST(Ring, BeginsEmptyWithAllItsRoomWhenTheLibraryClearsItsFillWord) {
-    RingUser user(kPacket + kSlack);
-    for (const uint32_t read : {0u, 1u, 500u, kPacket}) {
-        user.receive(kPacket, false);
-        if (read > 0) user.take(read);
-        user.open();
-        EXPECT_EQ(user.ring().used(), 0u);
-        EXPECT_EQ(user.room(), kPacket + kSlack);
-        user.receive(10, true);
-        user.take(10);
-    }
-}
-
-TEST(Ring, TakesOutMoreThanTheDestinationHoldsWithoutOverrunningIt) {
-    RingUser user(kPacket + kSlack);
-    user.receive(100, false);
-    uint8_t destination[12] = {};
-    std::memset(destination + 10, 0xEE, 2);
-    EXPECT_EQ(user.ring().pop(destination, 60, 10), 60u);
-    EXPECT_EQ(destination[9], 9);
-    EXPECT_EQ(destination[10], 0xEE);
-    EXPECT_EQ(user.ring().used(), 40u);
-    EXPECT_EQ(user.ring().pop(destination, 60, 10), 40u) << "never more than is held";
-    EXPECT_FALSE(user.ring().commit(kPacket + kSlack + 1));
-}
-
-TEST(Ring, HoldsTheLargestPacketOfTheProtocol) {
     Ring ring;
-    EXPECT_GE(ring.free_size(), 32u + 4194303 + 33);
+    EXPECT_GE(ring.free_size(), 32u + 4194303 + 33) << "the largest packet of the protocol";
+}
+
+TEST_F(RingTest, RefusesWhatCannotBe) {
+    receive(10);
+    uint8_t byte = 0;
+    EXPECT_EQ(ring_set_data_end(ring(), kPacket + kSlack - 10 + 1), -1) << "more than fits";
+    EXPECT_EQ(ring_set_data_end(ring(), -1), -1);
+    EXPECT_EQ(ring_pop_temp(ring(), &byte, -1), -1);
+    EXPECT_EQ(ring_pop_temp(ring(), nullptr, 1), -1);
+    EXPECT_EQ(ring_pop_n(ring(), &byte, -1, 1), -1);
+    EXPECT_EQ(ring_pop_n(ring(), &byte, 1, -1), -1);
+    EXPECT_EQ(ring_pop_n(ring(), nullptr, 1, 1), -1);
+    take(20, 20);
+    EXPECT_EQ(ring_free_size_ex(nullptr), 0);
+    EXPECT_EQ(ring_get_start_buf(nullptr), nullptr);
+    EXPECT_EQ(ring_set_data_end(nullptr, 0), -1);
+    EXPECT_EQ(ring_used_size(nullptr), 0u);
+    EXPECT_EQ(ring_pop_temp(nullptr, &byte, 1), -1);
+    EXPECT_EQ(ring_pop_n(nullptr, &byte, 1, 1), -1);
 }
 
 }  // namespace

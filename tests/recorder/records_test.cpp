@@ -1,3 +1,4 @@
+// What the program knows of records and files: their fields, cruise lines, firmware.
 #include "recorder/records/fields.h"
 
 #include <gmock/gmock.h>
@@ -6,15 +7,13 @@
 #include <numeric>
 
 #include "recorder/records/cruise_line.h"
+#include "recorder/records/firmware_file.h"
 #include "recorder/records/layouts.h"
 #include "recorder/support/failure.h"
+#include "support/folder.h"
 
 namespace lenswire::recorder {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 struct Sample {
     uint8_t small;
@@ -44,25 +43,14 @@ Bytes counting() {
     return bytes;
 }
 
-std::string refusal(std::string_view assignment) {
-    Bytes record = counting();
-    const Bytes before = record;
-    try {
-        apply_assignment(fields_of(kLayout), assignment, record);
-    } catch (const Failure& failure) {
-        EXPECT_EQ(failure.code(), kBadInput);
-        EXPECT_EQ(record, before) << "a refused value changes nothing";
-        return failure.what();
-    }
-    return "accepted";
-}
-
 TEST(Fields, ShowEveryKindAndTheBytesBetween) {
     Bytes record = counting();
     record[1] = 0xFE;
     record[6] = 0x18;
     record[7] = 0xFC;
+    record[13] = 0x7F;
     record[15] = 0;
+    std::fill_n(record.begin() + 21, 3, uint8_t{0});
     EXPECT_EQ(record_text(kLayout, record),
               "small               65\n"
               "sign                -2\n"
@@ -70,13 +58,14 @@ TEST(Fields, ShowEveryKindAndTheBytesBetween) {
               "middle              17989\n"
               "degrees             -1000\n"
               "large               1280002633\n"
-              "text                MNO\n"
+              "text                M?O\n"
               "raw                 535455\n"
-              "bytes@21            565758\n"
-              "ip                  89.90.91.92\n");
+              "ip                  89.90.91.92\n")
+        << "without what has no name and is all zero";
     const auto json = record_json(kLayout, record);
+    EXPECT_EQ(json["small"], 65);
     EXPECT_EQ(json["sign"], -2);
-    EXPECT_EQ(json["bytes@21"], "565758");
+    EXPECT_EQ(json["bytes@21"], "000000");
 }
 
 TEST(Fields, ChangeNothingButTheirOwnBytes) {
@@ -108,19 +97,35 @@ TEST(Fields, ChangeNothingButTheirOwnBytes) {
 }
 
 TEST(Fields, RefuseWhatDoesNotFit) {
-    EXPECT_THAT(refusal("small=256"), HasSubstr("from 0 to 255"));
-    EXPECT_THAT(refusal("small=-1"), HasSubstr("from 0 to 255"));
-    EXPECT_THAT(refusal("sign=128"), HasSubstr("from -128 to 127"));
-    EXPECT_THAT(refusal("large=4294967296"), HasSubstr("4294967295"));
-    EXPECT_THAT(refusal("large=99999999999999999999"), HasSubstr("4294967295"));
-    for (const char* text : {"small=", "small=1x", "small= 1", "small=0x1"})
-        EXPECT_THAT(refusal(text), Not("accepted")) << text;
-    EXPECT_THAT(refusal("text=seven77"), HasSubstr("6 characters"));
-    EXPECT_THAT(refusal("raw=0102"), HasSubstr("6 hex digits"));
-    EXPECT_THAT(refusal("raw=01020g"), HasSubstr("6 hex digits"));
-    EXPECT_THAT(refusal("ip=1.2.3"), HasSubstr("IPv4 address"));
-    EXPECT_THAT(refusal("smal=1"), HasSubstr("small, sign, bytes@2"));
-    EXPECT_THAT(refusal("small"), HasSubstr("FIELD=VALUE"));
+    const std::pair<const char*, const char*> cases[] = {
+        {"small=256", "from 0 to 255"},
+        {"small=-1", "from 0 to 255"},
+        {"small=", "from 0 to 255"},
+        {"small=1x", "from 0 to 255"},
+        {"small= 1", "from 0 to 255"},
+        {"sign=128", "from -128 to 127"},
+        {"sign=-129", "from -128 to 127"},
+        {"large=4294967296", "to 4294967295"},
+        {"large=99999999999999999999", "to 4294967295"},
+        {"text=seven77", "6 characters"},
+        {"raw=0102", "6 hex digits"},
+        {"raw=0102030", "6 hex digits"},
+        {"raw=01020g", "6 hex digits"},
+        {"ip=1.2.3", "IPv4 address"},
+        {"smal=1", "small, sign, bytes@2"},
+        {"small", "FIELD=VALUE"},
+    };
+    for (const auto& [assignment, reason] : cases) {
+        Bytes record = counting();
+        try {
+            apply_assignment(fields_of(kLayout), assignment, record);
+            ADD_FAILURE() << assignment << " was accepted";
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.code(), kBadInput);
+            EXPECT_THAT(failure.what(), testing::HasSubstr(reason)) << assignment;
+        }
+        EXPECT_EQ(record, counting()) << "a refused value changes nothing";
+    }
 }
 
 TEST(Fields, OfSeveralRecordsAreNamedApart) {
@@ -157,13 +162,62 @@ TEST(CruiseLines, ReadPointsAndShowThemAgain) {
     const CruiseLine line = parse_cruise_line(2, {"1", "2:10", "256:42:255"}, true);
     EXPECT_EQ(line.ucLineNo, 1);
     EXPECT_EQ(cruise_text(line), "line 2 enabled: 1:5:5 2:10:5 256:42:255\n");
-    EXPECT_EQ(cruise_json(line)["points"][2]["preset"], 256);
+    EXPECT_EQ(cruise_json(line)["points"][2],
+              (nlohmann::ordered_json{{"preset", 256}, {"time", 42}, {"speed", 255}}));
     EXPECT_EQ(cruise_text(parse_cruise_line(1, {}, false)), "line 1: no points\n");
-    const std::vector<std::string> many(33, "1");
-    EXPECT_THROW(parse_cruise_line(1, many, false), Failure);
-    for (const char* point : {"", "0", "257", "1:0", "1:43", "1:5:256", "1:5:5:5", "x", "1:", ":1"}) {
+    EXPECT_NO_THROW(parse_cruise_line(1, std::vector<std::string>(32, "1"), false));
+    EXPECT_THROW(parse_cruise_line(1, std::vector<std::string>(33, "1"), false), Failure);
+    for (const char* point : {"", "0", "257", "1:0", "1:43", "1:5:256", "1:5:5:5", "x", "1x", "1:", ":1"})
         EXPECT_THROW(parse_cruise_line(1, {point}, false), Failure) << point;
+}
+
+const FirmwareTarget kTarget = {"LW_20_BTAMCP_1.0", "HI3516A", "IMX178"};
+
+TEST(FirmwareFiles, AreMadeSoThatTheyFitAndAreLookedAtByTheirBytes) {
+    const test::Folder folder;
+    struct Case {
+        const char* style;
+        FirmwareTarget target;
+        size_t size;
+        const char* name;  // none when the target or the size is refused
+    };
+    const size_t header = sizeof(UpgradeFileHeader),
+                 tag = LENSWIRE_UPGRADE_TAG_OFFSET + LENSWIRE_UPGRADE_TAG_SIZE;
+    const Case cases[] = {
+        {"name", kTarget, header, "LW_20_BD.bin"},
+        {"name", {"LW__21_BTAMC", "", ""}, 1000, "LW_21_trial.bin"},
+        {"name", {"LW_20", "", ""}, 1000, nullptr},
+        {"name", kTarget, header - 1, nullptr},
+        {"tokens", {"A_B_W_C", "", ""}, 1000, "A_B_W_trial.bin"},
+        {"tokens", {"W_A", "", ""}, 1000, nullptr},
+        {"header", kTarget, header, "header-trial.bin"},
+        {"header", {"", "HI3516A", ""}, 1000, nullptr},
+        {"header", {"", "", "IMX178"}, 1000, nullptr},
+        {"header", {"", "HI3516AV", "IMX178"}, 1000, nullptr},
+        {"header", {"", "HI3516A", "IMX178LQ"}, 1000, nullptr},
+        {"tag", {}, tag, "tag-trial.bin"},
+        {"tag", {}, tag - 1, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.style << " for " << c.target.firmware << ", " << c.size << " bytes");
+        if (c.name == nullptr) {
+            EXPECT_THROW(make_firmware(c.style, c.target, c.size, folder.path()), Failure);
+            continue;
+        }
+        const FirmwareFile file = look_at_firmware(make_firmware(c.style, c.target, c.size, folder.path()));
+        EXPECT_EQ(file.name, c.name);
+        EXPECT_EQ(file.size, c.size);
+        EXPECT_EQ(file.tagged, c.style == std::string("tag"));
+        ASSERT_TRUE(file.header);
+        const bool marked = c.style == std::string("header");
+        EXPECT_EQ(file.header->upgrateDataLen == c.size, marked);
+        EXPECT_EQ(fixed_text(file.header->sensortype, 8) == "IMX178", marked);
     }
+    folder.write("short", Bytes(header - 1));
+    EXPECT_FALSE(look_at_firmware(folder.path("short")).header);
+    EXPECT_THROW(look_at_firmware(folder.path()), Failure) << "a folder";
+    EXPECT_THROW(make_firmware("tag", {}, tag, folder.path("missing")), Failure);
 }
 
 }  // namespace
