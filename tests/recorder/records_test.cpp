@@ -74,19 +74,17 @@ TEST(Fields, ChangeNothingButTheirOwnBytes) {
         size_t offset;
         Bytes expected;
     };
-    const Case cases[] = {
-        {"small=255", 0, {0xFF}},
-        {"sign=-128", 1, {0x80}},
-        {"bytes@2=00fF", 2, {0x00, 0xFF}},
-        {"middle=513", 4, {0x01, 0x02}},
-        {"degrees=-2", 6, {0xFE, 0xFF}},
-        {"large=4294967295", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
-        {"text=a=b", 12, {'a', '=', 'b', 0, 0, 0}},
-        {"text=", 12, {0, 0, 0, 0, 0, 0}},
-        {"text=sixsix", 12, {'s', 'i', 'x', 's', 'i', 'x'}},
-        {"raw=010203", 18, {1, 2, 3}},
-        {"ip=10.0.255.1", 24, {10, 0, 255, 1}},
-    };
+    const Case cases[] = {{"small=255", 0, {0xFF}},
+                          {"sign=-128", 1, {0x80}},
+                          {"bytes@2=00fF", 2, {0x00, 0xFF}},
+                          {"middle=513", 4, {0x01, 0x02}},
+                          {"degrees=-2", 6, {0xFE, 0xFF}},
+                          {"large=4294967295", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
+                          {"text=a=b", 12, {'a', '=', 'b', 0, 0, 0}},
+                          {"text=", 12, {0, 0, 0, 0, 0, 0}},
+                          {"text=sixsix", 12, {'s', 'i', 'x', 's', 'i', 'x'}},
+                          {"raw=010203", 18, {1, 2, 3}},
+                          {"ip=10.0.255.1", 24, {10, 0, 255, 1}}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.assignment);
         Bytes record = counting(), expected = record;
@@ -97,24 +95,22 @@ TEST(Fields, ChangeNothingButTheirOwnBytes) {
 }
 
 TEST(Fields, RefuseWhatDoesNotFit) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"small=256", "from 0 to 255"},
-        {"small=-1", "from 0 to 255"},
-        {"small=", "from 0 to 255"},
-        {"small=1x", "from 0 to 255"},
-        {"small= 1", "from 0 to 255"},
-        {"sign=128", "from -128 to 127"},
-        {"sign=-129", "from -128 to 127"},
-        {"large=4294967296", "to 4294967295"},
-        {"large=99999999999999999999", "to 4294967295"},
-        {"text=seven77", "6 characters"},
-        {"raw=0102", "6 hex digits"},
-        {"raw=0102030", "6 hex digits"},
-        {"raw=01020g", "6 hex digits"},
-        {"ip=1.2.3", "IPv4 address"},
-        {"smal=1", "small, sign, bytes@2"},
-        {"small", "FIELD=VALUE"},
-    };
+    const std::pair<const char*, const char*> cases[] = {{"small=256", "from 0 to 255"},
+                                                         {"small=-1", "from 0 to 255"},
+                                                         {"small=", "from 0 to 255"},
+                                                         {"small=1x", "from 0 to 255"},
+                                                         {"small= 1", "from 0 to 255"},
+                                                         {"sign=128", "from -128 to 127"},
+                                                         {"sign=-129", "from -128 to 127"},
+                                                         {"large=4294967296", "to 4294967295"},
+                                                         {"large=99999999999999999999", "to 4294967295"},
+                                                         {"text=seven77", "6 characters"},
+                                                         {"raw=0102", "6 hex digits"},
+                                                         {"raw=0102030", "6 hex digits"},
+                                                         {"raw=01020g", "6 hex digits"},
+                                                         {"ip=1.2.3", "IPv4 address"},
+                                                         {"smal=1", "small, sign, bytes@2"},
+                                                         {"small", "FIELD=VALUE"}};
     for (const auto& [assignment, reason] : cases) {
         Bytes record = counting();
         try {

@@ -2,146 +2,86 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <map>
+#include <sstream>
+
+#include "recorder/session/supervisor.h"
 
 namespace lenswire::recorder {
 namespace {
 
-using namespace std::chrono_literals;
-using Action = StreamPlan::Action;
-using State = StreamPlan::State;
-using Duration = StreamPlan::Clock::duration;
-using enum StreamPlan::Action;
-using enum StreamPlan::State;
+using Time = StreamPlan::Time;
+using std::chrono::milliseconds;
 
-enum Event { kLoggedIn, kRefusedLogin, kNoCamera, kInvited, kNotInvited, kAlive, kLost, kRestart };
+const std::map<std::string, void (*)(StreamPlan&, Time)> kEvents = {
+    {"login", [](StreamPlan& plan, Time now) { plan.login_ended(0, now); }},
+    {"refused", [](StreamPlan& plan, Time now) { plan.login_ended(-4, now); }},
+    {"no-camera", [](StreamPlan& plan, Time now) { plan.login_ended(-3, now); }},
+    {"invited", [](StreamPlan& plan, Time now) { plan.invitation_ended(true, now); }},
+    {"not-invited", [](StreamPlan& plan, Time now) { plan.invitation_ended(false, now); }},
+    {"alive", [](StreamPlan& plan, Time now) { plan.control_checked(true, now); }},
+    {"lost", [](StreamPlan& plan, Time now) { plan.control_checked(false, now); }},
+    {"restart", [](StreamPlan& plan, Time now) { plan.restart_wanted(now); }}};
 
-// What happened, and what the plan makes of it. It happens when the step before is due, or `after` it.
-struct Step {
-    Event event;
-    Action action;
-    Duration delay;
-    State state;
-    Duration after = -1s;
-};
+// Steps as EVENT:ACTION@MS=STATE: what happened, what the plan does next, after how long, and where it stands
+// until then. A step happens when the one before is due, or EVENT+MS that long after it happened.
 struct Story {
-    const char* name;
-    std::vector<Step> steps;
+    const char* steps;
     unsigned restarts = 0;
 };
-
-void tell(StreamPlan& plan, Event event, StreamPlan::Time now) {
-    switch (event) {
-        case kLoggedIn:
-            return plan.login_ended(0, now);
-        case kRefusedLogin:
-            return plan.login_ended(-4, now);
-        case kNoCamera:
-            return plan.login_ended(-3, now);
-        case kInvited:
-        case kNotInvited:
-            return plan.invitation_ended(event == kInvited, now);
-        case kAlive:
-        case kLost:
-            return plan.control_checked(event == kAlive, now);
-        case kRestart:
-            return plan.restart_wanted(now);
-    }
-}
-
-constexpr Step kLogsIn = {kLoggedIn, kInvite, 0s, kInviting};
-constexpr Step kStreams = {kInvited, kCheck, 2s, kStreaming};
+#define STREAMS "login:invite@0=inviting invited:check@2000=streaming "
 const Story kStories[] = {
-    {"logs in, invites and then looks after the connection",
-     {kLogsIn, kStreams, {kAlive, kCheck, 2s, kStreaming}, {kAlive, kCheck, 2s, kStreaming}}},
-    {"backs off from an unreachable camera and forgets it after a login",
-     {{kNoCamera, kLogin, 1s, kUnreachable},
-      {kNoCamera, kLogin, 2s, kUnreachable},
-      {kNoCamera, kLogin, 4s, kUnreachable},
-      {kNoCamera, kLogin, 8s, kUnreachable},
-      {kNoCamera, kLogin, 8s, kUnreachable},
-      kLogsIn,
-      kStreams,
-      {kLost, kLogin, 0s, kStreaming},
-      {kNoCamera, kLogin, 1s, kUnreachable}}},
-    {"is patient with a refusal unless the camera is known to take the credentials",
-     {{kRefusedLogin, kLogin, 30s, kRefused},
-      {kRefusedLogin, kLogin, 30s, kRefused},
-      kLogsIn,
-      kStreams,
-      {kLost, kLogin, 0s, kStreaming},
-      {kRefusedLogin, kLogin, 1s, kRefused},
-      {kRefusedLogin, kLogin, 2s, kRefused}}},
-    {"invites at once after a restart and slower when they follow each other",
-     {kLogsIn,
-      kStreams,
-      {kRestart, kInvite, 0s, kRestarting},
-      kStreams,
-      {kRestart, kInvite, 1s, kRestarting},
-      kStreams,
-      {kRestart, kInvite, 2s, kRestarting},
-      kStreams,
-      {kRestart, kInvite, 4s, kRestarting, 10s},
-      kStreams,
-      {kRestart, kInvite, 8s, kRestarting, 10s},
-      kStreams,
-      {kRestart, kInvite, 8s, kRestarting, 6s},
-      kStreams,
-      {kRestart, kInvite, 0s, kRestarting, 7s},  // 15 seconds after the one before
-      kStreams,
-      {kRestart, kInvite, 1s, kRestarting}},
+    {STREAMS "alive:check@2000=streaming alive:check@2000=streaming"},
+    // Backs off from an unreachable camera and forgets it after a login.
+    {"no-camera:login@1000=unreachable no-camera:login@2000=unreachable no-camera:login@4000=unreachable "
+     "no-camera:login@8000=unreachable no-camera:login@8000=unreachable " STREAMS
+     "lost:login@0=streaming no-camera:login@1000=unreachable"},
+    // Is patient with a refusal unless the camera is known to take the credentials.
+    {"refused:login@30000=refused refused:login@30000=refused " STREAMS
+     "lost:login@0=streaming refused:login@1000=refused refused:login@2000=refused"},
+    // Invites at once after a restart and slower when they follow each other within 15 seconds.
+    {STREAMS "restart:invite@0=restarting invited:check@2000=streaming "
+             "restart:invite@1000=restarting invited:check@2000=streaming "
+             "restart+13999:invite@2000=restarting invited:check@2000=streaming "
+             "restart:invite@4000=restarting invited:check@2000=streaming "
+             "restart:invite@8000=restarting invited:check@2000=streaming "
+             "restart:invite@8000=restarting invited:check@2000=streaming "
+             "restart+7000:invite@0=restarting invited:check@2000=streaming restart:invite@1000=restarting",
      8},
-    {"counts a restart once and only of a stream that runs",
-     {{kRestart, kLogin, 0s, kConnecting},
-      kLogsIn,
-      kStreams,
-      {kRestart, kInvite, 0s, kRestarting},
-      {kRestart, kInvite, 0s, kRestarting}},
+    // Counts a restart once and only of a stream that runs.
+    {"restart:login@0=connecting " STREAMS "restart:invite@0=restarting restart:invite@0=restarting", 1},
+    // Logs in anew only after several invitations failed in a row.
+    {"login:invite@0=inviting not-invited:invite@500=inviting invited:check@2000=streaming "
+     "restart:invite@0=restarting not-invited:invite@500=inviting not-invited:login@1000=inviting "
+     "login:invite@0=inviting not-invited:invite@500=inviting",
      1},
-    {"logs in anew only after several invitations failed in a row",
-     {kLogsIn,
-      {kNotInvited, kInvite, 500ms, kInviting},
-      kStreams,
-      {kRestart, kInvite, 0s, kRestarting},
-      {kNotInvited, kInvite, 500ms, kInviting},
-      {kNotInvited, kLogin, 1s, kInviting},
-      kLogsIn,
-      {kNotInvited, kInvite, 500ms, kInviting}},
-     1},
-    {"keeps the stream while a lost control connection is logged in again",
-     {kLogsIn, kStreams, {kLost, kLogin, 0s, kStreaming}, {kLoggedIn, kCheck, 2s, kStreaming}}},
-    {"connects anew when the control connection is lost before the stream",
-     {kLogsIn, {kLost, kLogin, 0s, kConnecting}}},
-    {"takes a restart that comes while it logs in, and no look shortens the back-off",
-     {kLogsIn,
-      kStreams,
-      {kLost, kLogin, 0s, kStreaming},
-      {kRestart, kLogin, 0s, kRestarting},
-      {kLoggedIn, kInvite, 0s, kInviting},
-      kStreams,
-      {kRestart, kInvite, 1s, kRestarting, 0s},
-      {kAlive, kInvite, 1s, kRestarting, 0s}},
-     2},
-};
+    // Keeps the stream while a lost control connection is logged in again, and without a stream connects
+    // anew.
+    {STREAMS "lost:login@0=streaming login:check@2000=streaming"},
+    {"login:invite@0=inviting lost:login@0=connecting"},
+    // Takes a restart that comes while it logs in; a look does not shorten the back-off.
+    {STREAMS "lost:login@0=streaming restart:login@0=restarting login:invite@0=inviting "
+             "invited:check@2000=streaming restart+0:invite@1000=restarting alive+0:invite@1000=restarting",
+     2}};
 
 TEST(StreamPlan, GoesOnAsEachStoryTells) {
+    const std::string actions[] = {"login", "invite", "check"};
     for (const Story& story : kStories) {
-        auto now = StreamPlan::Time{} + 1000s;
+        SCOPED_TRACE(story.steps);
+        Time now = Time{} + std::chrono::hours(1);
         StreamPlan plan(now);
-        bool tried = false, streamed = false;
-        for (const Step& step : story.steps) {
-            SCOPED_TRACE(testing::Message() << story.name << ", step " << &step - story.steps.data() + 1);
-            now = step.after < 0s ? std::max(now, plan.due()) : now + step.after;
-            tell(plan, step.event, now);
-            tried |= step.event <= kNoCamera;
-            streamed |= step.event == kInvited;
-            EXPECT_EQ(plan.action(), step.action);
-            EXPECT_EQ(plan.due() - now, step.delay);
-            EXPECT_EQ(plan.state(), step.state);
-            EXPECT_EQ(plan.login_tried(), tried);
-            EXPECT_EQ(plan.ever_streamed(), streamed);
+        std::istringstream steps(story.steps);
+        for (std::string step; steps >> step;) {
+            const size_t colon = step.find(':'), plus = std::min(step.find('+'), colon);
+            now = plus < colon ? now + milliseconds(std::stoi(step.substr(plus + 1)))
+                               : std::max(now, plan.due());
+            kEvents.at(step.substr(0, plus))(plan, now);
+            const auto delay = std::chrono::duration_cast<milliseconds>(plan.due() - now).count();
+            EXPECT_EQ(actions[static_cast<int>(plan.action())] + "@" + std::to_string(delay) + "=" +
+                          state_name(plan.state()),
+                      step.substr(colon + 1));
         }
-        EXPECT_EQ(plan.restarts(), story.restarts) << story.name;
+        EXPECT_EQ(plan.restarts(), story.restarts);
     }
 }
 
