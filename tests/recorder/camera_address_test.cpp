@@ -35,11 +35,9 @@ TEST(CameraAddress, ReadsEveryForm) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
         const CameraAddress address = parse_camera_address(c.text);
-        EXPECT_EQ(address.user, c.user);
-        EXPECT_EQ(address.password, c.password);
+        EXPECT_EQ(std::tie(address.user, address.password), std::tie(c.user, c.password));
         EXPECT_EQ(address.name(), c.name);
-        EXPECT_EQ(address.channel, c.channel);
-        EXPECT_EQ(address.stream, c.stream);
+        EXPECT_EQ(std::tie(address.channel, address.stream), std::tie(c.channel, c.stream));
         const LoginInfo info = login_info(address);
         EXPECT_EQ(std::string(info.szUserName, 32), c.user + std::string(32 - c.user.size(), '\0'));
         const std::string login_password = c.password.value_or("");

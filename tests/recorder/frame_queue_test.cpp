@@ -25,11 +25,8 @@ struct Listener : FrameQueue::Listener {
 
 class FrameQueueTest : public testing::Test {
   protected:
-    void use(size_t limit) {
-        queue_.emplace(&listener_, limit);
-        object_.queue = &*queue_;
-    }
-    void SetUp() override { use(FrameQueue::kDefaultLimit); }
+    FrameQueueTest() { use(FrameQueue::kDefaultLimit); }
+    void use(size_t limit) { object_.queue = &queue_.emplace(&listener_, limit); }
 
     bool deliver(uint32_t size, uint16_t sequence = 0, uint8_t fill = 0) {
         void* frame = streamGetFrameQueueBuffer(&object_, static_cast<int>(size));
@@ -39,17 +36,16 @@ class FrameQueueTest : public testing::Test {
         head.ulDataSize = size;
         std::memcpy(frame, &head, sizeof head);
         std::memset(static_cast<uint8_t*>(frame) + sizeof head, fill, size);
-        EXPECT_EQ(streamFrameQueueLock(&object_), 0);
-        const int result = streamInsertFrameToFrameQueue(&object_, frame);
-        EXPECT_EQ(steramFrameQueueUnlock(&object_), 0);
-        return result == 0;
+        const int locked = streamFrameQueueLock(&object_);
+        const int inserted = streamInsertFrameToFrameQueue(&object_, frame);
+        return locked == 0 && inserted == 0 && steramFrameQueueUnlock(&object_) == 0;
     }
     int deliver_until_refused(uint32_t size) {
         int accepted = 0;
         while (accepted < 5000 && deliver(size)) ++accepted;
         return accepted;
     }
-    std::vector<FrameBuffer*> drained() {
+    std::vector<FrameBuffer*> drain() {
         std::vector<FrameBuffer*> frames;
         queue_->drain(frames);
         return frames;
@@ -67,7 +63,7 @@ TEST_F(FrameQueueTest, HandsFramesOnInOrderWithTheirBytes) {
         ASSERT_TRUE(deliver(sizes[i], static_cast<uint16_t>(i), static_cast<uint8_t>(i + 1)));
     }
     EXPECT_EQ(listener_.calls, 5) << "one per frame";
-    const auto frames = drained();
+    const auto frames = drain();
     ASSERT_EQ(frames.size(), std::size(sizes));
     for (size_t i = 0; i < frames.size(); ++i) {
         EXPECT_EQ(frames[i]->head().usSequence, i);
@@ -75,14 +71,14 @@ TEST_F(FrameQueueTest, HandsFramesOnInOrderWithTheirBytes) {
         ASSERT_EQ(frames[i]->data().size(), sizes[i]);
         EXPECT_THAT(frames[i]->data(), testing::Each(i + 1));
     }
-    EXPECT_TRUE(drained().empty());
+    EXPECT_TRUE(drain().empty());
 }
 
 TEST_F(FrameQueueTest, UsesItsBuffersAgainSoThatSteadyStateAllocatesNothing) {
     size_t allocated = 0;
     for (int i = 0; i < 100; ++i) {
         for (const uint32_t size : {40'000u, 8'000u, 9'000u, 320u, 8'500u}) ASSERT_TRUE(deliver(size));
-        queue_->give_back(drained());
+        queue_->give_back(drain());
         if (i == 0) allocated = queue_->allocated_bytes();
     }
     EXPECT_EQ(queue_->allocated_bytes(), allocated);
@@ -97,9 +93,9 @@ TEST_F(FrameQueueTest, HoldsAsMuchAsItsLimitAllowsAndCountsTheRest) {
     EXPECT_EQ(deliver_until_refused(7'000), 8) << "buffers of 8 KiB";
     EXPECT_FALSE(deliver(1));
     EXPECT_EQ(queue_->lost(), 2u);
-    queue_->give_back(drained());
+    queue_->give_back(drain());
     EXPECT_EQ(deliver_until_refused(7'000), 8) << "when the consumer has caught up";
-    queue_->give_back(drained());
+    queue_->give_back(drain());
     EXPECT_TRUE(deliver(30'000)) << "small unused buffers make way for a large one";
     EXPECT_EQ(deliver_until_refused(7'000), 4) << "and no more of them than need be";
     EXPECT_EQ(queue_->allocated_bytes(), 64u * 1024);
@@ -121,7 +117,7 @@ TEST_F(FrameQueueTest, RefusesWhatIsNoFrameOfItsOwn) {
     std::memcpy(frame, &stranger, sizeof stranger);
     EXPECT_EQ(streamInsertFrameToFrameQueue(&object_, frame), 0);
     EXPECT_EQ(streamInsertFrameToFrameQueue(&object_, frame), -1) << "a second time";
-    EXPECT_EQ(drained().front()->data().size(), 4096 - sizeof stranger) << "never more than the buffer holds";
+    EXPECT_EQ(drain().front()->data().size(), 4096 - sizeof stranger) << "never more than the buffer holds";
     for (StreamObject none; void* stream : {static_cast<void*>(nullptr), static_cast<void*>(&none)}) {
         EXPECT_EQ(streamGetFrameQueueBuffer(stream, 10), nullptr);
         EXPECT_THAT((std::vector{streamFrameQueueLock(stream), streamInsertFrameToFrameQueue(stream, frame),
@@ -140,7 +136,7 @@ TEST_F(FrameQueueTest, LosesNothingBetweenAReceiverAndAConsumer) {
     for (int seen = 0, next = 0; next < kFrames;) {
         listener_.calls.wait(seen);
         seen = listener_.calls;
-        const auto frames = drained();
+        const auto frames = drain();
         for (const FrameBuffer* frame : frames) EXPECT_EQ(frame->head().usSequence, next++ & 0xFFFF);
         queue_->give_back(frames);
     }

@@ -86,8 +86,7 @@ TEST(HostServices, TellWhichCameraAChannelHas) {
     EXPECT_STREQ(password, "secret");
     EXPECT_EQ(DbMainMsgChannelInfo(1, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(configGetDisplayNum(), 3);
-    EXPECT_EQ(get_channel_protocol(1), 4);
-    EXPECT_EQ(get_channel_bindstatus(2), 1);
+    EXPECT_EQ(get_channel_protocol(1) * 10 + get_channel_bindstatus(2), 41);
     for (const int channel : {-1, 3}) {
         EXPECT_EQ(get_channel_bindstatus(channel) + get_channel_protocol(channel), 0);
         EXPECT_EQ(DbMainMsgChannelInfo(channel, ip, &port, user, password), -1);
@@ -245,10 +244,11 @@ TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
     EXPECT_EQ(networkInsertMessageToQueue(1, 0, &message, 3), -1) << "nobody listens";
     host.set_restart_listener(&listener);
     EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 3), 0);
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 2), -1);
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, nullptr, 3), -1);
-    message.ulType = STREAM_REQ_OPEN;
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 3), -1);
+    StreamRequest other{};
+    EXPECT_THAT((std::vector{networkInsertMessageToQueue(1, 2, &message, 2),
+                             networkInsertMessageToQueue(1, 2, nullptr, 3),
+                             networkInsertMessageToQueue(1, 2, &other, 3)}),
+                Each(-1));
     EXPECT_THAT(listener.wanted, ElementsAre(std::pair(1, 2)));
 }
 
@@ -278,50 +278,39 @@ TEST(HostServices, KnowTheStreamsThatAreRecorded) {
     EXPECT_EQ(libVideoInfoSetNetworkParam(3, 1, 0, 25, 0), 0);
     EXPECT_EQ(stream.bytes_per_second(), 70'000);
     EXPECT_EQ(stream.frames_per_second(), 25);
-    StreamConn unit{};
-    DevChannelInfo info{};
-    stream.describe(info, &unit);
-    EXPECT_EQ(info.ucChannelNo, 3);
-    EXPECT_EQ(info.ucStreamNo, 1);
-    EXPECT_EQ(info.pStreamConn, &unit);
-    ASSERT_NE(streamGetFrameQueueBuffer(info.pStream, 10), nullptr);
-    EXPECT_EQ(stream.queue().allocated_bytes(), 4096u) << "it is this stream's queue";
 }
 
 TEST(HostServices, CountMotionAndAlarmsOfAChannel) {
     Host host;
-    EXPECT_EQ(MD_Disarming_Time(2), 1);
-    EXPECT_EQ(VideoMDSetStatus(2, 1, nullptr) + VideoMDSetStatus(2, 1, nullptr) + snapSetMotion(2, 1), 0);
-    EXPECT_EQ(VideoMDGetStatus(2), 1);
-    EXPECT_EQ(host.motion.counts(2).motions, 1u) << "it began once";
-    EXPECT_TRUE(host.motion.counts(2).motion);
-    EXPECT_TRUE(host.motion.counts(2).snapshots);
-    EXPECT_EQ(VideoMDSetStatus(2, 0, nullptr), 0);
-    EXPECT_FALSE(host.motion.counts(2).motion);
-    host.motion.set_armed(2, false);
-    EXPECT_EQ(MD_Disarming_Time(2), 0);
-    for (const uint8_t type : {2, 40, 7}) {
-        uint8_t alarm[4] = {type, 2, 0, 1};
-        EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, alarm), 0);
-    }
-    EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, nullptr), -1);
-    EXPECT_EQ(host.motion.counts(2).alarms, 3u);
     const auto events = [&host] {
         std::vector<std::string> lines;
         while (const auto event = host.motion.next_event()) lines.push_back(*event);
         return lines;
     };
+    EXPECT_EQ(MD_Disarming_Time(2), 1);
+    EXPECT_EQ(VideoMDSetStatus(2, 1, nullptr) + VideoMDSetStatus(2, 1, nullptr) + snapSetMotion(2, 1), 0);
+    EXPECT_EQ(VideoMDGetStatus(2), 1);
+    EXPECT_EQ(host.motion.counts(2).motions, 1u) << "it began once";
+    EXPECT_TRUE(host.motion.counts(2).motion && host.motion.counts(2).snapshots);
+    EXPECT_EQ(VideoMDSetStatus(2, 0, nullptr), 0);
+    host.motion.set_armed(2, false);
+    EXPECT_FALSE(host.motion.counts(2).motion || MD_Disarming_Time(2));
+    for (const uint8_t type : {2, 40, 7}) {
+        uint8_t alarm[4] = {type, 2, 0, 1};
+        EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, alarm), 0);
+    }
+    EXPECT_EQ(host.motion.counts(2).alarms, 3u);
     EXPECT_THAT(events(),
                 ElementsAre("motion on channel 2", "motion ended on channel 2", "alarm: motion on channel 2",
                             "alarm: firmware upgrade failed on channel 2", "alarm of type 7 on channel 2"));
-    for (int i = 0; i <= 1000; ++i) VideoMDSetStatus(4, i == 0, nullptr), VideoMDSetStatus(5, i % 2, nullptr);
+    for (int i = 0; i <= 1000; ++i)
+        VideoMDSetStatus(5, i % 2, nullptr), VideoMDSetStatus(4, i == 1000, nullptr);
     const auto kept = events();
     EXPECT_EQ(kept.size(), 1000u) << "the newest, when nobody shows them";
-    EXPECT_EQ(kept.front(), "motion on channel 5");
-    EXPECT_EQ(kept.back(), "motion ended on channel 5");
+    EXPECT_EQ(kept.back(), "motion on channel 4");
     for (const int channel : {-1, 192, 1000}) {
-        EXPECT_EQ(VideoMDSetStatus(channel, 1, nullptr), -1);
-        EXPECT_EQ(snapSetMotion(channel, 1), -1);
+        EXPECT_THAT((std::vector{VideoMDSetStatus(channel, 1, nullptr), snapSetMotion(channel, 1)}),
+                    Each(-1));
         EXPECT_EQ(VideoMDGetStatus(channel) + MD_Disarming_Time(channel), 0);
     }
 }
@@ -336,32 +325,26 @@ TEST(HostServices, GiveZonesWhosePartsAddUpToTheirOffset) {
                           {"LOC+03:30", "GMT-03:30", -4, 30, 17}, {"LOC+12:00", "GMT-12:00", -12, 0, 0},
                           {"LOC+00:00", "GMT+00:00", 0, 0, 24},   {"LOC+05:00", "GMT-05:00", -5, 0, 14},
                           {"LOC-00:20", "GMT+00:00", 0, 0, 24}};
-    for (const Case& c : cases) {
-        for (const bool named : {false, true}) {
-            SCOPED_TRACE(testing::Message() << c.here << (named ? ", named" : ", the machine's own"));
-            setenv("TZ", named ? "LOC+07:00" : c.here, 1);
-            tzset();
-            Host host;
-            if (named) host.store.set_current_zone(c.name);
-            char name[12] = {};
-            int a = 0, b = 0;
-            const int result = GetTimeZone(name, &a, &b);
-            ASSERT_GE(result, 0);
-            EXPECT_STREQ(name, c.name);
-            EXPECT_EQ(a * 60 + b, c.hours * 60 + c.minutes);
-            const auto index = static_cast<uint32_t>(result) >> 8;
-            uint8_t hours = 0, minutes = 0;
-            EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
-            EXPECT_EQ(static_cast<int8_t>(hours), c.hours);
-            EXPECT_EQ(minutes, c.minutes);
-            EXPECT_EQ(GetIpcTimeZoneMap(index), static_cast<uint32_t>(c.camera));
-        }
-    }
-    Host host;
-    EXPECT_THROW(host.store.set_current_zone("GMT+25:00"), Failure);
+    char name[12] = {};
+    int a = 0, b = 0;
     uint8_t hours = 9, minutes = 9;
-    EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
-    EXPECT_EQ(hours + minutes, 0);
+    for (const Case& c : cases) {
+        setenv("TZ", c.here, 1);
+        tzset();
+        Host host;
+        const auto index = static_cast<uint32_t>(GetTimeZone(name, &a, &b)) >> 8;
+        EXPECT_STREQ(name, c.name);
+        EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
+        EXPECT_THAT((std::vector<int>{a, b, static_cast<int8_t>(hours), minutes}),
+                    ElementsAre(c.hours, c.minutes, c.hours, c.minutes));
+        EXPECT_EQ(GetIpcTimeZoneMap(index), static_cast<uint32_t>(c.camera));
+        host.store.set_current_zone("GMT+14:00");
+        EXPECT_EQ(GetTimeZone(name, nullptr, nullptr) >> 8, 37);
+        EXPECT_THROW(host.store.set_current_zone("GMT+25:00"), Failure);
+        EXPECT_STREQ(name, "GMT+14:00");
+        EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
+        EXPECT_EQ(hours + minutes, 0);
+    }
 }
 
 TEST(HostServices, CountTheLibrarysMemoryAndShowItsLines) {

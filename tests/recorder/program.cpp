@@ -1,5 +1,7 @@
 #include "program.h"
 
+#include <sstream>
+
 #include "recorder/cli/commands.h"
 #include "support/capture.h"
 
@@ -11,14 +13,16 @@ nlohmann::json Outcome::json() const {
     return parsed.is_discarded() ? nlohmann::json() : parsed;
 }
 
-Outcome run_lenswire(Words arguments, const std::string& library) {
-    arguments.insert(arguments.begin(), {"lenswire", "--library", library});
+Outcome ProgramTest::lenswire(const std::string& line, const std::string& library) {
+    std::vector<std::string> words = {"lenswire", "--library", library};
+    std::istringstream stream(line);
+    for (std::string word; stream >> word;) words.push_back(word == "CAM" ? addresses_.at(0) : word);
     std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
+    for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     const test::Capture capture;
-    const int code = run_program(static_cast<int>(arguments.size()), argv.data());
-    return {code, capture.out(), capture.err(), std::move(arguments)};
+    const int code = run_program(static_cast<int>(words.size()), argv.data());
+    return {code, capture.out(), capture.err(), std::move(words)};
 }
 
 camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device) {

@@ -23,18 +23,17 @@ struct Outcome {
     nlohmann::json json() const;
 };
 
-using Words = std::vector<std::string>;
-
-// Nothing else may write to the standard streams meanwhile.
-Outcome run_lenswire(Words arguments, const std::string& library = LENSWIRE_LIBRARY);
-
 class ProgramTest : public testing::Test {
   protected:
     // Each camera has an address of its own.
     camera::Camera& add_camera(camera::DeviceConfig device = {});
 
+    // Runs a command line, words between spaces; CAM is the first camera. Nothing else may write to the
+    // standard streams meanwhile.
+    Outcome lenswire(const std::string& line, const std::string& library = LENSWIRE_LIBRARY);
+
     camera::CameraFarm farm_;
-    Words addresses_;  // as the command line names the cameras
+    std::vector<std::string> addresses_;  // as the command line names the cameras
     test::Folder folder_;
 };
 

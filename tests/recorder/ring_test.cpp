@@ -21,11 +21,11 @@ constexpr uint32_t kSlack = 64;
 // A ring and a model of the bytes that must be in it.
 class RingTest : public testing::Test {
   protected:
+    RingTest() { empty_ring(); }
     void empty_ring() {
         buffer_.emplace(kPacket + kSlack, kSlack);
         model_.clear();
     }
-    void SetUp() override { empty_ring(); }
 
     void* ring() { return &buffer_->ring; }
     uint32_t room() { return static_cast<uint32_t>(ring_free_size_ex(ring())); }

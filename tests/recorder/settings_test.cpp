@@ -27,15 +27,9 @@ using Bytes = std::vector<uint8_t>;
 
 class SettingsTest : public ProgramTest {
   protected:
-    void SetUp() override {
-        add_camera();
-        camera_ = &farm_[0];
-        address_ = addresses_[0];
-    }
     // Runs a command that must succeed and say nothing but its result.
-    json run(Words words) {
-        words.insert(words.end(), {"--json", "--db", folder_.path("recorder.db")});
-        const Outcome outcome = run_lenswire(words);
+    json run(const std::string& line) {
+        const Outcome outcome = lenswire(line + " --json --db " + folder_.path("recorder.db"));
         EXPECT_EQ(outcome.code, 0) << outcome.err;
         EXPECT_THAT(outcome.err, IsEmpty());
         return outcome.json();
@@ -52,8 +46,7 @@ class SettingsTest : public ProgramTest {
         return camera_->received(code).back().payload;
     }
 
-    camera::Camera* camera_ = nullptr;
-    std::string address_;
+    camera::Camera* const camera_ = &add_camera();
 };
 
 struct Row {
@@ -81,54 +74,54 @@ const Row kRows[] = {
 
 TEST_F(SettingsTest, ComeFromTheCameraByteForByteAndChangeInNothingButWhatIsNamed) {
     for (const Row& row : kRows) {
-        SCOPED_TRACE(row.what);
+        const std::string what = row.what;
+        SCOPED_TRACE(what);
         const Bytes before = row.own ? camera_->record(row.get_code) : put_record(row.get_code, row.size);
         Bytes expected = before;
-        EXPECT_EQ(run({"get", address_, row.what, "--raw", folder_.path("raw")})["what"], row.what);
+        EXPECT_EQ(run("get CAM " + what + " --raw " + folder_.path("raw"))["what"], row.what);
         EXPECT_EQ(folder_.read("raw"), expected);
         if (row.assignment == nullptr) continue;
         std::ranges::copy(row.changed, expected.begin() + static_cast<long>(row.offset));
-        run({"set", address_, row.what, row.assignment});
+        run("set CAM " + what + " " + row.assignment);
         EXPECT_EQ(camera_->record(row.get_code), expected);
         if (row.own) continue;
         camera_->set_record(row.get_code, before);
-        folder_.write("changed", expected);
-        run({"set", address_, row.what, "--from", folder_.path("changed")});
+        run("set CAM " + what + " --from " + folder_.write("changed", expected));
         EXPECT_EQ(camera_->record(row.get_code), expected) << "from a file";
     }
 }
 
 TEST_F(SettingsTest, ThatDoNotReadBackAreSentAsTyped) {
-    run({"set", address_, "smart-iframe", "enabled=1", "interval=250"});
+    run("set CAM smart-iframe enabled=1 interval=250");
     const Bytes sent = last_payload(LENSWIRE_CMD_SMART_IFRAME_SET);
     EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 4), (Bytes{0, 1, 250, 0}));
-    run({"set", address_, "alarm", "channel=3"});
+    run("set CAM alarm channel=3");
     EXPECT_EQ(last_payload(LENSWIRE_CMD_ALARM_EX)[0], 3);
-    EXPECT_EQ(run({"set", address_, "ptz", "speed=9"})["fields"]["speed"], 9);
-    const json clock = run({"set", address_, "time", "year=2031", "month=2", "day=3"})["fields"];
+    EXPECT_EQ(run("set CAM ptz speed=9")["fields"]["speed"], 9);
+    const json clock = run("set CAM time year=2031 month=2 day=3")["fields"];
     EXPECT_EQ(clock["year"], 2031);
-    EXPECT_EQ(run_lenswire({"time", address_}).out.substr(0, 11), "2031-02-03 ") << "and it runs";
+    EXPECT_EQ(lenswire("time CAM").out.substr(0, 11), "2031-02-03 ") << "and it runs";
 }
 
 TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
     // The library would try for 10 seconds.
     camera_->watch_commands([](const camera::Command&) { Host::current()->stop_logins(); });
     const Outcome typo =
-        run_lenswire({"get", "admin:secret@" + address_.substr(address_.find('@') + 1), "image"});
+        lenswire("get admin:secret" + addresses_[0].substr(addresses_[0].find('@')) + " image");
     EXPECT_THAT(typo.err, HasSubstr("no answer to the login"));
     camera_->watch_commands({});
     camera::AnswerFault error;
     error.code = LENSWIRE_CMD_IMAGE_GET;
     error.state = 1;
     camera_->add_fault(error);
-    const Outcome refused = run_lenswire({"get", address_, "image"});
+    const Outcome refused = lenswire("get CAM image");
     EXPECT_THAT(refused.err, HasSubstr("answered the request for image settings with an error"));
     camera_->on_command(LENSWIRE_CMD_IMAGE_SET, [](const camera::Command&) { return std::nullopt; });
     camera_->clear_faults();
     put_record(LENSWIRE_CMD_IMAGE_GET, 36);
-    const Outcome not_taken = run_lenswire({"set", address_, "image", "brightness=3", "hue=99"});
+    const Outcome not_taken = lenswire("set CAM image brightness=3 hue=99");
     EXPECT_THAT(not_taken.err, HasSubstr("did not take hue, it has 6\n"));
-    const Outcome no_library = run_lenswire({"get", address_, "image"}, "/nonexistent");
+    const Outcome no_library = lenswire("get CAM image", "/nonexistent");
     EXPECT_THAT(no_library.err, HasSubstr("the library cannot be loaded"));
     for (const Outcome* outcome : {&typo, &refused, &not_taken, &no_library}) {
         EXPECT_EQ(outcome->code, 1);
@@ -140,7 +133,7 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
 
 TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
     const test::Capture capture;
-    ControlSession session(camera_addresses({address_}, "").front(), {LENSWIRE_LIBRARY, ""});
+    ControlSession session(camera_addresses(addresses_, "").front(), {LENSWIRE_LIBRARY, ""});
     const auto failure = [](auto operation) -> std::string {
         try {
             operation();
@@ -168,41 +161,42 @@ TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
 }
 
 TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
-    const std::string short_file = folder_.write("short", Bytes(227)),
-                      long_file = folder_.write("long", Bytes(229));
-    const std::vector<Words> cases = {{"get", address_, "nonsense"},
-                                      {"get", address_, "smart-iframe"},
-                                      {"get", address_, "image", "--log", "/nonexistent/log"},
-                                      {"get", address_, "image", "--db", folder_.path()},
-                                      {"get", address_, "image", "--password-file", "/nonexistent"},
-                                      {"get", address_, "image", address_},
-                                      {"set", address_, "network", "port=1"},
-                                      {"set", address_, "image"},
-                                      {"set", address_, "image", "brightness=300"},
-                                      {"set", address_, "image", "bright=3"},
-                                      {"set", address_, "osd", "--from", "/nonexistent"},
-                                      {"set", address_, "osd", "--from", short_file},
-                                      {"set", address_, "osd", "--from", long_file},
-                                      {"ptz", address_, "sideways"},
-                                      {"ptz", address_, "preset"},
-                                      {"ptz", address_, "preset", "256"},
-                                      {"ptz", address_, "left", "0"},
-                                      {"ptz", address_, "left", "256"},
-                                      {"cruise", address_, "start"},
-                                      {"cruise", address_, "start", "4"},
-                                      {"cruise", address_, "show", "-1"},
-                                      {"cruise", address_, "start", "1", "2"},
-                                      {"cruise", address_, "set", "1", "0:1"},
-                                      {"cruise", address_, "dance"},
-                                      {"time", address_, "--zone", "GMT+08:00"},
-                                      {"firmware", "check", "/nonexistent", "--camera", address_},
-                                      {"firmware", "make", "wooden"},
-                                      {"upgrade", "/nonexistent", address_},
-                                      {"dance", address_},
-                                      {}};
-    for (const Words& words : cases) {
-        const Outcome outcome = run_lenswire(words);
-        SCOPED_TRACE(testing::PrintToString(words) + ": " + outcome.err);
+    const std::string files = "set CAM osd --from " + folder_.path();
+    folder_.write("short", Bytes(227));
+    folder_.write("long", Bytes(229));
+    const std::string cases[] = {"get CAM nonsense",
+                                 "get CAM smart-iframe",
+                                 "get CAM image --log /nonexistent/log",
+                                 "get CAM image --db " + folder_.path(),
+                                 "get CAM image --password-file /nonexistent",
+                                 "get CAM image CAM",
+                                 "set CAM network port=1",
+                                 "set CAM image",
+                                 "set CAM image brightness=300",
+                                 "set CAM image bright=3",
+                                 files + "/missing",
+                                 files + "/short",
+                                 files + "/long",
+                                 "ptz CAM sideways",
+                                 "ptz CAM preset",
+                                 "ptz CAM preset 256",
+                                 "ptz CAM left 0",
+                                 "ptz CAM left 256",
+                                 "cruise CAM start",
+                                 "cruise CAM start 4",
+                                 "cruise CAM show -1",
+                                 "cruise CAM start 1 2",
+                                 "cruise CAM set 1 0:1",
+                                 "cruise CAM dance",
+                                 "time CAM --zone GMT+08:00",
+                                 "firmware check /nonexistent --camera CAM",
+                                 "firmware make wooden",
+                                 "upgrade /nonexistent CAM",
+                                 "dance CAM",
+                                 ""};
+    for (const std::string& line : cases) {
+        const Outcome outcome = lenswire(line);
+        SCOPED_TRACE(line + ": " + outcome.err);
         EXPECT_EQ(outcome.code, 2);
         EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1);
         EXPECT_THAT(outcome.err, Not(HasSubstr("Secret")));
@@ -215,64 +209,59 @@ TEST_F(SettingsTest, ShowNothingOfTheLibrarysLinesUnlessAskedTo) {
     const std::string password = folder_.path("password"), log = folder_.path("log");
     std::ofstream(password) << "Secret\n";
     std::ofstream(log) << "before\n";
-    const std::string bare = "admin" + address_.substr(address_.find('@'));
-    const Outcome quiet = run_lenswire({"get", bare, "image", "--password-file", password, "--log", log});
+    const std::string bare = "admin" + addresses_[0].substr(addresses_[0].find('@'));
+    const Outcome quiet = lenswire("get " + bare + " image --password-file " + password + " --log " + log);
     EXPECT_EQ(quiet.code, 0);
     EXPECT_THAT(quiet.err, IsEmpty());
     const Bytes lines = folder_.read("log");
     EXPECT_THAT(std::string(lines.begin(), lines.end()),
                 AllOf(HasSubstr("before\n"), HasSubstr("connect success")));
-    const Outcome verbose = run_lenswire({"get", address_, "image", "--verbose", "--json"});
+    const Outcome verbose = lenswire("get CAM image --verbose --json");
     EXPECT_THAT(verbose.err, HasSubstr("connect success"));
     EXPECT_TRUE(verbose.json().is_object()) << "and standard output stays the program's alone";
     EXPECT_THAT(verbose.arguments, Each(Not(HasSubstr("Secret")))) << "as a process list shows them";
-    EXPECT_THAT(run_lenswire({"get", "--help"}).out, HasSubstr("CAMERA"));
+    EXPECT_THAT(lenswire("get --help").out, HasSubstr("CAMERA"));
 }
 
 TEST_F(SettingsTest, OfPanAndTiltFollowTheOperations) {
     struct Case {
-        Words words;
+        const char* words;
         uint8_t code, argument;
     };
-    const Case cases[] = {
-        {{"left", "200"}, 0x02, 200}, {{"right"}, 0x03, 0},       {{"up"}, 0x04, 0},
-        {{"down"}, 0x05, 0},          {{"zoom-in"}, 0x06, 0},     {{"zoom-out"}, 0x07, 0},
-        {{"stop"}, 0x01, 0},          {{"preset", "5"}, 0x28, 4}, {{"set-preset", "255"}, 0x2C, 254},
-    };
+    const Case cases[] = {{"left 200", 2, 200}, {"right", 3, 0},       {"up", 4, 0},
+                          {"down", 5, 0},       {"zoom-in", 6, 0},     {"zoom-out", 7, 0},
+                          {"stop", 1, 0},       {"preset 5", 0x28, 4}, {"set-preset 255", 0x2C, 254}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.words[0]);
-        Words words = {"ptz", address_};
-        words.insert(words.end(), c.words.begin(), c.words.end());
-        EXPECT_TRUE(run(words)["fields"].contains("pan"));
+        SCOPED_TRACE(c.words);
+        EXPECT_TRUE(run(std::string("ptz CAM ") + c.words)["fields"].contains("pan"));
         const Bytes sent = last_payload(LENSWIRE_CMD_PTZ_OPTION);
         EXPECT_EQ(sent[1], c.code);
         EXPECT_EQ(sent[4], c.argument);
     }
-    EXPECT_EQ(run({"ptz", address_, "speed", "255"})["fields"]["speed"], 255);
+    EXPECT_EQ(run("ptz CAM speed 255")["fields"]["speed"], 255);
 }
 
 TEST_F(SettingsTest, OfCruiseLinesGoThroughDatabaseAndCamera) {
     const json points = {{{"preset", 7}, {"time", 3}, {"speed", 9}},
                          {{"preset", 2}, {"time", 5}, {"speed", 5}}};
-    EXPECT_EQ(run({"cruise", address_, "set", "2", "7:3:9", "2"})["lines"][0]["points"], points);
-    const json started = run({"cruise", address_, "start", "2"})["lines"];
+    EXPECT_EQ(run("cruise CAM set 2 7:3:9 2")["lines"][0]["points"], points);
+    const json started = run("cruise CAM start 2")["lines"];
     ASSERT_THAT(started, SizeIs(1));
     EXPECT_EQ(started[0]["enabled"], true);
     EXPECT_EQ(last_payload(LENSWIRE_CMD_PTZ_OPTION)[1], LENSWIRE_PTZ_START_CRUISE);
     camera_->set_record(LENSWIRE_CMD_CRUISE_GET, Bytes(3 * 980));
-    EXPECT_EQ(run({"cruise", address_, "resend"})["lines"][1]["points"], points)
-        << "the camera had forgotten it";
-    EXPECT_EQ(run({"cruise", address_, "show"})["lines"][1]["enabled"], true);
-    const json stopped = run({"cruise", address_, "stop"})["lines"];
+    EXPECT_EQ(run("cruise CAM resend")["lines"][1]["points"], points) << "the camera had forgotten it";
+    EXPECT_EQ(run("cruise CAM show")["lines"][1]["enabled"], true);
+    const json stopped = run("cruise CAM stop")["lines"];
     EXPECT_EQ(last_payload(LENSWIRE_CMD_PTZ_OPTION)[1], LENSWIRE_PTZ_STOP_CRUISE);
     for (const json& line : stopped) EXPECT_EQ(line["enabled"], false);
-    EXPECT_EQ(run({"cruise", address_, "set", "3", "4", "--enable"})["lines"][0]["enabled"], true);
+    EXPECT_EQ(run("cruise CAM set 3 4 --enable")["lines"][0]["enabled"], true);
 }
 
 // Without a database the recorder knows no line; what the camera has must not be lost over a start.
 TEST_F(SettingsTest, OfACruiseLineThatOnlyTheCameraKnowsStay) {
     const Bytes before = camera_->record(LENSWIRE_CMD_CRUISE_GET);
-    run({"cruise", address_, "start", "1"});
+    run("cruise CAM start 1");
     Bytes after = camera_->record(LENSWIRE_CMD_CRUISE_GET);
     EXPECT_EQ(after[2], 1) << "enabled now";
     after[2] = before[2];
@@ -285,12 +274,9 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
         {"GMT-03:30", -210}, {"GMT-05:00", -300}, {"GMT-12:00", -720}, {nullptr, 480}};
     for (const auto& [zone, minutes] : zones) {
         SCOPED_TRACE(zone != nullptr ? zone : "the machine's, of a camera that loses the first request");
-        run({"set", address_, "time", "year=2001"});
+        run("set CAM time year=2001");
         const size_t sent = camera_->received(LENSWIRE_CMD_TIME_SET).size();
-        Words words = {"time", address_, "--set"};
-        if (zone != nullptr) {
-            words.insert(words.end(), {"--zone", zone});
-        } else {
+        if (zone == nullptr) {
             setenv("TZ", "LOC-08:00", 1);
             tzset();
             camera_->on_command(LENSWIRE_CMD_TIME_SET, [this](const camera::Command&) {
@@ -298,7 +284,8 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
                 return std::nullopt;
             });
         }
-        const json clock = run(words);
+        const json clock =
+            run(zone != nullptr ? std::string("time CAM --set --zone ") + zone : "time CAM --set");
         const std::string text = clock["time"];
         tm fields{};
         ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
@@ -310,12 +297,12 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
         const size_t needed = zone == nullptr ? 2 : 1;
         EXPECT_GE(camera_->received(LENSWIRE_CMD_TIME_SET).size() - sent, needed);
     }
-    EXPECT_EQ(run_lenswire({"time", address_, "--set", "--zone", "GMT+25:00"}).code, 2);
+    EXPECT_EQ(lenswire("time CAM --set --zone GMT+25:00").code, 2);
 }
 
 TEST_F(SettingsTest, AreShownTogetherAsInformation) {
     add_camera({.type = 33, .special_family = true, .fisheye_type = 2});
-    const json info = run({"info", address_});
+    const json info = run("info CAM");
     EXPECT_EQ(info["platform_family"], "ordinary");
     EXPECT_EQ(info["fisheye_type"], 0);
     EXPECT_EQ(info["host_fisheye_type"], 1);
@@ -323,7 +310,7 @@ TEST_F(SettingsTest, AreShownTogetherAsInformation) {
     ASSERT_THAT(info["scope"], SizeIs(6));
     EXPECT_THAT(info["scope"][1]["codecs"], testing::Contains("H265"));
     EXPECT_THAT(info["scope"][5]["sizes"], ElementsAre("320x240"));
-    const std::string text = run_lenswire({"info", addresses_[1]}).out;
+    const std::string text = lenswire("info " + addresses_[1]).out;
     for (const char* line : {"type                33\n", "platform family     special\n",
                              "fisheye type        2 (", "triple 3   H264         320x240\n"})
         EXPECT_THAT(text, HasSubstr(line));

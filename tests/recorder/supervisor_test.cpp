@@ -72,13 +72,12 @@ class SupervisorTest : public testing::Test {
     bool opened(int index) { return fakes_[index]->opened.try_acquire_for(10s); }
     // What was done with a camera, once nothing is done any more.
     void expect(int index, int logins, int invitations, int opens, unsigned restarts) {
-        SCOPED_TRACE(index);
         supervisor_->stop();
-        EXPECT_EQ(fakes_[index]->logins, logins);
-        EXPECT_EQ(fakes_[index]->invitations, invitations);
-        EXPECT_EQ(fakes_[index]->opens, opens);
-        EXPECT_EQ(supervisor_->view(index).restarts, restarts);
-        EXPECT_EQ(supervisor_->view(index).state, StreamPlan::State::kStreaming);
+        const FakeLink& fake = *fakes_[index];
+        EXPECT_EQ(std::tuple(fake.logins.load(), fake.invitations.load(), fake.opens.load()),
+                  std::tuple(logins, invitations, opens))
+            << "camera " << index;
+        EXPECT_EQ(supervisor_->view(index).restarts, restarts) << "camera " << index;
     }
 
     std::vector<FakeLink*> fakes_;
