@@ -22,21 +22,29 @@ using Bytes = std::vector<uint8_t>;
 
 enum { kWriteIt = 1, kReadIt = 2 };
 
-CameraAddress camera(const std::string& ip, int port = 8000, int channel = 0) {
-    const std::string place = ip + ":" + std::to_string(port) + "/" + std::to_string(channel);
-    return camera_addresses({"admin:secret@" + place}, "").front();
+CameraAddress camera(const std::string& place) {
+    return camera_addresses({"admin:secret@127.0.0." + place}, "").front();
+}
+
+// What the library is told of a channel's camera: "IP PORT USER PASSWORD", or nothing.
+std::string camera_of(int channel) {
+    char ip[64], user[64], password[64];
+    int port = 0;
+    if (DbMainMsgChannelInfo(channel, ip, &port, user, password) != 0) return "";
+    return std::string(ip) + " " + std::to_string(port) + " " + user + " " + password;
 }
 
 int database(int table, int operation, int32_t key, Bytes& buffer) {
     return databaseOperate(table, operation, &key, sizeof key, buffer.data(),
                            static_cast<int>(buffer.size()));
 }
-
+int write(int table, int32_t key, Bytes record) {
+    return database(table, kWriteIt, key, record);
+}
 // A whole record of a table; empty when there is none.
 Bytes read(int table, int32_t key, size_t size) {
     Bytes buffer(size, 0xEE);
-    if (database(table, kReadIt, key, buffer) != static_cast<int>(size)) return {};
-    return buffer;
+    return database(table, kReadIt, key, buffer) == static_cast<int>(size) ? buffer : Bytes();
 }
 
 Bytes cruise_line(uint8_t line, uint8_t fill) {
@@ -73,88 +81,69 @@ TEST(HostServices, AnswerWithoutAHostWithFailure) {
 TEST(HostServices, TellWhichCameraAChannelHas) {
     Host host;
     EXPECT_EQ(configGetDisplayNum(), 0);
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.1")), 0);
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2", 9000)), 1);
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2", 9000, 1)), 2) << "another channel of it";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.1")), 0) << "the same again";
-    char ip[64], user[64], password[64];
-    int port = 0;
-    ASSERT_EQ(DbMainMsgChannelInfo(1, ip, &port, user, password), 0);
-    EXPECT_STREQ(ip, "127.0.0.2");
-    EXPECT_EQ(port, 9000);
-    EXPECT_STREQ(user, "admin");
-    EXPECT_STREQ(password, "secret");
+    const std::pair<const char*, int> cameras[] = {{"1:80", 0}, {"2:90", 1}, {"2:90/1", 2}, {"1:80", 0}};
+    for (const auto& [place, channel] : cameras)
+        EXPECT_EQ(host.store.bind_camera(camera(place)), channel) << place;
+    EXPECT_EQ(camera_of(1), "127.0.0.2 90 admin secret");
     EXPECT_EQ(DbMainMsgChannelInfo(1, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(configGetDisplayNum(), 3);
-    EXPECT_EQ(get_channel_protocol(1) * 10 + get_channel_bindstatus(2), 41);
+    EXPECT_EQ(get_channel_protocol(1), 4);
+    EXPECT_EQ(get_channel_bindstatus(2), 1);
     for (const int channel : {-1, 3}) {
         EXPECT_EQ(get_channel_bindstatus(channel) + get_channel_protocol(channel), 0);
-        EXPECT_EQ(DbMainMsgChannelInfo(channel, ip, &port, user, password), -1);
+        EXPECT_EQ(camera_of(channel), "");
     }
-    for (int i = 3; i < 192; ++i) EXPECT_EQ(host.store.bind_camera(camera("127.0.0.3", i)), i);
-    EXPECT_THROW(host.store.bind_camera(camera("127.0.0.3", 192)), Failure);
+    for (int i = 3; i < 192; ++i) EXPECT_EQ(host.store.bind_camera(camera("3:" + std::to_string(i))), i);
+    EXPECT_THROW(host.store.bind_camera(camera("3:192")), Failure);
     EXPECT_EQ(configGetDisplayNum(), 64) << "as many as the library's tables know";
 }
 
 TEST(HostServices, ReadAndWriteChannelRecords) {
     Host host;
-    host.store.bind_camera(camera("127.0.0.1"));
-    host.store.bind_camera(camera("127.0.0.2"));
-    Bytes record = read(17, 1, 450);
-    ASSERT_EQ(record.size(), 450u);
-    EXPECT_EQ(record[97], 1);
-    EXPECT_STREQ(reinterpret_cast<char*>(record.data()) + 100, "127.0.0.2");
-    EXPECT_EQ(record[186], 4);
-    record[192] = 0x13;
-    std::memcpy(record.data() + 100, "127.0.0.9", 9);
-    ASSERT_EQ(database(17, kWriteIt, 1, record), 450);
+    for (const char* place : {"1:80", "2:80"}) host.store.bind_camera(camera(place));
+    Bytes expected(450);
+    expected[97] = 1;
+    std::memcpy(expected.data() + 100, "127.0.0.2", 9);
+    expected[186] = 4;
+    EXPECT_EQ(read(17, 1, 450), expected);
+    expected[192] = 0x13;
+    expected[108] = '9';
+    ASSERT_EQ(write(17, 1, expected), 450);
     EXPECT_EQ(is_channel_fish_eye(1), 0x13);
     EXPECT_EQ(is_channel_fish_eye(0) + is_channel_fish_eye(2), 0);
-    char ip[64];
-    ASSERT_EQ(DbMainMsgChannelInfo(1, ip, nullptr, nullptr, nullptr), 0);
-    EXPECT_STREQ(ip, "127.0.0.9") << "the record's address counts";
-
-    const Bytes all = read(17, 250, 28'800);
-    ASSERT_EQ(all.size(), 28'800u);
-    EXPECT_STREQ(reinterpret_cast<const char*>(all.data()) + 100, "127.0.0.1");
-    EXPECT_EQ(Bytes(all.begin() + 450, all.begin() + 900), record);
-    EXPECT_THAT(Bytes(all.begin() + 900, all.end()), Each(0)) << "channels without a camera";
-    EXPECT_TRUE(read(17, 250, 28'799).empty());
-    EXPECT_EQ(database(17, kReadIt, 2, record), -1);
-    EXPECT_EQ(database(17, kWriteIt, 2, record), -1);
-    record.resize(449);
-    EXPECT_EQ(database(17, kWriteIt, 1, record), -1);
+    EXPECT_EQ(camera_of(1), "127.0.0.9 80 admin secret") << "the record's address counts";
+    Bytes all = read(17, 0, 450);
+    all.insert(all.end(), expected.begin(), expected.end());
+    all.resize(28'800);
+    EXPECT_EQ(read(17, 250, 28'800), all);
+    EXPECT_TRUE(read(17, 250, 28'799).empty() && read(17, 2, 450).empty());
+    EXPECT_EQ(write(17, 2, expected), -1);
 }
 
 TEST(HostServices, KeepRecordsOfAChannelByTheirOwnNumberAndReadThemInOrder) {
     Host host;
-    Bytes two = cruise_line(2, 0x22), zero = cruise_line(0, 0x11), other = cruise_line(1, 0x33);
-    for (const auto& [channel, line] : {std::pair(5, &two), {5, &zero}, {6, &other}})
-        EXPECT_EQ(database(62, kWriteIt, channel, *line), 390);
-    Bytes expected = zero;
-    for (const Bytes& line : {cruise_line(1, 0), two})
-        expected.insert(expected.end(), line.begin(), line.end());
-    EXPECT_EQ(read(62, 5, 1170), expected);
-    Bytes three = cruise_line(3, 0);
-    EXPECT_EQ(database(62, kWriteIt, 5, three), -1) << "there is no line 3";
+    const Bytes two = cruise_line(2, 0x22), other = cruise_line(1, 0x33), empty = cruise_line(1, 0);
+    Bytes lines = cruise_line(0, 0x11);
+    EXPECT_THAT((std::vector{write(62, 5, two), write(62, 5, lines), write(62, 6, other)}), Each(390));
+    for (const Bytes& line : {empty, two}) lines.insert(lines.end(), line.begin(), line.end());
+    EXPECT_EQ(read(62, 5, 1170), lines);
+    EXPECT_EQ(write(62, 5, cruise_line(3, 0)), -1) << "there is no line 3";
 
-    Bytes motion(88), upgrade(9, 0x44);
     EXPECT_EQ(read(24, 5, 9), Bytes(9));
-    EXPECT_EQ(database(24, kWriteIt, 5, upgrade), 9);
-    EXPECT_EQ(read(24, 5, 9), upgrade);
+    EXPECT_EQ(write(24, 5, Bytes(9, 0x44)), 9);
+    EXPECT_EQ(read(24, 5, 9), Bytes(9, 0x44));
+    Bytes motion(88);
     motion[0] = 1;
     EXPECT_EQ(read(21, 5, 88), motion) << "motion detection is on at first";
-    motion.assign(88, 0x55);
-    EXPECT_EQ(database(21, kWriteIt, 5, motion), 88);
-    Bytes copy(88);
-    EXPECT_EQ(motion_data_copy(5, copy.data()), 0);
-    EXPECT_EQ(copy, motion);
+    EXPECT_EQ(write(21, 5, Bytes(88, 0x55)), 88);
+    EXPECT_EQ(motion_data_copy(5, motion.data()), 0);
+    EXPECT_EQ(motion, Bytes(88, 0x55));
     EXPECT_EQ(motion_data_copy(5, nullptr), -1);
 }
 
 TEST(HostServices, RefuseWhatNoTableHas) {
     Host host;
-    host.store.bind_camera(camera("127.0.0.1"));
+    host.store.bind_camera(camera("1:80"));
     const int sizes[][3] = {{17, 450, 450}, {21, 88, 88}, {24, 9, 9}, {62, 1170, 390}};
     for (const auto& [table, size, written] : sizes) {
         SCOPED_TRACE(table);
@@ -179,12 +168,11 @@ TEST(HostServices, RefuseWhatNoTableHas) {
 TEST(HostServices, RememberInADatabaseFileButNoPassword) {
     const test::Folder folder;
     const std::string file = folder.path("recorder.db");
-    Bytes line = cruise_line(1, 0x44);
+    const Bytes line = cruise_line(1, 0x44);
     {
         Host host(file);
-        host.store.bind_camera(camera("127.0.0.1"));
-        host.store.bind_camera(camera("127.0.0.2"));
-        EXPECT_EQ(database(62, kWriteIt, 1, line), 390);
+        for (const char* place : {"1:80", "2:80"}) host.store.bind_camera(camera(place));
+        EXPECT_EQ(write(62, 1, line), 390);
     }
     const Bytes bytes = folder.read("recorder.db");
     const std::string text(bytes.begin(), bytes.end());
@@ -193,13 +181,12 @@ TEST(HostServices, RememberInADatabaseFileButNoPassword) {
 
     Host host(file);
     EXPECT_EQ(get_channel_bindstatus(1), 0) << "not in use until it is named again";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2")), 1) << "it keeps its channel";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.3")), 2) << "channel 0 is another's";
+    EXPECT_EQ(host.store.bind_camera(camera("2:80")), 1) << "it keeps its channel";
+    EXPECT_EQ(host.store.bind_camera(camera("3:80")), 2) << "channel 0 is another's";
     const Bytes lines = read(62, 1, 1170);
     EXPECT_EQ(Bytes(lines.begin() + 390, lines.begin() + 780), line);
     EXPECT_THROW(Host{folder.path()}, Failure) << "a folder is no database";
-    folder.write("text", Bytes(1000, 'x'));
-    EXPECT_THROW(Host{folder.path("text")}, Failure);
+    EXPECT_THROW(Host{folder.write("text", Bytes(1000, 'x'))}, Failure);
 }
 
 // A full disk, say: what was refused is told to the library, and the statement is fit for the next attempt.
@@ -208,13 +195,13 @@ TEST(HostServices, WriteAgainAfterTheDatabaseRefused) {
     Host host(folder.path("recorder.db"));
     Database disk(folder.path("recorder.db"));
     Bytes line = cruise_line(0, 1);
-    EXPECT_EQ(database(62, kWriteIt, 3, line), 390);
+    EXPECT_EQ(write(62, 3, line), 390);
     disk.execute("CREATE TRIGGER full BEFORE INSERT ON cruise_lines BEGIN SELECT RAISE(ABORT, 'full'); END");
     line[5] = 2;
-    EXPECT_EQ(database(62, kWriteIt, 3, line), -1);
+    EXPECT_EQ(write(62, 3, line), -1);
     EXPECT_EQ(read(62, 3, 1170)[5], 1) << "what was there stays";
     disk.execute("DROP TRIGGER full");
-    EXPECT_EQ(database(62, kWriteIt, 3, line), 390);
+    EXPECT_EQ(write(62, 3, line), 390);
     EXPECT_EQ(read(62, 3, 1170)[5], 2);
 }
 

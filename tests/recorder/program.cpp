@@ -16,7 +16,10 @@ nlohmann::json Outcome::json() const {
 Outcome ProgramTest::lenswire(const std::string& line, const std::string& library) {
     std::vector<std::string> words = {"lenswire", "--library", library};
     std::istringstream stream(line);
-    for (std::string word; stream >> word;) words.push_back(word == "CAM" ? addresses_.at(0) : word);
+    for (std::string word; stream >> word;) {
+        if (word.starts_with("DIR/")) word.replace(0, 4, folder_.path(""));
+        words.push_back(word == "CAM" ? addresses_.at(0) : word);
+    }
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);

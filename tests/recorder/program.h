@@ -28,8 +28,8 @@ class ProgramTest : public testing::Test {
     // Each camera has an address of its own.
     camera::Camera& add_camera(camera::DeviceConfig device = {});
 
-    // Runs a command line, words between spaces; CAM is the first camera. Nothing else may write to the
-    // standard streams meanwhile.
+    // Runs a command line, words between spaces, where CAM is the first camera and DIR/ the test's folder.
+    // Nothing else may write to the standard streams meanwhile.
     Outcome lenswire(const std::string& line, const std::string& library = LENSWIRE_LIBRARY);
 
     camera::CameraFarm farm_;

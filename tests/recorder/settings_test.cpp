@@ -6,6 +6,7 @@
 #include <ctime>
 #include <fstream>
 #include <numeric>
+#include <sstream>
 
 #include "lenswire/protocol.h"
 #include "program.h"
@@ -29,7 +30,7 @@ class SettingsTest : public ProgramTest {
   protected:
     // Runs a command that must succeed and say nothing but its result.
     json run(const std::string& line) {
-        const Outcome outcome = lenswire(line + " --json --db " + folder_.path("recorder.db"));
+        const Outcome outcome = lenswire(line + " --json --db DIR/recorder.db");
         EXPECT_EQ(outcome.code, 0) << outcome.err;
         EXPECT_THAT(outcome.err, IsEmpty());
         return outcome.json();
@@ -78,7 +79,7 @@ TEST_F(SettingsTest, ComeFromTheCameraByteForByteAndChangeInNothingButWhatIsName
         SCOPED_TRACE(what);
         const Bytes before = row.own ? camera_->record(row.get_code) : put_record(row.get_code, row.size);
         Bytes expected = before;
-        EXPECT_EQ(run("get CAM " + what + " --raw " + folder_.path("raw"))["what"], row.what);
+        EXPECT_EQ(run("get CAM " + what + " --raw DIR/raw")["what"], row.what);
         EXPECT_EQ(folder_.read("raw"), expected);
         if (row.assignment == nullptr) continue;
         std::ranges::copy(row.changed, expected.begin() + static_cast<long>(row.offset));
@@ -98,8 +99,7 @@ TEST_F(SettingsTest, ThatDoNotReadBackAreSentAsTyped) {
     run("set CAM alarm channel=3");
     EXPECT_EQ(last_payload(LENSWIRE_CMD_ALARM_EX)[0], 3);
     EXPECT_EQ(run("set CAM ptz speed=9")["fields"]["speed"], 9);
-    const json clock = run("set CAM time year=2031 month=2 day=3")["fields"];
-    EXPECT_EQ(clock["year"], 2031);
+    EXPECT_EQ(run("set CAM time year=2031 month=2 day=3")["fields"]["year"], 2031);
     EXPECT_EQ(lenswire("time CAM").out.substr(0, 11), "2031-02-03 ") << "and it runs";
 }
 
@@ -161,40 +161,18 @@ TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
 }
 
 TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
-    const std::string files = "set CAM osd --from " + folder_.path();
     folder_.write("short", Bytes(227));
     folder_.write("long", Bytes(229));
-    const std::string cases[] = {"get CAM nonsense",
-                                 "get CAM smart-iframe",
-                                 "get CAM image --log /nonexistent/log",
-                                 "get CAM image --db " + folder_.path(),
-                                 "get CAM image --password-file /nonexistent",
-                                 "get CAM image CAM",
-                                 "set CAM network port=1",
-                                 "set CAM image",
-                                 "set CAM image brightness=300",
-                                 "set CAM image bright=3",
-                                 files + "/missing",
-                                 files + "/short",
-                                 files + "/long",
-                                 "ptz CAM sideways",
-                                 "ptz CAM preset",
-                                 "ptz CAM preset 256",
-                                 "ptz CAM left 0",
-                                 "ptz CAM left 256",
-                                 "cruise CAM start",
-                                 "cruise CAM start 4",
-                                 "cruise CAM show -1",
-                                 "cruise CAM start 1 2",
-                                 "cruise CAM set 1 0:1",
-                                 "cruise CAM dance",
-                                 "time CAM --zone GMT+08:00",
-                                 "firmware check /nonexistent --camera CAM",
-                                 "firmware make wooden",
-                                 "upgrade /nonexistent CAM",
-                                 "dance CAM",
-                                 ""};
-    for (const std::string& line : cases) {
+    std::istringstream lines(
+        "get CAM nonsense|get CAM smart-iframe|get CAM image --log /nonexistent/log|get CAM image --db DIR/|"
+        "get CAM image --password-file /nonexistent|get CAM image CAM|set CAM network port=1|set CAM image|"
+        "set CAM image brightness=300|set CAM image bright=3|set CAM osd --from DIR/missing|"
+        "set CAM osd --from DIR/short|set CAM osd --from DIR/long|ptz CAM sideways|ptz CAM preset|"
+        "ptz CAM preset 256|ptz CAM left 0|ptz CAM left 256|cruise CAM start|cruise CAM start 4|"
+        "cruise CAM show -1|cruise CAM start 1 2|cruise CAM set 1 0:1|cruise CAM dance|"
+        "time CAM --zone GMT+08:00|time CAM --set --zone|firmware check /nonexistent --camera CAM|"
+        "firmware make wooden|upgrade /nonexistent CAM|dance CAM| ");
+    for (std::string line; std::getline(lines, line, '|');) {
         const Outcome outcome = lenswire(line);
         SCOPED_TRACE(line + ": " + outcome.err);
         EXPECT_EQ(outcome.code, 2);
@@ -206,11 +184,10 @@ TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
 }
 
 TEST_F(SettingsTest, ShowNothingOfTheLibrarysLinesUnlessAskedTo) {
-    const std::string password = folder_.path("password"), log = folder_.path("log");
-    std::ofstream(password) << "Secret\n";
-    std::ofstream(log) << "before\n";
+    std::ofstream(folder_.path("password")) << "Secret\n";
+    std::ofstream(folder_.path("log")) << "before\n";
     const std::string bare = "admin" + addresses_[0].substr(addresses_[0].find('@'));
-    const Outcome quiet = lenswire("get " + bare + " image --password-file " + password + " --log " + log);
+    const Outcome quiet = lenswire("get " + bare + " image --password-file DIR/password --log DIR/log");
     EXPECT_EQ(quiet.code, 0);
     EXPECT_THAT(quiet.err, IsEmpty());
     const Bytes lines = folder_.read("log");
@@ -275,7 +252,6 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
     for (const auto& [zone, minutes] : zones) {
         SCOPED_TRACE(zone != nullptr ? zone : "the machine's, of a camera that loses the first request");
         run("set CAM time year=2001");
-        const size_t sent = camera_->received(LENSWIRE_CMD_TIME_SET).size();
         if (zone == nullptr) {
             setenv("TZ", "LOC-08:00", 1);
             tzset();
@@ -289,15 +265,9 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
         const std::string text = clock["time"];
         tm fields{};
         ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
-        EXPECT_NEAR(static_cast<double>(timegm(&fields)), static_cast<double>(time(nullptr) + minutes * 60),
-                    30);
-        if (zone != nullptr) {
-            EXPECT_EQ(clock["zone"], 24 + minutes / 30);
-        }
-        const size_t needed = zone == nullptr ? 2 : 1;
-        EXPECT_GE(camera_->received(LENSWIRE_CMD_TIME_SET).size() - sent, needed);
+        EXPECT_LE(std::abs(timegm(&fields) - time(nullptr) - minutes * 60), 30);
+        EXPECT_EQ(clock["zone"], zone == nullptr ? 0 : 24 + minutes / 30) << "the first request brings it";
     }
-    EXPECT_EQ(lenswire("time CAM --set --zone GMT+25:00").code, 2);
 }
 
 TEST_F(SettingsTest, AreShownTogetherAsInformation) {

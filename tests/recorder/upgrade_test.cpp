@@ -24,8 +24,8 @@ class UpgradeTest : public ProgramTest {
   protected:
     // A file of a style that fits the first camera.
     std::string make(const std::string& style, const std::string& size = "70000") {
-        const Outcome outcome = lenswire("firmware make " + style + " --camera CAM --json --out " +
-                                         folder_.path() + " --size " + size);
+        const Outcome outcome =
+            lenswire("firmware make " + style + " --camera CAM --json --out DIR/ --size " + size);
         EXPECT_EQ(outcome.code, 0) << outcome.err;
         return outcome.json().value("path", "");
     }
