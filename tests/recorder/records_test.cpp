@@ -117,18 +117,6 @@ TEST(Fields, RefuseWhatDoesNotFit) {
     }
 }
 
-TEST(Fields, OfSeveralRecordsAreNamedApart) {
-    constexpr std::string_view kNames[] = {"one", "two"};
-    const Layout layout = {kSample, sizeof(Sample), kNames};
-    Bytes record(layout.whole_size());
-    apply_assignment(fields_of(layout), "two.middle=258", record);
-    Bytes expected(56);
-    expected[28 + 4] = 2;
-    expected[28 + 5] = 1;
-    EXPECT_EQ(record, expected);
-    EXPECT_EQ(record_json(layout, record)["one.middle"], 0);
-}
-
 // A table whose rows overlap, leave their record or come out of order would lose bytes on the way.
 TEST(Fields, OfEveryLayoutCoverItsRecordOnce) {
     for (const Layout* layout :
