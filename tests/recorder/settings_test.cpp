@@ -121,6 +121,7 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
     put_record(LENSWIRE_CMD_IMAGE_GET, 36);
     const Outcome not_taken = lenswire("set CAM image brightness=3 hue=99");
     EXPECT_THAT(not_taken.err, HasSubstr("did not take hue, it has 6\n"));
+    EXPECT_EQ(lenswire("set CAM image --from " + folder_.write("zeros", Bytes(36))).code, 1);
     const Outcome no_library = lenswire("get CAM image", "/nonexistent");
     EXPECT_THAT(no_library.err, HasSubstr("the library cannot be loaded"));
     for (const Outcome* outcome : {&typo, &refused, &not_taken, &no_library}) {
