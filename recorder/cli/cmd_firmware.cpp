@@ -42,14 +42,9 @@ struct Verdict {
 };
 
 std::vector<Verdict> verdicts(const Plugin& library, IpcDeviceInfo device, const std::string& path) {
-    const auto copy = [&path] {
-        std::vector<char> text(path.begin(), path.end());
-        text.resize(LENSWIRE_UPGRADE_PATH_SIZE);
-        return text;
-    };
     const auto word = [](int result) { return result == 0 ? "fits" : "does not fit"; };
     const std::string firmware = fixed_text(device.szFirmwareName, sizeof device.szFirmwareName);
-    const int by_name = library.QM_VT_NewUpgradeFileCheck(firmware.c_str(), copy().data());
+    const int by_name = library.QM_VT_NewUpgradeFileCheck(firmware.c_str(), path_for_library(path).data());
     return {{"by name",
              by_name == -2 ? "does not apply, the camera's name has no feature letters" : word(by_name)},
             {"by tokens", word(library.CheckUpgradFile3(&device, path.c_str()))},
@@ -92,8 +87,7 @@ int check(const CheckOptions& options, const CommonOptions& common, Console& con
     auto session = log_in(options.camera, common, console);
     const IpcDeviceInfo device = device_of(*session);
     const auto list = verdicts(session->library(), device, options.file);
-    std::vector<char> path(options.file.begin(), options.file.end());
-    path.resize(LENSWIRE_UPGRADE_PATH_SIZE);
+    auto path = path_for_library(options.file);
     const bool fits = session->library().Get_IPC_upgradeParam(session->channel(), path.data()) == 1;
     if (common.json) {
         nlohmann::ordered_json checks;

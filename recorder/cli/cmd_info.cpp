@@ -64,11 +64,7 @@ Info ask(ControlSession& session) {
                                                          &info.scope) == 0;
     });
     info.stream_mask = library.Private_Protocol_GetStreamType(session.channel());
-    HostCameraRecord camera{};
-    camera.ucChannelNo = static_cast<uint8_t>(session.camera_channel());
-    const std::string ip = session.camera().dotted_ip();
-    std::memcpy(camera.szIpAddr, ip.data(), ip.size());
-    camera.ulPort = static_cast<uint32_t>(session.camera().port);
+    const HostCameraRecord camera = host_record(session, session.camera_channel());
     info.host_fisheye_type = library.GetFishType(&camera, 0, 0, 0);
     return info;
 }

@@ -84,11 +84,7 @@ void correct_date(ControlSession& session) {
 
 void set_clock(ControlSession& session, const std::string& zone) {
     use_zone(session.host(), zone);
-    HostCameraRecord camera{};
-    camera.ucChannelNo = static_cast<uint8_t>(session.channel());
-    const std::string ip = session.camera().dotted_ip();
-    std::memcpy(camera.szIpAddr, ip.data(), ip.size());
-    camera.ulPort = static_cast<uint32_t>(session.camera().port);
+    const HostCameraRecord camera = host_record(session, session.channel());
     session.tell("the time", [&] { return session.library().Prv_SetIPCTimeAndDate(&camera) == 0; });
     correct_date(session);
 }

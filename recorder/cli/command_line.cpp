@@ -1,5 +1,7 @@
 #include "recorder/cli/command_line.h"
 
+#include <cstring>
+
 namespace lenswire::recorder {
 
 std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOptions& common,
@@ -7,6 +9,15 @@ std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOp
     CameraAddress address = camera_addresses({camera}, common.password_file).front();
     console.divert_library(common.log, common.verbose);
     return std::make_unique<ControlSession>(std::move(address), common);
+}
+
+HostCameraRecord host_record(const ControlSession& session, int channel) {
+    HostCameraRecord record{};
+    record.ucChannelNo = static_cast<uint8_t>(channel);
+    const std::string ip = session.camera().dotted_ip();
+    std::memcpy(record.szIpAddr, ip.data(), ip.size());
+    record.ulPort = static_cast<uint32_t>(session.camera().port);
+    return record;
 }
 
 std::string document(const nlohmann::ordered_json& json) {

@@ -17,6 +17,9 @@ inline constexpr const char* kCameraHelp = "user:password@host:port[/channel]";
 std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOptions& common,
                                        Console& console);
 
+// The record by which the library's functions for clock and fisheye know a camera.
+HostCameraRecord host_record(const ControlSession& session, int channel);
+
 // A setting's record as a whole JSON document.
 std::string setting_json(const ControlSession& session, const Setting& setting,
                          std::span<const uint8_t> record);

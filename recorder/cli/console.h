@@ -21,8 +21,6 @@ class Console {
     // to standard error. Throws a bad-input Failure when the file cannot be written.
     void divert_library(const std::string& file, bool verbose);
 
-    FILE* out() { return out_; }
-    FILE* err() { return err_; }
     bool out_is_terminal() const;
     // Lines that fit on the terminal.
     int terminal_lines() const;

@@ -21,10 +21,6 @@ Ring::~Ring() {
     munmap(bytes_, capacity_);
 }
 
-size_t Ring::fill_word_offset() {
-    return offsetof(Ring, used_);
-}
-
 void Ring::make_room() {
     if (used_ != 0 && read_ <= slack_) return;
     std::memmove(bytes_, bytes_ + read_, used_);

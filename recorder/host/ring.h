@@ -38,8 +38,6 @@ class Ring {
     // Removes `length` bytes and copies at most `capacity` of them; the number removed.
     uint32_t pop(void* destination, uint32_t length, uint32_t capacity);
 
-    static size_t fill_word_offset();
-
   private:
     void make_room();
 

@@ -74,6 +74,16 @@ std::optional<uint8_t> hex_digit(char c) {
     return value == std::string_view::npos ? std::nullopt : std::optional(static_cast<uint8_t>(value));
 }
 
+std::string hex(std::span<const uint8_t> bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
+    return text;
+}
+
 void store_hex(std::string_view name, std::string_view text, std::span<uint8_t> to) {
     Bytes bytes;
     for (size_t i = 0; i + 1 < text.size(); i += 2) {
@@ -98,6 +108,12 @@ void store_address(std::string_view name, std::string_view text, std::span<uint8
         throw refused(name, "must be an IPv4 address");
     }
     std::memcpy(to.data(), &address.s_addr, to.size());
+}
+
+nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record) {
+    if (field.kind == Field::kUnsigned) return load_unsigned(place(field, record));
+    if (field.kind == Field::kSigned) return load_signed(place(field, record));
+    return field_text(field, record);
 }
 
 void add_gap(size_t from, size_t to, size_t base, std::vector<NamedField>& fields) {
@@ -128,16 +144,6 @@ std::string known_names(const std::vector<NamedField>& fields) {
 
 }  // namespace
 
-std::string hex(std::span<const uint8_t> bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
-}
-
 std::vector<NamedField> fields_of(const Layout& layout) {
     std::vector<NamedField> fields;
     if (layout.prefixes.empty()) add_record(layout, "", 0, fields);
@@ -162,12 +168,6 @@ std::string field_text(const Field& field, std::span<const uint8_t> record) {
             break;
     }
     return hex(bytes);
-}
-
-nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record) {
-    if (field.kind == Field::kUnsigned) return load_unsigned(place(field, record));
-    if (field.kind == Field::kSigned) return load_signed(place(field, record));
-    return field_text(field, record);
 }
 
 std::string record_text(const Layout& layout, std::span<const uint8_t> record) {

@@ -63,7 +63,6 @@ std::vector<NamedField> fields_of(const Layout& layout);
 
 // A value as a text: numbers in decimal, bytes in hex. Text stops at its NUL; what does not print is '?'.
 std::string field_text(const Field& field, std::span<const uint8_t> record);
-nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record);
 
 // A table of "name  value" lines, leaving out unnamed bytes that are all zero; or all fields as one object.
 std::string record_text(const Layout& layout, std::span<const uint8_t> record);
@@ -72,7 +71,5 @@ nlohmann::ordered_json record_json(const Layout& layout, std::span<const uint8_t
 // One NAME=VALUE. Throws a bad-input Failure, with the known names when there is no such field.
 const NamedField& apply_assignment(const std::vector<NamedField>& fields, std::string_view assignment,
                                    std::span<uint8_t> record);
-
-std::string hex(std::span<const uint8_t> bytes);
 
 }  // namespace lenswire::recorder

@@ -1,13 +1,13 @@
 #include "recorder/records/firmware_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <vector>
 
 #include "recorder/support/failure.h"
+#include "recorder/support/files.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -46,7 +46,7 @@ std::string name_for_tokens(const FirmwareTarget& target) {
     return name + "W_trial.bin";
 }
 
-void put_header(const FirmwareTarget& target, std::vector<char>& bytes) {
+void put_header(const FirmwareTarget& target, Bytes& bytes) {
     if (target.chip.empty() || target.sensor.empty())
         throw bad_input("style header needs a chip and a sensor");
     if (target.chip.size() >= kNameSize || target.sensor.size() >= kNameSize) {
@@ -60,34 +60,33 @@ void put_header(const FirmwareTarget& target, std::vector<char>& bytes) {
     std::memcpy(bytes.data(), &header, sizeof header);
 }
 
-void put_tag(std::vector<char>& bytes) {
+void put_tag(Bytes& bytes) {
     std::memset(bytes.data() + LENSWIRE_UPGRADE_TAG_OFFSET, 0, LENSWIRE_UPGRADE_TAG_SIZE);
     std::memcpy(bytes.data() + LENSWIRE_UPGRADE_TAG_OFFSET, LENSWIRE_UPGRADE_TAG,
                 sizeof LENSWIRE_UPGRADE_TAG);
 }
 
 // Bytes that differ from place to place, so that a piece sent twice or left out shows.
-std::vector<char> content(uint64_t size) {
-    std::vector<char> bytes(size);
+Bytes content(uint64_t size) {
+    Bytes bytes(size);
     uint32_t state = 1;
-    for (char& byte : bytes) {
+    for (uint8_t& byte : bytes) {
         state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
+        byte = static_cast<uint8_t>(state >> 24);
     }
     return bytes;
-}
-
-void write(const std::string& path, const std::vector<char>& bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) throw bad_input("cannot write " + path + ": " + std::strerror(errno));
 }
 
 }  // namespace
 
 std::string fixed_text(const char* text, size_t size) {
     return {text, strnlen(text, size)};
+}
+
+std::vector<char> path_for_library(const std::string& path) {
+    std::vector<char> text(path.begin(), path.end());
+    text.resize(LENSWIRE_UPGRADE_PATH_SIZE);
+    return text;
 }
 
 FirmwareFile look_at_firmware(const std::string& path) {
@@ -121,14 +120,14 @@ std::string make_firmware(const std::string& style, const FirmwareTarget& target
     const uint64_t least = style == "tag" ? kTagEnd : sizeof(UpgradeFileHeader);
     if (size < least)
         throw bad_input("a file of style " + style + " has at least " + std::to_string(least) + " bytes");
-    std::vector<char> bytes = content(size);
+    Bytes bytes = content(size);
     std::string name = style + "-trial.bin";
     if (style == "name") name = name_for_fields(target);
     if (style == "tokens") name = name_for_tokens(target);
     if (style == "header") put_header(target, bytes);
     if (style == "tag") put_tag(bytes);
     std::string path = directory + "/" + name;
-    write(path, bytes);
+    write_file(path, bytes);
     return path;
 }
 

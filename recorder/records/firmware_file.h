@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "lenswire/upgrade.h"
 
@@ -23,6 +24,9 @@ FirmwareFile look_at_firmware(const std::string& path);
 
 // A text of a fixed field, as far as it goes.
 std::string fixed_text(const char* text, size_t size);
+
+// A path as the library's upgrade functions take it, which may write to it: a whole field, padded with NUL.
+std::vector<char> path_for_library(const std::string& path);
 
 // What a file is made for.
 struct FirmwareTarget {

@@ -27,8 +27,6 @@ class StreamPlan {
     Action action() const;
     Time due() const { return due_; }
     State state() const { return state_; }
-    bool logged_in() const { return logged_in_; }
-    bool streaming() const { return streaming_; }
     bool login_tried() const { return login_tried_; }
     bool ever_streamed() const { return ever_streamed_; }
     unsigned restarts() const { return restarts_; }

@@ -46,7 +46,6 @@ class Supervisor : public RestartListener {
 
     void restart_wanted(int channel, int stream) override;
 
-    size_t size() const { return sessions_.size(); }
     View view(size_t index) const;
 
   private:

@@ -83,9 +83,7 @@ std::string UpgradeSession::objection(size_t index, const std::string& path) {
     if (!request(plugin_, ip, LENSWIRE_CMD_DEVICE_INFO, LENSWIRE_DEVICE_INFO_SIZE)) {
         return camera + " does not tell what it is";
     }
-    std::vector<char> copy(path.begin(), path.end());
-    copy.resize(LENSWIRE_UPGRADE_PATH_SIZE);
-    if (plugin_.Get_IPC_upgradeParam(channel, copy.data()) == 1) return "";
+    if (plugin_.Get_IPC_upgradeParam(channel, path_for_library(path).data()) == 1) return "";
     return camera + ": " + path + " does not fit it";
 }
 

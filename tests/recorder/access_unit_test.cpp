@@ -8,25 +8,15 @@ namespace lenswire::recorder {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using Units = std::vector<Bytes>;
 
-// Units in Annex B form; each begins with its header byte.
-Bytes annex_b(std::initializer_list<Bytes> units) {
+// Units in Annex B form, behind start codes of four and three bytes in turn or all of four.
+Bytes annex_b(const Units& units, bool all_long = false) {
     Bytes result;
-    bool long_code = true;
-    for (const Bytes& unit : units) {
-        if (long_code) result.push_back(0);
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (all_long || i % 2 == 0) result.push_back(0);
         result.insert(result.end(), {0, 0, 1});
-        result.insert(result.end(), unit.begin(), unit.end());
-        long_code = !long_code;
-    }
-    return result;
-}
-
-Bytes long_codes(std::initializer_list<Bytes> units) {
-    Bytes result;
-    for (const Bytes& unit : units) {
-        result.insert(result.end(), {0, 0, 0, 1});
-        result.insert(result.end(), unit.begin(), unit.end());
+        result.insert(result.end(), units[i].begin(), units[i].end());
     }
     return result;
 }
@@ -36,44 +26,46 @@ const Bytes kSps = {0x67, 1, 2, 3}, kPps = {0x68, 4}, kOtherSps = {0x67, 9}, kId
 const Bytes kVps5 = {0x40, 1, 2}, kSps5 = {0x42, 1, 3}, kPps5 = {0x44, 1, 4}, kIdr5 = {0x26, 1, 0xAF},
             kCra5 = {0x2A, 1, 0xAF}, kDelta5 = {0x02, 1, 0xD0};
 
-TEST(AccessUnit, FindsKeyFramesAndParameterSetsOfH264) {
-    AccessUnitReader reader(VideoCodec::kH264);
-    EXPECT_FALSE(reader.read(annex_b({kAud, kDelta})));
-    EXPECT_FALSE(reader.ready());
-    EXPECT_TRUE(reader.read(annex_b({kAud, kSps, kPps, kSei, kIdr})));
-    EXPECT_TRUE(reader.ready());
-    EXPECT_EQ(reader.parameter_sets(), long_codes({kSps, kPps}));
-    EXPECT_FALSE(reader.read(annex_b({kSei, kDelta})));
-    EXPECT_TRUE(reader.read(annex_b({kIdr}))) << "a key frame without sets of its own";
-    EXPECT_EQ(reader.parameter_sets(), long_codes({kSps, kPps}));
-    EXPECT_TRUE(reader.read(annex_b({kSps, kPps, kSei, kDelta}))) << "an open group of pictures";
-    EXPECT_FALSE(reader.read(annex_b({kPps, kDelta})));
+// What one reader makes of packets one after the other.
+struct Packet {
+    Units units;
+    bool key;
+    Units sets;  // known after it; empty while one is missing
+};
+const std::vector<Packet> kH264[] = {
+    {{{kAud, kDelta}, false, {}},
+     {{kAud, kSps, kPps, kSei, kIdr}, true, {kSps, kPps}},
+     {{kSei, kDelta}, false, {kSps, kPps}},
+     {{kIdr}, true, {kSps, kPps}},                      // a key frame without sets of its own
+     {{kSps, kPps, kSei, kDelta}, true, {kSps, kPps}},  // an open group of pictures
+     {{kPps, kDelta}, false, {kSps, kPps}},
+     {{kOtherSps, kPps, kIdr}, true, {kOtherSps, kPps}}},
+    {{{kSps}, false, {}}, {{kPps}, false, {kSps, kPps}}, {{kIdr}, true, {kSps, kPps}}},
+    {{{{0x67, 5, 0}, {0x68, 6, 0, 0}, kIdr}, true, {{0x67, 5}, {0x68, 6}}}},  // zeros before a start code
+};
+const std::vector<Packet> kH265[] = {
+    {{{kSps5, kPps5, kIdr5}, true, {}},
+     {{kVps5, kSps5, kPps5, kCra5}, true, {kVps5, kSps5, kPps5}},
+     {{kDelta5}, false, {kVps5, kSps5, kPps5}}},
+};
+
+void expect(VideoCodec codec, std::span<const std::vector<Packet>> streams) {
+    for (const auto& stream : streams) {
+        AccessUnitReader reader(codec);
+        for (const Packet& packet : stream) {
+            SCOPED_TRACE(testing::Message() << codec_name(codec) << " stream " << &stream - streams.data()
+                                            << " packet " << &packet - stream.data());
+            EXPECT_EQ(reader.read(annex_b(packet.units)), packet.key);
+            EXPECT_EQ(reader.ready(), !packet.sets.empty());
+            if (!reader.ready()) continue;
+            EXPECT_EQ(reader.parameter_sets(), annex_b(packet.sets, true));
+        }
+    }
 }
 
-TEST(AccessUnit, FindsKeyFramesAndParameterSetsOfH265) {
-    AccessUnitReader reader(VideoCodec::kH265);
-    EXPECT_TRUE(reader.read(annex_b({kSps5, kPps5, kIdr5})));
-    EXPECT_FALSE(reader.ready()) << "one kind of three is missing";
-    EXPECT_TRUE(reader.read(annex_b({kVps5, kSps5, kPps5, kCra5})));
-    EXPECT_EQ(reader.parameter_sets(), long_codes({kVps5, kSps5, kPps5}));
-    EXPECT_FALSE(reader.read(annex_b({kDelta5})));
-}
-
-TEST(AccessUnit, PutsSetsOfSeparatePacketsTogetherAndTakesChangedOnes) {
-    AccessUnitReader reader(VideoCodec::kH264);
-    EXPECT_FALSE(reader.read(annex_b({kSps})));
-    EXPECT_FALSE(reader.read(annex_b({kPps})));
-    EXPECT_TRUE(reader.read(annex_b({kIdr})));
-    EXPECT_EQ(reader.parameter_sets(), long_codes({kSps, kPps}));
-    EXPECT_TRUE(reader.read(annex_b({kOtherSps, kPps, kIdr})));
-    EXPECT_EQ(reader.parameter_sets(), long_codes({kOtherSps, kPps}));
-}
-
-TEST(AccessUnit, EndsASetBeforeTheZerosOfTheNextStartCode) {
-    AccessUnitReader reader(VideoCodec::kH264);
-    Bytes unit = {0, 0, 1, 0x67, 5, 0, 0, 0, 0, 0, 1, 0x68, 6, 0, 0, 0, 1, 0x65, 7};
-    EXPECT_TRUE(reader.read(unit));
-    EXPECT_EQ(reader.parameter_sets(), long_codes({{0x67, 5}, {0x68, 6}}));
+TEST(AccessUnit, FindsKeyFramesAndParameterSets) {
+    expect(VideoCodec::kH264, kH264);
+    expect(VideoCodec::kH265, kH265);
 }
 
 TEST(AccessUnit, ReadsNothingBeyondHostileBytes) {
@@ -81,9 +73,8 @@ TEST(AccessUnit, ReadsNothingBeyondHostileBytes) {
     for (size_t length = 0; length < whole.size(); ++length) {
         const Bytes piece(whole.begin(),
                           whole.begin() + static_cast<long>(length));  // a heap block of its own
-        AccessUnitReader reader(VideoCodec::kH264);
         const bool has_idr_header = length > whole.size() - kIdr.size();
-        EXPECT_EQ(reader.read(piece), has_idr_header) << length;
+        EXPECT_EQ(AccessUnitReader(VideoCodec::kH264).read(piece), has_idr_header) << length;
     }
     AccessUnitReader reader(VideoCodec::kJpeg);
     EXPECT_FALSE(reader.read(Bytes{}));

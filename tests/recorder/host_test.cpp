@@ -4,182 +4,220 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <numeric>
+#include <ctime>
 
 #include "lenswire/host_services.h"
 #include "recorder/support/failure.h"
+#include "support/capture.h"
+#include "support/folder.h"
 
 namespace lenswire::recorder {
 namespace {
 
 using testing::Each;
 using testing::ElementsAre;
+using Bytes = std::vector<uint8_t>;
 
-CameraAddress camera(const std::string& ip, int port = 8000, int channel = 0) {
-    return camera_addresses(
-               {"admin:secret@" + ip + ":" + std::to_string(port) + "/" + std::to_string(channel)}, "")
-        .front();
+enum { kWriteIt = 1, kReadIt = 2 };
+
+CameraAddress camera(const std::string& place) {
+    return camera_addresses({"admin:secret@127.0.0." + place}, "").front();
 }
 
-int database(int table, int operation, int32_t key, std::vector<uint8_t>& buffer) {
+// What the library is told of a channel's camera: "IP PORT USER PASSWORD", or nothing.
+std::string camera_of(int channel) {
+    char ip[64], user[64], password[64];
+    int port = 0;
+    if (DbMainMsgChannelInfo(channel, ip, &port, user, password) != 0) return "";
+    return std::string(ip) + " " + std::to_string(port) + " " + user + " " + password;
+}
+
+int database(int table, int operation, int32_t key, Bytes& buffer) {
     return databaseOperate(table, operation, &key, sizeof key, buffer.data(),
                            static_cast<int>(buffer.size()));
 }
+int write(int table, int32_t key, Bytes record) {
+    return database(table, kWriteIt, key, record);
+}
+// A whole record of a table; empty when there is none.
+Bytes read(int table, int32_t key, size_t size) {
+    Bytes buffer(size, 0xEE);
+    return database(table, kReadIt, key, buffer) == static_cast<int>(size) ? buffer : Bytes();
+}
 
-std::vector<uint8_t> cruise_line(uint8_t line, uint8_t fill) {
-    std::vector<uint8_t> record(390, fill);
+Bytes cruise_line(uint8_t line, uint8_t fill) {
+    Bytes record(390, fill);
     record[0] = line;
     return record;
 }
 
 TEST(HostServices, AnswerWithoutAHostWithFailure) {
     ASSERT_EQ(Host::current(), nullptr);
-    std::vector<uint8_t> buffer(450);
+    Bytes buffer(450);
     int port = 0;
     char text[64];
-    StreamRequest request;
-    EXPECT_EQ(DbMainMsgChannelInfo(0, text, &port, text, text), -1);
-    EXPECT_EQ(database(17, 2, 0, buffer), -1);
-    EXPECT_EQ(configGetDisplayNum(), 0);
-    EXPECT_EQ(Private_Protocol_GetRequestFromQueue(&request), -1);
-    EXPECT_EQ(networkInsertMessageToQueue(0, 0, &request, 3), -1);
+    uint8_t byte = 0;
+    StreamRequest request{};
+    request.ulType = STREAM_REQ_RESTART;
+    EXPECT_THAT(
+        (std::vector{DbMainMsgChannelInfo(0, text, &port, text, text), database(17, kReadIt, 0, buffer),
+                     motion_data_copy(0, buffer.data()), VideoMDSetStatus(0, 1, nullptr), snapSetMotion(0, 1),
+                     streamInsertAlarmToAlarmQueue(0, buffer.data()), GetTimeZone(text, &port, &port),
+                     Private_Protocol_GetRequestFromQueue(&request), GetTimeZoneTime(0, &byte, &byte),
+                     networkInsertMessageToQueue(0, 0, &request, 3),
+                     Private_Protocol_SetRecvBit(0, 0, 1, 0, 0), libVideoInfoSetNetworkParam(0, 0, 0, 1, 0)}),
+        Each(-1));
+    EXPECT_THAT((std::vector{configGetDisplayNum(), get_channel_protocol(0), get_channel_bindstatus(0),
+                             is_channel_fish_eye(0), VideoMDGetStatus(0), MD_Disarming_Time(0)}),
+                Each(0));
     EXPECT_EQ(networkGetRunFlag(0, 0), 4);
-    EXPECT_EQ(ring_free_size_ex(nullptr), 0);
-    EXPECT_EQ(ring_get_start_buf(nullptr), nullptr);
-    EXPECT_EQ(streamGetFrameQueueBuffer(nullptr, 10), nullptr);
-    EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, nullptr), -1);
+    EXPECT_EQ(networkGetStreampPrivateInfo(0, 0), nullptr);
+    EXPECT_EQ(GetIpcTimeZoneMap(7), 7u);
     MeFree(MeMalloc(10, "", 0), "", 0);
 }
 
 TEST(HostServices, TellWhichCameraAChannelHas) {
     Host host;
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.1")), 0);
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2", 9000)), 1);
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2", 9000, 1)), 2) << "another channel of it";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.1")), 0) << "the same again";
-    char ip[64], user[64], password[64];
-    int port = 0;
-    ASSERT_EQ(DbMainMsgChannelInfo(1, ip, &port, user, password), 0);
-    EXPECT_STREQ(ip, "127.0.0.2");
-    EXPECT_EQ(port, 9000);
-    EXPECT_STREQ(user, "admin");
-    EXPECT_STREQ(password, "secret");
+    EXPECT_EQ(configGetDisplayNum(), 0);
+    const std::pair<const char*, int> cameras[] = {{"1:80", 0}, {"2:90", 1}, {"2:90/1", 2}, {"1:80", 0}};
+    for (const auto& [place, channel] : cameras)
+        EXPECT_EQ(host.store.bind_camera(camera(place)), channel) << place;
+    EXPECT_EQ(camera_of(1), "127.0.0.2 90 admin secret");
+    EXPECT_EQ(DbMainMsgChannelInfo(1, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(configGetDisplayNum(), 3);
     EXPECT_EQ(get_channel_protocol(1), 4);
     EXPECT_EQ(get_channel_bindstatus(2), 1);
-    EXPECT_EQ(get_channel_bindstatus(3), 0);
-    EXPECT_EQ(DbMainMsgChannelInfo(3, ip, &port, user, password), -1);
-    EXPECT_EQ(DbMainMsgChannelInfo(-1, ip, &port, user, password), -1);
+    for (const int channel : {-1, 3}) {
+        EXPECT_EQ(get_channel_bindstatus(channel) + get_channel_protocol(channel), 0);
+        EXPECT_EQ(camera_of(channel), "");
+    }
+    for (int i = 3; i < 192; ++i) EXPECT_EQ(host.store.bind_camera(camera("3:" + std::to_string(i))), i);
+    EXPECT_THROW(host.store.bind_camera(camera("3:192")), Failure);
+    EXPECT_EQ(configGetDisplayNum(), 64) << "as many as the library's tables know";
 }
 
 TEST(HostServices, ReadAndWriteChannelRecords) {
     Host host;
-    host.store.bind_camera(camera("127.0.0.1"));
-    host.store.bind_camera(camera("127.0.0.2"));
-    std::vector<uint8_t> record(450);
-    ASSERT_EQ(database(17, 2, 1, record), 450);
-    EXPECT_EQ(record[97], 1);
-    EXPECT_STREQ(reinterpret_cast<char*>(record.data()) + 100, "127.0.0.2");
-    EXPECT_EQ(record[186], 4);
-    record[192] = 0x13;
-    ASSERT_EQ(database(17, 1, 1, record), 450);
+    for (const char* place : {"1:80", "2:80"}) host.store.bind_camera(camera(place));
+    Bytes expected(450);
+    expected[97] = 1;
+    std::memcpy(expected.data() + 100, "127.0.0.2", 9);
+    expected[186] = 4;
+    EXPECT_EQ(read(17, 1, 450), expected);
+    expected[192] = 0x13;
+    expected[108] = '9';
+    ASSERT_EQ(write(17, 1, expected), 450);
     EXPECT_EQ(is_channel_fish_eye(1), 0x13);
-    EXPECT_EQ(is_channel_fish_eye(0), 0);
-
-    std::vector<uint8_t> all(28'800, 0xEE);
-    ASSERT_EQ(database(17, 2, 250, all), 28'800);
-    EXPECT_STREQ(reinterpret_cast<char*>(all.data()) + 100, "127.0.0.1");
-    EXPECT_EQ(all[450 + 192], 0x13);
-    EXPECT_THAT(std::vector(all.begin() + 900, all.end()), Each(0)) << "channels without a camera";
-    EXPECT_EQ(database(17, 2, 2, record), -1);
-    EXPECT_EQ(database(17, 1, 2, record), -1);
+    EXPECT_EQ(is_channel_fish_eye(0) + is_channel_fish_eye(2), 0);
+    EXPECT_EQ(camera_of(1), "127.0.0.9 80 admin secret") << "the record's address counts";
+    Bytes all = read(17, 0, 450);
+    all.insert(all.end(), expected.begin(), expected.end());
+    all.resize(28'800);
+    EXPECT_EQ(read(17, 250, 28'800), all);
+    EXPECT_TRUE(read(17, 250, 28'799).empty() && read(17, 2, 450).empty());
+    EXPECT_EQ(write(17, 2, expected), -1);
 }
 
-TEST(HostServices, KeepCruiseLinesByTheirOwnNumberAndReadThemInOrder) {
+TEST(HostServices, KeepRecordsOfAChannelByTheirOwnNumberAndReadThemInOrder) {
     Host host;
-    auto two = cruise_line(2, 0x22), zero = cruise_line(0, 0x11), other = cruise_line(1, 0x33);
-    EXPECT_EQ(database(62, 1, 5, two), 390);
-    EXPECT_EQ(database(62, 1, 5, zero), 390);
-    EXPECT_EQ(database(62, 1, 6, other), 390);
-    std::vector<uint8_t> expected = zero;
-    const std::vector<uint8_t> empty = cruise_line(1, 0);
-    expected.insert(expected.end(), empty.begin(), empty.end());
-    expected.insert(expected.end(), two.begin(), two.end());
-    std::vector<uint8_t> lines(1170, 0xEE);
-    ASSERT_EQ(database(62, 2, 5, lines), 1170);
-    EXPECT_EQ(lines, expected);
-    auto three = cruise_line(3, 0);
-    EXPECT_EQ(database(62, 1, 5, three), -1) << "there is no line 3";
+    const Bytes two = cruise_line(2, 0x22), other = cruise_line(1, 0x33), empty = cruise_line(1, 0);
+    Bytes lines = cruise_line(0, 0x11);
+    EXPECT_THAT((std::vector{write(62, 5, two), write(62, 5, lines), write(62, 6, other)}), Each(390));
+    for (const Bytes& line : {empty, two}) lines.insert(lines.end(), line.begin(), line.end());
+    EXPECT_EQ(read(62, 5, 1170), lines);
+    EXPECT_EQ(write(62, 5, cruise_line(3, 0)), -1) << "there is no line 3";
+
+    EXPECT_EQ(read(24, 5, 9), Bytes(9));
+    EXPECT_EQ(write(24, 5, Bytes(9, 0x44)), 9);
+    EXPECT_EQ(read(24, 5, 9), Bytes(9, 0x44));
+    Bytes motion(88);
+    motion[0] = 1;
+    EXPECT_EQ(read(21, 5, 88), motion) << "motion detection is on at first";
+    EXPECT_EQ(write(21, 5, Bytes(88, 0x55)), 88);
+    EXPECT_EQ(motion_data_copy(5, motion.data()), 0);
+    EXPECT_EQ(motion, Bytes(88, 0x55));
+    EXPECT_EQ(motion_data_copy(5, nullptr), -1);
 }
 
 TEST(HostServices, RefuseWhatNoTableHas) {
     Host host;
-    host.store.bind_camera(camera("127.0.0.1"));
-    std::vector<uint8_t> buffer(2000);
-    const int sizes[][2] = {{17, 450}, {21, 88}, {24, 9}, {62, 1170}};
-    for (const auto& [table, size] : sizes) {
+    host.store.bind_camera(camera("1:80"));
+    const int sizes[][3] = {{17, 450, 450}, {21, 88, 88}, {24, 9, 9}, {62, 1170, 390}};
+    for (const auto& [table, size, written] : sizes) {
         SCOPED_TRACE(table);
-        buffer.resize(static_cast<size_t>(size));
-        EXPECT_EQ(database(table, 2, 0, buffer), size);
-        buffer.resize(static_cast<size_t>(size - 1));
-        EXPECT_EQ(database(table, 2, 0, buffer), -1) << "too short";
-        EXPECT_EQ(database(table, 3, 0, buffer), -1);
-        EXPECT_EQ(database(table, 2, -1, buffer), -1);
+        Bytes buffer(static_cast<size_t>(size));
+        EXPECT_EQ(database(table, kReadIt, 0, buffer), size);
         int32_t key = 0;
-        EXPECT_EQ(databaseOperate(table, 2, &key, 3, buffer.data(), size), -1);
-        EXPECT_EQ(databaseOperate(table, 2, nullptr, 4, buffer.data(), size), -1);
-        EXPECT_EQ(databaseOperate(table, 2, &key, 4, nullptr, size), -1);
-        EXPECT_EQ(databaseOperate(table, 2, &key, 4, buffer.data(), -1), -1);
+        uint8_t* bytes = buffer.data();
+        EXPECT_THAT((std::vector{database(table, 0, 0, buffer), database(table, 3, 0, buffer),
+                                 database(table, kReadIt, -1, buffer), database(table, kWriteIt, -1, buffer),
+                                 databaseOperate(table, 2, &key, 3, bytes, size),
+                                 databaseOperate(table, 2, &key, 4, bytes, size - 1),
+                                 databaseOperate(table, 1, &key, 4, bytes, written - 1),
+                                 databaseOperate(table, 2, nullptr, 4, bytes, size),
+                                 databaseOperate(table, 2, &key, 4, nullptr, size),
+                                 databaseOperate(table, 2, &key, 4, bytes, -1),
+                                 databaseOperate(table, 2, &key, -1, bytes, size)}),
+                    Each(-1));
     }
-    buffer.resize(2000);
-    EXPECT_EQ(database(18, 2, 0, buffer), -1);
+    EXPECT_TRUE(read(18, 0, 2000).empty());
 }
 
 TEST(HostServices, RememberInADatabaseFileButNoPassword) {
-    const std::string file = testing::TempDir() + "lenswire-host-test.db";
-    std::filesystem::remove(file);
-    auto line = cruise_line(1, 0x44);
+    const test::Folder folder;
+    const std::string file = folder.path("recorder.db");
+    const Bytes line = cruise_line(1, 0x44);
     {
         Host host(file);
-        host.store.bind_camera(camera("127.0.0.1"));
-        host.store.bind_camera(camera("127.0.0.2"));
-        EXPECT_EQ(database(62, 1, 1, line), 390);
+        for (const char* place : {"1:80", "2:80"}) host.store.bind_camera(camera(place));
+        EXPECT_EQ(write(62, 1, line), 390);
     }
-    std::string bytes(std::filesystem::file_size(file), '\0');
-    FILE* stream = std::fopen(file.c_str(), "rb");
-    ASSERT_EQ(std::fread(bytes.data(), 1, bytes.size(), stream), bytes.size());
-    std::fclose(stream);
-    EXPECT_NE(bytes.find("127.0.0.2"), std::string::npos);
-    EXPECT_EQ(bytes.find("secret"), std::string::npos);
+    const Bytes bytes = folder.read("recorder.db");
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_THAT(text, testing::HasSubstr("127.0.0.2"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("secret")));
 
     Host host(file);
     EXPECT_EQ(get_channel_bindstatus(1), 0) << "not in use until it is named again";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.2")), 1) << "it keeps its channel";
-    EXPECT_EQ(host.store.bind_camera(camera("127.0.0.3")), 2) << "channel 0 is another's";
-    std::vector<uint8_t> lines(1170);
-    ASSERT_EQ(database(62, 2, 1, lines), 1170);
-    EXPECT_EQ(std::vector(lines.begin() + 390, lines.begin() + 780), line);
-    std::filesystem::remove(file);
-    EXPECT_THROW(Host(testing::TempDir()), Failure) << "a folder is no database";
+    EXPECT_EQ(host.store.bind_camera(camera("2:80")), 1) << "it keeps its channel";
+    EXPECT_EQ(host.store.bind_camera(camera("3:80")), 2) << "channel 0 is another's";
+    const Bytes lines = read(62, 1, 1170);
+    EXPECT_EQ(Bytes(lines.begin() + 390, lines.begin() + 780), line);
+    EXPECT_THROW(Host{folder.path()}, Failure) << "a folder is no database";
+    EXPECT_THROW(Host{folder.write("text", Bytes(1000, 'x'))}, Failure);
+}
+
+// A full disk, say: what was refused is told to the library, and the statement is fit for the next attempt.
+TEST(HostServices, WriteAgainAfterTheDatabaseRefused) {
+    const test::Folder folder;
+    Host host(folder.path("recorder.db"));
+    Database disk(folder.path("recorder.db"));
+    Bytes line = cruise_line(0, 1);
+    EXPECT_EQ(write(62, 3, line), 390);
+    disk.execute("CREATE TRIGGER full BEFORE INSERT ON cruise_lines BEGIN SELECT RAISE(ABORT, 'full'); END");
+    line[5] = 2;
+    EXPECT_EQ(write(62, 3, line), -1);
+    EXPECT_EQ(read(62, 3, 1170)[5], 1) << "what was there stays";
+    disk.execute("DROP TRIGGER full");
+    EXPECT_EQ(write(62, 3, line), 390);
+    EXPECT_EQ(read(62, 3, 1170)[5], 2);
 }
 
 TEST(HostServices, HandRequestsOverInOrder) {
     Host host;
     StreamRequest request{};
-    EXPECT_EQ(Private_Protocol_GetRequestFromQueue(&request), -1);
     DevChannelInfo info{};
     for (uint8_t channel = 0; channel < 3; ++channel) {
         info.ucChannelNo = channel;
         host.requests.post(channel == 1 ? STREAM_REQ_CLOSE : STREAM_REQ_OPEN, info);
     }
-    for (uint8_t channel = 0; channel < 3; ++channel) {
-        ASSERT_EQ(Private_Protocol_GetRequestFromQueue(&request), 0);
-        EXPECT_EQ(request.info.ucChannelNo, channel);
-        EXPECT_EQ(request.ulType, channel == 1u ? 1u : 0u);
-    }
-    EXPECT_EQ(Private_Protocol_GetRequestFromQueue(&request), -1);
+    EXPECT_EQ(Private_Protocol_GetRequestFromQueue(nullptr), -1);
+    std::vector<std::pair<uint32_t, int>> taken;
+    while (Private_Protocol_GetRequestFromQueue(&request) == 0)
+        taken.emplace_back(request.ulType, request.info.ucChannelNo);
+    EXPECT_THAT(taken, ElementsAre(std::pair(0, 0), std::pair(1, 1), std::pair(0, 2)));
 }
 
 TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
@@ -193,85 +231,110 @@ TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
     EXPECT_EQ(networkInsertMessageToQueue(1, 0, &message, 3), -1) << "nobody listens";
     host.set_restart_listener(&listener);
     EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 3), 0);
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 2), -1);
-    message.ulType = STREAM_REQ_OPEN;
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 3), -1);
+    StreamRequest other{};
+    EXPECT_THAT((std::vector{networkInsertMessageToQueue(1, 2, &message, 2),
+                             networkInsertMessageToQueue(1, 2, nullptr, 3),
+                             networkInsertMessageToQueue(1, 2, &other, 3)}),
+                Each(-1));
     EXPECT_THAT(listener.wanted, ElementsAre(std::pair(1, 2)));
 }
 
-TEST(HostServices, EndLoginsWhoseTimeIsOver) {
+TEST(HostServices, KnowTheStreamsThatAreRecorded) {
     Host host;
     FrameWorker worker;
-    RecorderStream& stream = host.add_stream(std::make_unique<RecorderStream>(
-        3, 1, worker, Recording::Target{testing::TempDir(), "unused", ""}, [](const std::string&) {}));
+    const auto add = [&](int channel, int stream) -> RecorderStream& {
+        return host.add_stream(std::make_unique<RecorderStream>(
+            channel, stream, worker, Recording::Target{testing::TempDir(), "unused", ""},
+            [](const std::string&) {}));
+    };
+    add(3, 0);
+    RecorderStream& stream = add(3, 1);
     EXPECT_EQ(networkGetStreamUsedNum(3, 1), 0) << "nobody logs in for it";
     stream.allow_login_for(std::chrono::hours(1));
-    EXPECT_NE(networkGetStreamUsedNum(3, 1), 0);
-    EXPECT_NE(networkGetStreamUsedNum(4, 0), 0) << "a login that is not for a stream";
-    EXPECT_NE(networkGetRunFlag(3, 1), 4);
+    EXPECT_EQ(networkGetStreamUsedNum(3, 1), 1);
+    stream.allow_login_for(std::chrono::seconds(0));
+    EXPECT_EQ(networkGetStreamUsedNum(3, 1), 0) << "the time is over";
+    EXPECT_EQ(networkGetStreamUsedNum(4, 0), 1) << "a login that is not for a stream";
+    EXPECT_EQ(networkGetRunFlag(3, 1), 1);
     host.stop_logins();
     EXPECT_EQ(networkGetRunFlag(3, 1), 4);
+
+    EXPECT_EQ(networkGetStreampPrivateInfo(3, 1), &stream.private_info());
+    EXPECT_EQ(networkGetStreampPrivateInfo(3, 2), nullptr);
+    EXPECT_EQ(Private_Protocol_SetRecvBit(3, 1, 70'000, 0, 0), 0);
+    EXPECT_EQ(libVideoInfoSetNetworkParam(3, 1, 0, 25, 0), 0);
+    EXPECT_EQ(stream.bytes_per_second(), 70'000);
+    EXPECT_EQ(stream.frames_per_second(), 25);
 }
 
 TEST(HostServices, CountMotionAndAlarmsOfAChannel) {
     Host host;
+    const auto events = [&host] {
+        std::vector<std::string> lines;
+        while (const auto event = host.motion.next_event()) lines.push_back(*event);
+        return lines;
+    };
     EXPECT_EQ(MD_Disarming_Time(2), 1);
-    EXPECT_EQ(VideoMDSetStatus(2, 1, nullptr), 0);
-    EXPECT_EQ(VideoMDSetStatus(2, 1, nullptr), 0);
-    EXPECT_EQ(snapSetMotion(2, 1), 0);
+    EXPECT_EQ(VideoMDSetStatus(2, 1, nullptr) + VideoMDSetStatus(2, 1, nullptr) + snapSetMotion(2, 1), 0);
     EXPECT_EQ(VideoMDGetStatus(2), 1);
     EXPECT_EQ(host.motion.counts(2).motions, 1u) << "it began once";
-    EXPECT_TRUE(host.motion.counts(2).snapshots);
+    EXPECT_TRUE(host.motion.counts(2).motion && host.motion.counts(2).snapshots);
     EXPECT_EQ(VideoMDSetStatus(2, 0, nullptr), 0);
     host.motion.set_armed(2, false);
-    EXPECT_EQ(MD_Disarming_Time(2), 0);
-    uint8_t motion_alarm[4] = {2, 2, 0, 0}, upgrade_alarm[4] = {40, 1, 0, 1};
-    EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, motion_alarm), 0);
-    EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, upgrade_alarm), 0);
-    EXPECT_EQ(host.motion.counts(2).alarms, 1u);
-    std::vector<std::string> events;
-    while (const auto event = host.motion.next_event()) events.push_back(*event);
-    EXPECT_THAT(events,
+    EXPECT_FALSE(host.motion.counts(2).motion || MD_Disarming_Time(2));
+    for (const uint8_t type : {2, 40, 7}) {
+        uint8_t alarm[4] = {type, 2, 0, 1};
+        EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, alarm), 0);
+    }
+    EXPECT_EQ(host.motion.counts(2).alarms, 3u);
+    EXPECT_THAT(events(),
                 ElementsAre("motion on channel 2", "motion ended on channel 2", "alarm: motion on channel 2",
-                            "alarm: firmware upgrade failed on channel 1"));
+                            "alarm: firmware upgrade failed on channel 2", "alarm of type 7 on channel 2"));
+    for (int i = 0; i <= 1000; ++i)
+        VideoMDSetStatus(5, i % 2, nullptr), VideoMDSetStatus(4, i == 1000, nullptr);
+    const auto kept = events();
+    EXPECT_EQ(kept.size(), 1000u) << "the newest, when nobody shows them";
+    EXPECT_EQ(kept.back(), "motion on channel 4");
     for (const int channel : {-1, 192, 1000}) {
-        EXPECT_EQ(VideoMDSetStatus(channel, 1, nullptr), -1);
-        EXPECT_EQ(VideoMDGetStatus(channel), 0);
-        EXPECT_EQ(MD_Disarming_Time(channel), 0);
+        EXPECT_THAT((std::vector{VideoMDSetStatus(channel, 1, nullptr), snapSetMotion(channel, 1)}),
+                    Each(-1));
+        EXPECT_EQ(VideoMDGetStatus(channel) + MD_Disarming_Time(channel), 0);
     }
 }
 
 TEST(HostServices, GiveZonesWhosePartsAddUpToTheirOffset) {
     struct Case {
+        const char* here;  // as TZ has it, where the sign counts westward
         const char* name;
         int hours, minutes, camera;
     };
-    for (const Case& c :
-         {Case{"GMT+08:00", 8, 0, 40}, Case{"GMT+05:45", 5, 45, 35}, Case{"GMT-03:30", -4, 30, 17},
-          Case{"GMT-12:00", -12, 0, 0}, Case{"GMT+00:00", 0, 0, 24}, Case{"GMT-05:00", -5, 0, 14}}) {
-        SCOPED_TRACE(c.name);
-        Host host;
-        host.store.set_current_zone(c.name);
-        char name[12] = {};
-        int a = 0, b = 0;
-        const int result = GetTimeZone(name, &a, &b);
-        ASSERT_GE(result, 0);
-        EXPECT_STREQ(name, c.name);
-        const auto index = static_cast<uint32_t>(result) >> 8;
-        uint8_t hours = 0, minutes = 0;
-        EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
-        EXPECT_EQ(static_cast<int8_t>(hours), c.hours);
-        EXPECT_EQ(minutes, c.minutes);
-        EXPECT_EQ(GetIpcTimeZoneMap(index), static_cast<uint32_t>(c.camera));
-    }
-    Host host;
-    EXPECT_THROW(host.store.set_current_zone("GMT+25:00"), Failure);
+    const Case cases[] = {{"LOC-08:00", "GMT+08:00", 8, 0, 40},   {"LOC-05:45", "GMT+05:45", 5, 45, 35},
+                          {"LOC+03:30", "GMT-03:30", -4, 30, 17}, {"LOC+12:00", "GMT-12:00", -12, 0, 0},
+                          {"LOC+00:00", "GMT+00:00", 0, 0, 24},   {"LOC+05:00", "GMT-05:00", -5, 0, 14},
+                          {"LOC-00:20", "GMT+00:00", 0, 0, 24}};
+    char name[12] = {};
+    int a = 0, b = 0;
     uint8_t hours = 9, minutes = 9;
-    EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
-    EXPECT_EQ(hours, 0);
+    for (const Case& c : cases) {
+        setenv("TZ", c.here, 1);
+        tzset();
+        Host host;
+        const auto index = static_cast<uint32_t>(GetTimeZone(name, &a, &b)) >> 8;
+        EXPECT_STREQ(name, c.name);
+        EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
+        EXPECT_THAT((std::vector<int>{a, b, static_cast<int8_t>(hours), minutes}),
+                    ElementsAre(c.hours, c.minutes, c.hours, c.minutes));
+        EXPECT_EQ(GetIpcTimeZoneMap(index), static_cast<uint32_t>(c.camera));
+        host.store.set_current_zone("GMT+14:00");
+        EXPECT_EQ(GetTimeZone(name, nullptr, nullptr) >> 8, 37);
+        EXPECT_THROW(host.store.set_current_zone("GMT+25:00"), Failure);
+        EXPECT_STREQ(name, "GMT+14:00");
+        EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
+        EXPECT_EQ(hours + minutes, 0);
+    }
 }
 
-TEST(HostServices, CountTheLibrarysMemory) {
+TEST(HostServices, CountTheLibrarysMemoryAndShowItsLines) {
     Host host;
     void* memory = MeMalloc(4096, __FILE__, __LINE__);
     ASSERT_NE(memory, nullptr);
@@ -280,6 +343,10 @@ TEST(HostServices, CountTheLibrarysMemory) {
     MeFree(nullptr, __FILE__, __LINE__);
     EXPECT_EQ(host.library_allocations, 0);
     EXPECT_EQ(MeMalloc(-1, __FILE__, __LINE__), nullptr);
+    EXPECT_LT(uptime(), 3600u) << "counted from this program's start";
+    const test::Capture capture;
+    EXPECT_EQ(dump_printf("file.c", "place", 7, "%d of %s", 3, std::string(600, 'x').c_str()), 605);
+    EXPECT_EQ(capture.err(), "[file.c:place:7]:3 of " + std::string(506, 'x') + "\n");
 }
 
 }  // namespace

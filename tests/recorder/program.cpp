@@ -1,54 +1,44 @@
 #include "program.h"
 
-#include <unistd.h>
-
-#include <cstdio>
+#include <sstream>
 
 #include "recorder/cli/commands.h"
+#include "support/capture.h"
 
 namespace lenswire::recorder {
-namespace {
 
-// Takes a standard stream over for its scope.
-class Capture {
-  public:
-    explicit Capture(int descriptor)
-        : descriptor_(descriptor), saved_(dup(descriptor)), file_(std::tmpfile()) {
-        dup2(fileno(file_), descriptor_);
+nlohmann::json Outcome::json() const {
+    const auto parsed = nlohmann::json::parse(out, nullptr, false);
+    EXPECT_FALSE(parsed.is_discarded()) << out << err;
+    return parsed.is_discarded() ? nlohmann::json() : parsed;
+}
+
+Outcome ProgramTest::lenswire(const std::string& line, const std::string& library) {
+    std::vector<std::string> words = {"lenswire", "--library", library};
+    std::istringstream stream(line);
+    for (std::string word; stream >> word;) {
+        if (word.starts_with("DIR/")) word.replace(0, 4, folder_.path(""));
+        words.push_back(word == "CAM" ? addresses_.at(0) : word);
     }
-    ~Capture() {
-        dup2(saved_, descriptor_);
-        close(saved_);
-        std::fclose(file_);
-    }
-    std::string text() {
-        std::string result;
-        std::rewind(file_);
-        for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_)) result += static_cast<char>(c);
-        return result;
-    }
-
-  private:
-    int descriptor_;
-    int saved_;
-    std::FILE* file_;
-};
-
-}  // namespace
-
-Outcome run_lenswire(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"lenswire", "--library", LENSWIRE_LIBRARY});
     std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
+    for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
-    std::fflush(nullptr);
-    Capture out(STDOUT_FILENO), err(STDERR_FILENO);
-    Outcome outcome;
-    outcome.code = run_program(static_cast<int>(arguments.size()), argv.data());
-    std::fflush(nullptr);
-    outcome.out = out.text();
-    outcome.err = err.text();
-    return outcome;
+    const test::Capture capture;
+    const int code = run_program(static_cast<int>(words.size()), argv.data());
+    return {code, capture.out(), capture.err(), std::move(words)};
+}
+
+camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device) {
+    camera::CameraConfig config;
+    config.address = camera::address_above("127.0.0.1", static_cast<uint32_t>(farm_.size()));
+    config.password = "Secret";
+    config.device = std::move(device);
+    config.reboot_ms = 1;
+    std::string error;
+    camera::Camera* camera = farm_.add(config, &error);
+    EXPECT_NE(camera, nullptr) << error;
+    addresses_.push_back("admin:Secret@" + config.address + ":" + std::to_string(camera->port()));
+    return *camera;
 }
 
 }  // namespace lenswire::recorder

@@ -1,8 +1,15 @@
-// The whole program in this process: its arguments go in, what it printed and its exit code come out.
+// The whole program in this process: its arguments go in, what it printed and its exit code come out; and
+// simulated cameras that it talks to.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include "camera/serve/farm.h"
+#include "support/folder.h"
 
 namespace lenswire::recorder {
 
@@ -10,9 +17,24 @@ struct Outcome {
     int code = -1;
     std::string out;
     std::string err;
+    std::vector<std::string> arguments;  // as a process list shows them afterwards
+
+    // What --json printed; null, with a failed expectation, when that is no JSON.
+    nlohmann::json json() const;
 };
 
-// Loads the library of this build. Nothing else may write to the standard streams meanwhile.
-Outcome run_lenswire(std::vector<std::string> arguments);
+class ProgramTest : public testing::Test {
+  protected:
+    // Each camera has an address of its own.
+    camera::Camera& add_camera(camera::DeviceConfig device = {});
+
+    // Runs a command line, words between spaces, where CAM is the first camera and DIR/ the test's folder.
+    // Nothing else may write to the standard streams meanwhile.
+    Outcome lenswire(const std::string& line, const std::string& library = LENSWIRE_LIBRARY);
+
+    camera::CameraFarm farm_;
+    std::vector<std::string> addresses_;  // as the command line names the cameras
+    test::Folder folder_;
+};
 
 }  // namespace lenswire::recorder

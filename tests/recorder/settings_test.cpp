@@ -4,40 +4,37 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <numeric>
+#include <sstream>
 
-#include "camera/serve/farm.h"
 #include "lenswire/protocol.h"
 #include "program.h"
+#include "recorder/session/control_session.h"
+#include "support/capture.h"
 
 namespace lenswire::recorder {
 namespace {
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::Each;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 using Bytes = std::vector<uint8_t>;
 
-class SettingsTest : public testing::Test {
+class SettingsTest : public ProgramTest {
   protected:
-    void SetUp() override {
-        std::string error;
-        camera::CameraConfig config;
-        config.password = "Secret";
-        camera_ = farm_.add(config, &error);
-        ASSERT_NE(camera_, nullptr) << error;
-        address_ = "admin:Secret@127.0.0.1:" + std::to_string(camera_->port());
-        file_ = testing::TempDir() + "lenswire-settings-" +
-                testing::UnitTest::GetInstance()->current_test_info()->name();
+    // Runs a command that must succeed and say nothing but its result.
+    json run(const std::string& line) {
+        const Outcome outcome = lenswire(line + " --json --db DIR/recorder.db");
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        EXPECT_THAT(outcome.err, IsEmpty());
+        return outcome.json();
     }
-    void TearDown() override { std::filesystem::remove(file_); }
-
     // A record in which every byte can be told from its neighbours.
     Bytes put_record(uint16_t get_code, size_t size) {
         Bytes bytes(size);
@@ -45,129 +42,140 @@ class SettingsTest : public testing::Test {
         camera_->set_record(get_code, bytes);
         return bytes;
     }
-
-    static Bytes file_bytes(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
+    Bytes last_payload(uint16_t code) {
+        EXPECT_TRUE(camera_->wait_received(code, 1));
+        return camera_->received(code).back().payload;
     }
 
-    camera::CameraFarm farm_;
-    camera::Camera* camera_ = nullptr;
-    std::string address_;
-    std::string file_;
+    camera::Camera* const camera_ = &add_camera();
 };
 
 struct Row {
     const char* what;
     uint16_t get_code;
     size_t size;
-    const char* assignment;  // none where it cannot be set
-    size_t offset;
-    Bytes changed;
+    const char* assignment = nullptr;  // none where it cannot be set
+    size_t offset = 0;
+    Bytes changed = {};
+    bool own = false;  // the camera's own record, since the library looks into it
 };
 const Row kRows[] = {
     {"image", LENSWIRE_CMD_IMAGE_GET, 36, "brightness=200", 2, {200}},
-    {"network", LENSWIRE_CMD_NETWORK_GET, 118, nullptr, 0, {}},
+    {"network", LENSWIRE_CMD_NETWORK_GET, 118},
     {"osd", LENSWIRE_CMD_OSD_GET, 228, "name-x=258", 4, {2, 1}},
-    {"wifi", LENSWIRE_CMD_WIFI_GET, 626, nullptr, 0, {}},
+    {"wifi", LENSWIRE_CMD_WIFI_GET, 626},
     {"motion", LENSWIRE_CMD_MOTION_GET, 168, "sensitivity=77", 3, {77}},
     {"cover", LENSWIRE_CMD_COVER_GET, 204, "area2.left=513", 16, {1, 2}},
-    {"fisheye", LENSWIRE_CMD_FISH_PROPERTY_GET, 64, nullptr, 0, {}},
-    {"device", LENSWIRE_CMD_DEVICE_INFO, 464, nullptr, 0, {}},
-    {"property", LENSWIRE_CMD_PROPERTY_BLOCK, 1024, nullptr, 0, {}},
+    {"encoding", LENSWIRE_CMD_ENCODING_GET, 96, "sub.kbit-rate=12345", 32 + 8, {0x39, 0x30, 0, 0}, true},
+    {"fish-encoding", LENSWIRE_CMD_FISH_ENCODING_GET, 768, "view1.width=513", 4, {1, 2}, true},
+    {"fisheye", LENSWIRE_CMD_FISH_PROPERTY_GET, 64},
+    {"device", LENSWIRE_CMD_DEVICE_INFO, 464},
+    {"property", LENSWIRE_CMD_PROPERTY_BLOCK, 1024},
 };
 
-TEST_F(SettingsTest, ComeFromTheCameraByteForByte) {
+TEST_F(SettingsTest, ComeFromTheCameraByteForByteAndChangeInNothingButWhatIsNamed) {
     for (const Row& row : kRows) {
-        SCOPED_TRACE(row.what);
-        const Bytes record = put_record(row.get_code, row.size);
-        const Outcome outcome = run_lenswire({"get", address_, row.what, "--raw", file_, "--json"});
-        ASSERT_EQ(outcome.code, 0) << outcome.err;
-        EXPECT_THAT(outcome.err, IsEmpty());
-        EXPECT_EQ(file_bytes(file_), record);
-        EXPECT_EQ(json::parse(outcome.out)["what"], row.what);
-    }
-}
-
-TEST_F(SettingsTest, ChangeInTheCameraAndLeaveEveryOtherByteAlone) {
-    for (const Row& row : kRows) {
+        const std::string what = row.what;
+        SCOPED_TRACE(what);
+        const Bytes before = row.own ? camera_->record(row.get_code) : put_record(row.get_code, row.size);
+        Bytes expected = before;
+        EXPECT_EQ(run("get CAM " + what + " --raw DIR/raw")["what"], row.what);
+        EXPECT_EQ(folder_.read("raw"), expected);
         if (row.assignment == nullptr) continue;
-        SCOPED_TRACE(row.what);
-        Bytes expected = put_record(row.get_code, row.size);
         std::ranges::copy(row.changed, expected.begin() + static_cast<long>(row.offset));
-        const Outcome outcome = run_lenswire({"set", address_, row.what, row.assignment});
-        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        run("set CAM " + what + " " + row.assignment);
         EXPECT_EQ(camera_->record(row.get_code), expected);
+        if (row.own) continue;
+        camera_->set_record(row.get_code, before);
+        run("set CAM " + what + " --from " + folder_.write("changed", expected));
+        EXPECT_EQ(camera_->record(row.get_code), expected) << "from a file";
     }
 }
 
-TEST_F(SettingsTest, AreRestoredFromAFile) {
-    const Bytes before = put_record(LENSWIRE_CMD_OSD_GET, 228);
-    ASSERT_EQ(run_lenswire({"get", address_, "osd", "--raw", file_}).code, 0);
-    ASSERT_EQ(run_lenswire({"set", address_, "osd", "name=changed"}).code, 0);
-    ASSERT_NE(camera_->record(LENSWIRE_CMD_OSD_GET), before);
-    ASSERT_EQ(run_lenswire({"set", address_, "osd", "--from", file_}).code, 0);
-    EXPECT_EQ(camera_->record(LENSWIRE_CMD_OSD_GET), before);
-    std::ofstream(file_, std::ios::app) << "x";
-    const Outcome outcome = run_lenswire({"set", address_, "osd", "--from", file_});
-    EXPECT_EQ(outcome.code, 2);
-    EXPECT_THAT(outcome.err, HasSubstr("must have 228 bytes"));
-}
-
-TEST_F(SettingsTest, SayWhenTheCameraDoesNotTakeAValue) {
-    put_record(LENSWIRE_CMD_IMAGE_GET, 36);
-    camera_->on_command(LENSWIRE_CMD_IMAGE_SET, [](const camera::Command&) { return std::nullopt; });
-    const Outcome outcome = run_lenswire({"set", address_, "image", "hue=99"});
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("did not take hue, it has 6"));
+TEST_F(SettingsTest, ThatDoNotReadBackAreSentAsTyped) {
+    run("set CAM smart-iframe enabled=1 interval=250");
+    const Bytes sent = last_payload(LENSWIRE_CMD_SMART_IFRAME_SET);
+    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 4), (Bytes{0, 1, 250, 0}));
+    run("set CAM alarm channel=3");
+    EXPECT_EQ(last_payload(LENSWIRE_CMD_ALARM_EX)[0], 3);
+    EXPECT_EQ(run("set CAM ptz speed=9")["fields"]["speed"], 9);
+    EXPECT_EQ(run("set CAM time year=2031 month=2 day=3")["fields"]["year"], 2031);
+    EXPECT_EQ(lenswire("time CAM").out.substr(0, 11), "2031-02-03 ") << "and it runs";
 }
 
 TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
-    const auto failing = [this](camera::AnswerFault fault) {
-        fault.code = LENSWIRE_CMD_IMAGE_GET;
-        camera_->clear_faults();
-        camera_->add_fault(fault);
-        const Outcome outcome = run_lenswire({"get", address_, "image"});
-        EXPECT_EQ(outcome.code, 1);
-        EXPECT_THAT(outcome.out, IsEmpty());
-        EXPECT_THAT(outcome.err, Not(HasSubstr("Secret")));
-        EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
-        return outcome.err;
-    };
+    // The library would try for 10 seconds.
+    camera_->watch_commands([](const camera::Command&) { Host::current()->stop_logins(); });
+    const Outcome typo =
+        lenswire("get admin:secret" + addresses_[0].substr(addresses_[0].find('@')) + " image");
+    EXPECT_THAT(typo.err, HasSubstr("no answer to the login"));
+    camera_->watch_commands({});
     camera::AnswerFault error;
+    error.code = LENSWIRE_CMD_IMAGE_GET;
     error.state = 1;
-    EXPECT_THAT(failing(error), HasSubstr("answered the request for image settings with an error"));
-    camera::AnswerFault close;
-    close.state = 1;
-    close.close_after = true;
-    EXPECT_THAT(failing(close), HasSubstr("request for image settings"));
+    camera_->add_fault(error);
+    const Outcome refused = lenswire("get CAM image");
+    EXPECT_THAT(refused.err, HasSubstr("answered the request for image settings with an error"));
+    camera_->on_command(LENSWIRE_CMD_IMAGE_SET, [](const camera::Command&) { return std::nullopt; });
+    camera_->clear_faults();
+    put_record(LENSWIRE_CMD_IMAGE_GET, 36);
+    const Outcome not_taken = lenswire("set CAM image brightness=3 hue=99");
+    EXPECT_THAT(not_taken.err, HasSubstr("did not take hue, it has 6\n"));
+    EXPECT_EQ(lenswire("set CAM image --from " + folder_.write("zeros", Bytes(36))).code, 1);
+    const Outcome no_library = lenswire("get CAM image", "/nonexistent");
+    EXPECT_THAT(no_library.err, HasSubstr("the library cannot be loaded"));
+    for (const Outcome* outcome : {&typo, &refused, &not_taken, &no_library}) {
+        EXPECT_EQ(outcome->code, 1);
+        EXPECT_THAT(outcome->out, IsEmpty());
+        EXPECT_THAT(outcome->err, AllOf(HasSubstr("lenswire: "), Not(HasSubstr("ecret"))));
+        EXPECT_EQ(std::ranges::count(outcome->err, '\n'), 1) << outcome->err;
+    }
+}
+
+TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
+    const test::Capture capture;
+    ControlSession session(camera_addresses(addresses_, "").front(), {LENSWIRE_LIBRARY, ""});
+    const auto failure = [](auto operation) -> std::string {
+        try {
+            operation();
+            return "";
+        } catch (const Failure& error) {
+            return error.what();
+        }
+    };
+    const auto ask = [&] { session.ask("a wonder", [] { return false; }); };
+    const auto tell = [&] { session.tell("a wonder", [] { return true; }); };
+    const std::string camera = "camera " + session.camera().name();
+    EXPECT_EQ(failure(ask), camera + " answered the request for a wonder with an error");
+    EXPECT_EQ(failure(tell), "");
+    EXPECT_EQ(failure([&] { session.tell("it", [] { return false; }); }),
+              camera + " closed the connection before it was sent");
+    camera_->drop_control_connections();
+    EXPECT_TRUE(test::wait_until([&] { return failure(tell) != ""; }));
+    EXPECT_EQ(failure(tell), camera + " closed the connection before a wonder was sent");
+    EXPECT_EQ(failure(ask), camera + " closed the connection over the request for a wonder");
+    const std::pair<int, const char*> logins[] = {{-4, "refused the login"},
+                                                  {-3, "cannot be reached: connection refused"},
+                                                  {-2, "cannot be reached: no connection"},
+                                                  {-1, "cannot be reached: no answer to the login"}};
+    for (const auto& [result, words] : logins) EXPECT_EQ(login_failure(result), words);
 }
 
 TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
-    const std::vector<std::vector<std::string>> cases = {
-        {"get", address_, "nonsense"},
-        {"get", address_, "smart-iframe"},  // can only be set
-        {"set", address_, "network", "port=1"},
-        {"set", address_, "image"},
-        {"set", address_, "image", "brightness=300"},
-        {"set", address_, "image", "bright=3"},
-        {"set", address_, "osd", "--from", "/nonexistent"},
-        {"ptz", address_, "sideways"},
-        {"ptz", address_, "preset"},
-        {"ptz", address_, "preset", "256"},
-        {"ptz", address_, "left", "0"},
-        {"cruise", address_, "start"},
-        {"cruise", address_, "start", "4"},
-        {"cruise", address_, "set", "1", "0:1"},
-        {"cruise", address_, "dance"},
-        {"time", address_, "--zone", "GMT+08:00"},
-        {"firmware", "check", "/nonexistent", "--camera", address_},
-        {"firmware", "make", "wooden"},
-        {"upgrade", "/nonexistent", address_},
-    };
-    for (const auto& arguments : cases) {
-        const Outcome outcome = run_lenswire(arguments);
-        SCOPED_TRACE(arguments[0] + " " + arguments.back() + ": " + outcome.err);
+    folder_.write("short", Bytes(227));
+    folder_.write("long", Bytes(229));
+    std::istringstream lines(
+        "get CAM nonsense|get CAM smart-iframe|get CAM image --log /nonexistent/log|get CAM image --db DIR/|"
+        "get CAM image --password-file /nonexistent|get CAM image CAM|set CAM network port=1|set CAM image|"
+        "set CAM image brightness=300|set CAM image bright=3|set CAM osd --from DIR/missing|"
+        "set CAM osd --from DIR/short|set CAM osd --from DIR/long|ptz CAM sideways|ptz CAM preset|"
+        "ptz CAM preset 256|ptz CAM left 0|ptz CAM left 256|cruise CAM start|cruise CAM start 4|"
+        "cruise CAM show -1|cruise CAM start 1 2|cruise CAM set 1 0:1|cruise CAM dance|"
+        "time CAM --zone GMT+08:00|time CAM --set --zone|firmware check /nonexistent --camera CAM|"
+        "firmware make wooden|upgrade /nonexistent CAM|dance CAM| ");
+    for (std::string line; std::getline(lines, line, '|');) {
+        const Outcome outcome = lenswire(line);
+        SCOPED_TRACE(line + ": " + outcome.err);
         EXPECT_EQ(outcome.code, 2);
         EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1);
         EXPECT_THAT(outcome.err, Not(HasSubstr("Secret")));
@@ -177,88 +185,61 @@ TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
 }
 
 TEST_F(SettingsTest, ShowNothingOfTheLibrarysLinesUnlessAskedTo) {
-    put_record(LENSWIRE_CMD_IMAGE_GET, 36);
-    EXPECT_THAT(run_lenswire({"get", address_, "image"}).err, IsEmpty());
-    const Outcome verbose = run_lenswire({"get", address_, "image", "--verbose", "--json"});
+    std::ofstream(folder_.path("password")) << "Secret\n";
+    std::ofstream(folder_.path("log")) << "before\n";
+    const std::string bare = "admin" + addresses_[0].substr(addresses_[0].find('@'));
+    const Outcome quiet = lenswire("get " + bare + " image --password-file DIR/password --log DIR/log");
+    EXPECT_EQ(quiet.code, 0);
+    EXPECT_THAT(quiet.err, IsEmpty());
+    const Bytes lines = folder_.read("log");
+    EXPECT_THAT(std::string(lines.begin(), lines.end()),
+                AllOf(HasSubstr("before\n"), HasSubstr("connect success")));
+    const Outcome verbose = lenswire("get CAM image --verbose --json");
     EXPECT_THAT(verbose.err, HasSubstr("connect success"));
-    EXPECT_TRUE(json::accept(verbose.out)) << "and standard output stays the program's alone";
-    ASSERT_EQ(run_lenswire({"get", address_, "image", "--log", file_}).code, 0);
-    const Bytes log = file_bytes(file_);
-    EXPECT_THAT(std::string(log.begin(), log.end()), HasSubstr("connect success"));
-}
-
-TEST_F(SettingsTest, OfEveryStreamChangeApart) {
-    Bytes expected = camera_->record(LENSWIRE_CMD_ENCODING_GET);
-    ASSERT_THAT(expected, SizeIs(96));
-    expected[17] = 0x5A;  // a byte that has no name
-    camera_->set_record(LENSWIRE_CMD_ENCODING_GET, expected);
-    expected[8] = 0x39;
-    expected[9] = 0x30;
-    expected[32 + 12] = 7;
-    const Outcome outcome = run_lenswire({"set", address_, "encoding", "main.kbit-rate=12345", "sub.gop=7"});
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
-    EXPECT_EQ(camera_->record(LENSWIRE_CMD_ENCODING_GET), expected);
-}
-
-TEST_F(SettingsTest, ThatCannotBeReadAreSentAsTyped) {
-    ASSERT_EQ(run_lenswire({"set", address_, "smart-iframe", "enabled=1", "interval=250"}).code, 0);
-    ASSERT_TRUE(camera_->wait_received(LENSWIRE_CMD_SMART_IFRAME_SET, 1));
-    const Bytes sent = camera_->received(LENSWIRE_CMD_SMART_IFRAME_SET)[0].payload;
-    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 4), (Bytes{0, 1, 250, 0}));
-    ASSERT_EQ(run_lenswire({"set", address_, "alarm", "channel=3"}).code, 0);
-    ASSERT_TRUE(camera_->wait_received(LENSWIRE_CMD_ALARM_EX, 1));
-    EXPECT_EQ(camera_->received(LENSWIRE_CMD_ALARM_EX)[0].payload[0], 3);
+    EXPECT_TRUE(verbose.json().is_object()) << "and standard output stays the program's alone";
+    EXPECT_THAT(verbose.arguments, Each(Not(HasSubstr("Secret")))) << "as a process list shows them";
+    EXPECT_THAT(lenswire("get --help").out, HasSubstr("CAMERA"));
 }
 
 TEST_F(SettingsTest, OfPanAndTiltFollowTheOperations) {
     struct Case {
-        std::vector<std::string> words;
+        const char* words;
         uint8_t code, argument;
     };
-    const Case cases[] = {
-        {{"left", "200"}, 0x02, 200}, {{"right"}, 0x03, 0},       {{"up"}, 0x04, 0},
-        {{"down"}, 0x05, 0},          {{"zoom-in"}, 0x06, 0},     {{"zoom-out"}, 0x07, 0},
-        {{"stop"}, 0x01, 0},          {{"preset", "5"}, 0x28, 4}, {{"set-preset", "255"}, 0x2C, 254},
-    };
+    const Case cases[] = {{"left 200", 2, 200}, {"right", 3, 0},       {"up", 4, 0},
+                          {"down", 5, 0},       {"zoom-in", 6, 0},     {"zoom-out", 7, 0},
+                          {"stop", 1, 0},       {"preset 5", 0x28, 4}, {"set-preset 255", 0x2C, 254}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.words[0]);
-        std::vector<std::string> arguments = {"ptz", address_, "--json"};
-        arguments.insert(arguments.end(), c.words.begin(), c.words.end());
-        const Outcome outcome = run_lenswire(arguments);
-        ASSERT_EQ(outcome.code, 0) << outcome.err;
-        EXPECT_TRUE(json::parse(outcome.out)["fields"].contains("pan"));
-        const Bytes sent = camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload;
+        SCOPED_TRACE(c.words);
+        EXPECT_TRUE(run(std::string("ptz CAM ") + c.words)["fields"].contains("pan"));
+        const Bytes sent = last_payload(LENSWIRE_CMD_PTZ_OPTION);
         EXPECT_EQ(sent[1], c.code);
         EXPECT_EQ(sent[4], c.argument);
     }
-    const Outcome outcome = run_lenswire({"ptz", address_, "speed", "33", "--json"});
-    EXPECT_EQ(json::parse(outcome.out)["fields"]["speed"], 33);
+    EXPECT_EQ(run("ptz CAM speed 255")["fields"]["speed"], 255);
 }
 
 TEST_F(SettingsTest, OfCruiseLinesGoThroughDatabaseAndCamera) {
-    const auto lines = [this](std::vector<std::string> words) {
-        words.insert(words.begin() + 1, address_);
-        words.insert(words.end(), {"--json", "--db", file_});
-        const Outcome outcome = run_lenswire(words);
-        EXPECT_EQ(outcome.code, 0) << outcome.err;
-        return json::parse(outcome.out)["lines"];
-    };
     const json points = {{{"preset", 7}, {"time", 3}, {"speed", 9}},
                          {{"preset", 2}, {"time", 5}, {"speed", 5}}};
-    EXPECT_EQ(lines({"cruise", "set", "2", "7:3:9", "2"})[0]["points"], points);
-    EXPECT_EQ(lines({"cruise", "start", "2"})[0]["enabled"], true);
-    EXPECT_EQ(camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload[1], LENSWIRE_PTZ_START_CRUISE);
+    EXPECT_EQ(run("cruise CAM set 2 7:3:9 2")["lines"][0]["points"], points);
+    const json started = run("cruise CAM start 2")["lines"];
+    ASSERT_THAT(started, SizeIs(1));
+    EXPECT_EQ(started[0]["enabled"], true);
+    EXPECT_EQ(last_payload(LENSWIRE_CMD_PTZ_OPTION)[1], LENSWIRE_PTZ_START_CRUISE);
     camera_->set_record(LENSWIRE_CMD_CRUISE_GET, Bytes(3 * 980));
-    EXPECT_EQ(lines({"cruise", "resend"})[1]["points"], points) << "the camera had forgotten it";
-    const json stopped = lines({"cruise", "stop"});
-    EXPECT_EQ(camera_->received(LENSWIRE_CMD_PTZ_OPTION).back().payload[1], LENSWIRE_PTZ_STOP_CRUISE);
+    EXPECT_EQ(run("cruise CAM resend")["lines"][1]["points"], points) << "the camera had forgotten it";
+    EXPECT_EQ(run("cruise CAM show")["lines"][1]["enabled"], true);
+    const json stopped = run("cruise CAM stop")["lines"];
+    EXPECT_EQ(last_payload(LENSWIRE_CMD_PTZ_OPTION)[1], LENSWIRE_PTZ_STOP_CRUISE);
     for (const json& line : stopped) EXPECT_EQ(line["enabled"], false);
+    EXPECT_EQ(run("cruise CAM set 3 4 --enable")["lines"][0]["enabled"], true);
 }
 
 // Without a database the recorder knows no line; what the camera has must not be lost over a start.
 TEST_F(SettingsTest, OfACruiseLineThatOnlyTheCameraKnowsStay) {
     const Bytes before = camera_->record(LENSWIRE_CMD_CRUISE_GET);
-    ASSERT_EQ(run_lenswire({"cruise", address_, "start", "1"}).code, 0);
+    run("cruise CAM start 1");
     Bytes after = camera_->record(LENSWIRE_CMD_CRUISE_GET);
     EXPECT_EQ(after[2], 1) << "enabled now";
     after[2] = before[2];
@@ -266,36 +247,44 @@ TEST_F(SettingsTest, OfACruiseLineThatOnlyTheCameraKnowsStay) {
 }
 
 TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
-    const char* zone_before = std::getenv("TZ");
-    const std::pair<const char*, int> zones[] = {{"GMT+00:00", 0},   {"GMT+08:00", 480},  {"GMT+14:00", 840},
-                                                 {"GMT+05:45", 345}, {"GMT-03:30", -210}, {"GMT-05:00", -300},
-                                                 {"GMT-12:00", -720}};
+    const std::pair<const char*, int> zones[] = {
+        {"GMT+00:00", 0},    {"GMT+08:00", 480},  {"GMT+14:00", 840},  {"GMT+05:45", 345},
+        {"GMT-03:30", -210}, {"GMT-05:00", -300}, {"GMT-12:00", -720}, {nullptr, 480}};
     for (const auto& [zone, minutes] : zones) {
-        SCOPED_TRACE(zone);
-        const Outcome outcome = run_lenswire({"time", address_, "--set", "--zone", zone, "--json"});
-        ASSERT_EQ(outcome.code, 0) << outcome.err;
-        const std::string text = json::parse(outcome.out)["time"];
+        SCOPED_TRACE(zone != nullptr ? zone : "the machine's, of a camera that loses the first request");
+        run("set CAM time year=2001");
+        if (zone == nullptr) {
+            setenv("TZ", "LOC-08:00", 1);
+            tzset();
+            camera_->on_command(LENSWIRE_CMD_TIME_SET, [this](const camera::Command&) {
+                camera_->on_command(LENSWIRE_CMD_TIME_SET, {});
+                return std::nullopt;
+            });
+        }
+        const json clock =
+            run(zone != nullptr ? std::string("time CAM --set --zone ") + zone : "time CAM --set");
+        const std::string text = clock["time"];
         tm fields{};
         ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
-        EXPECT_NEAR(static_cast<double>(timegm(&fields)), static_cast<double>(time(nullptr) + minutes * 60),
-                    30);
-        EXPECT_EQ(json::parse(outcome.out)["zone"], 24 + minutes / 30);
+        EXPECT_LE(std::abs(timegm(&fields) - time(nullptr) - minutes * 60), 30);
+        EXPECT_EQ(clock["zone"], zone == nullptr ? 0 : 24 + minutes / 30) << "the first request brings it";
     }
-    EXPECT_EQ(run_lenswire({"time", address_, "--set", "--zone", "GMT+25:00"}).code, 2);
-    zone_before != nullptr ? setenv("TZ", zone_before, 1) : unsetenv("TZ");
 }
 
 TEST_F(SettingsTest, AreShownTogetherAsInformation) {
-    const Outcome outcome = run_lenswire({"info", address_, "--json"});
-    ASSERT_EQ(outcome.code, 0) << outcome.err;
-    const json info = json::parse(outcome.out);
+    add_camera({.type = 33, .special_family = true, .fisheye_type = 2});
+    const json info = run("info CAM");
     EXPECT_EQ(info["platform_family"], "ordinary");
     EXPECT_EQ(info["fisheye_type"], 0);
     EXPECT_EQ(info["host_fisheye_type"], 1);
-    EXPECT_THAT(info["scope"], SizeIs(6));
+    EXPECT_EQ(info["device"]["type"], 20);
+    ASSERT_THAT(info["scope"], SizeIs(6));
     EXPECT_THAT(info["scope"][1]["codecs"], testing::Contains("H265"));
-    EXPECT_THAT(info["scope"][5]["sizes"], testing::ElementsAre("320x240"));
-    EXPECT_THAT(run_lenswire({"info", address_}).out, HasSubstr("triple 3"));
+    EXPECT_THAT(info["scope"][5]["sizes"], ElementsAre("320x240"));
+    const std::string text = lenswire("info " + addresses_[1]).out;
+    for (const char* line : {"type                33\n", "platform family     special\n",
+                             "fisheye type        2 (", "triple 3   H264         320x240\n"})
+        EXPECT_THAT(text, HasSubstr(line));
 }
 
 }  // namespace

@@ -1,16 +1,93 @@
+// How a stream is kept going: the plan of its steps, and the supervisor that walks the plans of all.
 #include "recorder/session/supervisor.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <semaphore>
+#include <sstream>
 
 namespace lenswire::recorder {
 namespace {
 
 using namespace std::chrono_literals;
+
+using Time = StreamPlan::Time;
+using std::chrono::milliseconds;
+
+const std::map<std::string, void (*)(StreamPlan&, Time)> kEvents = {
+    {"login", [](StreamPlan& plan, Time now) { plan.login_ended(0, now); }},
+    {"refused", [](StreamPlan& plan, Time now) { plan.login_ended(-4, now); }},
+    {"no-camera", [](StreamPlan& plan, Time now) { plan.login_ended(-3, now); }},
+    {"invited", [](StreamPlan& plan, Time now) { plan.invitation_ended(true, now); }},
+    {"not-invited", [](StreamPlan& plan, Time now) { plan.invitation_ended(false, now); }},
+    {"alive", [](StreamPlan& plan, Time now) { plan.control_checked(true, now); }},
+    {"lost", [](StreamPlan& plan, Time now) { plan.control_checked(false, now); }},
+    {"restart", [](StreamPlan& plan, Time now) { plan.restart_wanted(now); }}};
+
+// Steps as EVENT:ACTION@MS=STATE: what happened, what the plan does next, after how long, and where it stands
+// until then. A step happens when the one before is due, or EVENT+MS that long after it happened.
+struct Story {
+    const char* steps;
+    unsigned restarts = 0;
+};
+#define STREAMS "login:invite@0=inviting invited:check@2000=streaming "
+const Story kStories[] = {
+    {STREAMS "alive:check@2000=streaming alive:check@2000=streaming"},
+    // Backs off from an unreachable camera and forgets it after a login.
+    {"no-camera:login@1000=unreachable no-camera:login@2000=unreachable no-camera:login@4000=unreachable "
+     "no-camera:login@8000=unreachable no-camera:login@8000=unreachable " STREAMS
+     "lost:login@0=streaming no-camera:login@1000=unreachable"},
+    // Is patient with a refusal unless the camera is known to take the credentials.
+    {"refused:login@30000=refused refused:login@30000=refused " STREAMS
+     "lost:login@0=streaming refused:login@1000=refused refused:login@2000=refused"},
+    // Invites at once after a restart and slower when they follow each other within 15 seconds.
+    {STREAMS "restart:invite@0=restarting invited:check@2000=streaming "
+             "restart:invite@1000=restarting invited:check@2000=streaming "
+             "restart+13999:invite@2000=restarting invited:check@2000=streaming "
+             "restart:invite@4000=restarting invited:check@2000=streaming "
+             "restart:invite@8000=restarting invited:check@2000=streaming "
+             "restart:invite@8000=restarting invited:check@2000=streaming "
+             "restart+7000:invite@0=restarting invited:check@2000=streaming restart:invite@1000=restarting",
+     8},
+    // Counts a restart once and only of a stream that runs.
+    {"restart:login@0=connecting " STREAMS "restart:invite@0=restarting restart:invite@0=restarting", 1},
+    // Logs in anew only after several invitations failed in a row.
+    {"login:invite@0=inviting not-invited:invite@500=inviting invited:check@2000=streaming "
+     "restart:invite@0=restarting not-invited:invite@500=inviting not-invited:login@1000=inviting "
+     "login:invite@0=inviting not-invited:invite@500=inviting",
+     1},
+    // Keeps the stream while a lost control connection is logged in again, and without a stream connects
+    // anew.
+    {STREAMS "lost:login@0=streaming login:check@2000=streaming"},
+    {"login:invite@0=inviting lost:login@0=connecting"},
+    // Takes a restart that comes while it logs in; a look does not shorten the back-off.
+    {STREAMS "lost:login@0=streaming restart:login@0=restarting login:invite@0=inviting "
+             "invited:check@2000=streaming restart+0:invite@1000=restarting alive+0:invite@1000=restarting",
+     2}};
+
+TEST(StreamPlan, GoesOnAsEachStoryTells) {
+    const std::string actions[] = {"login", "invite", "check"};
+    for (const Story& story : kStories) {
+        SCOPED_TRACE(story.steps);
+        Time now = Time{} + std::chrono::hours(1);
+        StreamPlan plan(now);
+        std::istringstream steps(story.steps);
+        for (std::string step; steps >> step;) {
+            const size_t colon = step.find(':'), plus = std::min(step.find('+'), colon);
+            now = plus < colon ? now + milliseconds(std::stoi(step.substr(plus + 1)))
+                               : std::max(now, plan.due());
+            kEvents.at(step.substr(0, plus))(plan, now);
+            const auto delay = std::chrono::duration_cast<milliseconds>(plan.due() - now).count();
+            EXPECT_EQ(actions[static_cast<int>(plan.action())] + "@" + std::to_string(delay) + "=" +
+                          state_name(plan.state()),
+                      step.substr(colon + 1));
+        }
+        EXPECT_EQ(plan.restarts(), story.restarts);
+    }
+}
 
 // A camera that does what it is told and says when something was done with it.
 class FakeLink : public StreamLink {
@@ -18,40 +95,39 @@ class FakeLink : public StreamLink {
     explicit FakeLink(int channel) : channel_(channel) {}
     int channel() const override { return channel_; }
     int stream() const override { return 0; }
-    int login(bool) override {
-        Inside inside(*this);
-        ++logins;
+    int login(bool first) override {
+        const Inside inside(*this);
+        EXPECT_EQ(first, logins++ == 0);
         alive = true;
         on_login();
         return login_result;
     }
     bool invite() override {
-        Inside inside(*this);
+        const Inside inside(*this);
         ++invitations;
         on_invite();
         return true;
     }
     void open() override {
-        Inside inside(*this);
+        const Inside inside(*this);
         ++opens;
         opened.release();
         on_open();
     }
     bool control_alive() override {
-        Inside inside(*this);
+        const Inside inside(*this);
         return alive;
     }
 
     std::atomic<int> logins{0}, invitations{0}, opens{0}, login_result{0};
-    std::atomic<bool> alive{false}, entered_twice{false};
+    std::atomic<bool> alive{false};
     std::function<void()> on_login = [] {}, on_invite = [] {}, on_open = [] {};
     std::counting_semaphore<> opened{0};
 
   private:
+    // Only one thread at a time has business here.
     struct Inside {
-        explicit Inside(FakeLink& link) : link(link) {
-            if (link.inside_.exchange(true)) link.entered_twice = true;
-        }
+        explicit Inside(FakeLink& link) : link(link) { EXPECT_FALSE(link.inside_.exchange(true)); }
         ~Inside() { link.inside_ = false; }
         FakeLink& link;
     };
@@ -61,7 +137,7 @@ class FakeLink : public StreamLink {
 
 class SupervisorTest : public testing::Test {
   protected:
-    void make(int count) {
+    FakeLink& make(int count) {
         std::vector<std::unique_ptr<StreamLink>> links;
         for (int i = 0; i < count; ++i) {
             auto link = std::make_unique<FakeLink>(i);
@@ -69,8 +145,18 @@ class SupervisorTest : public testing::Test {
             links.push_back(std::move(link));
         }
         supervisor_.emplace(std::move(links));
+        return *fakes_[0];
     }
     bool opened(int index) { return fakes_[index]->opened.try_acquire_for(10s); }
+    // What was done with a camera, once nothing is done any more.
+    void expect(int index, int logins, int invitations, int opens, unsigned restarts) {
+        supervisor_->stop();
+        const FakeLink& fake = *fakes_[index];
+        EXPECT_EQ(std::tuple(fake.logins.load(), fake.invitations.load(), fake.opens.load()),
+                  std::tuple(logins, invitations, opens))
+            << "camera " << index;
+        EXPECT_EQ(supervisor_->view(index).restarts, restarts) << "camera " << index;
+    }
 
     std::vector<FakeLink*> fakes_;
     std::optional<Supervisor> supervisor_;
@@ -80,84 +166,73 @@ TEST_F(SupervisorTest, BringsEveryStreamUpWithFewThreads) {
     make(20);
     supervisor_->start(3);
     for (int i = 0; i < 20; ++i) EXPECT_TRUE(opened(i)) << i;
-    supervisor_->stop();
-    for (const FakeLink* fake : fakes_) EXPECT_EQ(fake->logins, 1);
+    for (int i = 0; i < 20; ++i) expect(i, 1, 1, 1, 0);
 }
 
 TEST_F(SupervisorTest, InvitesOnlyTheStreamThatWantsARestart) {
     make(3);
     supervisor_->start(2);
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(opened(i));
-    supervisor_->restart_wanted(1, 0);
     supervisor_->restart_wanted(1, 7);  // no such stream
+    supervisor_->restart_wanted(1, 0);
     ASSERT_TRUE(opened(1));
-    supervisor_->stop();
-    EXPECT_EQ(fakes_[0]->invitations, 1);
-    EXPECT_EQ(fakes_[1]->invitations, 2);
-    EXPECT_EQ(fakes_[1]->logins, 1) << "its control connection was sound";
-    EXPECT_EQ(supervisor_->view(1).restarts, 1u);
-    EXPECT_EQ(supervisor_->view(2).restarts, 0u);
+    expect(0, 1, 1, 1, 0);
+    expect(1, 1, 2, 2, 1);
+    expect(2, 1, 1, 1, 0);
 }
 
 TEST_F(SupervisorTest, LogsInFirstWhenTheCameraTookTheControlConnectionAlong) {
-    make(1);
+    FakeLink& fake = make(1);
     supervisor_->start(1);
     ASSERT_TRUE(opened(0));
-    fakes_[0]->alive = false;
+    fake.alive = false;
     supervisor_->restart_wanted(0, 0);
     ASSERT_TRUE(opened(0));
-    supervisor_->stop();
-    EXPECT_EQ(fakes_[0]->logins, 2);
-    EXPECT_EQ(fakes_[0]->invitations, 2) << "none over the dead connection";
+    expect(0, 2, 2, 2, 1);
 }
 
 // As one does that is switched off and on again at that moment.
 TEST_F(SupervisorTest, OpensNoStreamOfACameraThatForgotTheLoginMeanwhile) {
-    make(1);
-    fakes_[0]->on_invite = [this] {
-        if (fakes_[0]->invitations == 1) fakes_[0]->alive = false;
+    FakeLink& fake = make(1);
+    fake.on_invite = [&fake] {
+        if (fake.invitations == 1) fake.alive = false;
     };
     supervisor_->start(1);
     ASSERT_TRUE(opened(0));
-    supervisor_->stop();
-    EXPECT_EQ(fakes_[0]->logins, 2);
-    EXPECT_EQ(fakes_[0]->opens, 1);
+    expect(0, 2, 2, 1, 0);
 }
 
 // The receive loop may give a stream up in the moment it was handed over.
 TEST_F(SupervisorTest, MissesNoRestartThatComesFromInsideTheOpenRequest) {
-    make(1);
-    fakes_[0]->on_open = [this] {
-        if (fakes_[0]->opens == 1) supervisor_->restart_wanted(0, 0);
+    FakeLink& fake = make(1);
+    fake.on_open = [this, &fake] {
+        if (fake.opens == 1) supervisor_->restart_wanted(0, 0);
     };
     supervisor_->start(2);
-    EXPECT_TRUE(opened(0));
-    EXPECT_TRUE(opened(0));
-    supervisor_->stop();
-    EXPECT_FALSE(fakes_[0]->entered_twice);
+    ASSERT_TRUE(opened(0) && opened(0));
+    expect(0, 1, 2, 2, 1);
 }
 
 TEST_F(SupervisorTest, ServesOthersWhileOneCameraKeepsItsThreadBusy) {
-    make(3);
+    FakeLink& busy = make(3);
     std::binary_semaphore release(0);
-    fakes_[0]->on_login = [&release] { release.acquire(); };
+    busy.on_login = [&release] { release.acquire(); };
     supervisor_->start(2);
-    EXPECT_TRUE(opened(1));
-    EXPECT_TRUE(opened(2));
+    ASSERT_TRUE(opened(1) && opened(2));
     supervisor_->restart_wanted(2, 0);
-    EXPECT_TRUE(opened(2));
-    EXPECT_EQ(fakes_[0]->opens, 0);
+    ASSERT_TRUE(opened(2));
+    EXPECT_EQ(busy.opens, 0);
     release.release();
-    EXPECT_TRUE(opened(0));
-    supervisor_->stop();
-    for (const FakeLink* fake : fakes_) EXPECT_FALSE(fake->entered_twice);
+    ASSERT_TRUE(opened(0));
+    expect(0, 1, 1, 1, 0);
 }
 
 TEST_F(SupervisorTest, ReportsHowALoginEnded) {
-    make(1);
-    fakes_[0]->login_result = -3;
+    FakeLink& fake = make(1);
+    fake.login_result = -3;
     std::binary_semaphore tried(0);
-    fakes_[0]->on_login = [&tried] { tried.release(); };
+    fake.on_login = [&tried] { tried.release(); };
+    EXPECT_FALSE(supervisor_->view(0).login_tried);
     supervisor_->start(1);
     ASSERT_TRUE(tried.try_acquire_for(10s));
     supervisor_->stop();

@@ -1,18 +1,18 @@
 // Firmware files and upgrades, from the command line to simulated cameras.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
+#include <thread>
 
-#include "camera/serve/farm.h"
 #include "program.h"
-#include "recorder/host/store.h"
+#include "recorder/session/upgrade_session.h"
+#include "support/capture.h"
 
 namespace lenswire::recorder {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -20,71 +20,40 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class UpgradeTest : public testing::Test {
+class UpgradeTest : public ProgramTest {
   protected:
-    void SetUp() override {
-        directory_ =
-            fs::path(testing::TempDir()) /
-            (std::string("lenswire-") + testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(directory_);
-        fs::create_directories(directory_);
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
-    camera::Camera& add_camera(camera::DeviceConfig device = {}) {
-        camera::CameraConfig config;
-        config.address = camera::address_above("127.0.0.1", static_cast<uint32_t>(farm_.size()));
-        config.password = "Secret";
-        config.device = std::move(device);
-        config.reboot_ms = 1;
-        std::string error;
-        camera::Camera* camera = farm_.add(config, &error);
-        EXPECT_NE(camera, nullptr) << error;
-        addresses_.push_back("admin:Secret@" + config.address + ":" + std::to_string(camera->port()));
-        return *camera;
-    }
-
     // A file of a style that fits the first camera.
     std::string make(const std::string& style, const std::string& size = "70000") {
-        const Outcome outcome = run_lenswire({"firmware", "make", style, "--camera", addresses_[0], "--out",
-                                              directory_, "--size", size, "--json"});
+        const Outcome outcome =
+            lenswire("firmware make " + style + " --camera CAM --json --out DIR/ --size " + size);
         EXPECT_EQ(outcome.code, 0) << outcome.err;
-        return outcome.code == 0 ? json::parse(outcome.out)["path"].get<std::string>() : "";
+        return outcome.json().value("path", "");
     }
-
-    Outcome upgrade(const std::string& file, std::vector<std::string> more = {}) {
-        std::vector<std::string> arguments = {"upgrade", file};
-        arguments.insert(arguments.end(), addresses_.begin(), addresses_.end());
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return run_lenswire(arguments);
+    Outcome upgrade(const std::string& file, std::string more = "") {
+        for (const std::string& address : addresses_) more += " " + address;
+        return lenswire("upgrade " + file + " " + more);
     }
-
-    fs::path directory_;
-    camera::CameraFarm farm_;
-    std::vector<std::string> addresses_;
-};
-
-struct Style {
-    const char* name;
-    camera::DeviceConfig device;
+    Outcome check(const std::string& file) { return lenswire("firmware check --camera CAM " + file); }
 };
 
 TEST_F(UpgradeTest, BringsAFileOfEachStyleToTheCameraThatItWasMadeFor) {
-    const Style styles[] = {
+    const std::pair<const char*, camera::DeviceConfig> styles[] = {
         {"name", {.type = 20, .firmware_name = "LW_20_BTAMCP_1.0"}},
         {"tokens", {.type = 60, .firmware_name = "LW_55_W_1.0"}},
         {"header", {.type = 5, .firmware_name = "other", .platform = "HI3516A", .sensor = "IMX178"}},
         {"tag", {.type = 11, .firmware_name = "other"}},
     };
-    for (const Style& style : styles) {
-        SCOPED_TRACE(style.name);
+    for (const auto& [style, device] : styles) {
+        SCOPED_TRACE(style);
         addresses_.clear();
-        camera::Camera& camera = add_camera(style.device);
-        const std::string file = make(style.name);
-        EXPECT_EQ(run_lenswire({"firmware", "check", file, "--camera", addresses_[0]}).code, 0);
+        camera::Camera& camera = add_camera(device);
+        const std::string file = make(style), name = camera.address() + ":" + std::to_string(camera.port());
+        const Outcome fit = check(file + " --json");
+        EXPECT_EQ(fit.code, 0);
+        EXPECT_EQ(fit.json()["checks"][std::string("by ") + style], "fits");
         const Outcome outcome = upgrade(file);
         EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
-        EXPECT_THAT(outcome.out, HasSubstr("100% done"));
+        EXPECT_THAT(outcome.out, testing::EndsWith(name + " 100% done\n"));
         ASSERT_THAT(camera.uploads(), SizeIs(1));
         EXPECT_EQ(camera.uploads()[0].received, 70'000u);
         EXPECT_TRUE(camera.uploads()[0].complete);
@@ -94,85 +63,126 @@ TEST_F(UpgradeTest, BringsAFileOfEachStyleToTheCameraThatItWasMadeFor) {
 TEST_F(UpgradeTest, SaysWhetherAndWhyAFileFits) {
     add_camera({.type = 5, .firmware_name = "other", .platform = "HI3516A", .sensor = "IMX178"});
     const std::string file = make("header");
-    const Outcome good = run_lenswire({"firmware", "check", file, "--camera", addresses_[0]});
-    EXPECT_THAT(good.out, AllOf(HasSubstr("chip HI3516A, sensor IMX178"), HasSubstr("no feature letters"),
-                                HasSubstr("by header  fits"), HasSubstr("result     fits")));
-    fs::resize_file(file, 69'999);
-    const Outcome bad = run_lenswire({"firmware", "check", file, "--camera", addresses_[0], "--json"});
+    const Outcome good = check(file);
+    EXPECT_EQ(good.out,
+              "file       header-trial.bin, 70000 bytes\n"
+              "header     chip HI3516A, sensor IMX178\n"
+              "camera     type 5, firmware other, chip HI3516A, sensor IMX178\n"
+              "by name    does not apply, the camera's name has no feature letters\n"
+              "by tokens  does not fit\n"
+              "by header  fits\n"
+              "by tag     does not fit\n"
+              "result     fits\n");
+    std::filesystem::resize_file(file, 69'999);
+    const Outcome bad = check(file + " --json");
     EXPECT_EQ(bad.code, 1);
-    EXPECT_EQ(json::parse(bad.out)["fits"], false);
-    EXPECT_EQ(json::parse(bad.out)["checks"]["by header"], "does not fit");
+    EXPECT_EQ(bad.json()["fits"], false);
+    EXPECT_EQ(bad.json()["checks"]["by header"], "does not fit");
+    EXPECT_EQ(bad.json()["file"]["header"]["length"], 70'000);
 }
 
 TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
-    camera::Camera& good = add_camera();
-    camera::Camera& bad = add_camera();
-    camera::UploadFault fault;
-    fault.close_at = 10'000;
-    bad.add_fault(fault);
-    const Outcome outcome = upgrade(make("name", "3000000"), {"--json"});
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.err, IsEmpty());
-    const json result = json::parse(outcome.out);
-    EXPECT_EQ(result["cameras"][0]["state"], "done");
-    EXPECT_EQ(result["cameras"][0]["percent"], 100);
-    EXPECT_EQ(result["cameras"][1]["state"], "failed");
-    EXPECT_THAT(result["alarms"], ElementsAre("alarm: firmware upgrade failed on channel 1"));
-    EXPECT_EQ(good.uploads().at(0).received, 3'000'000u);
+    for (const bool as_json : {true, false}) {
+        addresses_.clear();
+        const camera::Camera& good = add_camera();
+        camera::UploadFault fault;
+        fault.close_at = 10'000;
+        add_camera().add_fault(fault);
+        const Outcome outcome = upgrade(make("name", "3000000"), as_json ? "--json" : "");
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_THAT(outcome.err, IsEmpty());
+        EXPECT_EQ(good.uploads().at(0).received, 3'000'000u);
+        const std::string alarm = "alarm: firmware upgrade failed on channel 1";
+        if (!as_json) {
+            EXPECT_THAT(outcome.out,
+                        AllOf(HasSubstr(alarm + "\n"), HasSubstr("% failed\n"), HasSubstr(" 100% done\n")));
+            continue;
+        }
+        const json result = outcome.json();
+        EXPECT_EQ(result["cameras"][0]["state"], "done");
+        EXPECT_EQ(result["cameras"][0]["percent"], 100);
+        EXPECT_EQ(result["cameras"][1]["state"], "failed");
+        EXPECT_THAT(result["alarms"], ElementsAre(alarm));
+    }
 }
 
 TEST_F(UpgradeTest, SendsNothingToAnyCameraWhenOneOfThemCannotTakeTheFile) {
-    camera::Camera& good = add_camera();
+    const camera::Camera& good = add_camera();
+    const std::string file = make("name"), database = folder_.path("recorder.db");
     add_camera({.type = 20, .firmware_name = "LW_21_BTAMC_1.0"});
-    const std::string file = make("name");
     camera::AnswerFault error;
     error.code = LENSWIRE_CMD_DEVICE_INFO;
     error.state = 1;
     add_camera().add_fault(error);
-    const Outcome outcome = upgrade(file);
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.err, AllOf(HasSubstr("does not fit it"), HasSubstr("does not tell what it is")));
-    EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 2) << "a line for each, and none for the good one";
-    EXPECT_THAT(good.uploads(), IsEmpty());
-}
-
-TEST_F(UpgradeTest, RefusesChannelsOfAnotherProtocol) {
-    camera::Camera& camera = add_camera();
-    const std::string database = directory_ / "recorder.db";
+    add_camera();
     {
         Store store(database);
-        const int channel = store.bind_camera(camera_addresses({addresses_[0]}, "").front());
-        HostChannelRecord record = store.channel_record(channel).value();
+        for (const CameraAddress& address : camera_addresses(addresses_, "")) store.bind_camera(address);
+        auto record = store.channel_record(3).value();
         record.ucProtocol = 2;
-        store.set_channel_record(channel, record);
+        store.set_channel_record(3, record);
     }
-    const Outcome outcome = upgrade(make("name"), {"--db", database});
+    const Outcome outcome = upgrade(file, "--db " + database);
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("channel 0, which is of another protocol"));
-    EXPECT_THAT(camera.uploads(), IsEmpty());
+    for (const char* objection :
+         {"does not fit it", "does not tell what it is", "is on channel 3, which is of another protocol"})
+        EXPECT_THAT(outcome.err, HasSubstr(objection));
+    EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 3) << "a line for each, and none for the good one";
+    EXPECT_THAT(good.uploads(), IsEmpty());
+
+    farm_[0].watch_commands([](const camera::Command&) { Host::current()->stop_logins(); });
+    addresses_ = {addresses_[0].insert(6, "no-")};  // another password
+    EXPECT_THAT(upgrade(file).err, HasSubstr("no answer to the login"));
 }
 
-TEST_F(UpgradeTest, RefusesTwoCamerasOfOneAddressAndTooLongPaths) {
-    add_camera();
-    const std::string file = make("name");
-    EXPECT_EQ(run_lenswire({"upgrade", file, "a:b@127.0.0.1:1", "a:b@127.0.0.1:2"}).code, 2);
-    const fs::path deep = directory_ / std::string(100, 'd');
-    fs::create_directories(deep);
-    fs::copy(file, deep / "LW_20_trial.bin");
-    const Outcome outcome = upgrade(deep / "LW_20_trial.bin");
-    EXPECT_EQ(outcome.code, 2);
-    EXPECT_THAT(outcome.err, HasSubstr("127 characters"));
-}
-
-TEST_F(UpgradeTest, MakesNoFileForACameraThatTellsTooLittle) {
+TEST_F(UpgradeTest, RefusesWhatItCannotDo) {
+    addresses_ = {"a:b@127.0.0.1:1", "a:b@127.0.0.1:2"};
+    const std::string file = folder_.write("LW_20_trial.bin", std::vector<uint8_t>(1000));
+    EXPECT_THAT(upgrade(file).err, HasSubstr("cameras 127.0.0.1:1 and 127.0.0.1:2 have one address"));
+    for (int i = 2; i <= 66; ++i) addresses_.push_back("a:b@127.0.1." + std::to_string(i) + ":1");
+    EXPECT_THAT(upgrade(file).err, HasSubstr("more than 64 cameras"));
+    addresses_.clear();
     add_camera({.type = 60, .firmware_name = "W_1"});
-    for (const char* style : {"name", "tokens", "header"}) {
-        const Outcome outcome =
-            run_lenswire({"firmware", "make", style, "--camera", addresses_[0], "--out", directory_});
-        EXPECT_EQ(outcome.code, 2) << style;
+    const std::string fitting = folder_.path(std::string(127 - folder_.path("").size(), 'x'));
+    std::filesystem::copy(file, fitting);
+    std::filesystem::copy(file, fitting + "x");
+    EXPECT_EQ(upgrade(fitting).code, 1) << "the longest path";
+    const Outcome too_long = upgrade(fitting + "x");
+    EXPECT_EQ(too_long.code, 2);
+    EXPECT_THAT(too_long.err, HasSubstr("127 characters"));
+}
+
+bool library_is_loaded() {
+    void* library = dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    if (library != nullptr) dlclose(library);
+    return library != nullptr;
+}
+
+// A job that nobody watches is waited for, and so is every thread that came with it: the library is not
+// unloaded beneath them.
+TEST_F(UpgradeTest, EndsAfterTheJobAndItsThreads) {
+    const camera::Camera& camera = add_camera();
+    const std::string file = make("name", "3000000");
+    const test::Capture capture;
+    std::thread straggler;
+    bool seen_loaded = true;
+    {
+        UpgradeSession session(camera_addresses(addresses_, ""),
+                               {.library = LENSWIRE_LIBRARY, .database = ""});
+        ASSERT_THAT(session.objections(file), IsEmpty());
+        session.start(file);
+        straggler = std::thread([&] {
+            test::wait_until([&] { return camera.stats().uploads == 1; });
+            for (int i = 0; i < 300 && seen_loaded; ++i) {
+                seen_loaded = library_is_loaded();
+                usleep(1000);
+            }
+        });
     }
-    EXPECT_EQ(run_lenswire({"firmware", "make", "tag", "--size", "307", "--out", directory_}).code, 2);
-    EXPECT_TRUE(fs::is_empty(directory_));
+    EXPECT_FALSE(library_is_loaded());
+    straggler.join();
+    EXPECT_TRUE(seen_loaded) << "while the thread was there";
+    EXPECT_TRUE(camera.uploads().at(0).complete);
 }
 
 }  // namespace

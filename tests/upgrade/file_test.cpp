@@ -81,7 +81,7 @@ TEST(DeviceType, PicksItsCheck) {
 TEST(DeviceType, AsksForTheHeaderOnlyWithoutALetterSet) {
     const Folder folder;
     // By its header the file fits all of these cameras of type 5.
-    const std::string path = folder.writes("A_B_x", header_file("HI3516A", "IMX178", 100, 1));
+    const std::string path = folder.write("A_B_x", header_file("HI3516A", "IMX178", 100, 1));
     EXPECT_EQ(compare(device_info(5, "A_B_none_D"), path), 0);
     EXPECT_EQ(compare(device_info(5, ""), path), 0);
     EXPECT_EQ(compare(device_info(5, "A_C_BTAMC_D"), path), -1);
@@ -272,7 +272,7 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
     for (const HeaderCase& c : cases) {
         SCOPED_TRACE(&c - cases);
         Capture capture;
-        const std::string path = folder.writes("file", c.file);
+        const std::string path = folder.write("file", c.file);
         ASSERT_EQ(truncate64(path.c_str(), static_cast<int64_t>(c.file.size()) + c.more), 0);
         const Bytes info = device_info(c.type, "", c.camera_platform, c.camera_sensor);
         EXPECT_EQ(CheckUpgradFile(info.data(), path.c_str()), *c.err == '\0' && *c.out == '\0' ? 0 : -1);
@@ -306,7 +306,7 @@ TEST(TagCheck, WantsTheWordAtItsPlace) {
         Capture capture;
         Bytes file = repeated('.', c.size);
         std::memcpy(file.data() + 180, c.tag.data(), c.tag.size());
-        const std::string path = folder.writes("file", file);
+        const std::string path = folder.write("file", file);
         EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), *c.err == '\0' ? 0 : -1) << c.tag;
         EXPECT_EQ(unnumbered(capture.err()), c.err) << c.tag;
         EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################");

@@ -24,7 +24,7 @@ constexpr const char* kCheckFault = "###############Ipc Upgrade Check fault#####
 
 class UpgradeFailure : public UpgradeTest {
   protected:
-    std::string has_file(size_t size = 1000) { return folder_.writes(kFileName, pattern(size)); }
+    std::string has_file(size_t size = 1000) { return folder_.write(kFileName, pattern(size)); }
     int asks(int channel, std::string path) { return Get_IPC_upgradeParam(channel, path.data()); }
 };
 
@@ -169,8 +169,8 @@ TEST_F(UpgradeFailure, OfTheFileEndsTheJobAtOnce) {
     const std::string missing = folder_.path("A_B_missing");
     const std::string folder = folder_.path("A_B_folder");
     ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
-    const std::string longest = folder_.writes("A_B_longest", {});
-    const std::string long_one = folder_.writes("A_B_long", {});
+    const std::string longest = folder_.write("A_B_longest", {});
+    const std::string long_one = folder_.write("A_B_long", {});
     if (truncate64(longest.c_str(), UINT32_MAX) != 0 || truncate64(long_one.c_str(), int64_t{1} << 32) != 0) {
         GTEST_SKIP() << "no room for a sparse file of 4 GiB";
     }

@@ -23,7 +23,7 @@ class UpgradeJob : public UpgradeTest {
     // A file that fits the camera.
     std::string has_file(size_t size) {
         content_ = pattern(size, 9);
-        return folder_.writes(kFileName, content_);
+        return folder_.write(kFileName, content_);
     }
     uint32_t total() const { return static_cast<uint32_t>(content_.size()) + 32; }
     // The whole upload as it must arrive.

@@ -4,27 +4,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 namespace lenswire::test {
-
-Folder::Folder() {
-    char name[] = "/tmp/lenswire-upgrade-XXXXXX";
-    if (mkdtemp(name) == nullptr) std::abort();
-    path_ = name;
-}
-
-Folder::~Folder() {
-    std::filesystem::remove_all(path_);
-}
-
-std::string Folder::writes(const std::string& name, const Bytes& bytes) const {
-    std::ofstream file(path(name), std::ios::binary);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return path(name);
-}
 
 Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform,
                   const std::string& sensor) {

@@ -2,30 +2,15 @@
 // channels whose upload connections the test plays.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "engine/engine.h"
 #include "lenswire/upgrade.h"
+#include "support/folder.h"
 
 namespace lenswire::test {
-
-// A directory of the test's own.
-class Folder {
-  public:
-    Folder();
-    ~Folder();
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string path(const std::string& name) const { return path_ / name; }
-    std::string writes(const std::string& name, const Bytes& bytes) const;
-
-  private:
-    std::filesystem::path path_;
-};
 
 // 464 bytes of device information, built by offsets.
 Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform = "",
