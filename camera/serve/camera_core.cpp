@@ -84,12 +84,12 @@ CameraCore::CameraCore(Loop& loop, CameraConfig the_config)
       port(config.port),
       settings(surroundings_of(config)),
       loop_(loop),
-      start_us_(now_us()),
+      start_us_(loop.now_us()),
       motion_timer_(loop, [this] { on_motion_time(); }),
       restart_timer_(loop,
                      [this] {
                          std::string error;
-                         if (!start(&error)) restart_timer_.arm(now_us() + kRestartRetryMs * 1000);
+                         if (!start(&error)) restart_timer_.arm(loop_.now_us() + kRestartRetryMs * 1000);
                      }),
       reboot_timer_(loop, [this] { reboot(); }) {}
 
@@ -116,7 +116,7 @@ bool CameraCore::start(std::string* error) {
     running = true;
     loop_.report_change();
     motion_state_ = 0;
-    if (config.motion_every_ms > 0) motion_timer_.arm(now_us() + config.motion_every_ms * 1000);
+    if (config.motion_every_ms > 0) motion_timer_.arm(loop_.now_us() + config.motion_every_ms * 1000);
     return true;
 }
 
@@ -135,7 +135,7 @@ void CameraCore::stop() {
 
 void CameraCore::restart_in(int64_t down_ms) {
     stop();
-    restart_timer_.arm(now_us() + down_ms * 1000);
+    restart_timer_.arm(loop_.now_us() + down_ms * 1000);
 }
 
 void CameraCore::accepted(int fd) {
@@ -222,7 +222,7 @@ size_t CameraCore::push_motion(uint8_t state) {
 void CameraCore::on_motion_time() {
     motion_state_ ^= 1;
     if (settings.detects_motion()) push_motion(motion_state_);
-    motion_timer_.arm(now_us() + config.motion_every_ms * 500);
+    motion_timer_.arm(loop_.now_us() + config.motion_every_ms * 500);
 }
 
 void CameraCore::finish_streams(bool close) {
