@@ -134,7 +134,7 @@ void CameraCore::on_stream(Connection& connection, const Command& command) {
     if (streams.size() > kMostKept) streams.pop_front();
     connection.start_stream({.config = wanted,
                              .source = std::move(source),
-                             .faults = take_stream_faults(stream),
+                             .faults = take_stream_faults(),
                              .stats = std::move(stats),
                              .timestamp_base_ms = static_cast<uint32_t>((loop_.now_us() - start_us_) / 1000),
                              .gather_us = config.gather_us});

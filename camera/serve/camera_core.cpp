@@ -158,6 +158,7 @@ void CameraCore::connection_closed(Connection* connection) {
 
 CameraStats CameraCore::stats() const {
     CameraStats stats = stats_;
+    stats.connections_open = static_cast<uint32_t>(connections_.size());
     for (const auto& connection : connections_) {
         if (connection->logged_in()) ++stats.control_open;
         if (connection->is_stream()) ++stats.streams_open;
@@ -181,14 +182,9 @@ std::optional<AnswerFault> CameraCore::take_answer_fault(uint16_t code) {
     return fault;
 }
 
-std::vector<StreamFault> CameraCore::take_stream_faults(uint8_t stream) {
-    std::vector<StreamFault> taken;
-    for (StreamFault& fault : stream_faults) {
-        if (fault.stream.value_or(stream) != stream) continue;
-        taken.push_back(fault);
-        if (fault.times != 0 && --fault.times == 0) fault.at_frame = UINT64_MAX;
-    }
-    std::erase_if(stream_faults, [](const StreamFault& fault) { return fault.at_frame == UINT64_MAX; });
+std::vector<StreamFault> CameraCore::take_stream_faults() {
+    const std::vector<StreamFault> taken = stream_faults;
+    std::erase_if(stream_faults, [](StreamFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return taken;
 }
 
@@ -231,14 +227,6 @@ void CameraCore::finish_streams(bool close) {
         if (connection->is_stream()) finished.push_back(connection.get());
     }
     for (Connection* connection : finished) connection->finish_stream(close);
-}
-
-void CameraCore::drop_connections(bool streams_too) {
-    std::vector<Connection*> dropped;
-    for (const auto& connection : connections_) {
-        if (connection->is_stream() == streams_too) dropped.push_back(connection.get());
-    }
-    for (Connection* connection : dropped) connection->close();
 }
 
 }  // namespace lenswire::camera

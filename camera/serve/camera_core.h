@@ -29,7 +29,6 @@ class CameraCore : public ConnectionOwner {
     size_t send_to_all(const Bytes& bytes);
     size_t push_motion(uint8_t state);
     void finish_streams(bool close);
-    void drop_connections(bool streams);
 
     CameraConfig config;
     uint16_t port = 0;
@@ -84,7 +83,7 @@ class CameraCore : public ConnectionOwner {
     void on_setting(Connection& connection, const Command& command);
     bool answer(Connection& connection, const Command& answer);  // false when it is never sent
     std::optional<AnswerFault> take_answer_fault(uint16_t code);
-    std::vector<StreamFault> take_stream_faults(uint8_t stream);
+    std::vector<StreamFault> take_stream_faults();
     UploadFault take_upload_faults();
     void note_received(const Connection& connection, const Command& command);
     void reboot();

@@ -207,17 +207,13 @@ UploadFault merged(const std::vector<UploadFault>& faults) {
 }
 
 Bytes spoiled_bytes(Command answer, const AnswerFault& fault) {
-    if (fault.payload) answer = answer_to(answer, *fault.payload, answer.state);
     answer.flag = fault.flag.value_or(answer.flag);
     answer.state = fault.state.value_or(answer.state);
-    answer.code = fault.answer_code.value_or(answer.code);
     if (fault.length_delta != 0) {
         answer.buffer_size =
             static_cast<uint32_t>(answer.payload.size()) + static_cast<uint32_t>(fault.length_delta);
         answer.buffer_num = 1;
     }
-    answer.buffer_size = fault.buffer_size.value_or(answer.buffer_size);
-    answer.buffer_num = fault.buffer_num.value_or(answer.buffer_num);
     Bytes bytes = to_bytes(answer);
     bytes.insert(bytes.end(), fault.garbage, 0xA5);
     if (fault.cut_at) bytes.resize(std::min<size_t>(bytes.size(), *fault.cut_at));
