@@ -64,7 +64,8 @@ TEST(Camera, TakesMessagesInAnyPiecesAndRemembersThem) {
 TEST(Camera, CountsMessagesThatNoRecorderShouldSend) {
     const std::tuple<const char*, void (*)(Message&), uint32_t> cases[] = {
         // and the connections left
-        {"longer than a message can be", [](Message& m) { m.buffer_size = 4065; }, 0},
+        {"too long", [](Message& m) { m.buffer_size = 4065; }, 0},
+        {"the longest", [](Message& m) { m.payload.resize(m.buffer_size = 4064); }, 1},
         {"product", [](Message& m) { m.buffer_size = 0x10000, m.buffer_num = 0xFFFF; }, 0},
         {"flag", [](Message& m) { m.flag = 1; }, 1},
         {"first tag", [](Message& m) { m.tag1 = 2; }, 1},

@@ -34,7 +34,8 @@ TEST(Stream, PlaysAClipInALoopWithAudioBetween) {
     OneCamera one(config);
     const Session session = log_in(*one);
     one.pass_ms(1234);
-    Wire wire = open_stream(*one, session, 1);
+    Wire wire = ask_for_stream(*one, session, 1);
+    EXPECT_EQ(slice(wire.reads_command().payload, 0, 9), (Bytes{0, 1, 1, 50, 0x40, 0x01, 180, 0, 0}));
     one.pass_ms(10'000);
     for (size_t i = 0; i < 180; ++i) {  // two pictures for each packet of audio, which comes behind the first
         const ReadPacket packet = read_packet(wire);
