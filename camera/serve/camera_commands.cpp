@@ -162,8 +162,8 @@ void CameraCore::on_upload(Connection& connection, const Command& header) {
                              .stats = std::move(stats)});
 }
 
-void CameraCore::upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
-                             uint16_t state) {
+void CameraCore::on_upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                                uint16_t state) {
     if (fault.silent) return;
     upload.answered = true;
     upload.state = state;
@@ -205,7 +205,7 @@ bool CameraCore::answer(Connection& connection, const Command& answer) {
         return true;
     }
     if (fault->silent) return false;
-    connection.send({.bytes = spoiled_bytes(answer, *fault),
+    connection.send({.bytes = spoil(answer, *fault),
                      .piece = fault->piece,
                      .gap_us = fault->piece_gap_ms * 1000,
                      .close_after = fault->close_after},

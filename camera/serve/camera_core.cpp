@@ -72,7 +72,7 @@ void CameraCore::Listener::on_ready(uint32_t) {
     while (fd_ >= 0) {
         const int fd = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
-            core_.accepted(fd);
+            core_.on_accept(fd);
         } else if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
@@ -138,7 +138,7 @@ void CameraCore::restart_in(int64_t down_ms) {
     restart_timer_.arm(loop_.now_us() + down_ms * 1000);
 }
 
-void CameraCore::accepted(int fd) {
+void CameraCore::on_accept(int fd) {
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     auto connection = std::make_unique<Connection>(*this, loop_, fd, ++last_number_);
@@ -147,7 +147,7 @@ void CameraCore::accepted(int fd) {
     if (loop_.watch(fd, connection.get())) connections_.push_back(std::move(connection));
 }
 
-void CameraCore::connection_closed(Connection* connection) {
+void CameraCore::on_close(Connection* connection) {
     const auto found = std::find_if(connections_.begin(), connections_.end(),
                                     [connection](const auto& each) { return each.get() == connection; });
     loop_.report_change();
@@ -189,7 +189,7 @@ std::vector<StreamFault> CameraCore::take_stream_faults() {
 }
 
 UploadFault CameraCore::take_upload_faults() {
-    const UploadFault all = merged(upload_faults);
+    const UploadFault all = merge(upload_faults);
     std::erase_if(upload_faults, [](UploadFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return all;
 }

@@ -66,15 +66,15 @@ class CameraCore : public ConnectionOwner {
     static const HandlerRow kHandlers[];
 
     void on_command(Connection& connection, const Command& command) override;
-    void connection_closed(Connection* connection) override;
+    void on_close(Connection* connection) override;
     bool is_upload(const Connection& connection, const Command& header) const override;
     void on_upload(Connection& connection, const Command& header) override;
-    void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
-                     uint16_t state) override;
+    void on_upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                        uint16_t state) override;
     void babble(Connection& connection) override;
     void count_malformed() override { ++stats_.malformed; }
 
-    void accepted(int fd);
+    void on_accept(int fd);
     bool has_login(const Connection& connection, const Command& command);
     void on_serial(Connection& connection, const Command& command);
     void on_login(Connection& connection, const Command& command);

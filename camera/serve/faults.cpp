@@ -192,7 +192,7 @@ std::optional<Fault> parse_fault(const std::string& text, std::string* error) {
     return fault;
 }
 
-UploadFault merged(const std::vector<UploadFault>& faults) {
+UploadFault merge(const std::vector<UploadFault>& faults) {
     UploadFault all;
     for (const UploadFault& each : faults) {
         if (each.state) all.state = each.state;
@@ -206,7 +206,7 @@ UploadFault merged(const std::vector<UploadFault>& faults) {
     return all;
 }
 
-Bytes spoiled_bytes(Command answer, const AnswerFault& fault) {
+Bytes spoil(Command answer, const AnswerFault& fault) {
     answer.flag = fault.flag.value_or(answer.flag);
     answer.state = fault.state.value_or(answer.state);
     if (fault.length_delta != 0) {

@@ -74,9 +74,9 @@ using Fault = std::variant<AnswerFault, StreamFault, UploadFault>;
 std::optional<Fault> parse_fault(const std::string& text, std::string* error);
 
 // What several faults of one upload come to.
-UploadFault merged(const std::vector<UploadFault>& faults);
+UploadFault merge(const std::vector<UploadFault>& faults);
 
 // The bytes of an answer as the fault leaves them; delays, pieces and silence are the sender's business.
-Bytes spoiled_bytes(Command answer, const AnswerFault& fault);
+Bytes spoil(Command answer, const AnswerFault& fault);
 
 }  // namespace lenswire::camera

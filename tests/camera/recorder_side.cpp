@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,7 +21,7 @@
 namespace lenswire::test {
 namespace {
 
-Bytes encrypted(const Bytes& clear, const Bytes& key) {
+Bytes encrypt(const Bytes& clear, const Bytes& key) {
     Bytes result;
     camera::DesBlock key_block, block;
     std::copy_n(key.begin(), 8, key_block.begin());
@@ -50,7 +51,7 @@ std::vector<size_t> take_writes() {
     return std::exchange(g_writes, {});
 }
 
-Bytes padded(const std::string& text) {
+Bytes pad(const std::string& text) {
     Bytes field = bytes_of(text);
     field.resize(32);
     return field;
@@ -72,6 +73,8 @@ Wire connect_to(const camera::Camera& camera) {
     name.sin_port = htons(camera.port());
     inet_pton(AF_INET, camera.address().c_str(), &name.sin_addr);
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // what a test sends is there at once
     if (connect(fd, reinterpret_cast<sockaddr*>(&name), sizeof name) == 0) return Wire(fd);
     close(fd);
     return {};
@@ -90,8 +93,8 @@ Session log_in(const camera::Camera& camera, const std::string& user, const std:
     Session session{.wire = connect_to(camera)};
     session.wire.sends(command(0x0101));
     const Bytes serial = slice(session.wire.reads_command().payload, 0, 8);
-    session.wire.sends(command(0x0000, padded(user) + encrypted(padded(password), serial) + repeated(0, 4) +
-                                           encrypted(serial, serial)));
+    session.wire.sends(command(
+        0x0000, pad(user) + encrypt(pad(password), serial) + repeated(0, 4) + encrypt(serial, serial)));
     const Message answer = session.wire.reads_command();
     EXPECT_EQ(answer.command, 0x0000);
     session.login_id = answer.login_id;

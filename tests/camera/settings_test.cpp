@@ -221,12 +221,17 @@ TEST(Ptz, MovesAsTimePasses) {
     for (const auto& [code, argument, seconds, seen] : steps) {
         EXPECT_EQ(device.operate(code, argument, seconds), seen) << int{code};
     }
+    device.operate(kStart, 1, 1);
+    device.ask(0x0025, cruise_line(1, {{5, 20, 255}}));
+    EXPECT_EQ(device.operate(kUnknown, 0, 1), "225.00 0.00 1.00 3 6 2 2") << "it takes its new points";
+    device.ask(0x0025, cruise_line(1, {}));
+    EXPECT_EQ(device.operate(kUnknown, 0, 1), "225.00 0.00 1.00 0 6 0 0") << "and ends when there are none";
     Bytes property = device.ask(0x1031, {}, 0);
     property[1] = 255;
     property[20] = 0x77;
     device.ask(0x1030, property);
     EXPECT_EQ(device.ask(0x1031, {}, 0), property);
-    EXPECT_EQ(device.operate(kRight, 0, 1), "300.00 60.00 1.00 1 5 0 0")
+    EXPECT_EQ(device.operate(kRight, 0, 1), "345.00 0.00 1.00 1 6 0 0")
         << "its speed is the one of plain moves";
 }
 
