@@ -257,6 +257,13 @@ Bytes Settings::ptz_record() {
     return record;
 }
 
+Bytes Settings::record(uint16_t code) {
+    if (code == LENSWIRE_CMD_TIME_GET) return clock_.record(clock_source_());
+    if (code == LENSWIRE_CMD_PTZ_GET) return ptz_record();
+    const auto found = records_.find(code);
+    return found == records_.end() ? Bytes{} : found->second;
+}
+
 void Settings::set_record(uint16_t code, Bytes bytes) {
     if (code == LENSWIRE_CMD_TIME_GET) {
         if (bytes.size() == LENSWIRE_TIME_SIZE) clock_.set(bytes, clock_source_());

@@ -41,7 +41,9 @@ class Settings {
     Outcome handle(const Command& request);
 
     // The record behind a get command (a set command that has no get); encoding and cruise lines as all three
-    // in one. Any size is taken, so that a camera can be made to answer the wrong one.
+    // in one.
+    Bytes record(uint16_t code);
+    // Any size is taken, so that a camera can be made to answer the wrong one.
     void set_record(uint16_t code, Bytes bytes);
 
     bool detects_motion() const;

@@ -129,6 +129,11 @@ void Camera::finish_streams(bool close) {
     core_->finish_streams(close);
 }
 
+Bytes Camera::record(uint16_t code) const {
+    const auto guard = loop_->lock();
+    return core_->settings.record(code);
+}
+
 void Camera::set_record(uint16_t code, Bytes bytes) {
     const auto guard = loop_->lock();
     core_->settings.set_record(code, std::move(bytes));

@@ -65,8 +65,9 @@ class Camera {
     // StreamStats::ended tells when nothing more follows.
     void finish_streams(bool close = false);
 
-    // The record behind a get command (a set command that has no get), as a get is to answer it; encoding
-    // and cruise lines as all three in one. It may have any size, so that answers can be wrong.
+    // The record behind a get command (a set command that has no get), as a get would answer it; encoding and
+    // cruise lines as all three in one. One that is set may have any size, so that answers can be wrong.
+    Bytes record(uint16_t code) const;
     void set_record(uint16_t code, Bytes bytes);
 
   private:
