@@ -65,7 +65,7 @@ Bytes network(const Surroundings& around) {
         .address("address", around.address)
         .address("mask", "255.0.0.0")
         .address("gateway", "127.0.0.1")
-        .address("dns-1", "127.0.0.1")
+        .address("dns1", "127.0.0.1")
         .bytes("mac", {0x02, 0x00, at[0], at[1], at[2], at[3]})
         .number("port", around.port)
         .number("http-port", 80)
@@ -94,17 +94,17 @@ Bytes wifi() {
         .number("networks", 2)
         .text("ssid", "workshop")
         .number("security", 4)
-        .text("ssid-1", "workshop")
-        .number("signal-1", 78)
-        .number("security-1", 4)
-        .text("ssid-2", "visitors")
-        .number("signal-2", 41)
+        .text("network1.ssid", "workshop")
+        .number("network1.signal", 78)
+        .number("network1.security", 4)
+        .text("network2.ssid", "visitors")
+        .number("network2.signal", 41)
         .take();
 }
 
 Bytes motion() {
     return of_get(LENSWIRE_CMD_MOTION_GET)
-        .number("switch", 1)
+        .number("enabled", 1)
         .number("sensitivity", 5)
         .bytes("area", Bytes(72, 0xFF))
         .take();

@@ -13,7 +13,7 @@ using enum FieldType;
 
 constexpr Field kTime[] = {{"year", 0, kU16, 0}, {"month", 2, kU8, 0},  {"day", 3, kU8, 0},
                            {"hour", 4, kU8, 0},  {"minute", 5, kU8, 0}, {"second", 6, kU8, 0},
-                           {"mode", 7, kU8, 0},  {"zone", 8, kU8, 0},   {"ntp-server", 12, kText, 64}};
+                           {"mode", 7, kU8, 0},  {"zone", 8, kU8, 0},   {"ntp-server", 12, kText, 14}};
 constexpr Field kImage[] = {
     {"channel", 0, kU8, 0},    {"stream", 1, kU8, 0},     {"brightness", 2, kU8, 0},
     {"contrast", 3, kU8, 0},   {"saturation", 4, kU8, 0}, {"hue", 5, kU8, 0},
@@ -22,22 +22,31 @@ constexpr Field kImage[] = {
     {"backlight", 12, kU8, 0}, {"denoise", 13, kU8, 0},   {"anti-flicker", 14, kU8, 0}};
 constexpr Field kNetwork[] = {
     {"channel", 0, kU8, 0},     {"dhcp", 1, kU8, 0},          {"address", 2, kAddress, 0},
-    {"mask", 6, kAddress, 0},   {"gateway", 10, kAddress, 0}, {"dns-1", 14, kAddress, 0},
-    {"dns-2", 18, kAddress, 0}, {"mac", 22, kHex, 6},         {"port", 28, kU16, 0},
+    {"mask", 6, kAddress, 0},   {"gateway", 10, kAddress, 0}, {"dns1", 14, kAddress, 0},
+    {"dns2", 18, kAddress, 0},  {"mac", 22, kHex, 6},         {"port", 28, kU16, 0},
     {"http-port", 30, kU16, 0}, {"host-name", 34, kText, 32}};
 constexpr Field kOsd[] = {{"channel", 0, kU8, 0},     {"show-name", 1, kU8, 0}, {"show-time", 2, kU8, 0},
                           {"date-format", 3, kU8, 0}, {"name-x", 4, kU16, 0},   {"name-y", 6, kU16, 0},
                           {"time-x", 8, kU16, 0},     {"time-y", 10, kU16, 0},  {"font-size", 12, kU8, 0},
                           {"name", 16, kText, 64},    {"line", 80, kText, 64}};
-constexpr Field kWifi[] = {{"enabled", 0, kU8, 0},    {"connected", 1, kU8, 0},  {"signal", 2, kU8, 0},
-                           {"networks", 3, kU8, 0},   {"ssid", 4, kText, 32},    {"security", 36, kU8, 0},
-                           {"ssid-1", 40, kText, 32}, {"signal-1", 72, kU8, 0},  {"security-1", 73, kU8, 0},
-                           {"ssid-2", 76, kText, 32}, {"signal-2", 108, kU8, 0}, {"security-2", 109, kU8, 0}};
+constexpr Field kWifi[] = {
+    {"enabled", 0, kU8, 0},           {"connected", 1, kU8, 0},         {"signal", 2, kU8, 0},
+    {"networks", 3, kU8, 0},          {"ssid", 4, kText, 32},           {"security", 36, kU8, 0},
+    {"network1.ssid", 40, kText, 32}, {"network1.signal", 72, kU8, 0},  {"network1.security", 73, kU8, 0},
+    {"network2.ssid", 76, kText, 32}, {"network2.signal", 108, kU8, 0}, {"network2.security", 109, kU8, 0}};
 constexpr Field kMotion[] = {
-    {"channel", 0, kU8, 0}, {"switch", 1, kU8, 0}, {"sensitivity", 3, kU8, 0}, {"area", 8, kHex, 72}};
-// An area: on, colour, then left, top, width and height in thousandths of the picture, 16 bits each.
-constexpr Field kCover[] = {{"channel", 0, kU8, 0},   {"areas", 1, kU8, 0},     {"area-1", 4, kHex, 10},
-                            {"area-2", 14, kHex, 10}, {"area-3", 24, kHex, 10}, {"area-4", 34, kHex, 10}};
+    {"channel", 0, kU8, 0}, {"enabled", 1, kU8, 0}, {"sensitivity", 3, kU8, 0}, {"area", 8, kHex, 72}};
+// Places and sizes in thousandths of the picture.
+constexpr Field kCover[] = {
+    {"channel", 0, kU8, 0},       {"areas", 1, kU8, 0},          {"area1.enabled", 4, kU8, 0},
+    {"area1.colour", 5, kU8, 0},  {"area1.left", 6, kU16, 0},    {"area1.top", 8, kU16, 0},
+    {"area1.width", 10, kU16, 0}, {"area1.height", 12, kU16, 0}, {"area2.enabled", 14, kU8, 0},
+    {"area2.colour", 15, kU8, 0}, {"area2.left", 16, kU16, 0},   {"area2.top", 18, kU16, 0},
+    {"area2.width", 20, kU16, 0}, {"area2.height", 22, kU16, 0}, {"area3.enabled", 24, kU8, 0},
+    {"area3.colour", 25, kU8, 0}, {"area3.left", 26, kU16, 0},   {"area3.top", 28, kU16, 0},
+    {"area3.width", 30, kU16, 0}, {"area3.height", 32, kU16, 0}, {"area4.enabled", 34, kU8, 0},
+    {"area4.colour", 35, kU8, 0}, {"area4.left", 36, kU16, 0},   {"area4.top", 38, kU16, 0},
+    {"area4.width", 40, kU16, 0}, {"area4.height", 42, kU16, 0}};
 constexpr Field kFisheye[] = {{"channel", 0, kU8, 0}, {"type", 1, kU8, 0}, {"mounting", 2, kU8, 0}};
 constexpr Field kDevice[] = {
     {"type", 1, kU8, 0},          {"channels", 2, kU8, 0},     {"streams", 3, kU8, 0},
@@ -53,9 +62,9 @@ constexpr Field kEncoding[] = {{"channel", 0, kU8, 0},    {"stream", 1, kU8, 0},
 constexpr Field kFishEncoding[] = {{"channel", 0, kU8, 0},    {"copies", 1, kU8, 0}, {"codec", 2, kU8, 0},
                                    {"frame-rate", 3, kU8, 0}, {"width", 4, kU16, 0}, {"height", 6, kU16, 0},
                                    {"kbit-rate", 8, kU32, 0}, {"mode", 12, kU8, 0}};
-constexpr Field kPtz[] = {{"channel", 0, kU8, 0}, {"speed", 1, kU8, 0}, {"pan", 2, kU16, 0},
-                          {"tilt", 4, kU16, 0},   {"zoom", 6, kU16, 0}, {"doing", 8, kU8, 0},
-                          {"preset", 9, kU8, 0},  {"line", 10, kU8, 0}, {"point", 11, kU8, 0}};
+constexpr Field kPtz[] = {{"channel", 0, kU8, 0}, {"speed", 1, kU8, 0},        {"pan", 2, kU16, 0},
+                          {"tilt", 4, kU16, 0},   {"zoom", 6, kU16, 0},        {"moving", 8, kU8, 0},
+                          {"preset", 9, kU8, 0},  {"cruise-line", 10, kU8, 0}, {"cruise-point", 11, kU8, 0}};
 constexpr Field kPtzOption[] = {{"kind", 0, kU8, 0}, {"operation", 1, kU8, 0}, {"argument", 4, kU8, 0}};
 constexpr Field kCruise[] = {{"channel", 0, kU8, 0}, {"line", 1, kU8, 0}, {"enabled", 2, kU8, 0}};
 

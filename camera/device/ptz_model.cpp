@@ -25,14 +25,14 @@ constexpr Direction kDirections[] = {
     {LENSWIRE_PTZ_DOWN, 0, -1, 0}, {LENSWIRE_PTZ_ZOOM_IN, 0, 0, 1}, {LENSWIRE_PTZ_ZOOM_OUT, 0, 0, -1},
 };
 
-double wrapped(double degrees) {
+double wrap(double degrees) {
     const double rest = std::fmod(degrees, 360);
     return rest < 0 ? rest + 360 : rest;
 }
 
 // The shorter way round from one pan angle to another.
 double pan_way(double from, double to) {
-    const double way = wrapped(to - from);
+    const double way = wrap(to - from);
     return way > 180 ? way - 360 : way;
 }
 
@@ -42,7 +42,7 @@ double pan_way(double from, double to) {
 PtzModel::PtzModel() {
     for (size_t i = 0; i < kPresets; ++i) {
         presets_[i] = {
-            .pan = wrapped(static_cast<double>(i) * 45), .tilt = static_cast<double>(i % 5) * 15, .zoom = 1};
+            .pan = wrap(static_cast<double>(i) * 45), .tilt = static_cast<double>(i % 5) * 15, .zoom = 1};
     }
 }
 
@@ -131,7 +131,7 @@ double PtzModel::step(double seconds) {
 }
 
 double PtzModel::step_move(double seconds) {
-    position_.pan = wrapped(position_.pan + velocity_.pan * seconds);
+    position_.pan = wrap(position_.pan + velocity_.pan * seconds);
     position_.tilt = std::clamp(position_.tilt + velocity_.tilt * seconds, 0.0, 90.0);
     position_.zoom = std::clamp(position_.zoom + velocity_.zoom * seconds, 1.0, 30.0);
     return 0;
@@ -146,7 +146,7 @@ double PtzModel::step_to_preset(double seconds) {
     const double needed = std::max({std::abs(pan), std::abs(tilt), std::abs(zoom) / kZoomPerDegree}) / speed;
     if (needed > seconds) {
         const double part = seconds / needed;
-        position_ = {wrapped(position_.pan + pan * part), position_.tilt + tilt * part,
+        position_ = {wrap(position_.pan + pan * part), position_.tilt + tilt * part,
                      position_.zoom + zoom * part};
         return 0;
     }

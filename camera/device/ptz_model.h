@@ -43,7 +43,6 @@ class PtzModel {
     std::optional<uint8_t> preset() const { return preset_; }  // the last one reached
     std::optional<uint8_t> line() const { return line_; }      // the cruise line that runs
     std::optional<uint8_t> point() const;                      // and where in it the camera is or goes
-    bool dwelling() const { return dwelling_; }
 
     std::array<PtzPosition, kPresets>& presets() { return presets_; }
 

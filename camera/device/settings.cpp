@@ -241,7 +241,7 @@ void Settings::use_cruise_line(size_t line) {
                   clock_source_());
 }
 
-Bytes Settings::ptz_record() const {
+Bytes Settings::ptz_record() {
     Bytes record = records_.at(LENSWIRE_CMD_PTZ_GET);
     if (record.size() != LENSWIRE_PTZ_SIZE) return record;
     ptz_.advance(clock_source_());
@@ -250,14 +250,14 @@ Bytes Settings::ptz_record() const {
     set_field(record, layout, "pan", hundredths(ptz_.position().pan));
     set_field(record, layout, "tilt", hundredths(ptz_.position().tilt));
     set_field(record, layout, "zoom", hundredths(ptz_.position().zoom));
-    set_field(record, layout, "doing", static_cast<uint32_t>(ptz_.doing()));
+    set_field(record, layout, "moving", static_cast<uint32_t>(ptz_.doing()));
     set_field(record, layout, "preset", counted(ptz_.preset()));
-    set_field(record, layout, "line", counted(ptz_.line()));
-    set_field(record, layout, "point", counted(ptz_.point()));
+    set_field(record, layout, "cruise-line", counted(ptz_.line()));
+    set_field(record, layout, "cruise-point", counted(ptz_.point()));
     return record;
 }
 
-Bytes Settings::record(uint16_t code) const {
+Bytes Settings::record(uint16_t code) {
     if (code == LENSWIRE_CMD_TIME_GET) return clock_.record(clock_source_());
     if (code == LENSWIRE_CMD_PTZ_GET) return ptz_record();
     const auto found = records_.find(code);

@@ -40,14 +40,13 @@ class Settings {
     };
     Outcome handle(const Command& request);
 
-    // The record behind a get command (a set command that has no get), as a get would answer it. The answer
-    // to an encoding get is all three records, to a cruise get all three lines.
-    Bytes record(uint16_t code) const;
+    // The record behind a get command (a set command that has no get); encoding and cruise lines as all three
+    // in one.
+    Bytes record(uint16_t code);
     // Any size is taken, so that a camera can be made to answer the wrong one.
     void set_record(uint16_t code, Bytes bytes);
 
     bool detects_motion() const;
-    const PtzModel& ptz() const { return ptz_; }
     const DeviceConfig& device() const { return around_.device; }
     void take_new_firmware(const std::string& name);
 
@@ -74,7 +73,7 @@ class Settings {
     Outcome get_cruise(const Command& request);
     Outcome set_cruise(const Command& request);
 
-    Bytes ptz_record() const;
+    Bytes ptz_record();
     void use_cruise_line(size_t line);
     void keep(uint16_t code);
     void keep_clock();
@@ -86,7 +85,7 @@ class Settings {
     WallClock clock_source_;
     std::map<uint16_t, Bytes> records_;
     ClockModel clock_;
-    mutable PtzModel ptz_;  // looking at it moves it on
+    PtzModel ptz_;
     Store store_;
 };
 

@@ -48,14 +48,14 @@ class BitReader {
     size_t at_ = 0;
 };
 
-std::optional<PictureSize> checked(const BitReader& reader, uint64_t width, uint64_t height) {
+std::optional<PictureSize> check(const BitReader& reader, uint64_t width, uint64_t height) {
     if (!reader.inside() || width == 0 || height == 0 || width > 0xFFFF || height > 0xFFFF)
         return std::nullopt;
     return PictureSize{static_cast<uint16_t>(width), static_cast<uint16_t>(height)};
 }
 
 // The cropping of one direction, at most as much as there is to crop.
-uint64_t cropped(uint64_t size, uint64_t crop) {
+uint64_t crop_size(uint64_t size, uint64_t crop) {
     return crop < size ? size - crop : 0;
 }
 
@@ -116,13 +116,13 @@ std::optional<PictureSize> read_h264_set(std::span<const uint8_t> nal) {
     const uint64_t height = map_units * 16 * (2 - frames_only);
     if (frames_only == 0) reader.skip(1);
     reader.skip(1);
-    if (reader.bits(1) == 0) return checked(reader, width, height);
+    if (reader.bits(1) == 0) return check(reader, width, height);
     const uint64_t unit_x = chroma == 1 || chroma == 2 ? 2 : 1;
     const uint64_t unit_y = (chroma == 1 ? 2 : 1) * (2 - frames_only);
     uint64_t crop[4];  // left, right, top, bottom
     for (uint64_t& side : crop) side = reader.exp_golomb();
-    return checked(reader, cropped(width, (crop[0] + crop[1]) * unit_x),
-                   cropped(height, (crop[2] + crop[3]) * unit_y));
+    return check(reader, crop_size(width, (crop[0] + crop[1]) * unit_x),
+                 crop_size(height, (crop[2] + crop[3]) * unit_y));
 }
 
 // The general part takes 96 bits, then each sub-layer says which of its two parts it brings.
@@ -149,13 +149,13 @@ std::optional<PictureSize> read_h265_set(std::span<const uint8_t> nal) {
     if (chroma == 3) reader.skip(1);
     const uint64_t width = reader.exp_golomb();
     const uint64_t height = reader.exp_golomb();
-    if (reader.bits(1) == 0) return checked(reader, width, height);
+    if (reader.bits(1) == 0) return check(reader, width, height);
     uint64_t crop[4];  // left, right, top, bottom
     for (uint64_t& side : crop) side = reader.exp_golomb();
     const uint64_t unit_x = chroma == 1 || chroma == 2 ? 2 : 1;
     const uint64_t unit_y = chroma == 1 ? 2 : 1;
-    return checked(reader, cropped(width, (crop[0] + crop[1]) * unit_x),
-                   cropped(height, (crop[2] + crop[3]) * unit_y));
+    return check(reader, crop_size(width, (crop[0] + crop[1]) * unit_x),
+                 crop_size(height, (crop[2] + crop[3]) * unit_y));
 }
 
 }  // namespace

@@ -9,7 +9,9 @@
 namespace lenswire::camera {
 
 AnswerQueue::AnswerQueue(Loop& loop, int fd, std::function<void()> close, std::function<void()> drained)
-    : fd_(fd), close_(std::move(close)), drained_(std::move(drained)), timer_(loop, [this] { flush(); }) {}
+    : loop_(loop), fd_(fd), close_(std::move(close)), drained_(std::move(drained)), timer_(loop, [this] {
+          flush();
+      }) {}
 
 void AnswerQueue::halt() {
     fd_ = -1;
@@ -30,7 +32,7 @@ void AnswerQueue::add(Outgoing outgoing, int64_t due_us) {
 
 void AnswerQueue::flush() {
     if (fd_ < 0 || empty()) return;
-    const int64_t now = now_us();
+    const int64_t now = loop_.now_us();
     while (!later_.empty() && later_.begin()->first <= now) {
         ready_.push_back(std::move(later_.begin()->second));
         later_.erase(later_.begin());
@@ -58,7 +60,7 @@ bool AnswerQueue::send_front() {
         return blocked_ || errno == EINTR;
     }
     front.sent += static_cast<size_t>(sent);
-    if (front.gap_us != 0 && front.sent < front.bytes.size()) next_piece_us_ = now_us() + front.gap_us;
+    if (front.gap_us != 0 && front.sent < front.bytes.size()) next_piece_us_ = loop_.now_us() + front.gap_us;
     return true;
 }
 

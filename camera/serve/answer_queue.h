@@ -37,6 +37,7 @@ class AnswerQueue {
     bool send_front();
     void arm(int64_t now);
 
+    Loop& loop_;
     int fd_;
     std::function<void()> close_;
     std::function<void()> drained_;

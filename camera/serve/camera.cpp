@@ -124,24 +124,9 @@ size_t Camera::push_motion(uint8_t state) {
     return core_->push_motion(state);
 }
 
-size_t Camera::send_raw(const Bytes& bytes) {
-    const auto guard = loop_->lock();
-    return core_->send_to_all(bytes);
-}
-
 void Camera::finish_streams(bool close) {
     const auto guard = loop_->lock();
     core_->finish_streams(close);
-}
-
-void Camera::drop_control_connections() {
-    const auto guard = loop_->lock();
-    core_->drop_connections(false);
-}
-
-void Camera::drop_stream_connections() {
-    const auto guard = loop_->lock();
-    core_->drop_connections(true);
 }
 
 Bytes Camera::record(uint16_t code) const {

@@ -60,15 +60,10 @@ class Camera {
 
     // Pushes a motion state to all logged-in control connections; returns how many there are.
     size_t push_motion(uint8_t state);
-    // Sends bytes as they are to all logged-in control connections.
-    size_t send_raw(const Bytes& bytes);
 
     // Ends all streams after the packet on its way. The connections stay open unless `close` says otherwise;
     // StreamStats::ended tells when nothing more follows.
     void finish_streams(bool close = false);
-    // Drops connections of one kind; the camera goes on listening.
-    void drop_control_connections();
-    void drop_stream_connections();
 
     // The record behind a get command (a set command that has no get), as a get would answer it; encoding and
     // cruise lines as all three in one. One that is set may have any size, so that answers can be wrong.

@@ -134,9 +134,9 @@ void CameraCore::on_stream(Connection& connection, const Command& command) {
     if (streams.size() > kMostKept) streams.pop_front();
     connection.start_stream({.config = wanted,
                              .source = std::move(source),
-                             .faults = take_stream_faults(stream),
+                             .faults = take_stream_faults(),
                              .stats = std::move(stats),
-                             .timestamp_base_ms = static_cast<uint32_t>((now_us() - start_us_) / 1000),
+                             .timestamp_base_ms = static_cast<uint32_t>((loop_.now_us() - start_us_) / 1000),
                              .gather_us = config.gather_us});
 }
 
@@ -162,8 +162,8 @@ void CameraCore::on_upload(Connection& connection, const Command& header) {
                              .stats = std::move(stats)});
 }
 
-void CameraCore::upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
-                             uint16_t state) {
+void CameraCore::on_upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                                uint16_t state) {
     if (fault.silent) return;
     upload.answered = true;
     upload.state = state;
@@ -174,9 +174,9 @@ void CameraCore::upload_done(Connection& connection, const UploadFault& fault, U
     if (fault.late_ms == 0) {
         answer(connection, reply);
     } else {
-        connection.send({.bytes = to_bytes(reply)}, now_us() + fault.late_ms * 1000);
+        connection.send({.bytes = to_bytes(reply)}, loop_.now_us() + fault.late_ms * 1000);
     }
-    if (state == 0) reboot_timer_.arm(now_us() + fault.late_ms * 1000 + kRebootDelayUs);
+    if (state == 0) reboot_timer_.arm(loop_.now_us() + fault.late_ms * 1000 + kRebootDelayUs);
 }
 
 void CameraCore::babble(Connection& connection) {
@@ -205,11 +205,11 @@ bool CameraCore::answer(Connection& connection, const Command& answer) {
         return true;
     }
     if (fault->silent) return false;
-    connection.send({.bytes = spoiled_bytes(answer, *fault),
+    connection.send({.bytes = spoil(answer, *fault),
                      .piece = fault->piece,
                      .gap_us = fault->piece_gap_ms * 1000,
                      .close_after = fault->close_after},
-                    fault->delay_ms == 0 ? 0 : now_us() + fault->delay_ms * 1000);
+                    fault->delay_ms == 0 ? 0 : loop_.now_us() + fault->delay_ms * 1000);
     return true;
 }
 

@@ -72,7 +72,7 @@ void CameraCore::Listener::on_ready(uint32_t) {
     while (fd_ >= 0) {
         const int fd = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
-            core_.accepted(fd);
+            core_.on_accept(fd);
         } else if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
@@ -84,12 +84,12 @@ CameraCore::CameraCore(Loop& loop, CameraConfig the_config)
       port(config.port),
       settings(surroundings_of(config)),
       loop_(loop),
-      start_us_(now_us()),
+      start_us_(loop.now_us()),
       motion_timer_(loop, [this] { on_motion_time(); }),
       restart_timer_(loop,
                      [this] {
                          std::string error;
-                         if (!start(&error)) restart_timer_.arm(now_us() + kRestartRetryMs * 1000);
+                         if (!start(&error)) restart_timer_.arm(loop_.now_us() + kRestartRetryMs * 1000);
                      }),
       reboot_timer_(loop, [this] { reboot(); }) {}
 
@@ -116,7 +116,7 @@ bool CameraCore::start(std::string* error) {
     running = true;
     loop_.report_change();
     motion_state_ = 0;
-    if (config.motion_every_ms > 0) motion_timer_.arm(now_us() + config.motion_every_ms * 1000);
+    if (config.motion_every_ms > 0) motion_timer_.arm(loop_.now_us() + config.motion_every_ms * 1000);
     return true;
 }
 
@@ -135,10 +135,10 @@ void CameraCore::stop() {
 
 void CameraCore::restart_in(int64_t down_ms) {
     stop();
-    restart_timer_.arm(now_us() + down_ms * 1000);
+    restart_timer_.arm(loop_.now_us() + down_ms * 1000);
 }
 
-void CameraCore::accepted(int fd) {
+void CameraCore::on_accept(int fd) {
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     auto connection = std::make_unique<Connection>(*this, loop_, fd, ++last_number_);
@@ -147,7 +147,7 @@ void CameraCore::accepted(int fd) {
     if (loop_.watch(fd, connection.get())) connections_.push_back(std::move(connection));
 }
 
-void CameraCore::connection_closed(Connection* connection) {
+void CameraCore::on_close(Connection* connection) {
     const auto found = std::find_if(connections_.begin(), connections_.end(),
                                     [connection](const auto& each) { return each.get() == connection; });
     loop_.report_change();
@@ -158,6 +158,7 @@ void CameraCore::connection_closed(Connection* connection) {
 
 CameraStats CameraCore::stats() const {
     CameraStats stats = stats_;
+    stats.connections_open = static_cast<uint32_t>(connections_.size());
     for (const auto& connection : connections_) {
         if (connection->logged_in()) ++stats.control_open;
         if (connection->is_stream()) ++stats.streams_open;
@@ -181,19 +182,14 @@ std::optional<AnswerFault> CameraCore::take_answer_fault(uint16_t code) {
     return fault;
 }
 
-std::vector<StreamFault> CameraCore::take_stream_faults(uint8_t stream) {
-    std::vector<StreamFault> taken;
-    for (StreamFault& fault : stream_faults) {
-        if (fault.stream.value_or(stream) != stream) continue;
-        taken.push_back(fault);
-        if (fault.times != 0 && --fault.times == 0) fault.at_frame = UINT64_MAX;
-    }
-    std::erase_if(stream_faults, [](const StreamFault& fault) { return fault.at_frame == UINT64_MAX; });
+std::vector<StreamFault> CameraCore::take_stream_faults() {
+    const std::vector<StreamFault> taken = stream_faults;
+    std::erase_if(stream_faults, [](StreamFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return taken;
 }
 
 UploadFault CameraCore::take_upload_faults() {
-    const UploadFault all = merged(upload_faults);
+    const UploadFault all = merge(upload_faults);
     std::erase_if(upload_faults, [](UploadFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return all;
 }
@@ -222,7 +218,7 @@ size_t CameraCore::push_motion(uint8_t state) {
 void CameraCore::on_motion_time() {
     motion_state_ ^= 1;
     if (settings.detects_motion()) push_motion(motion_state_);
-    motion_timer_.arm(now_us() + config.motion_every_ms * 500);
+    motion_timer_.arm(loop_.now_us() + config.motion_every_ms * 500);
 }
 
 void CameraCore::finish_streams(bool close) {
@@ -231,14 +227,6 @@ void CameraCore::finish_streams(bool close) {
         if (connection->is_stream()) finished.push_back(connection.get());
     }
     for (Connection* connection : finished) connection->finish_stream(close);
-}
-
-void CameraCore::drop_connections(bool streams_too) {
-    std::vector<Connection*> dropped;
-    for (const auto& connection : connections_) {
-        if (connection->is_stream() == streams_too) dropped.push_back(connection.get());
-    }
-    for (Connection* connection : dropped) connection->close();
 }
 
 }  // namespace lenswire::camera

@@ -29,7 +29,6 @@ class CameraCore : public ConnectionOwner {
     size_t send_to_all(const Bytes& bytes);
     size_t push_motion(uint8_t state);
     void finish_streams(bool close);
-    void drop_connections(bool streams);
 
     CameraConfig config;
     uint16_t port = 0;
@@ -67,15 +66,15 @@ class CameraCore : public ConnectionOwner {
     static const HandlerRow kHandlers[];
 
     void on_command(Connection& connection, const Command& command) override;
-    void connection_closed(Connection* connection) override;
+    void on_close(Connection* connection) override;
     bool is_upload(const Connection& connection, const Command& header) const override;
     void on_upload(Connection& connection, const Command& header) override;
-    void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
-                     uint16_t state) override;
+    void on_upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                        uint16_t state) override;
     void babble(Connection& connection) override;
     void count_malformed() override { ++stats_.malformed; }
 
-    void accepted(int fd);
+    void on_accept(int fd);
     bool has_login(const Connection& connection, const Command& command);
     void on_serial(Connection& connection, const Command& command);
     void on_login(Connection& connection, const Command& command);
@@ -84,7 +83,7 @@ class CameraCore : public ConnectionOwner {
     void on_setting(Connection& connection, const Command& command);
     bool answer(Connection& connection, const Command& answer);  // false when it is never sent
     std::optional<AnswerFault> take_answer_fault(uint16_t code);
-    std::vector<StreamFault> take_stream_faults(uint8_t stream);
+    std::vector<StreamFault> take_stream_faults();
     UploadFault take_upload_faults();
     void note_received(const Connection& connection, const Command& command);
     void reboot();

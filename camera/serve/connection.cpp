@@ -47,7 +47,7 @@ void Connection::close(bool reset) {
         stream_stats_->open = false;
         stream_stats_->ended = true;
     }
-    owner_.connection_closed(this);
+    owner_.on_close(this);
 }
 
 void Connection::start_stream(SenderSetup setup) {
@@ -76,7 +76,7 @@ void Connection::start_upload(UploadSetup setup) {
     upload_stats_ = setup.stats;
     setup.fd = fd_;
     auto done = [this](uint16_t state) {
-        owner_.upload_done(*this, upload_->fault(), *upload_stats_, state);
+        owner_.on_upload_done(*this, upload_->fault(), *upload_stats_, state);
     };
     upload_ = std::make_unique<Upload>(loop_, std::move(setup),
                                        Upload::Calls{.done = std::move(done),

@@ -21,11 +21,11 @@ class Connection;
 class ConnectionOwner {
   public:
     virtual void on_command(Connection& connection, const Command& command) = 0;
-    virtual void connection_closed(Connection* connection) = 0;
+    virtual void on_close(Connection* connection) = 0;
     virtual bool is_upload(const Connection& connection, const Command& header) const = 0;
     virtual void on_upload(Connection& connection, const Command& header) = 0;
-    virtual void upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
-                             uint16_t state) = 0;
+    virtual void on_upload_done(Connection& connection, const UploadFault& fault, UploadStats& upload,
+                                uint16_t state) = 0;
     virtual void babble(Connection& connection) = 0;
     virtual void count_malformed() = 0;
 

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "camera/serve/loop.h"
-
 namespace lenswire::camera {
 
 std::string address_above(const std::string& first, uint32_t index) {
@@ -20,16 +18,21 @@ std::string address_above(const std::string& first, uint32_t index) {
     return inet_ntop(AF_INET, &address, text, sizeof text);
 }
 
-CameraFarm::CameraFarm(unsigned threads) : threads_(std::max(threads, 1U)) {}
+CameraFarm::CameraFarm(unsigned threads, Clock clock)
+    : threads_(std::max(threads, 1U)), clock_(std::move(clock)) {}
 
 CameraFarm::~CameraFarm() {
     for (const auto& loop : loops_) loop->stop();
     cameras_.clear();
 }
 
+void CameraFarm::settle() {
+    for (const auto& loop : loops_) loop->settle();
+}
+
 Camera* CameraFarm::add(CameraConfig config, std::string* error) {
     if (loops_.size() < threads_ && loops_.size() <= cameras_.size()) {
-        auto loop = std::make_shared<Loop>();
+        auto loop = std::make_shared<Loop>(clock_);
         if (!loop->start(error)) return nullptr;
         loops_.push_back(std::move(loop));
     }

@@ -192,7 +192,7 @@ std::optional<Fault> parse_fault(const std::string& text, std::string* error) {
     return fault;
 }
 
-UploadFault merged(const std::vector<UploadFault>& faults) {
+UploadFault merge(const std::vector<UploadFault>& faults) {
     UploadFault all;
     for (const UploadFault& each : faults) {
         if (each.state) all.state = each.state;
@@ -206,18 +206,14 @@ UploadFault merged(const std::vector<UploadFault>& faults) {
     return all;
 }
 
-Bytes spoiled_bytes(Command answer, const AnswerFault& fault) {
-    if (fault.payload) answer = answer_to(answer, *fault.payload, answer.state);
+Bytes spoil(Command answer, const AnswerFault& fault) {
     answer.flag = fault.flag.value_or(answer.flag);
     answer.state = fault.state.value_or(answer.state);
-    answer.code = fault.answer_code.value_or(answer.code);
     if (fault.length_delta != 0) {
         answer.buffer_size =
             static_cast<uint32_t>(answer.payload.size()) + static_cast<uint32_t>(fault.length_delta);
         answer.buffer_num = 1;
     }
-    answer.buffer_size = fault.buffer_size.value_or(answer.buffer_size);
-    answer.buffer_num = fault.buffer_num.value_or(answer.buffer_num);
     Bytes bytes = to_bytes(answer);
     bytes.insert(bytes.end(), fault.garbage, 0xA5);
     if (fault.cut_at) bytes.resize(std::min<size_t>(bytes.size(), *fault.cut_at));

@@ -23,12 +23,8 @@ struct AnswerFault {
     uint32_t piece = 0;        // goes out in writes of that many bytes ...
     int64_t piece_gap_ms = 0;  // ... with that long a pause between them
     std::optional<uint16_t> flag = {};
-    std::optional<uint16_t> state = {};  // a login answered with a state other than 0 is a refused login
-    std::optional<uint16_t> answer_code = {};
-    std::optional<uint32_t> buffer_size = {};  // what the header announces, whatever follows
-    std::optional<uint32_t> buffer_num = {};
+    std::optional<uint16_t> state = {};   // a login answered with a state other than 0 is a refused login
     int32_t length_delta = 0;             // announced size = real size + this
-    std::optional<Bytes> payload = {};    // instead of the right one
     uint32_t garbage = 0;                 // bytes of rubbish right behind the answer
     std::optional<uint32_t> cut_at = {};  // only the first so many bytes go out
     bool close_after = false;             // the connection is closed once the answer is out
@@ -49,8 +45,7 @@ struct StreamFault {
     StreamFaultKind kind = StreamFaultKind::kClose;
     uint64_t at_frame = 0;  // the video frame of a connection, from 0, where it happens
     int64_t value = 0;
-    uint32_t times = 1;                  // on how many connections it happens; 0: on all
-    std::optional<uint8_t> stream = {};  // only on this stream number
+    uint32_t times = 1;  // on how many connections it happens; 0: on all
 };
 
 // Spoils firmware uploads. Several of the fields may be set, and several faults hold together.
@@ -79,9 +74,9 @@ using Fault = std::variant<AnswerFault, StreamFault, UploadFault>;
 std::optional<Fault> parse_fault(const std::string& text, std::string* error);
 
 // What several faults of one upload come to.
-UploadFault merged(const std::vector<UploadFault>& faults);
+UploadFault merge(const std::vector<UploadFault>& faults);
 
 // The bytes of an answer as the fault leaves them; delays, pieces and silence are the sender's business.
-Bytes spoiled_bytes(Command answer, const AnswerFault& fault);
+Bytes spoil(Command answer, const AnswerFault& fault);
 
 }  // namespace lenswire::camera

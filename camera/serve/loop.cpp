@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <utility>
 
 #include "camera/wire/bytes.h"
 
@@ -19,13 +20,14 @@ constexpr int kMostYields = 100;
 
 }  // namespace
 
-int64_t now_us() {
+int64_t steady_us() {
     const auto since = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::microseconds>(since).count();
 }
 
 void Timer::arm(int64_t due_us) {
-    due_us = std::max(due_us, loop_.pass_us_ + 1);  // not in the pass that is running, or it might never end
+    // Not in the pass that is running, or it might never end.
+    if (due_us <= loop_.pass_us_) due_us = loop_.put_off_us_ = loop_.pass_us_ + 1;
     const int64_t earliest = loop_.timers_.empty() ? INT64_MAX : loop_.timers_.begin()->first;
     if (due_us_ >= 0) {
         auto node = loop_.timers_.extract({due_us_, this});
@@ -43,7 +45,10 @@ void Timer::disarm() {
     due_us_ = -1;
 }
 
-Loop::Loop() : epoll_fd_(epoll_create1(EPOLL_CLOEXEC)), wake_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+Loop::Loop(Clock clock)
+    : clock_(std::move(clock)),
+      epoll_fd_(epoll_create1(EPOLL_CLOEXEC)),
+      wake_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Loop::~Loop() {
     stop();
@@ -82,6 +87,18 @@ bool Loop::wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& p
     return change_.wait_for(guard, std::chrono::milliseconds(timeout_ms), predicate);
 }
 
+void Loop::settle() {
+    auto guard = lock();
+    // The pass that is about to run may have looked for events before the call; the one after it has not.
+    const uint64_t whole = passes_ + 2;
+    ++settling_;
+    while (passes_ < whole) {
+        wake();
+        change_.wait(guard);
+    }
+    --settling_;
+}
+
 void Loop::report_change() {
     if (std::this_thread::get_id() == runner_) {
         changed_ = true;  // those who wait are told once, at the end of the pass
@@ -117,7 +134,8 @@ void Loop::run() {
         serve({events, static_cast<size_t>(std::max(ready, 0))});
         run_due_timers();
         graveyard_.clear();
-        if (changed_) change_.notify_all();
+        ++passes_;
+        if (changed_ || settling_ > 0) change_.notify_all();
         changed_ = false;
     }
 }
@@ -135,7 +153,7 @@ void Loop::serve(std::span<const epoll_event> events) {
 }
 
 void Loop::run_due_timers() {
-    pass_us_ = now_us();
+    pass_us_ = std::max(now_us(), put_off_us_);
     while (!timers_.empty() && timers_.begin()->first <= pass_us_) {
         Timer* timer = timers_.begin()->second;
         timer->disarm();

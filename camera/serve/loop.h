@@ -17,7 +17,10 @@
 
 namespace lenswire::camera {
 
-int64_t now_us();  // monotonic
+// Where a loop takes its time from: microseconds that never go back. One that stands still until it is moved
+// makes every delay of a camera exact.
+using Clock = std::function<int64_t()>;
+int64_t steady_us();
 
 // Something with a descriptor in the loop. Edge-triggered: on_ready must go on until the descriptor would
 // block.
@@ -53,7 +56,7 @@ class Loop {
   public:
     using Guard = std::unique_lock<std::recursive_mutex>;
 
-    Loop();
+    explicit Loop(Clock clock = steady_us);
     ~Loop();
 
     bool start(std::string* error);
@@ -61,6 +64,10 @@ class Loop {
     void stop();
 
     Guard lock();
+    int64_t now_us() const { return clock_(); }
+    // Returns when all that was there to be served at the call, and due by then, has been served. Never
+    // called from inside a hook.
+    void settle();
     // Waits under the guard until the predicate holds, false when the time runs out first. The predicate is
     // looked at after every pass of the loop that reported a change.
     bool wait(Guard& guard, int64_t timeout_ms, const std::function<bool()>& predicate);
@@ -78,6 +85,7 @@ class Loop {
     int timeout_ms() const;
     void wake();
 
+    Clock clock_;
     std::recursive_mutex mutex_;
     std::atomic<int> waiting_ = 0;  // callers of lock() who do not have it yet
     std::condition_variable_any change_;
@@ -86,6 +94,9 @@ class Loop {
     int wake_fd_ = -1;
     std::thread::id runner_;
     int64_t pass_us_ = 0;
+    int64_t put_off_us_ = 0;  // what was put off to the next pass is due then, even if the clock stands
+    uint64_t passes_ = 0;
+    int settling_ = 0;
     bool stopping_ = false;
     bool changed_ = false;
     std::set<std::pair<int64_t, Timer*>> timers_;

@@ -32,6 +32,7 @@ struct UploadStats {
 
 struct CameraStats {
     uint64_t connections = 0;
+    uint32_t connections_open = 0;
     uint32_t control_open = 0;  // logged-in control connections
     uint32_t streams_open = 0;
     uint64_t logins = 0;

@@ -23,7 +23,7 @@ StreamSender::StreamSender(Loop& loop, SenderSetup setup, std::function<void(boo
       setup_(std::move(setup)),
       close_(std::move(close)),
       timer_(loop, [this] { pump(); }),
-      start_us_(now_us()) {
+      start_us_(loop.now_us()) {
     timer_.arm(start_us_);
 }
 
@@ -31,7 +31,7 @@ void StreamSender::pump() {
     size_t budget = kTurnBytes;
     Step step = Step::kGoOn;
     while (step == Step::kGoOn && !ended_) {
-        const int64_t now = now_us();
+        const int64_t now = loop_.now_us();
         step = sending_ ? send_more(now, &budget) : begin_packet(now);
     }
 }

@@ -90,7 +90,7 @@ Upload::Upload(Loop& loop, UploadSetup setup, Calls calls)
       read_timer_(loop, [this] { read(); }),
       babble_timer_(loop, [this] { on_time(); }),
       file_(setup_.keep_as),
-      start_us_(now_us()),
+      start_us_(loop.now_us()),
       babble_left_(setup_.fault.babble) {
     setup_.stats->announced = setup_.announced;
     if (setup_.fault.bytes_per_second != 0) {
@@ -108,7 +108,7 @@ void Upload::halt() {
 void Upload::on_time() {
     if (babble_left_ == 0 || halted_) return;
     --babble_left_;
-    babble_timer_.arm(now_us() + kBabbleTickUs);
+    babble_timer_.arm(loop_.now_us() + kBabbleTickUs);
     calls_.babble();
 }
 
@@ -121,7 +121,7 @@ size_t Upload::allowance(int64_t now) {
 }
 
 void Upload::read() {
-    const int64_t now = now_us();
+    const int64_t now = loop_.now_us();
     size_t left = allowance(now);
     while (!halted_ && left > 0) {
         const uint64_t before = setup_.stats->received;

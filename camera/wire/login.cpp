@@ -47,12 +47,6 @@ uint32_t random_login_id() {
     return id;
 }
 
-const char* login_verdict_text(LoginVerdict verdict) {
-    static constexpr const char* kTexts[] = {"accepted", "malformed", "wrong proof of the serial number",
-                                             "unknown user", "wrong password"};
-    return kTexts[static_cast<size_t>(verdict)];
-}
-
 LoginVerdict check_login(std::span<const uint8_t> payload, const DesBlock& serial, const std::string& user,
                          const std::string& password) {
     if (payload.size() != LENSWIRE_LOGIN_SIZE) return LoginVerdict::kMalformed;

@@ -22,8 +22,6 @@ enum class LoginVerdict {
     kWrongPassword
 };
 
-const char* login_verdict_text(LoginVerdict verdict);
-
 // Checks the 76-byte payload of a login request. User and password are compared up to their first NUL.
 LoginVerdict check_login(std::span<const uint8_t> payload, const DesBlock& serial, const std::string& user,
                          const std::string& password);

@@ -1,207 +1,180 @@
-// Cameras that misbehave on request, and the texts that request it.
+// Cameras that misbehave on request: what is typed, and what a recorder sees of it.
 #include "camera/serve/faults.h"
 
 #include <gtest/gtest.h>
+
+#include <sstream>
 
 #include "recorder_side.h"
 
 namespace lenswire::test {
 namespace {
 
-using camera::AnswerFault;
-using camera::StreamFault;
-using camera::StreamFaultKind;
+const Bytes kBeat = command(0x0006).bytes();
+const Bytes kImage = command(0x1004, pattern(36)).bytes();
+const Bytes kUploaded = command(0x2002).bytes();
 
-TEST(FaultText, NamesWhatGoesWrong) {
-    std::string error;
-    const auto answer = [&](const char* text) {
-        return std::get<AnswerFault>(*camera::parse_fault(text, &error));
-    };
-    const auto stream = [&](const char* text) {
-        return std::get<StreamFault>(*camera::parse_fault(text, &error));
-    };
-    EXPECT_EQ(answer("refuse-login").code, 0x0000);
-    EXPECT_EQ(answer("refuse-login=7").state, 7);
-    EXPECT_EQ(answer("late=1500:0x1004*2").delay_ms, 1500);
-    EXPECT_EQ(answer("late=1500:0x1004*2").code, 0x1004);
-    EXPECT_EQ(answer("late=1500:0x1004*2").times, 2U);
-    EXPECT_EQ(answer("answer-length=-4").length_delta, -4);
-    EXPECT_FALSE(answer("silent").code.has_value());
-    EXPECT_EQ(stream("stall=500@25").kind, StreamFaultKind::kStall);
-    EXPECT_EQ(stream("stall=500@25").value, 500);
-    EXPECT_EQ(stream("stall=500@25").at_frame, 25U);
-    EXPECT_EQ(stream("close*0").times, 0U);
-    const auto upload = std::get<camera::UploadFault>(*camera::parse_fault("upload-close=500*2", &error));
-    EXPECT_EQ(upload.close_at, 500U);
-    EXPECT_EQ(upload.times, 2U);
-    for (const char* wrong : {"",
-                              "nonsense",
-                              "late",
-                              "late=",
-                              "late=-1",
-                              "late=1=2",
-                              "late=1x",
-                              "silent=1",
-                              "silent@3",
-                              "stall:1",
-                              "stall=500@",
-                              "stall=500@-1",
-                              "close@99999999999999999999",
-                              "answer-flag=65536",
-                              "refuse-login:0x1004",
-                              "close*-1",
-                              "upload-slow=0",
-                              "upload-silent@1",
-                              "upload-late",
-                              "wrong-length=4194304"}) {
-        EXPECT_FALSE(camera::parse_fault(wrong, &error).has_value()) << wrong;
-        EXPECT_TRUE(error.starts_with(std::string(wrong) + ": ")) << error;
-    }
-}
-
-// What a stream with one fault at frame 2 sends: whole packets, then perhaps a part of one, then perhaps the
-// end.
-struct Seen {
-    int whole = 0;
-    size_t rest = 0;
-    bool closed = false;
+struct Row {
+    std::string fault;
+    std::string seen;
+    size_t at = 0;  // where the bytes begin to differ from those of a sound camera
+    Bytes bytes = {};
 };
 
-Seen watch_faulty_stream(const StreamFault& fault) {
-    OneCamera one(small_streams(5));
-    one->add_fault(fault);
-    const Session session = log_in(*one);
-    Wire wire = open_stream(*one, session);
-    EXPECT_TRUE(one->wait([&](const camera::CameraStats&) { return one->streams()[0].ended; }));
-    Seen seen;
-    seen.closed = !one->streams()[0].open;
-    const uint64_t whole = one->streams()[0].video_frames;
-    for (; static_cast<uint64_t>(seen.whole) < whole; ++seen.whole) read_packet(wire);
-    for (; wire.has_bytes(); ++seen.rest) wire.reads(1);
-    return seen;
+void add_fault(OneCamera& one, const std::string& text) {
+    std::string error;
+    const auto fault = camera::parse_fault(text, &error);
+    ASSERT_TRUE(fault.has_value()) << error;
+    one->add_fault(*fault);
 }
 
-TEST(StreamFaults, BreakOffWhereTheyWereTold) {
-    const size_t part = 32 + camera::synthetic_length(*small_streams().streams[0].synthetic, 2) / 2;
-    const struct {
-        StreamFaultKind kind;
-        int64_t value;
-        int whole;
-        size_t rest;
-        bool closed;
-    } cases[] = {
-        {StreamFaultKind::kStop, 0, 2, part, false}, {StreamFaultKind::kCloseMid, 0, 2, part, true},
-        {StreamFaultKind::kClose, 0, 2, 0, true},    {StreamFaultKind::kStall, 0, 2, 0, false},
-        {StreamFaultKind::kStall, 1, 5, 0, false},   {StreamFaultKind::kOneByte, 0, 5, 0, false},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(static_cast<int>(each.kind));
-        const Seen seen = watch_faulty_stream({.kind = each.kind, .at_frame = 2, .value = each.value});
-        EXPECT_EQ(seen.whole, each.whole);
-        EXPECT_EQ(seen.rest, each.rest);
-        EXPECT_EQ(seen.closed, each.closed);
-    }
-}
-
-TEST(StreamFaults, LieInTheHeaderOfOnePacket) {
-    for (const bool flag : {true, false}) {
-        OneCamera one(small_streams(4));
-        one->add_fault(StreamFault{.kind = flag ? StreamFaultKind::kBadFlag : StreamFaultKind::kWrongLength,
-                                   .at_frame = 1,
-                                   .value = flag ? 9 : -10});
-        const Session session = log_in(*one);
-        Wire wire = open_stream(*one, session);
-        for (uint64_t i = 0; i < 4; ++i) {
-            const ReadPacket packet = read_packet(wire);
-            EXPECT_EQ(u16_at(packet.head, 0), flag && i == 1 ? 9 : 1);
-            const size_t length = camera::synthetic_length(*small_streams().streams[0].synthetic, i);
-            EXPECT_EQ(packet.payload.size(), !flag && i == 1 ? length - 10 : length);
-            if (!flag && i == 1) wire.reads(10);
+// The first row is a sound camera. `ask` sends what the camera answers and returns where.
+template <typename Ask>
+void expect_rows(const std::vector<Row>& rows, const camera::CameraConfig& config, Ask ask) {
+    Bytes sound;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.fault);
+        OneCamera one(config);
+        one->set_record(0x1004, pattern(36));
+        Session session = log_in(*one);
+        std::istringstream faults(row.fault);
+        for (std::string fault; faults >> fault;) add_fault(one, fault);
+        Tape tape(one);
+        Wire other;
+        EXPECT_EQ(tape.record(ask(one, session, other), 200), row.seen);
+        for (size_t at = 0; at + 4 <= tape.bytes.size(); ++at) {
+            if (u32_at(tape.bytes, at) == session.login_id) put_u32(tape.bytes, at, 0);
         }
-        Wire healthy = open_stream(*one, session);
-        for (int i = 0; i < 2; ++i)
-            EXPECT_EQ(u16_at(read_packet(healthy).head, 0), 1) << "a fault happens once";
+        if (row.fault.empty()) sound = row.bytes.empty() ? tape.bytes : row.bytes;
+        const Bytes expected =
+            slice(sound, 0, row.at) + row.bytes + slice(sound, row.at + row.bytes.size(), 9999);
+        EXPECT_EQ(tape.bytes, slice(expected, 0, tape.bytes.size()));
     }
 }
 
-TEST(StreamFaults, AResetIsNoOrderlyEnd) {
-    OneCamera one(small_streams());
-    one->add_fault(StreamFault{.kind = StreamFaultKind::kReset});
-    const Session session = log_in(*one);
-    Wire wire = connect_to(*one);
-    wire.sends(command(0x0102, Bytes(4), 0, session.login_id));
-    EXPECT_TRUE(wire.sees_close());
+TEST(Faults, OfAnswers) {
+    const std::vector<Row> rows = {
+        {"", "0:68 0:32", 0, kImage + kBeat},
+        {"silent", ""},
+        {"silent*1", "0:32", 0, kBeat},
+        {"silent:0x1004", "0:32", 0, kBeat},
+        {"late=150", "150:68 150:32"},
+        {"late=150:0x1004*1", "0:32 150:68", 0, kBeat + kImage},
+        {"late=150:0x1004 late=50:0x0006", "50:32 150:68", 0, kBeat + kImage},
+        {"dribble=3:0x0006", "0:68 0:1 " + every(3, 3, 31, "1")},
+        {"dribble:0x0006", "0:68 0:1 " + every(1, 1, 31, "1")},
+        {"dribble=0:0x1004", "0:1*68 0:32"},
+        {"answer-flag=1:0x1004", "0:68 0:32", 0, {1, 0}},
+        {"answer-state=770:0x1004", "0:68 0:32", 6, {2, 3}},
+        {"answer-length=-4:0x1004", "0:68 0:32", 12, {32}},
+        {"answer-length=260:0x0006", "0:68 0:32", 68 + 12, {4, 1, 0, 0, 1}},
+        {"garbage=5:0x1004", "0:73 0:32", 68, repeated(0xA5, 5) + kBeat},
+        {"cut-answer=40:0x1004", "0:40 0:32", 40, kBeat},
+        {"close-answer:0x1004", "0:68 0:closed"},
+        {"close-answer:0x1005", "0:68 0:32"},
+    };
+    expect_rows(rows, {}, [](OneCamera&, Session& session, Wire&) -> Wire& {
+        session.wire.sends(command(0x1004, Bytes(36), 0, session.login_id).bytes() +
+                           command(0x0006, {}, 0, session.login_id).bytes());
+        return session.wire;
+    });
 }
 
-const Bytes kImage = pattern(36);
+// 64 bytes are the answer to the request; a packet of 210 bytes has a header of 32.
+TEST(Faults, OfStreams) {
+    const std::string two = "0:64 0:567 40:210 ", rest = " 120:210 160:210";
+    const std::vector<Row> rows = {
+        {"", two + "80:210" + rest},
+        {"stop@2", two + "80:121"},
+        {"close-mid@2", two + "80:121 80:closed"},
+        {"close@2", two + "80:closed"},
+        {"close", "0:64 0:closed"},
+        {"reset@2", two + "80:reset"},
+        {"stall@2", "0:64 0:567 40:210"},
+        {"stall=36@2", two + "116:210 156:210 196:210"},
+        {"one-byte@2", two + "80:1*210 120:1*210 160:1*210"},
+        {"bad-flag=777@1", two + "80:210" + rest, 64 + 567, {9, 3}},
+        {"bad-flag@1", two + "80:210" + rest, 64 + 567, {0}},
+        {"wrong-length=-2@1", two + "80:210" + rest, 64 + 567 + 4, {0x01, 0x2C}},  // 176 << 6 | 1
+        {"late=52:0x0102", "52:64 52:567 92:210 132:210 172:210"},
+        {"dribble=1:0x0102", "0:1 " + every(1, 1, 63, "1") + " 63:567 104:210 144:210 184:210"},
+    };
+    const auto ask = [](OneCamera& one, Session& session, Wire& wire) -> Wire& {
+        return wire = ask_for_stream(*one, session);
+    };
+    expect_rows(rows, small_streams(5), ask);
+    auto unpaced = small_streams(5);
+    unpaced.streams[0].pace = camera::Pace::kUnpaced;
+    expect_rows({{"", "0:64 0:567 0:210*4"}, {"stall=36@2", "0:64 0:567 0:210 36:210*3"}}, unpaced, ask);
+}
 
-// The bytes that come back for a get of the image settings under a fault, `length` of them.
-Bytes spoiled_answer(const AnswerFault& fault, size_t length) {
+TEST(Faults, OfUploads) {
+    const std::string sound = "0:32 100:closed";  // it reboots
+    const std::vector<Row> rows = {
+        {"", sound, 0, kUploaded},
+        {"upload-fail", "0:32", 6, {1, 0}},
+        {"upload-fail=770", "0:32", 6, {2, 3}},
+        {"upload-late=50", "50:32 150:closed"},
+        {"upload-silent", ""},
+        {"upload-close=500", "0:closed"},
+        {"upload-close=501", sound},
+        {"upload-full=499", "0:32", 6, {5, 0}},
+        {"upload-full", "0:32", 6, {5, 0}},
+        {"upload-full=500", sound},
+        {"upload-slow=5000", "100:32 200:closed"},
+        {"upload-babble=3", "0:32*2 20:32 40:32 100:closed", 0, kBeat + kUploaded + kBeat + kBeat},
+    };
+    camera::CameraConfig config;
+    config.reboot_ms = 3'600'000;
+    expect_rows(rows, config, [](OneCamera& one, Session&, Wire& wire) -> Wire& {
+        wire = connect_to(*one);
+        wire.sends(upload_header(500));
+        for (int half = 0; half < 2; ++half) {
+            one.farm.settle();
+            wire.sends(pattern(250));
+        }
+        return wire;
+    });
+}
+
+TEST(Faults, HappenSoManyTimes) {
+    for (const auto& [text, times] : {std::pair{"close", 1}, {"close*2", 2}, {"close*0", 3}}) {
+        OneCamera one(small_streams(1));
+        add_fault(one, text);
+        const Session session = log_in(*one);
+        int ended = 0;
+        for (int i = 0; i < 3; ++i) {
+            const Wire wire = open_stream(*one, session);
+            one.farm.settle();
+            ended += one->streams()[i].video_frames == 0 ? 1 : 0;
+        }
+        EXPECT_EQ(ended, times) << text;
+    }
+    const auto late = camera::UploadFault{.times = 2, .late_ms = 5}, fail = camera::UploadFault{.state = 9};
+    const camera::UploadFault both = camera::merge({late, fail, {.bytes_per_second = 7}, {.babble = 3}});
+    EXPECT_EQ(std::tuple(both.late_ms, both.state.value_or(0), both.bytes_per_second, both.babble),
+              std::tuple(5, 9, 7U, 3U));
+}
+
+TEST(Faults, ARefusedLoginCanBeHealed) {
     OneCamera one;
-    one->set_record(0x1004, kImage);
-    Session session = log_in(*one);
-    one->add_fault(fault);
-    session.sends(0x1004, Bytes(36));
-    return session.wire.reads(length);
-}
-
-TEST(AnswerFaults, SpoilTheBytesOfAnAnswer) {
-    const Bytes right = spoiled_answer({.code = 0x1001, .state = 9}, 68);
-    ASSERT_EQ(slice(right, 32, 36), kImage) << "a fault of another command changes nothing";
-    Bytes flag = right, state = right, code = right, longer = right, num = right;
-    flag[0] = 1;
-    state[6] = 2;
-    code[4] = 0x77;
-    longer[12] = 40;
-    num[16] = 0xFF;
-    EXPECT_EQ(slice(spoiled_answer({.flag = 1}, 68), 0, 8), slice(flag, 0, 8));
-    EXPECT_EQ(slice(spoiled_answer({.state = 2}, 68), 0, 8), slice(state, 0, 8));
-    EXPECT_EQ(slice(spoiled_answer({.answer_code = 0x1077}, 68), 0, 8), slice(code, 0, 8));
-    EXPECT_EQ(slice(spoiled_answer({.length_delta = 4}, 68), 12, 8), slice(longer, 12, 8));
-    EXPECT_EQ(slice(spoiled_answer({.buffer_num = 0xFF}, 68), 12, 8), slice(num, 12, 8));
-    EXPECT_EQ(slice(spoiled_answer({.garbage = 5}, 73), 68, 5), repeated(0xA5, 5));
-    EXPECT_EQ(slice(spoiled_answer({.piece = 1}, 68), 32, 36), kImage);
-    EXPECT_EQ(slice(spoiled_answer({.payload = Bytes{1, 2}}, 34), 32, 2), (Bytes{1, 2}));
-}
-
-TEST(AnswerFaults, LateAnswersAreOvertaken) {
-    OneCamera one;
-    Session session = log_in(*one);
-    one->add_fault(AnswerFault{.code = 0x1004, .times = 1, .delay_ms = 3'600'000});
-    one->add_fault(AnswerFault{.code = 0x1006, .delay_ms = 5});
-    session.sends(0x1004, Bytes(36));
-    EXPECT_EQ(session.asks(0x1006, Bytes(118)).command, 0x1006);
-    EXPECT_EQ(session.asks(0x1023, Bytes(228)).command, 0x1023);
-    EXPECT_EQ(session.asks(0x1004, Bytes(36)).command, 0x1004) << "only the first one is that late";
-}
-
-TEST(AnswerFaults, SilenceAndHalfAnswers) {
-    OneCamera one;
-    Session session = log_in(*one);
-    one->add_fault(AnswerFault{.code = 0x1004, .silent = true});
-    one->add_fault(AnswerFault{.code = 0x1006, .cut_at = 40, .close_after = true});
-    session.sends(0x1004, Bytes(36));
-    EXPECT_EQ(session.asks(0x1023, Bytes(228)).command, 0x1023);
-    session.sends(0x1006, Bytes(118));
-    EXPECT_EQ(session.wire.reads(40).size(), 40U);
-    EXPECT_TRUE(session.wire.sees_close());
-}
-
-TEST(AnswerFaults, ARefusedLoginCanBeHealed) {
-    OneCamera one;
-    one->add_fault(*camera::parse_fault("refuse-login=5", nullptr));
+    add_fault(one, "refuse-login=5");
     EXPECT_EQ(log_in(*one).state, 5);
     EXPECT_EQ(one->stats().control_open, 0U);
     one->clear_faults();
     EXPECT_EQ(log_in(*one).state, 0);
 }
 
-TEST(AnswerFaults, AStreamWaitsForItsLateAnswer) {
-    OneCamera one(small_streams(1));
-    const Session session = log_in(*one);
-    one->add_fault(AnswerFault{.code = 0x0102, .delay_ms = 5, .piece = 7, .piece_gap_ms = 1});
-    Wire wire = open_stream(*one, session);
-    EXPECT_EQ(u16_at(read_packet(wire).head, 0), 1);
+TEST(Faults, TextsThatAreNoneAreRepeatedWithAReason) {
+    std::istringstream texts(
+        "= nonsense late late= late=-1 late=1=2 late=1x silent=1 silent@3 stall:1 stall=500@ stall=500@-1 "
+        "close@99999999999999999999 answer-flag=65536 refuse-login:0x1004 close*-1 close*4294967296 "
+        "upload-slow=0 upload-silent@1 upload-late wrong-length=4194304");
+    for (std::string wrong; texts >> wrong;) {
+        std::string error;
+        EXPECT_FALSE(camera::parse_fault(wrong, &error).has_value()) << wrong;
+        EXPECT_TRUE(error.starts_with(wrong + ": ")) << error;
+    }
 }
 
 }  // namespace

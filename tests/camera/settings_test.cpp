@@ -1,10 +1,9 @@
-// The settings behind a camera's commands: what can be set is what a get answers, in files if asked.
+// The settings behind a camera's commands: what can be set is what a get answers, in files if asked; and what
+// moves by itself as time passes, the clock and the camera's head.
 #include "camera/device/settings.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "camera/device/layouts.h"
@@ -13,64 +12,58 @@
 namespace lenswire::test {
 namespace {
 
-using camera::Command;
-using camera::Settings;
-
-Command request(uint16_t code, Bytes payload, uint32_t size, uint32_t number) {
-    Command command;
-    command.code = code;
-    command.buffer_size = size;
-    command.buffer_num = number;
-    command.payload = std::move(payload);
-    return command;
-}
-
-// A settings object on a clock that stands until a test moves it.
-struct Bench {
-    explicit Bench(camera::DeviceConfig device = {}) {
-        camera::Surroundings around{
-            .device = device, .address = "127.0.0.9", .port = 7788, .streams = {{}, {}}};
-        settings.emplace(around, [this] { return now_us; });
-        std::string error;
-        EXPECT_TRUE(settings->load(&error)) << error;
-    }
-    Settings::Outcome asks(uint16_t code, Bytes payload, uint32_t number = 1) {
-        const auto size = static_cast<uint32_t>(number == 0 ? payload.size() : payload.size() / number);
-        if (number == 0) payload.clear();
-        return settings->handle(request(code, std::move(payload), size, number));
-    }
-    Bytes gets(uint16_t code, Bytes payload, uint32_t number = 1) {
-        const auto [answer, understood] = asks(code, std::move(payload), number);
-        EXPECT_TRUE(understood);
-        return answer ? answer->payload : Bytes{};
-    }
-    void operates(uint8_t code, uint8_t argument = 0) {
-        Bytes operation(20);
-        operation[1] = code;
-        operation[4] = argument;
-        EXPECT_FALSE(asks(0x0020, operation).answer.has_value());
-    }
-    Bytes ptz() { return gets(0x1031, {}, 0); }
-    double pan() { return u16_at(ptz(), 2) / 100.0; }
-    double tilt() { return u16_at(ptz(), 4) / 100.0; }
-    void seconds_pass(double seconds) { now_us += static_cast<int64_t>(seconds * 1e6); }
-
-    int64_t now_us = 1'700'000'000'000'000;  // 14 November 2023, 22:13:20
-    std::optional<Settings> settings;
-};
-
-struct Pair {
-    uint16_t set, get;
-    uint32_t size, number;
-    Bytes ask;
-};
-
 Bytes first_bytes(uint32_t size, Bytes bytes) {
     bytes.resize(size);
     return bytes;
 }
 
-const Pair kPairs[] = {
+camera::Command request(uint16_t code, Bytes payload, uint32_t number = 1) {
+    camera::Command command;
+    command.code = code;
+    command.buffer_size = static_cast<uint32_t>(payload.size()) / std::max(number, 1U);
+    command.buffer_num = number;
+    if (number != 0) command.payload = std::move(payload);
+    return command;
+}
+
+// A settings object on a clock that stands until a test moves it.
+struct Device {
+    explicit Device(camera::DeviceConfig device = {}) {
+        settings.emplace(
+            camera::Surroundings{
+                .device = device, .address = "127.0.0.9", .port = 7788, .streams = {{}, {.audio = true}}},
+            [this] { return now_us; });
+        std::string error;
+        EXPECT_TRUE(settings->load(&error)) << error;
+    }
+    // The answer's payload; a byte of its state when that is no success, nothing when there is no answer.
+    Bytes ask(uint16_t code, Bytes payload, uint32_t number = 1) {
+        const auto [answer, understood] = settings->handle(request(code, std::move(payload), number));
+        if (!answer) return Bytes(understood ? 0 : 1, 0xFF);
+        if (answer->state != 0) return {static_cast<uint8_t>(answer->state)};
+        EXPECT_EQ(answer->buffer_size * answer->buffer_num, answer->payload.size());
+        return answer->payload;
+    }
+    // Where the head is and what it does: pan, tilt, zoom, then motion, preset, cruise line and point.
+    std::string operate(uint8_t code, uint8_t argument, double seconds) {
+        EXPECT_EQ(ask(0x0020, first_bytes(20, {0, code, 0, 0, argument})), Bytes{});
+        now_us += static_cast<int64_t>(seconds * 1e6);
+        const Bytes ptz = ask(0x1031, {}, 0);
+        char text[64];
+        std::snprintf(text, sizeof text, "%.2f %.2f %.2f %u %u %u %u", u16_at(ptz, 2) / 100.0,
+                      u16_at(ptz, 4) / 100.0, u16_at(ptz, 6) / 100.0, ptz[8], ptz[9], ptz[10], ptz[11]);
+        return text;
+    }
+
+    int64_t now_us = 1'700'000'000'000'000;  // 14 November 2023, 22:13:20
+    std::optional<camera::Settings> settings;
+};
+
+const struct {
+    uint16_t set, get;
+    uint32_t size, number;
+    Bytes ask;
+} kPairs[] = {
     {0x1005, 0x1004, 36, 1, first_bytes(36, {0, 0x33})},
     {0x1022, 0x1023, 228, 1, Bytes(228)},
     {0x100B, 0x100A, 168, 1, Bytes(168)},
@@ -80,249 +73,182 @@ const Pair kPairs[] = {
     {0x1003, 0x1002, 32, 3, first_bytes(32, {0, 0x33})},
 };
 
-// A payload for a set, different everywhere, with the bytes that say which record or line it is.
-Bytes settable(const Pair& pair) {
-    Bytes payload = pattern(size_t{pair.size} * pair.number);
-    for (uint32_t i = 0; i < pair.number && pair.set == 0x1003; ++i)
-        payload[32 * i + 1] = static_cast<uint8_t>(2 - i);
-    if (pair.set == 0x0025) payload[1] = 2;
-    return payload;
-}
-
-TEST(Settings, WhatIsSetIsWhatAGetAnswers) {
-    for (const Pair& pair : kPairs) {
+TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
+    const TestFolder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path + "/deep/camera"};
+    for (const auto& pair : kPairs) {
         SCOPED_TRACE(pair.set);
-        Bench bench;
-        EXPECT_NE(bench.gets(pair.get, pair.ask), settable(pair)) << "the default is another";
-        const auto outcome = bench.asks(pair.set, settable(pair), pair.number);
-        EXPECT_TRUE(outcome.understood);
-        EXPECT_FALSE(outcome.answer.has_value()) << "sets have no answer";
-        Bytes expected = settable(pair);
-        if (pair.set == 0x1003) {
-            expected = slice(expected, 64, 32) + slice(expected, 32, 32) + slice(expected, 0, 32);
+        Bytes payload = pattern(size_t{pair.size} * pair.number), expected = payload;
+        if (pair.set == 0x0025) expected[1] = payload[1] = 2;    // the last line
+        for (uint8_t i = 0; i < 3 && pair.set == 0x1003; ++i) {  // records find their places by their streams
+            payload[32 * i + 1] = 2 - i;
+            std::copy_n(payload.begin() + 32 * i, 32, expected.begin() + 32 * (2 - i));
         }
-        EXPECT_EQ(bench.gets(pair.get, pair.ask), expected);
+        Device device(kept);
+        const Bytes before = device.ask(pair.get, pair.ask);
+        EXPECT_NE(before, expected) << "the default is another";
+        EXPECT_EQ(device.ask(pair.set, slice(payload, 1, payload.size())), Bytes{0xFF}) << "too short";
+        EXPECT_EQ(device.ask(pair.set, payload, 0), Bytes{0xFF}) << "no buffer";
+        EXPECT_EQ(device.ask(pair.get, pair.ask + Bytes(1)), Bytes{4});
+        EXPECT_EQ(device.ask(pair.get, pair.ask), before);
+        EXPECT_EQ(device.ask(pair.set, payload, pair.number), Bytes{}) << "sets have no answer";
+        EXPECT_EQ(device.ask(pair.get, pair.ask), expected);
+        EXPECT_EQ(Device(kept).ask(pair.get, pair.ask), expected);
     }
-}
+    EXPECT_EQ(Device().ask(0x0025, first_bytes(980, {0, 3})), Bytes{0xFF}) << "there are three cruise lines";
+    EXPECT_EQ(Device().ask(0x0026, first_bytes(980, {0, 3})), Bytes{3});
+    EXPECT_EQ(Device().ask(0x1002, first_bytes(32, {0, 3})), Bytes{3});
+    EXPECT_EQ(Device().ask(0x1003, Bytes(32) + first_bytes(64, {0, 3}), 3), Bytes{0xFF});
+    EXPECT_EQ(Device().ask(0x2099, Bytes(4)), Bytes{3});
 
-TEST(Settings, RequestsOfAnotherShapeChangeNothing) {
-    for (const Pair& pair : kPairs) {
-        SCOPED_TRACE(pair.set);
-        Bench bench;
-        const Bytes before = bench.gets(pair.get, pair.ask);
-        EXPECT_FALSE(bench.asks(pair.set, Bytes(size_t{pair.size} * pair.number - 1)).understood);
-        EXPECT_FALSE(bench.settings->handle(request(pair.set, {}, pair.size, 0)).understood);
-        const auto answer = bench.asks(pair.get, Bytes(pair.size + 1)).answer;
-        ASSERT_TRUE(answer.has_value());
-        EXPECT_NE(answer->state, 0);
-        EXPECT_EQ(bench.gets(pair.get, pair.ask), before);
-    }
-    Bench bench;
-    EXPECT_FALSE(bench.asks(0x0025, first_bytes(980, {0, 3})).understood) << "there are three cruise lines";
-    EXPECT_NE(bench.asks(0x0026, first_bytes(980, {0, 3})).answer->state, 0);
-    EXPECT_NE(bench.asks(0x2099, Bytes(4)).answer->state, 0);
-}
-
-TEST(Settings, FilesBringThemBack) {
-    const auto folder =
-        std::filesystem::temp_directory_path() / ("settings_test." + std::to_string(getpid()));
-    const camera::DeviceConfig device{.state_dir = (folder / "deep" / "camera").string()};
-    for (const Pair& pair : kPairs) {
-        Bytes wanted;
-        {
-            Bench bench(device);
-            bench.asks(pair.set, settable(pair), pair.number);
-            wanted = bench.gets(pair.get, pair.ask);
-        }
-        EXPECT_EQ(Bench(device).gets(pair.get, pair.ask), wanted);
-    }
-    {
-        Bench bench(device);
-        bench.operates(3);
-        bench.seconds_pass(1);
-        bench.operates(0x2C, 200);
-        bench.settings->take_new_firmware("A_B_2");
-    }
-    Bench back(device);
-    back.operates(0x28, 200);
-    back.seconds_pass(60);
-    EXPECT_NEAR(back.pan(), 180 + 64 * 120 / 255.0, 0.01);
-    EXPECT_EQ(slice(back.gets(0x2003, Bytes(464)), 368, 6), bytes_of("A_B_2") + Bytes(1));
-    std::ofstream(folder / "deep" / "camera" / "image.bin") << "short";
-    EXPECT_EQ(Bench(device).gets(0x1004, Bytes(36)), Bench().gets(0x1004, Bytes(36)));
-
+    std::ofstream(kept.state_dir + "/image.bin") << "short";
+    EXPECT_EQ(Device(kept).ask(0x1004, Bytes(36)), Device().ask(0x1004, Bytes(36)));
+    camera::Settings nowhere({.device = {.state_dir = "/dev/null/x"}, .address = "127.0.0.1", .streams = {}});
     std::string error;
-    Settings nowhere(
-        {.device = {.state_dir = "/dev/null/x"}, .address = "127.0.0.1", .port = 1, .streams = {}});
     EXPECT_FALSE(nowhere.load(&error));
-    EXPECT_NE(error.find("/dev/null/x"), std::string::npos);
-    std::filesystem::remove_all(folder);
+    EXPECT_TRUE(error.starts_with("/dev/null/x: ")) << error;
+}
+
+TEST(Settings, FilesKeepWhatMovesAndTheFirmware) {
+    const TestFolder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path};
+    {
+        Device device(kept);
+        device.operate(4, 51, 1);
+        device.operate(0x2C, 200, 0);
+        device.ask(0x1030, first_bytes(24, {0, 255}));
+        device.ask(0x1001, first_bytes(212, {0xE7, 0x07, 1, 1, 0, 0, 59}));
+        device.settings->take_new_firmware("A_B_2");
+    }
+    Device back(kept);
+    back.now_us += 2'000'000;
+    EXPECT_EQ(slice(back.ask(0x1000, Bytes(212), 0), 0, 7), (Bytes{0xE7, 0x07, 1, 1, 0, 1, 0}));
+    EXPECT_EQ(slice(back.ask(0x2003, Bytes(464)), 368, 6), bytes_of("A_B_2") + Bytes(1));
+    EXPECT_EQ(back.operate(0x28, 200, 60), "180.00 44.00 1.00 0 201 0 0");
+    EXPECT_EQ(back.operate(3, 0, 1), "300.00 44.00 1.00 1 201 0 0") << "at the kept speed";
 }
 
 TEST(Settings, DescribeTheDevice) {
-    Bench bench({.type = 241,
-                 .firmware_name = "X_Y",
-                 .platform = "HI3516A",
-                 .sensor = "IMX178",
-                 .special_family = true,
-                 .fisheye_type = 3});
-    const Bytes device = bench.gets(0x2003, Bytes(464));
-    EXPECT_EQ(device[1], 241);
-    EXPECT_EQ(slice(device, 368, 4), bytes_of("X_Y") + Bytes(1));
-    EXPECT_EQ(slice(device, 432, 8), bytes_of("HI3516A") + Bytes(1));
-    EXPECT_EQ(slice(device, 448, 7), bytes_of("IMX178") + Bytes(1));
-    EXPECT_EQ(bench.gets(0x2012, Bytes(1024))[27], 1);
-    EXPECT_EQ(bench.gets(0x1063, Bytes(64))[1], 3);
-    const Bytes network = bench.gets(0x1006, Bytes(118));
-    EXPECT_EQ(slice(network, 2, 4), (Bytes{127, 0, 0, 9}));
-    EXPECT_EQ(u16_at(network, 28), 7788);
-    const std::string scope(reinterpret_cast<const char*>(bench.gets(0x1102, Bytes(1027)).data()) + 3);
-    EXPECT_EQ(std::count(scope.begin(), scope.end(), '@'), 2) << "three stream modes";
-    EXPECT_EQ(bench.gets(0x1002, first_bytes(32, {0, 0x33})).size(), 96U);
-    EXPECT_EQ(bench.gets(0x1002, first_bytes(32, {0, 1}))[1], 1) << "one stream's record";
-}
-
-TEST(Settings, TheFirmwareNameCountsUp) {
-    const char* const names[][2] = {{"LW_20_BTAMC_1.0.0", "LW_20_BTAMC_1.0.1"},
-                                    {"V9", "V10"},
-                                    {"v199b", "v200b"},
-                                    {"none", "none_1"},
-                                    {"", "_1"}};
-    for (const auto& [before, after] : names) EXPECT_EQ(camera::next_firmware_name(before), after);
+    Device device({241, "X_Y", "HI3516A", "IMX178", true, 3});
+    device.settings->set_port(9988);
+    const std::tuple<uint16_t, Bytes, size_t, Bytes> cases[] = {
+        {0x2003, Bytes(464), 1, {241, 1, 2}},  // one channel, two streams
+        {0x2003, Bytes(464), 368, bytes_of("X_Y") + Bytes(1)},
+        {0x2003, Bytes(464), 432, bytes_of("HI3516A") + Bytes(1)},
+        {0x2003, Bytes(464), 448, bytes_of("IMX178") + Bytes(1)},
+        {0x2012, Bytes(1024), 27, {1}},
+        {0x1063, Bytes(64), 1, {3}},
+        {0x1006, Bytes(118), 2, {127, 0, 0, 9, 255, 0, 0, 0}},
+        {0x1006, Bytes(118), 22, {2, 0, 127, 0, 0, 9, 0x04, 0x27}},
+        {0x1002, Bytes(32), 3, {25, 0x80, 0x07, 0x38, 0x04, 0, 16, 0, 0, 50}},
+        {0x1002, first_bytes(32, {0, 1}), 15, {3, 1}},  // with audio
+        {0x1002, first_bytes(32, {0, 2}), 30, {0}},     // which is not there
+        {0x1102, Bytes(1027), 0, Bytes{0, 7, 0} + bytes_of("H264:2592x1944;")},
+    };
+    for (const auto& [code, ask, at, bytes] : cases) {
+        EXPECT_EQ(slice(device.ask(code, ask), at, bytes.size()), bytes) << code << " " << at;
+    }
+    for (const auto& [before, after] : {std::pair{"LW_20_BTAMC_1.0.0", "LW_20_BTAMC_1.0.1"},
+                                        {"V9", "V10"},
+                                        {"v199b", "v200b"},
+                                        {"none", "none_1"},
+                                        {"", "_1"}}) {
+        EXPECT_EQ(camera::next_firmware_name(before), after);
+    }
 }
 
 TEST(Clock, RunsOnFromWhatItWasSetTo) {
-    Bench bench;
-    const Bytes start = bench.gets(0x1000, Bytes(212), 0);
-    EXPECT_EQ(slice(start, 0, 7), (Bytes{0xE7, 0x07, 11, 14, 22, 13, 20}));
-    Bytes record = pattern(212);
-    const Bytes new_year = {0xE7, 0x07, 12, 31, 23, 58, 50};
-    std::copy(new_year.begin(), new_year.end(), record.begin());
-    bench.asks(0x1001, record);
-    EXPECT_EQ(bench.gets(0x1000, Bytes(212), 0), record);
-    bench.seconds_pass(75);
-    const Bytes later = bench.gets(0x1000, Bytes(212), 0);
-    EXPECT_EQ(slice(later, 0, 7), (Bytes{0xE8, 0x07, 1, 1, 0, 0, 5}));
-    EXPECT_EQ(slice(later, 7, 205), slice(record, 7, 205));
-    record[5] = 65;
-    bench.asks(0x1001, record);
-    EXPECT_EQ(slice(bench.gets(0x1000, Bytes(212), 0), 0, 7), (Bytes{0xE8, 0x07, 1, 1, 0, 5, 50}));
-    record[2] = 0;
-    bench.asks(0x1001, record);
-    bench.seconds_pass(75);
-    EXPECT_EQ(bench.gets(0x1000, Bytes(212), 0), record) << "without a date there is nothing to count on";
+    Device device;
+    EXPECT_EQ(slice(device.ask(0x1000, Bytes(212), 0), 0, 9), (Bytes{0xE7, 0x07, 11, 14, 22, 13, 20, 0, 24}));
+    const std::tuple<Bytes, int, Bytes> cases[] = {
+        {{0xE7, 0x07, 12, 31, 23, 58, 50}, 0, {0xE7, 0x07, 12, 31, 23, 58, 50}},
+        {{0xE7, 0x07, 12, 31, 23, 58, 50}, 75, {0xE8, 0x07, 1, 1, 0, 0, 5}},
+        {{0xE8, 0x07, 2, 28, 0, 65, 0}, 86400, {0xE8, 0x07, 2, 29, 1, 5, 0}},  // minutes count on
+        {{0xE7, 0x07, 2, 31, 0, 0, 0}, 1, {0xE7, 0x07, 3, 3, 0, 0, 1}},        // and days
+        {{0xE7, 0x07, 0, 31, 0, 0, 0}, 75, {0xE7, 0x07, 0, 31, 0, 0, 0}},      // without a date it stands
+        {{0xE7, 0x07, 12, 32, 0, 0, 0}, 75, {0xE7, 0x07, 12, 32, 0, 0, 0}},
+    };
+    for (const auto& [set, seconds, seen] : cases) {
+        const Bytes rest = slice(pattern(212), 7, 205);
+        device.ask(0x1001, set + rest);
+        device.now_us += seconds * 1'000'000LL;
+        EXPECT_EQ(device.ask(0x1000, Bytes(212), 0), seen + rest);
+    }
 }
 
-TEST(Ptz, MovesUntilItIsStoppedOrAtItsEnd) {
-    Bench bench;
-    const double pan = bench.pan();
-    bench.operates(2, 51);  // left, 24 degrees a second
-    bench.seconds_pass(2);
-    EXPECT_NEAR(bench.pan(), pan - 48, 0.01);
-    bench.seconds_pass(8);
-    EXPECT_NEAR(bench.pan(), pan - 240 + 360, 0.01) << "round and round";
-    bench.operates(4, 255);
-    bench.seconds_pass(10);
-    EXPECT_EQ(bench.tilt(), 90);
-    EXPECT_EQ(bench.ptz()[8], 1);
-    bench.operates(5, 51);
-    bench.seconds_pass(1);
-    bench.operates(1);
-    bench.seconds_pass(100);
-    EXPECT_NEAR(bench.tilt(), 66, 0.01);
-    EXPECT_EQ(bench.ptz()[8], 0);
-    bench.operates(99);
-    EXPECT_EQ(bench.ptz()[8], 0) << "a code of another camera";
-}
-
-TEST(Ptz, TheSpeedOfItsPropertyIsTheOneOfPlainMoves) {
-    Bench bench;
-    Bytes property = bench.ptz();
-    property[1] = 255;
-    property[20] = 0x77;
-    bench.asks(0x1030, property);
-    EXPECT_EQ(bench.ptz(), property);
-    const double pan = bench.pan();
-    bench.operates(3);
-    bench.seconds_pass(1);
-    EXPECT_NEAR(bench.pan(), pan + 120, 0.01);
-}
-
-TEST(Ptz, PresetsAreWhereTheyWereSet) {
-    Bench bench;
-    bench.operates(3, 51);
-    bench.seconds_pass(1);
-    bench.operates(1);
-    const Bytes there = bench.ptz();
-    bench.operates(0x2C, 7);
-    bench.operates(2, 51);
-    bench.seconds_pass(5);
-    bench.operates(0x28, 7);
-    EXPECT_EQ(bench.ptz()[8], 2);
-    bench.seconds_pass(30);
-    EXPECT_EQ(slice(bench.ptz(), 2, 6), slice(there, 2, 6));
-    EXPECT_EQ(bench.ptz()[9], 8) << "preset number 8 is index 7";
-}
-
-// A line of points, each at a preset with a dwell time in tenths of a second, on every second place.
-Bytes cruise_line(uint8_t line, const std::vector<std::pair<uint8_t, uint8_t>>& points) {
-    Bytes record(980);
-    record[1] = line;
+// Points of a cruise line on every second place: a preset, a dwell time in tenths of a second, a speed.
+Bytes cruise_line(uint8_t line, const std::vector<std::array<uint8_t, 3>>& points) {
+    Bytes record = first_bytes(980, {0, line});
     for (size_t i = 0; i < points.size(); ++i) {
-        uint8_t* entry = &record[68 + 28 * (2 * i + 1)];
-        entry[4] = 1;
-        entry[5] = points[i].first;
-        entry[6] = points[i].second;
-        entry[8] = 255;
+        const auto& [preset, dwell, speed] = points[i];
+        std::ranges::copy(Bytes{1, preset, dwell, 0, speed}, record.begin() + 68 + 28 * (2 * i + 1) + 4);
     }
     return record;
 }
 
-TEST(Ptz, CruiseLinesRunRoundUntilStopped) {
-    Bench bench;
-    for (const auto& [preset, way] : {std::pair<uint8_t, uint8_t>{10, 3}, {11, 4}}) {
-        bench.operates(0x2C, preset);  // here, and then 12 degrees further up or right
-        bench.operates(way, 255);
-        bench.seconds_pass(0.1);
-        bench.operates(1);
+// At first preset 4 looks to 180, 60 and preset 5 to 225, 0; the speed is 30.12 degrees a second at 64.
+TEST(Ptz, MovesAsTimePasses) {
+    Device device;
+    device.ask(0x0025, cruise_line(1, {{4, 20, 255}, {5, 30, 0}, {6, 0, 255}, {5, 1, 255}}));
+    device.ask(0x0025, cruise_line(2, {}));
+    constexpr uint8_t kStop = 1, kLeft = 2, kRight = 3, kUp = 4, kDown = 5, kZoomIn = 6, kZoomOut = 7;
+    constexpr uint8_t kGoTo = 0x28, kStart = 0x29, kSet = 0x2C, kEnd = 0x2E, kUnknown = 99;
+    const std::tuple<uint8_t, uint8_t, double, const char*> steps[] = {
+        {kUnknown, 0, 9, "180.00 20.00 1.00 0 0 0 0"},
+        {kLeft, 51, 2, "132.00 20.00 1.00 1 0 0 0"},    // 24 degrees a second
+        {kUnknown, 0, 8, "300.00 20.00 1.00 1 0 0 0"},  // round and round
+        {kUp, 255, 10, "300.00 90.00 1.00 1 0 0 0"},    // to its end
+        {kDown, 51, 1, "300.00 66.00 1.00 1 0 0 0"},
+        {kStop, 0, 100, "300.00 66.00 1.00 0 0 0 0"},
+        {kZoomIn, 51, 1, "300.00 66.00 3.40 1 0 0 0"},
+        {kZoomOut, 255, 1, "300.00 66.00 1.00 1 0 0 0"},
+        {kZoomIn, 255, 9, "300.00 66.00 30.00 1 0 0 0"},
+        {kSet, 7, 0, "300.00 66.00 30.00 1 0 0 0"},
+        {kRight, 51, 1, "324.00 66.00 30.00 1 0 0 0"},
+        {kGoTo, 7, 0.5, "308.94 66.00 30.00 2 0 0 0"},
+        {kUnknown, 0, 60, "300.00 66.00 30.00 0 8 0 0"},  // index 7 is preset number 8
+        {kGoTo, 1, 1, "310.90 60.70 26.99 2 8 0 0"},      // the shorter way, over 360
+        {kGoTo, 4, 60, "180.00 60.00 1.00 0 5 0 0"},
+        {kStart, 2, 1, "180.00 60.00 1.00 0 5 0 0"},  // a line without points does not run
+        {kStart, 3, 1, "180.00 60.00 1.00 0 5 0 0"},
+        {kStart, 1, 1.9, "180.00 60.00 1.00 3 5 2 2"},
+        {kUnknown, 0, 0.2, "182.26 56.99 1.00 3 5 2 4"},
+        {kUnknown, 0, 2, "225.00 0.00 1.00 3 6 2 4"},
+        {kUnknown, 0, 2.95, "225.00 0.00 1.00 3 6 2 8"},
+        {kEnd, 0, 1, "180.00 60.00 1.00 3 5 2 2"},  // another line
+        {kEnd, 1, 1, "180.00 60.00 1.00 0 5 0 0"},
+    };
+    for (const auto& [code, argument, seconds, seen] : steps) {
+        EXPECT_EQ(device.operate(code, argument, seconds), seen) << int{code};
     }
-    bench.asks(0x0025, cruise_line(1, {{10, 20}, {11, 30}, {12, 0}}));
-    bench.operates(0x29, 1);
-    const auto at = [&] { return std::pair<int, int>{bench.ptz()[10], bench.ptz()[11]}; };
-    EXPECT_EQ(at(), (std::pair{2, 2})) << "line number and place count from 1, 0 is none";
-    bench.seconds_pass(1);
-    EXPECT_EQ(bench.ptz()[9], 11);
-    bench.seconds_pass(2);
-    EXPECT_EQ(at(), (std::pair{2, 4}));
-    bench.seconds_pass(2.5);
-    EXPECT_EQ(at(), (std::pair{2, 2}));
-    bench.seconds_pass(5.2 * 1000);
-    EXPECT_EQ(bench.ptz()[8], 3) << "a thousand rounds later";
-    bench.operates(0x2E, 0);
-    EXPECT_EQ(bench.ptz()[8], 3) << "another line was stopped";
-    bench.operates(0x2E, 1);
-    EXPECT_EQ(bench.ptz()[8], 0);
-    bench.operates(0x29, 2);
-    EXPECT_EQ(bench.ptz()[8], 0) << "a line without points does not run";
-    bench.operates(0x29, 3);
-    EXPECT_EQ(bench.ptz()[8], 0);
+    device.operate(kStart, 1, 1);
+    device.ask(0x0025, cruise_line(1, {{5, 20, 255}}));
+    EXPECT_EQ(device.operate(kUnknown, 0, 1), "225.00 0.00 1.00 3 6 2 2") << "it takes its new points";
+    device.ask(0x0025, cruise_line(1, {}));
+    EXPECT_EQ(device.operate(kUnknown, 0, 1), "225.00 0.00 1.00 0 6 0 0") << "and ends when there are none";
+    Bytes property = device.ask(0x1031, {}, 0);
+    property[1] = 255;
+    property[20] = 0x77;
+    device.ask(0x1030, property);
+    EXPECT_EQ(device.ask(0x1031, {}, 0), property);
+    EXPECT_EQ(device.operate(kRight, 0, 1), "345.00 0.00 1.00 1 6 0 0")
+        << "its speed is the one of plain moves";
 }
 
 TEST(Describe, SaysWhatWasReceived) {
-    Bytes image(36);
-    image[2] = 140;
-    EXPECT_NE(
-        camera::describe(request(0x1005, image, 36, 1)).find("set image channel 0 stream 0 brightness 140"),
-        std::string::npos);
-    EXPECT_EQ(camera::describe(request(0x1004, image, 36, 1)), "get image");
-    Bytes operation(20);
-    operation[1] = 0x28;
-    operation[4] = 4;
-    EXPECT_NE(camera::describe(request(0x0020, operation, 20, 1)).find("go to preset index 4"),
-              std::string::npos);
     const Bytes login = bytes_of("ad\x01min") + Bytes(26) + repeated('p', 32) + Bytes(12);
-    EXPECT_EQ(camera::describe(request(0x0000, login, 76, 1)), "login user \"ad?min\"");
-    EXPECT_EQ(camera::describe(request(0x1005, {1}, 1, 1)), "set image channel 1") << "only what is there";
+    const std::tuple<uint16_t, Bytes, std::string> cases[] = {
+        {0x1005, {0, 0, 140}, "set image channel 0 stream 0 brightness 140"},
+        {0x1005, {1}, "set image channel 1"},  // only what is there
+        {0x1004, Bytes(36), "get image"},
+        {0x0020, {0, 0x28, 0, 0, 4}, "ptz-operation kind 0 operation 40 argument 4: go to preset index 4"},
+        {0x0025, cruise_line(1, {{4, 20, 255}, {5, 30, 0}}),
+         "set cruise channel 0 line 1 enabled 0 points 2"},
+        {0x0102, {1, 2, 0, 0}, "stream request channel 1 stream 2"},
+        {0x0000, login, "login user \"ad?min\""},
+        {0x2099, {}, "command 0x2099"},
+    };
+    for (const auto& [code, payload, text] : cases) EXPECT_EQ(camera::describe(request(code, payload)), text);
 }
 
 }  // namespace
