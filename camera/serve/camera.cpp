@@ -129,6 +129,11 @@ void Camera::finish_streams(bool close) {
     core_->finish_streams(close);
 }
 
+void Camera::drop_control_connections() {
+    const auto guard = loop_->lock();
+    core_->drop_control_connections();
+}
+
 Bytes Camera::record(uint16_t code) const {
     const auto guard = loop_->lock();
     return core_->settings.record(code);

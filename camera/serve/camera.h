@@ -65,6 +65,9 @@ class Camera {
     // StreamStats::ended tells when nothing more follows.
     void finish_streams(bool close = false);
 
+    // The camera goes on listening.
+    void drop_control_connections();
+
     // The record behind a get command (a set command that has no get), as a get would answer it; encoding and
     // cruise lines as all three in one. One that is set may have any size, so that answers can be wrong.
     Bytes record(uint16_t code) const;

@@ -229,4 +229,12 @@ void CameraCore::finish_streams(bool close) {
     for (Connection* connection : finished) connection->finish_stream(close);
 }
 
+void CameraCore::drop_control_connections() {
+    std::vector<Connection*> dropped;
+    for (const auto& connection : connections_) {
+        if (!connection->is_stream()) dropped.push_back(connection.get());
+    }
+    for (Connection* connection : dropped) connection->close();
+}
+
 }  // namespace lenswire::camera

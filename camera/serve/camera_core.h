@@ -29,6 +29,7 @@ class CameraCore : public ConnectionOwner {
     size_t send_to_all(const Bytes& bytes);
     size_t push_motion(uint8_t state);
     void finish_streams(bool close);
+    void drop_control_connections();
 
     CameraConfig config;
     uint16_t port = 0;
