@@ -39,7 +39,8 @@ class Disk {
     virtual std::vector<std::string> list() = 0;        // every recorded file
     virtual int64_t size(const std::string& path) = 0;  // -1 when it is not there
     virtual FileContents contents(const std::string& path) = 0;
-    virtual std::string digest(const std::string& path) = 0;  // SHA-256; empty when it cannot be read
+    virtual FileContents decoded(const std::string& path) = 0;  // only what decodes
+    virtual std::string digest(const std::string& path) = 0;    // SHA-256; empty when it cannot be read
 };
 
 // Held by the one recorder, or repair, that may work in a folder.
@@ -65,6 +66,7 @@ class RealDisk : public Disk {
     std::vector<std::string> list() override;
     int64_t size(const std::string& path) override;
     FileContents contents(const std::string& path) override { return read_contents(at(path), false); }
+    FileContents decoded(const std::string& path) override { return read_contents(at(path), true); }
     std::string digest(const std::string& path) override;
 
     std::string at(const std::string& path) const { return root_ + "/" + path; }

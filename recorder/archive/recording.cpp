@@ -10,7 +10,7 @@ namespace {
 constexpr uint8_t kVideo = 0;
 constexpr uint8_t kAudio = 1;
 constexpr size_t kAudioPrefix = 4;  // stands before the samples of every audio frame
-constexpr Ms kHold = 900;
+constexpr Ms kHold = 600;
 constexpr size_t kHoldFrames = 100;
 // What a cut loses at most of what came in; with the disk's syncs, one a second, it stays below two seconds.
 constexpr Ms kCluster = 500;
@@ -245,6 +245,8 @@ void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
     if (at < connected_ && begun_) return;
     // A camera may be recorded although its control connection is gone.
     if (begun_ && (cause == Cause::kUnreachable || cause == Cause::kRefused)) return;
+    // A connection that is given up in the end says nothing new of a gap that has its reason.
+    if (account_.in_gap() && cause == Cause::kLost) return;
     const Ms quiet = at - std::max(picture_received_, connected_);
     const bool silent = begun_ && cause == Cause::kLost && quiet >= kLongestInterval;
     gap(at, silent ? Cause::kSilent : cause, silent ? "no picture, started again" : detail);

@@ -109,7 +109,7 @@ class Recording {
     int frame_rate_ = 0;
     Timeline timeline_;
     std::unique_ptr<MatroskaWriter> writer_;
-    // The first second of a stream is held back, since only then it is known whether there is sound.
+    // The first moments of a stream are held back, since only then it is known whether there is sound.
     std::vector<Held> held_;
     bool begun_ = false;  // a segment is open or being held back
     bool need_key_ = true;
