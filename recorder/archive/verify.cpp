@@ -13,7 +13,33 @@ constexpr Ms kAtWork = 10'000;  // a recorder that was alive within this is at w
 
 struct Span {
     Ms from, to;
+    bool open;
 };
+
+template <typename Row>
+Span span_of(const Row& row, Ms now) {
+    return {row.from, row.to.value_or(std::max(now, row.from)), !row.to};
+}
+
+// Footage and gaps of a stream in order of time. What is open lasts until now, or to what is noted next: a
+// segment is finished in the ledger some time after its end.
+std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Verdict& verdict, Ms now) {
+    std::vector<Span> spans;
+    for (const SegmentRow& row : ledger.segments(stream)) spans.push_back(span_of(row, now));
+    for (size_t i = 0; i < spans.size(); ++i) {
+        if (spans[i].open && i + 1 < spans.size()) spans[i].to = spans[i + 1].from;
+        verdict.footage += spans[i].to - spans[i].from;
+    }
+    for (const GapRow& row : ledger.gaps(stream)) {
+        spans.push_back(span_of(row, now));
+        verdict.gaps += spans.back().to - spans.back().from;
+    }
+    std::ranges::stable_sort(spans, {}, &Span::from);
+    for (size_t i = 0; i + 1 < spans.size(); ++i) {
+        if (spans[i].open) spans[i].to = std::min(spans[i].to, spans[i + 1].from);
+    }
+    return spans;
+}
 
 void check_file(const SegmentRow& row, Disk& disk, Verdict& verdict) {
     const auto fault = [&](const std::string& text) { verdict.faults.push_back(row.path + ": " + text); };
@@ -43,22 +69,14 @@ void check_file(const SegmentRow& row, Disk& disk, Verdict& verdict) {
 
 void verify_account(Ledger& ledger, Verdict& verdict, Ms now) {
     for (const std::string& stream : ledger.streams()) {
-        std::vector<Span> spans;
-        for (const SegmentRow& row : ledger.segments(stream)) {
-            spans.push_back({row.from, row.to.value_or(std::max(now, row.from))});
-            verdict.footage += spans.back().to - spans.back().from;
-        }
-        for (const GapRow& row : ledger.gaps(stream)) {
-            spans.push_back({row.from, row.to.value_or(std::max(now, row.from))});
-            verdict.gaps += spans.back().to - spans.back().from;
-        }
-        std::ranges::stable_sort(spans, {}, &Span::from);
+        const std::vector<Span> spans = spans_of(ledger, stream, verdict, now);
         size_t next = 0;
         for (const WatchRow& watch : ledger.watches(stream)) {
             Ms at = watch.from;
             const Ms end = watch.to.value_or(now);
             verdict.watched += std::max<Ms>(0, end - watch.from);
-            for (; next < spans.size() && spans[next].from < std::max(end, at); ++next) {
+            const bool open = !watch.to.has_value();
+            for (; next < spans.size() && (open || spans[next].from < std::max(end, at)); ++next) {
                 const Ms off = spans[next].from - at;
                 if (off > kTolerance) {
                     verdict.faults.push_back(stream + ": nothing is known of " + length_text(off) + " from " +
@@ -70,7 +88,6 @@ void verify_account(Ledger& ledger, Verdict& verdict, Ms now) {
                 at = std::max(at, spans[next].to);
             }
             // A recorder at work is a moment ahead of its ledger.
-            const bool open = !watch.to.has_value();
             if (!open && end - at > kTolerance)
                 verdict.faults.push_back(stream + ": nothing is known of " + length_text(end - at) +
                                          " from " + utc_text(at));
