@@ -27,12 +27,16 @@ void Keeper::say(Ms at, const std::string& kind, const std::string& text) {
 // A segment that was cut off: as much of it as the disk has.
 void Keeper::recover(SegmentRow row) {
     const FileContents contents = disk_.contents(row.path);
+    recovered_.try_emplace(row.stream, row.from);
+    recovered_[row.stream] = std::min(recovered_[row.stream], row.from);
     if (!contents.readable) {
         ledger_.lose(row);
         if (ledger_.write()) disk_.remove(row.path);
         return;
     }
     row.to = row.from + contents.to_ms;
+    // The file's last picture lasts as long as it looks; what is noted next begins when it does.
+    if (const auto next = ledger_.next_after(row.stream, row.from)) row.to = std::min(*row.to, *next);
     row.frames = contents.pictures;
     row.bytes = static_cast<uint64_t>(std::max<int64_t>(0, disk_.size(row.path)));
     row.sha256 = disk_.digest(row.path);
@@ -51,8 +55,29 @@ void Keeper::take_in_unknown() {
     }
 }
 
+// What a segment lost to a cut before the next thing that was noted: a later sync may have been quicker.
+void Keeper::fill_holes(const std::string& stream, Ms since) {
+    std::map<Ms, Ms> spans;
+    const auto add = [&](const auto& row) {
+        Ms& to = spans[row.from];
+        to = std::max(to, row.to.value_or(INT64_MAX));
+    };
+    for (const SegmentRow& row : ledger_.segments(stream, since)) add(row);
+    for (const GapRow& row : ledger_.gaps(stream, since)) add(row);
+    for (const WatchRow& watch : ledger_.watches(stream, since)) {
+        Ms at = std::max(watch.from, since);
+        for (auto span = spans.lower_bound(watch.from); span != spans.end(); ++span) {
+            if (watch.to && span->first >= *watch.to) break;
+            if (span->first > at) ledger_.gap(stream, at, span->first, Cause::kNotRunning, "cut off");
+            at = std::max(at, span->second);
+        }
+        if (watch.to && at < *watch.to) ledger_.gap(stream, at, *watch.to, Cause::kNotRunning, "cut off");
+    }
+}
+
 void Keeper::reopen(Ms now) {
     for (const SegmentRow& row : ledger_.open_segments()) recover(row);
+    ledger_.write();
     take_in_unknown();
     const Ms alive = ledger_.last_alive();
     for (const GapRow& gap : ledger_.gaps("", alive, INT64_MAX)) {
@@ -60,6 +85,8 @@ void Keeper::reopen(Ms now) {
             ledger_.account(gap.stream,
                             {AccountEntry::Kind::kGapEnds, std::max(gap.from, std::min(alive, now))});
     }
+    ledger_.write();
+    for (const auto& [stream, since] : recovered_) fill_holes(stream, since);
     ledger_.write();
     for (const std::string& stream : ledger_.streams()) {
         const auto end = ledger_.open_end(stream);

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -80,6 +81,7 @@ class Keeper {
     bool remove(const std::vector<SegmentRow>& rows);
     void recover(SegmentRow row);
     void take_in_unknown();
+    void fill_holes(const std::string& stream, Ms since);
     void say(Ms at, const std::string& kind, const std::string& text);
 
     Disk& disk_;
@@ -87,6 +89,7 @@ class Keeper {
     KeepLimits limits_;
     std::vector<Slot> slots_;
     std::vector<bool> resumed_;
+    std::map<std::string, Ms> recovered_;  // streams of which something was, and since when
     std::vector<Job> finished_;
     std::vector<std::string> news_;
     uint64_t bytes_ = 0;  // of all files

@@ -148,12 +148,15 @@ void Ledger::take_in(const SegmentRow& row) {
          {row.stream, row.from, *row.to});
 }
 
-void Ledger::lose(const SegmentRow& row) {
-    const CauseWords words = words_of(Cause::kFileLost);
-    note("DELETE FROM segment WHERE path = ?1", {row.path});
-    if (!row.to || *row.to <= row.from) return;
+void Ledger::gap(const std::string& stream, Ms from, Ms to, Cause cause, const std::string& detail) {
+    const CauseWords words = words_of(cause);
     note("INSERT INTO gap VALUES(" STREAM ", ?2, ?3, ?4, ?5, ?6)",
-         {row.stream, row.from, *row.to, words.side, words.words, row.path});
+         {stream, from, to, words.side, words.words, detail});
+}
+
+void Ledger::lose(const SegmentRow& row) {
+    note("DELETE FROM segment WHERE path = ?1", {row.path});
+    if (row.to && *row.to > row.from) gap(row.stream, row.from, *row.to, Cause::kFileLost, row.path);
 }
 
 bool Ledger::write() {
@@ -288,6 +291,15 @@ std::optional<Ms> Ledger::open_end(const std::string& stream) {
         "ORDER BY from_ms DESC LIMIT 1), 0)) "
         "FROM watch w WHERE w.stream = " STREAM " AND w.to_ms IS NULL");
     return query.bind(stream).row() ? std::optional(query.integer(0)) : std::nullopt;
+}
+
+std::optional<Ms> Ledger::next_after(const std::string& stream, Ms at) {
+    Query query = database_.query(
+        "SELECT min(from_ms) FROM (SELECT min(from_ms) AS from_ms FROM segment WHERE stream = " STREAM
+        " AND from_ms > ?2 UNION ALL SELECT min(from_ms) FROM gap WHERE stream = " STREAM
+        " AND from_ms > ?2)");
+    query.bind(stream).bind(at);
+    return query.row() ? time_or_none(query, 0) : std::nullopt;
 }
 
 std::string Ledger::check() {

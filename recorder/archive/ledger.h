@@ -69,6 +69,7 @@ class Ledger {
     void alive(Ms at);
     // A file that no row names: in the place of gaps, and watched.
     void take_in(const SegmentRow& row);
+    void gap(const std::string& stream, Ms from, Ms to, Cause cause, const std::string& detail);
     // A segment whose file is gone: a gap in its place.
     void lose(const SegmentRow& row);
     // Writes what was collected, all or nothing; false and kept for the next time when that failed.
@@ -90,6 +91,8 @@ class Ledger {
     uint64_t bytes();   // of all segments that are not open
     Ms last_alive();    // 0 when never
     Ms last_instant();  // that anything is accounted for; 0 in an empty ledger
+    // Where the next segment or gap after that instant begins.
+    std::optional<Ms> next_after(const std::string& stream, Ms at);
     // Where what is accounted for of a stream with an open watch ends; none without.
     std::optional<Ms> open_end(const std::string& stream);
     std::string check();  // SQLite's own integrity check: "ok"
