@@ -36,7 +36,7 @@ std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Verdict& v
     }
     std::ranges::stable_sort(spans, {}, &Span::from);
     for (size_t i = 0; i + 1 < spans.size(); ++i) {
-        if (spans[i].open) spans[i].to = std::min(spans[i].to, spans[i + 1].from);
+        if (spans[i].open) spans[i].to = spans[i + 1].from;
     }
     return spans;
 }
