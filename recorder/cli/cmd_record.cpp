@@ -1,11 +1,10 @@
-// lenswire record CAMERA... [--seconds N] [--out DIR]
+// lenswire record CAMERA... [--seconds N] [--out DIR] [--keep SIZE] ...
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -22,22 +21,30 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kTick = std::chrono::milliseconds(200);
+constexpr rlim_t kOwnDescriptors = 40;       // the ledger, the library's log, the threads' own
+constexpr rlim_t kDescriptorsPerStream = 4;  // two sockets, a file, and one that is being finished
 
 struct RecordOptions {
     std::vector<std::string> cameras;
     std::string directory = "recordings";
     std::string summary;
     double seconds = 0;  // 0: until a signal
+    double give_up = 0;  // 0: never
+    double segment = 60;
+    std::string keep;
+    double keep_days = 0;
+    std::string keep_free = "5%";
+    std::string buffer = "128M";
     bool disarmed = false;
 };
 
-// SIGINT and SIGTERM are taken by waiting for them, in this thread; all others inherit the mask.
+// The signals that end a recording are taken by waiting for them, in this thread; all others inherit the
+// mask.
 class StopSignals {
   public:
     StopSignals() {
         sigemptyset(&set_);
-        sigaddset(&set_, SIGINT);
-        sigaddset(&set_, SIGTERM);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set_, number);
         pthread_sigmask(SIG_BLOCK, &set_, nullptr);
     }
     // True when one came within the time.
@@ -58,6 +65,79 @@ void make_directory(const std::string& directory) {
     if (error) throw bad_input("cannot make " + directory + ": " + error.message());
 }
 
+// 500G, 128M, 1.5T; a plain number is bytes. None when it is nothing of the kind.
+std::optional<uint64_t> parse_size(std::string text) {
+    uint64_t unit = 1;
+    const std::string_view units = "KMGT";
+    if (const size_t at = text.empty() ? units.npos : units.find(text.back()); at != units.npos) {
+        for (size_t i = 0; i <= at; ++i) unit *= 1000;
+        text.pop_back();
+    }
+    double number = 0;
+    if (!CLI::detail::lexical_cast(text, number) || !(number >= 0 && number < 1e15)) return std::nullopt;
+    return static_cast<uint64_t>(number * static_cast<double>(unit));
+}
+
+std::string check_size(const std::string& text) {
+    return parse_size(text) ? std::string() : "must be a size such as 500G or 128M";
+}
+
+std::string check_size_or_share(const std::string& text) {
+    double share = 0;
+    const bool good = text.ends_with('%') &&
+                      CLI::detail::lexical_cast(text.substr(0, text.size() - 1), share) && share >= 0 &&
+                      share < 100;
+    return good ? std::string() : check_size(text);
+}
+
+std::string check_seconds(const std::string& text) {
+    double seconds = 0;
+    const bool good = CLI::detail::lexical_cast(text, seconds) && seconds > 0 && seconds < 1e9;
+    return good ? std::string() : "must be a number of seconds above 0";
+}
+
+KeepLimits keep_limits(const RecordOptions& options) {
+    KeepLimits limits;
+    if (!options.keep.empty()) limits.quota = *parse_size(options.keep);
+    limits.age = static_cast<Ms>(options.keep_days * 24 * 3600 * 1000);
+    if (options.keep_free.ends_with('%')) {
+        limits.free_share = std::stod(options.keep_free) / 100;
+    } else {
+        limits.free_share = 0;
+        limits.free_bytes = *parse_size(options.keep_free);
+    }
+    return limits;
+}
+
+// Takes the names off: front=admin@192.0.2.7. What stands before the first '=' is one when it can be.
+std::vector<std::string> take_names(std::vector<std::string>& cameras) {
+    std::vector<std::string> names;
+    for (std::string& camera : cameras) {
+        const size_t mark = camera.find_first_of("=@:/");
+        const bool named = mark != std::string::npos && mark > 0 && camera[mark] == '=';
+        names.push_back(named ? camera.substr(0, mark) : "");
+        if (named) camera.erase(0, mark + 1);
+    }
+    return names;
+}
+
+// As many descriptors as the streams need, or a word before anything is begun.
+void make_room_for(size_t streams) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t needed = kOwnDescriptors + kDescriptorsPerStream * streams;
+    if (limit.rlim_cur < needed) {
+        limit.rlim_cur = std::min(needed, limit.rlim_max);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (limit.rlim_cur >= needed) return;
+    const rlim_t fit =
+        limit.rlim_cur > kOwnDescriptors ? (limit.rlim_cur - kOwnDescriptors) / kDescriptorsPerStream : 0;
+    throw bad_input(std::to_string(streams) + " streams need " + std::to_string(needed) +
+                    " open files, and the limit is " + std::to_string(limit.rlim_cur) + ", enough for " +
+                    std::to_string(fit) + " streams; see ulimit -n");
+}
+
 bool tried(const StreamStatus& s) {
     return s.view.login_tried;
 }
@@ -68,18 +148,21 @@ bool streamed(const StreamStatus& s) {
     return s.view.ever_streamed;
 }
 
-// Watches a session until its time is over, a signal comes, or no camera lets itself be recorded.
+// Watches a session until its time is over, a signal comes, or no camera answered for too long.
 class Watch {
   public:
-    Watch(RecordingSession& session, RecordingView& view, double seconds)
-        : session_(session), view_(view), seconds_(seconds) {}
+    Watch(RecordingSession& session, RecordingView& view, const RecordOptions& options)
+        : session_(session), view_(view), seconds_(options.seconds), give_up_(options.give_up) {}
 
-    void run(StopSignals& signals) {
+    // True when a signal ended it.
+    bool run(StopSignals& signals) {
         while (!over()) {
             const auto until_end = end_ ? *end_ - Clock::now() : Clock::duration(kTick);
-            if (signals.wait(std::min<Clock::duration>(kTick, until_end))) return;
+            if (signals.wait(std::min<Clock::duration>(kTick, until_end))) return true;
+            session_.tick();
             show();
         }
+        return false;
     }
 
     void show() {
@@ -93,22 +176,26 @@ class Watch {
                         login_failure(streams[i].view.login_result));
         }
         view_.show(streams);
-        nobody_ = std::ranges::all_of(streams, failed);
-        const bool running = std::ranges::all_of(streams, tried) || std::ranges::any_of(streams, streamed);
-        if (running && !end_ && seconds_ > 0) {
-            end_ = Clock::now() +
-                   std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds_));
-        }
+        nobody_ = std::ranges::none_of(streams, streamed);
+        const bool running = std::ranges::all_of(streams, tried) || !nobody_;
+        if (running && !end_ && seconds_ > 0) end_ = Clock::now() + length(seconds_);
     }
 
+    bool gave_up() const { return give_up_ > 0 && nobody_ && Clock::now() - began_ >= length(give_up_); }
+
   private:
-    bool over() const { return nobody_ || (end_ && Clock::now() >= *end_); }
+    static Clock::duration length(double seconds) {
+        return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    }
+    bool over() const { return gave_up() || (end_ && Clock::now() >= *end_); }
 
     RecordingSession& session_;
     RecordingView& view_;
     double seconds_;
+    double give_up_;
+    Clock::time_point began_ = Clock::now();
     std::vector<bool> reported_;
-    bool nobody_ = false;
+    bool nobody_ = true;
     std::optional<Clock::time_point> end_;  // counted from the first stream, or when all have been tried
 };
 
@@ -117,10 +204,11 @@ RecordingView::Kind view_kind(Console& console, bool json) {
     return console.out_is_terminal() ? RecordingView::Kind::kTable : RecordingView::Kind::kLines;
 }
 
-int exit_code(const std::vector<StreamStatus>& streams) {
-    const bool sound = std::ranges::all_of(
-        streams, [](const StreamStatus& s) { return s.view.ever_streamed && s.recording.unwritten == 0; });
-    return sound ? kDone : kCameraFailed;
+int exit_code(const std::vector<StreamStatus>& streams, bool gave_up) {
+    if (gave_up) return kCameraFailed;
+    const bool whole = std::ranges::all_of(
+        streams, [](const StreamStatus& s) { return s.recording.gaps.empty() && streamed(s); });
+    return whole ? kDone : kFootageMissing;
 }
 
 void write_summary(const std::string& path, const std::vector<StreamStatus>& streams) {
@@ -129,50 +217,86 @@ void write_summary(const std::string& path, const std::vector<StreamStatus>& str
     if (!file) throw camera_failed("cannot write " + path);
 }
 
-int record(const RecordOptions& options, const CommonOptions& common, Console& console) {
-    RecordingSession::Options session_options{
-        .cameras = camera_addresses(options.cameras, common.password_file),
-        .directory = options.directory,
-        .library = common.library,
-        .database = common.database,
-        .armed = !options.disarmed};
-    make_directory(options.directory);
-    console.divert_library(common.log.empty() ? options.directory + "/lenswire.log" : common.log,
-                           common.verbose);
-    StopSignals signals;
-    RecordingSession session(session_options);
-    RecordingView view(console, view_kind(console, common.json));
-    Watch watch(session, view, options.seconds);
-    watch.run(signals);
-    session.stop();
-    watch.show();
-    const auto streams = session.status();
+void show_result(const RecordOptions& options, const CommonOptions& common, Console& console,
+                 const std::vector<StreamStatus>& streams) {
     for (const StreamStatus& stream : streams) {
         if (streamed(stream) || failed(stream)) continue;
         console.error_line("camera " + stream.camera.name() + " sent no stream");
     }
-    if (common.json) console.print(recording_summary_json(streams));
-    if (!common.json && std::ranges::any_of(streams, streamed))
-        console.print(recording_summary_table(streams));
+    console.print(common.json ? recording_summary_json(streams) : recording_summary_table(streams));
     if (!options.summary.empty()) write_summary(options.summary, streams);
-    return exit_code(streams);
+}
+
+int record(const RecordOptions& options, const CommonOptions& common, Console& console) {
+    std::vector<std::string> cameras = options.cameras;
+    std::vector<std::string> names = take_names(cameras);
+    RecordingSession::Options session_options{.cameras = camera_addresses(cameras, common.password_file),
+                                              .names = std::move(names),
+                                              .directory = options.directory,
+                                              .library = common.library,
+                                              .database = common.database,
+                                              .armed = !options.disarmed,
+                                              .segment = static_cast<Ms>(options.segment * 1000),
+                                              .limits = keep_limits(options),
+                                              .buffer = *parse_size(options.buffer)};
+    make_room_for(cameras.size());
+    make_directory(options.directory);
+    console.divert_library(common.log.empty() ? options.directory + "/lenswire.log" : common.log,
+                           common.verbose);
+    console.be_impatient();
+    StopSignals signals;
+    RecordingSession session(session_options);
+    RecordingView view(console, view_kind(console, common.json));
+    Watch watch(session, view, options);
+    const bool stopped = watch.run(signals);
+    const bool gave_up = watch.gave_up();
+    session.finish();
+    watch.show();
+    const auto streams = session.status();
+    const int code = exit_code(streams, gave_up);
+    show_result(options, common, console, streams);
+    // Who sent a signal does not wait for cameras that do not answer: every file is finished.
+    if (stopped) _exit(code);
+    session.stop();
+    return code;
 }
 
 }  // namespace
 
 void add_record(CLI::App& app, CommonOptions& common, Command& chosen) {
     auto options = std::make_shared<RecordOptions>();
-    CLI::App* command = app.add_subcommand("record", "Record cameras to Matroska files");
-    command->add_option("CAMERA", options->cameras, "user:password@host:port[/channel[/stream]]")->required();
+    CLI::App* command =
+        app.add_subcommand("record", "Record cameras to Matroska files and a ledger of every gap");
+    command
+        ->add_option(
+            "CAMERA", options->cameras,
+            "[name=]user:password@host:port[/channel[/stream]]; the name is its folder's, else the address")
+        ->required();
     command->add_option("--seconds", options->seconds, "How long to record; until a signal when not given")
-        ->check([](const std::string& text) {
-            double seconds = 0;
-            const bool good = CLI::detail::lexical_cast(text, seconds) && seconds > 0 && seconds < 1e9;
-            return good ? std::string() : "must be a number of seconds above 0";
-        });
-    command->add_option("--out", options->directory, "Folder for the files")->capture_default_str();
+        ->check(check_seconds);
+    command->add_option("--out", options->directory, "Folder for the files and the ledger, lenswire.db")
+        ->capture_default_str();
+    command->add_option("--segment", options->segment, "Seconds of a file, to the next key frame")
+        ->check(CLI::Range(1.0, 86'400.0))
+        ->capture_default_str();
+    command
+        ->add_option("--keep", options->keep, "Keep no more than this, such as 500G; the oldest goes first")
+        ->check(check_size);
+    command->add_option("--keep-days", options->keep_days, "Keep nothing that is older")
+        ->check(CLI::Range(0.0, 36'500.0));
+    command
+        ->add_option("--keep-free", options->keep_free,
+                     "Keep so much of the disk free, as a size or in percent")
+        ->check(check_size_or_share)
+        ->capture_default_str();
+    command->add_option("--buffer", options->buffer, "Memory for what a slow disk has not taken yet")
+        ->check(check_size)
+        ->capture_default_str();
+    command->add_option("--give-up", options->give_up, "End when no camera sent anything for so many seconds")
+        ->check(check_seconds);
     command->add_option("--summary", options->summary, "File for the result as JSON, beside what is shown");
     command->add_flag("--disarmed", options->disarmed, "Begin with motion detection disarmed");
+    command->footer("Exit code 8: there was a gap. `lenswire footage` lists it.");
     command->callback([options, &common, &chosen] {
         chosen = [options, &common](Console& console) { return record(*options, common, console); };
     });

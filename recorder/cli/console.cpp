@@ -1,10 +1,13 @@
 #include "recorder/cli/console.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "recorder/support/failure.h"
@@ -54,7 +57,19 @@ int Console::terminal_lines() const {
     return ioctl(fileno(out_), TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : kUsual;
 }
 
+// A pipe that has room takes PIPE_BUF bytes without blocking.
+void Console::print_without_waiting(const std::string& text) {
+    constexpr int kPatienceMs = 100;
+    for (size_t at = 0; at < text.size(); at += PIPE_BUF) {
+        pollfd out{.fd = fileno(out_), .events = POLLOUT, .revents = 0};
+        if (poll(&out, 1, kPatienceMs) <= 0) return;
+        const size_t length = std::min<size_t>(text.size() - at, PIPE_BUF);
+        if (write(fileno(out_), text.data() + at, length) < 0) return;
+    }
+}
+
 void Console::print(const std::string& text) {
+    if (impatient_) return print_without_waiting(text);
     std::fputs(text.c_str(), out_);
     std::fflush(out_);
 }

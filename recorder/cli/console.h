@@ -25,11 +25,17 @@ class Console {
     // Lines that fit on the terminal.
     int terminal_lines() const;
 
+    // From now on output that nobody reads is dropped rather than waited for.
+    void be_impatient() { impatient_ = true; }
+
     void print(const std::string& text);       // to standard output, as it is
     void line(const std::string& text);        // to standard output
     void error_line(const std::string& text);  // to standard error, with the program's name
 
   private:
+    void print_without_waiting(const std::string& text);
+
+    bool impatient_ = false;
     FILE* out_;
     FILE* err_;
 };

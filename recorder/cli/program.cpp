@@ -32,7 +32,7 @@ void add_common(CLI::App& app, CommonOptions& common) {
     app.add_option("--library", common.library, "The library to load")->capture_default_str();
     app.add_option("--password-file", common.password_file,
                    "Password for cameras given without one; LENSWIRE_PASSWORD is the other way");
-    app.add_option("--db", common.database, "Database file; in memory when not given");
+    app.add_option("--db", common.database, "Database file; OUT/lenswire.db for recordings, else in memory");
     app.add_option("--log", common.log, "File for the library's diagnostics");
     app.add_flag("--verbose", common.verbose, "Show the library's diagnostics on standard error");
     app.add_flag("--json", common.json, "Print the result as JSON");
@@ -61,8 +61,8 @@ int run_program(int argc, char** argv) {
     CommonOptions common;
     Command chosen;
     add_common(app, common);
-    for (const auto add :
-         {add_record, add_get, add_set, add_ptz, add_cruise, add_time, add_info, add_firmware, add_upgrade}) {
+    for (const auto add : {add_record, add_footage, add_verify, add_get, add_set, add_ptz, add_cruise,
+                           add_time, add_info, add_firmware, add_upgrade}) {
         add(app, common, chosen);
     }
     app.require_subcommand(1);

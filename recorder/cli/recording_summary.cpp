@@ -7,77 +7,52 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-double seconds(int64_t milliseconds) {
-    return static_cast<double>(milliseconds) / 1000;
+double seconds(Ms length) {
+    return static_cast<double>(length) / 1000;
 }
 
-// Pictures per second of a file, from its first picture to its last.
-double frame_rate(const FileReport& file) {
-    if (file.video_frames < 2 || file.duration_ms <= 0) return 0;
-    return static_cast<double>(file.video_frames - 1) / seconds(file.duration_ms);
-}
-
-Json to_json(const FileReport& file) {
-    Json runs = Json::array();
-    for (const SequenceRun& run : file.runs) {
-        runs.push_back({{"first_sequence", run.first},
-                        {"last_sequence", run.last},
-                        {"frames", run.frames},
-                        {"missing", run.missing()}});
+Json gaps_json(const std::map<Cause, Ms>& gaps) {
+    Json list = Json::array();
+    for (const auto& [cause, length] : gaps) {
+        const CauseWords words = words_of(cause);
+        list.push_back({{"side", words.side}, {"cause", words.words}, {"seconds", seconds(length)}});
     }
-    Json result;
-    result["path"] = file.path;
-    result["codec"] = file.codec;
-    result["audio"] = file.audio ? Json("A-law") : Json(nullptr);
-    result["width"] = file.width;
-    result["height"] = file.height;
-    result["video_frames"] = file.video_frames;
-    result["audio_frames"] = file.audio_frames;
-    result["bytes"] = file.bytes;
-    result["duration_seconds"] = seconds(file.duration_ms);
-    result["frames_per_second"] = frame_rate(file);
-    result["finished"] = file.finished;
-    result["connections"] = std::move(runs);
-    return result;
+    return list;
 }
 
 Json to_json(const StreamStatus& stream) {
-    Json files = Json::array();
-    for (const FileReport& file : stream.recording.files) files.push_back(to_json(file));
+    const RecordingReport& recording = stream.recording;
     Json result;
+    result["name"] = stream.title;
     result["channel"] = stream.channel;
     result["stream"] = stream.stream;
     result["camera"] = stream.camera.name();
     result["camera_channel"] = stream.camera.channel;
     result["state"] = state_name(stream.view.state);
-    result["recorded"] = stream.recording.frames > 0;
-    result["codec"] = stream.recording.codec;
-    result["frames"] = stream.recording.frames;
-    result["bytes"] = stream.recording.bytes;
-    result["skipped"] = stream.recording.skipped;
+    result["recorded"] = recording.video_frames > 0;
+    result["codec"] = recording.codec;
+    result["width"] = recording.width;
+    result["height"] = recording.height;
+    result["watched_seconds"] = seconds(recording.watched);
+    result["footage_seconds"] = seconds(recording.footage);
+    result["gaps"] = gaps_json(recording.gaps);
+    result["segments"] = recording.segments;
+    result["video_frames"] = recording.video_frames;
+    result["audio_frames"] = recording.audio_frames;
+    result["frames"] = recording.frames;
+    result["bytes"] = recording.bytes;
+    result["skipped"] = recording.skipped;
     result["lost"] = stream.lost();
     result["lost_in_queue"] = stream.lost_in_queue;
-    result["missing_in_sequence"] = stream.recording.missing;
-    result["not_written"] = stream.recording.unwritten;
+    result["missing_in_sequence"] = recording.missing;
+    result["refused_by_disk"] = recording.refused;
+    result["not_written"] = recording.unwritten;
     result["measured"] = {{"frames_per_second", stream.frames_per_second},
                           {"bytes_per_second", stream.bytes_per_second}};
     result["restarts"] = stream.view.restarts;
     result["motions"] = stream.motion.motions;
     result["alarms"] = stream.motion.alarms;
-    result["files"] = std::move(files);
     return result;
-}
-
-std::string describe(const FileReport& file) {
-    char text[256];
-    std::snprintf(text, sizeof text, "%s%s  %dx%d  %llu frames  %.2f s  %.2f fps  %.2f Mbit/s",
-                  file.codec.c_str(), file.audio ? " + A-law" : "", file.width, file.height,
-                  static_cast<unsigned long long>(file.video_frames), seconds(file.duration_ms),
-                  frame_rate(file),
-                  file.duration_ms > 0
-                      ? static_cast<double>(file.bytes) * 8 / 1000 / static_cast<double>(file.duration_ms)
-                      : 0.0);
-    return text;
 }
 
 }  // namespace
@@ -98,16 +73,17 @@ std::string recording_summary_json(const std::vector<StreamStatus>& streams) {
 std::string recording_summary_table(const std::vector<StreamStatus>& streams) {
     std::string text;
     for (const StreamStatus& stream : streams) {
-        char head[256];
-        std::snprintf(head, sizeof head,
-                      "ch%d %s: %llu frames lost, %u restarts, %llu motions, %llu alarms\n", stream.channel,
-                      stream.name().c_str(), static_cast<unsigned long long>(stream.lost()),
-                      stream.view.restarts, static_cast<unsigned long long>(stream.motion.motions),
-                      static_cast<unsigned long long>(stream.motion.alarms));
-        text += head;
-        for (const FileReport& file : stream.recording.files)
-            text += "  " + file.path + "  " + describe(file) + "\n";
-        if (stream.recording.files.empty()) text += "  nothing recorded\n";
+        const RecordingReport& recording = stream.recording;
+        text += stream.title + ": watched " + length_text(recording.watched) + ", footage " +
+                length_text(recording.footage) + " in " + std::to_string(recording.segments) + " files";
+        for (const auto& [cause, length] : recording.gaps) {
+            const CauseWords words = words_of(cause);
+            text += std::string(", ") + words.side + " " + words.words + " " + length_text(length);
+        }
+        if (recording.gaps.empty()) text += ", no gap";
+        text += "; " + std::to_string(stream.lost()) + " frames lost, " +
+                std::to_string(stream.view.restarts) + " restarts, " + std::to_string(stream.motion.motions) +
+                " motions, " + std::to_string(stream.motion.alarms) + " alarms\n";
     }
     return text;
 }

@@ -21,6 +21,10 @@ std::string format(const char* pattern, ...) {
     return text;
 }
 
+std::string dated(const std::string& line) {
+    return utc_text(SystemClock().wall()) + " " + line;
+}
+
 std::string size_text(const RecordingReport& report) {
     return report.width > 0 ? std::to_string(report.width) + "x" + std::to_string(report.height) : "-";
 }
@@ -30,23 +34,23 @@ std::string codec_text(const RecordingReport& report) {
 }
 
 std::string table_row(const StreamStatus& s, const RateMeter& rate) {
-    return format("%3d  %-26s %-12s %-5s %-10s %5.1f %7.2f %9llu %5llu %8u %6llu", s.channel,
-                  s.name().c_str(), state_name(s.view.state), codec_text(s.recording).c_str(),
-                  size_text(s.recording).c_str(), rate.pictures_per_second(), rate.megabits_per_second(),
+    return format("%-26s %-12s %-5s %-10s %5.1f %7.2f %9llu %5llu %8u %6llu", s.title.c_str(),
+                  state_name(s.view.state), codec_text(s.recording).c_str(), size_text(s.recording).c_str(),
+                  rate.pictures_per_second(), rate.megabits_per_second(),
                   static_cast<unsigned long long>(s.recording.frames),
                   static_cast<unsigned long long>(s.lost()), s.view.restarts,
                   static_cast<unsigned long long>(s.motion.motions));
 }
 
 std::string table_head() {
-    return format("%3s  %-26s %-12s %-5s %-10s %5s %7s %9s %5s %8s %6s", "ch", "camera", "state", "codec",
-                  "size", "fps", "Mbit/s", "frames", "lost", "restarts", "motion");
+    return format("%-26s %-12s %-5s %-10s %5s %7s %9s %5s %8s %6s", "camera", "state", "codec", "size", "fps",
+                  "Mbit/s", "frames", "lost", "restarts", "motion");
 }
 
 std::string report_line(const StreamStatus& s, const RateMeter& rate) {
-    return format("ch%d %s %s %s %s %.1f fps %.2f Mbit/s %llu frames %u restarts", s.channel,
-                  s.name().c_str(), state_name(s.view.state), codec_text(s.recording).c_str(),
-                  size_text(s.recording).c_str(), rate.pictures_per_second(), rate.megabits_per_second(),
+    return format("%s %s %s %s %.1f fps %.2f Mbit/s %llu frames %u restarts", s.title.c_str(),
+                  state_name(s.view.state), codec_text(s.recording).c_str(), size_text(s.recording).c_str(),
+                  rate.pictures_per_second(), rate.megabits_per_second(),
                   static_cast<unsigned long long>(s.recording.frames), s.view.restarts);
 }
 
@@ -76,12 +80,12 @@ void RecordingView::show(const std::vector<StreamStatus>& streams) {
 void RecordingView::event(const std::string& line) {
     if (kind_ == Kind::kSilent) return;
     erase_table();
-    console_.line(line);
+    console_.line(dated(line));
 }
 
 void RecordingView::error(const std::string& line) {
     erase_table();
-    console_.error_line(line);
+    console_.error_line(dated(line));
 }
 
 void RecordingView::erase_table() {
@@ -112,9 +116,9 @@ void RecordingView::show_lines(const std::vector<StreamStatus>& streams) {
         last.any = true;
         last.state = s.view.state;
         if (report) {
-            console_.line(report_line(s, last.rate));
+            console_.line(dated(report_line(s, last.rate)));
         } else if (changed) {
-            console_.line(format("ch%d %s %s", s.channel, s.name().c_str(), state_name(s.view.state)));
+            console_.line(dated(s.title + " " + state_name(s.view.state)));
         }
     }
 }

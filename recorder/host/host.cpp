@@ -49,6 +49,8 @@ RecorderStream* Host::stream(int channel, int stream) {
 
 bool Host::restart_wanted(int channel, int stream) {
     RestartListener* listener = restart_listener_;
+    if (RecorderStream* lost = this->stream(channel, stream); lost != nullptr)
+        lost->trouble(Cause::kLost, "");
     if (listener == nullptr) return false;
     listener->restart_wanted(channel, stream);
     return true;

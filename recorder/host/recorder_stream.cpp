@@ -1,10 +1,20 @@
 #include "recorder/host/recorder_stream.h"
 
+#include <utility>
+
 namespace lenswire::recorder {
 
+namespace {
+
+Ms monotonic() {
+    return SystemClock().monotonic();
+}
+
+}  // namespace
+
 RecorderStream::RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
-                               Recording::Complain complain)
-    : worker_(worker), queue_(this), recording_(std::move(target), std::move(complain)) {
+                               const UtcAnchor& anchor, NoteTaker& notes)
+    : worker_(worker), queue_(this), recording_(std::move(target), anchor, notes, monotonic()) {
     object_.words.lFirst = channel;
     object_.words.lSecond = stream;
     object_.queue = &queue_;
@@ -26,13 +36,35 @@ bool RecorderStream::login_allowed() const {
     return Clock::now().time_since_epoch().count() < login_deadline_;
 }
 
+void RecorderStream::trouble(Cause cause, const std::string& detail) {
+    {
+        const std::lock_guard lock(troubles_mutex_);
+        troubles_.push_back({monotonic(), cause, detail});
+    }
+    look();
+}
+
+// Frames first: those of a connection that broke came before the word of it.
 void RecorderStream::record_waiting_frames() {
     queue_.drain(frames_);
+    const Ms now = monotonic();
+    if (const uint64_t lost = queue_.lost(); lost != std::exchange(lost_, lost)) recording_.queue_was_full();
     for (const FrameBuffer* frame : frames_) {
-        recording_.frame(frame->head(), frame->data(), frame->first_of_connection());
+        recording_.frame(frame->head(), frame->data(), frame->first_of_connection(), now);
     }
     queue_.give_back(frames_);
     frames_.clear();
+    std::vector<Trouble> troubles;
+    {
+        const std::lock_guard lock(troubles_mutex_);
+        troubles.swap(troubles_);
+    }
+    for (const Trouble& trouble : troubles) recording_.trouble(trouble.at, trouble.cause, trouble.detail);
+    recording_.tick(now);
+}
+
+void RecorderStream::finish_recording() {
+    recording_.finish(monotonic());
 }
 
 }  // namespace lenswire::recorder

@@ -9,13 +9,15 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <vector>
 
 #include "lenswire/host_objects.h"
+#include "recorder/archive/recording.h"
 #include "recorder/host/frame_queue.h"
 #include "recorder/host/frame_worker.h"
 #include "recorder/host/ring.h"
-#include "recorder/media/recording.h"
 
 namespace lenswire::recorder {
 
@@ -30,7 +32,7 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
     using Clock = std::chrono::steady_clock;
 
     RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
-                   Recording::Complain complain);
+                   const UtcAnchor& anchor, NoteTaker& notes);
 
     int channel() const { return object_.words.lFirst; }
     int stream() const { return object_.words.lSecond; }
@@ -54,9 +56,20 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
 
     // -- The worker's part, and after it has stopped the program's: writes the frames that wait.
     void record_waiting_frames() override;
-    void finish_recording() { recording_.finish(); }
+    void finish_recording();
+
+    // -- Called by any thread.
+    // What keeps pictures away.
+    void trouble(Cause cause, const std::string& detail);
+    // Time passed: has the worker look, also when no frame comes.
+    void look() { worker_.schedule(*this); }
 
   private:
+    struct Trouble {
+        Ms at;
+        Cause cause;
+        std::string detail;
+    };
     void frames_waiting() override { worker_.schedule(*this); }
 
     FrameWorker& worker_;
@@ -65,7 +78,10 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
     ReceiveBuffer receive_buffer_;
     FrameQueue queue_;
     Recording recording_;
-    std::vector<FrameBuffer*> frames_;  // the worker's
+    std::vector<FrameBuffer*> frames_;  // the worker's, like the next
+    uint64_t lost_ = 0;                 // in the queue, when it was looked at last
+    std::mutex troubles_mutex_;         // troubles_ only
+    std::vector<Trouble> troubles_;
     std::atomic<Clock::rep> login_deadline_{0};
     std::atomic<int> bytes_per_second_{0};
     std::atomic<int> frames_per_second_{0};

@@ -17,7 +17,7 @@
 
 #include "lenswire/host_tables.h"
 #include "recorder/host/camera_address.h"
-#include "recorder/host/database.h"
+#include "recorder/support/database.h"
 
 namespace lenswire::recorder {
 

@@ -1,11 +1,9 @@
 #include "recorder/media/matroska_writer.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <utility>
+#include <ctime>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -18,14 +16,7 @@ constexpr int kVideoTrack = 0;
 constexpr int kAudioTrack = 1;
 constexpr AVRational kMilliseconds = {1, 1000};
 constexpr int kAudioRate = 8000;
-
-struct ContextDeleter {
-    void operator()(AVFormatContext* context) const {
-        avio_closep(&context->pb);
-        avformat_free_context(context);
-    }
-};
-using Context = std::unique_ptr<AVFormatContext, ContextDeleter>;
+constexpr int kIoBuffer = 64 * 1024;
 
 std::string error_text(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -82,49 +73,73 @@ bool add_audio(AVFormatContext* context) {
     return true;
 }
 
-// Nothing that exists is ever overwritten.
-int create_file(const std::string& path) {
-    const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644);
-    if (fd < 0) return AVERROR(errno);
-    close(fd);
-    return 0;
-}
-
-int open_context(const std::string& path, const TrackParameters& parameters, const std::string& title,
-                 int frame_rate, Context& opened) {
-    AVFormatContext* context = nullptr;
-    const std::string url = "file:" + path;
-    int error = avformat_alloc_output_context2(&context, nullptr, "matroska", url.c_str());
-    if (error < 0) return error;
-    opened.reset(context);
-    if (!add_video(context, parameters, frame_rate)) return AVERROR(ENOMEM);
-    if (parameters.audio && !add_audio(context)) return AVERROR(ENOMEM);
-    av_dict_set(&context->metadata, "title", title.c_str(), 0);
-    error = avio_open(&context->pb, url.c_str(), AVIO_FLAG_WRITE);
-    if (error < 0) return error;
-    return avformat_write_header(context, nullptr);
+std::string iso_time(int64_t utc_ms) {
+    const time_t seconds = utc_ms / 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    char whole[40];
+    std::snprintf(whole, sizeof whole, "%s.%03dZ", text, static_cast<int>(utc_ms % 1000));
+    return whole;
 }
 
 }  // namespace
 
-std::unique_ptr<MatroskaWriter> MatroskaWriter::create(const std::string& path,
-                                                       const TrackParameters& parameters,
-                                                       const std::string& title, int frame_rate,
-                                                       std::string& error) {
-    int result = create_file(path);
-    if (result == 0) {
-        Context context;
-        result = open_context(path, parameters, title, frame_rate, context);
-        if (result >= 0) return std::unique_ptr<MatroskaWriter>(new MatroskaWriter(context.release()));
-        context.reset();
-        unlink(path.c_str());
+int MatroskaWriter::receive(void* self, uint8_t* data, int size) {
+    auto& writer = *static_cast<MatroskaWriter*>(self);
+    auto& pieces = writer.pieces_;
+    if (pieces.empty() ||
+        pieces.back().offset + static_cast<int64_t>(pieces.back().bytes.size()) != writer.position_) {
+        pieces.push_back({.offset = writer.position_, .bytes = {}});
     }
-    error = path + ": " + error_text(result);
+    pieces.back().bytes.insert(pieces.back().bytes.end(), data, data + size);
+    writer.position_ += size;
+    writer.size_ = std::max(writer.size_, writer.position_);
+    return size;
+}
+
+int64_t MatroskaWriter::seek(void* self, int64_t offset, int whence) {
+    auto& writer = *static_cast<MatroskaWriter*>(self);
+    if (whence == AVSEEK_SIZE) return writer.size_;
+    if (whence == SEEK_CUR) offset += writer.position_;
+    if (whence == SEEK_END) offset += writer.size_;
+    return writer.position_ = offset;
+}
+
+int MatroskaWriter::open(const TrackParameters& parameters, const std::string& title, int frame_rate,
+                         int64_t created_ms) {
+    const int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
+    if (error < 0) return error;
+    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
+    if (buffer == nullptr) return AVERROR(ENOMEM);
+    context_->pb = avio_alloc_context(buffer, kIoBuffer, 1, this, nullptr, receive, seek);
+    if (context_->pb == nullptr) {
+        av_free(buffer);
+        return AVERROR(ENOMEM);
+    }
+    if (!add_video(context_, parameters, frame_rate)) return AVERROR(ENOMEM);
+    if (parameters.audio && !add_audio(context_)) return AVERROR(ENOMEM);
+    av_dict_set(&context_->metadata, "title", title.c_str(), 0);
+    av_dict_set(&context_->metadata, "creation_time", iso_time(created_ms).c_str(), 0);
+    return avformat_write_header(context_, nullptr);
+}
+
+std::unique_ptr<MatroskaWriter> MatroskaWriter::create(const TrackParameters& parameters,
+                                                       const std::string& title, int frame_rate,
+                                                       int64_t created_ms, std::string& error) {
+    std::unique_ptr<MatroskaWriter> writer(new MatroskaWriter);
+    const int result = writer->open(parameters, title, frame_rate, created_ms);
+    if (result >= 0) return writer;
+    error = error_text(result);
     return nullptr;
 }
 
 MatroskaWriter::~MatroskaWriter() {
-    finish();
+    if (context_ == nullptr) return;
+    if (context_->pb != nullptr) av_freep(&context_->pb->buffer);
+    avio_context_free(&context_->pb);
+    avformat_free_context(context_);
 }
 
 bool MatroskaWriter::write_video(std::span<const uint8_t> data, int64_t time_ms, bool key) {
@@ -137,7 +152,7 @@ bool MatroskaWriter::write_audio(std::span<const uint8_t> data, int64_t time_ms)
 
 // Goes to the muxer directly: its interleaving queue would hold packets back and copy every one of them.
 bool MatroskaWriter::write(std::span<const uint8_t> data, int64_t time_ms, int track, int flags) {
-    if (context_ == nullptr || track >= static_cast<int>(context_->nb_streams)) return false;
+    if (track >= static_cast<int>(context_->nb_streams)) return false;
     AVPacket packet{};
     packet.data = const_cast<uint8_t*>(data.data());
     packet.size = static_cast<int>(data.size());
@@ -145,15 +160,17 @@ bool MatroskaWriter::write(std::span<const uint8_t> data, int64_t time_ms, int t
     packet.flags = flags;
     packet.pts = av_rescale_q(time_ms, kMilliseconds, context_->streams[track]->time_base);
     packet.dts = packet.pts;
-    return av_write_frame(context_, &packet) >= 0 && context_->pb->error >= 0;
+    return av_write_frame(context_, &packet) >= 0;
 }
 
-bool MatroskaWriter::finish() {
-    if (context_ == nullptr) return true;
-    const Context context(std::exchange(context_, nullptr));
-    const int result = av_write_trailer(context.get());
-    avio_flush(context->pb);
-    return result >= 0 && context->pb->error >= 0;
+void MatroskaWriter::end_cluster() {
+    av_write_frame(context_, nullptr);
+    avio_flush(context_->pb);
+}
+
+void MatroskaWriter::finish() {
+    av_write_trailer(context_);
+    avio_flush(context_->pb);
 }
 
 }  // namespace lenswire::recorder

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "recorder/media/access_unit.h"
@@ -25,30 +26,44 @@ struct TrackParameters {
     bool operator==(const TrackParameters&) const = default;
 };
 
+// Makes the bytes of a file; where they go is the caller's business. They come as pieces: first those of
+// whole clusters, one behind the other, and at the end some that are written over the head.
 class MatroskaWriter {
   public:
-    // Creates the file, which must not exist, and writes its head. Null with a reason in `error` when that
-    // fails; no file is left behind then.
-    static std::unique_ptr<MatroskaWriter> create(const std::string& path, const TrackParameters& parameters,
-                                                  const std::string& title, int frame_rate,
-                                                  std::string& error);
-    ~MatroskaWriter();  // finishes the file
+    struct Piece {
+        int64_t offset = 0;
+        std::vector<uint8_t> bytes;
+    };
+
+    // Null with a reason in `error` when the parameters cannot be written. `created_ms` is UTC since 1970.
+    static std::unique_ptr<MatroskaWriter> create(const TrackParameters& parameters, const std::string& title,
+                                                  int frame_rate, int64_t created_ms, std::string& error);
+    ~MatroskaWriter();
     MatroskaWriter(const MatroskaWriter&) = delete;
     MatroskaWriter& operator=(const MatroskaWriter&) = delete;
 
-    // One access unit or one run of samples; false when the disk refused it. 64 bytes beyond the data must
+    // One access unit or one run of samples; false when it cannot be written. 64 bytes beyond the data must
     // be readable.
     bool write_video(std::span<const uint8_t> data, int64_t time_ms, bool key);
     bool write_audio(std::span<const uint8_t> data, int64_t time_ms);
+    // What was written so far becomes pieces.
+    void end_cluster();
+    // The same, and the index and what the head says of the whole.
+    void finish();
 
-    // Writes the index and closes the file; false when that failed. Later calls do nothing.
-    bool finish();
+    std::vector<Piece> take() { return std::exchange(pieces_, {}); }
 
   private:
-    explicit MatroskaWriter(AVFormatContext* context) : context_(context) {}
+    MatroskaWriter() = default;
+    int open(const TrackParameters& parameters, const std::string& title, int frame_rate, int64_t created_ms);
     bool write(std::span<const uint8_t> data, int64_t time_ms, int track, int flags);
+    static int receive(void* self, uint8_t* data, int size);
+    static int64_t seek(void* self, int64_t offset, int whence);
 
-    AVFormatContext* context_;
+    AVFormatContext* context_ = nullptr;
+    int64_t position_ = 0;
+    int64_t size_ = 0;
+    std::vector<Piece> pieces_;
 };
 
 }  // namespace lenswire::recorder

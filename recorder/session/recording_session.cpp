@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <utility>
 
+#include "recorder/archive/names.h"
 #include "recorder/session/stream_link.h"
 #include "recorder/support/failure.h"
 
@@ -17,10 +17,8 @@ constexpr size_t kWorkers = 2;
 constexpr size_t kMostLogins = 16;  // at a time
 constexpr auto kClosePatience = std::chrono::seconds(1);
 
-std::string file_base(int channel, int stream) {
-    char text[32];
-    std::snprintf(text, sizeof text, "ch%02d-stream%d", channel, stream);
-    return text;
+std::string ledger_file(const RecordingSession::Options& options) {
+    return options.database.empty() ? options.directory + "/lenswire.db" : options.database;
 }
 
 // Whether the receive loop serves a stream still.
@@ -37,13 +35,44 @@ std::string StreamStatus::name() const {
 }
 
 RecordingSession::RecordingSession(const Options& options)
-    : host_(options.database), cameras_(options.cameras) {
-    if (cameras_.size() > LENSWIRE_STREAM_SLOTS) throw bad_input("more than 192 streams");
+    : lock_(options.directory),
+      disk_(options.directory),
+      host_(ledger_file(options)),
+      cameras_(options.cameras),
+      titles_(make_titles(options)) {
+    if (cameras_.size() > LENSWIRE_STREAM_SLOTS) {
+        throw bad_input(std::to_string(cameras_.size()) + " streams: no more than " +
+                        std::to_string(LENSWIRE_STREAM_SLOTS) + " can be recorded, and their motion counted");
+    }
+    archive_ = std::make_unique<Archive>(Archive::Options{.ledger = ledger_file(options),
+                                                          .streams = titles_,
+                                                          .limits = options.limits,
+                                                          .buffer = options.buffer},
+                                         clock_, disk_);
     for (size_t i = 0; i < std::min(kWorkers, cameras_.size()); ++i) {
         workers_.push_back(std::make_unique<FrameWorker>());
     }
     add_streams(options);
     connect(options);
+}
+
+// A name that two streams would share is refused before anything is done.
+std::vector<std::string> RecordingSession::make_titles(const Options& options) const {
+    std::vector<std::string> titles;
+    for (size_t i = 0; i < options.cameras.size(); ++i) {
+        const CameraAddress& camera = options.cameras[i];
+        std::string title = stream_name({.name = i < options.names.size() ? options.names[i] : "",
+                                         .host = camera.host,
+                                         .port = camera.port,
+                                         .channel = camera.channel,
+                                         .stream = camera.stream});
+        if (std::ranges::find(titles, title) != titles.end()) {
+            throw bad_input("two streams would be called " + title +
+                            ": name the cameras, as in front=" + camera.name());
+        }
+        titles.push_back(std::move(title));
+    }
+    return titles;
 }
 
 void RecordingSession::add_streams(const Options& options) {
@@ -53,13 +82,16 @@ void RecordingSession::add_streams(const Options& options) {
             throw bad_input("camera " + camera.name() + ": the same stream is listed twice");
         }
         host_.motion.set_armed(channel, options.armed);
-        const std::string base = file_base(channel, camera.stream);
-        FrameWorker& worker = *workers_[streams_.size() % workers_.size()];
-        RecorderStream& stream = host_.add_stream(std::make_unique<RecorderStream>(
-            channel, camera.stream, worker,
-            Recording::Target{
-                .directory = options.directory, .base = base, .title = camera.name() + " " + base},
-            [this, prefix = base + ": "](const std::string& line) { complain(prefix + line); }));
+        const size_t index = streams_.size();
+        FrameWorker& worker = *workers_[index % workers_.size()];
+        const auto number = static_cast<int>(index);
+        RecorderStream& stream = host_.add_stream(
+            std::make_unique<RecorderStream>(channel, camera.stream, worker,
+                                             Recording::Target{.stream = number,
+                                                               .title = titles_[index],
+                                                               .segment = options.segment,
+                                                               .resumes = archive_->resumes(number)},
+                                             archive_->anchor(), *archive_));
         streams_.push_back({.stream = &stream, .link = nullptr});
     }
 }
@@ -83,17 +115,34 @@ RecordingSession::~RecordingSession() {
     stop();
 }
 
-void RecordingSession::stop() {
-    if (std::exchange(stopped_, true)) return;
+void RecordingSession::finish() {
+    if (std::exchange(finished_, true)) return;
     host_.stop_logins();
-    if (supervisor_) supervisor_->stop();
-    if (plugin_) close_streams();
-    plugin_.reset();
     for (const auto& worker : workers_) worker->stop();
     for (const Stream& stream : streams_) {
         stream.stream->record_waiting_frames();
         stream.stream->finish_recording();
     }
+    if (archive_) archive_->close();
+}
+
+void RecordingSession::stop() {
+    if (std::exchange(stopped_, true)) return;
+    finish();
+    if (supervisor_) supervisor_->stop();
+    if (plugin_) close_streams();
+    plugin_.reset();
+}
+
+void RecordingSession::tick() {
+    std::vector<Note> notes;
+    const Ms now = archive_->anchor().utc(archive_->now());
+    while (auto event = host_.motion.next_event()) {
+        const bool alarm = event->starts_with("alarm");
+        notes.emplace_back(EventNote{std::nullopt, now, alarm ? "alarm" : "motion", std::move(*event)});
+    }
+    if (!notes.empty()) archive_->take(std::move(notes));
+    for (const Stream& stream : streams_) stream.stream->look();
 }
 
 // The stream sockets outlive the context: until it has been stopped the receive loop may read them, and a
@@ -124,6 +173,7 @@ std::vector<StreamStatus> RecordingSession::status() const {
         RecorderStream& stream = *streams_[i].stream;
         result.push_back({.channel = stream.channel(),
                           .stream = stream.stream(),
+                          .title = titles_[i],
                           .camera = cameras_[i],
                           .view = supervisor_->view(i),
                           .frames_per_second = stream.frames_per_second(),
@@ -136,17 +186,7 @@ std::vector<StreamStatus> RecordingSession::status() const {
 }
 
 std::vector<std::string> RecordingSession::events() {
-    std::vector<std::string> lines;
-    while (auto event = host_.motion.next_event()) lines.push_back(std::move(*event));
-    const std::lock_guard lock(complaints_mutex_);
-    lines.insert(lines.end(), complaints_.begin(), complaints_.end());
-    complaints_.clear();
-    return lines;
-}
-
-void RecordingSession::complain(const std::string& line) {
-    const std::lock_guard lock(complaints_mutex_);
-    complaints_.push_back(line);
+    return archive_->news();
 }
 
 }  // namespace lenswire::recorder

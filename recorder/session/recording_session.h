@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "recorder/archive/archive.h"
 #include "recorder/host/frame_worker.h"
 #include "recorder/host/host.h"
 #include "recorder/session/camera_link.h"
@@ -19,6 +20,7 @@ namespace lenswire::recorder {
 struct StreamStatus {
     int channel = 0;
     int stream = 0;
+    std::string title;  // what its folder is called
     CameraAddress camera;
     Supervisor::View view;
     int frames_per_second = 0;  // as the library measured them last
@@ -29,27 +31,38 @@ struct StreamStatus {
 
     std::string name() const;  // host:port/channel/stream
     // Frames that the camera sent and that are nowhere to be found.
-    uint64_t lost() const { return lost_in_queue + recording.missing + recording.unwritten; }
+    uint64_t lost() const {
+        return lost_in_queue + recording.missing + recording.refused + recording.unwritten;
+    }
 };
 
 class RecordingSession {
   public:
     struct Options {
         std::vector<CameraAddress> cameras;
+        std::vector<std::string> names = {};  // of the cameras, as far as they have one
         std::string directory;
         std::string library;
-        std::string database;  // empty: in memory
+        std::string database;  // empty: lenswire.db in the directory
         bool armed = true;
+        Ms segment = 60'000;
+        KeepLimits limits = {};
+        size_t buffer = 128 * 1024 * 1024;
     };
 
-    // Throws a Failure when the library or the database cannot be used.
+    // Throws a Failure when the library or the database cannot be used, or another recorder is at work in the
+    // directory.
     explicit RecordingSession(const Options& options);
     ~RecordingSession();  // stops
     RecordingSession(const RecordingSession&) = delete;
     RecordingSession& operator=(const RecordingSession&) = delete;
 
-    // Ends connections, unloads the library and finishes every file.
+    // Finishes every file and the ledger; what comes later is not recorded any more.
+    void finish();
+    // The same, and ends connections and unloads the library, which may take some seconds.
     void stop();
+    // To be called a few times a second.
+    void tick();
 
     std::vector<StreamStatus> status() const;
     // What happened since the last call, a line each: motion, alarms, disk trouble.
@@ -61,14 +74,15 @@ class RecordingSession {
         std::unique_ptr<CameraLink> link;
     };
 
+    std::vector<std::string> make_titles(const Options& options) const;
     void add_streams(const Options& options);
     void connect(const Options& options);
     void close_streams();
-    void complain(const std::string& line);
 
-    std::mutex complaints_mutex_;
-    std::vector<std::string> complaints_;
-
+    SystemClock clock_;
+    FolderLock lock_;
+    RealDisk disk_;
+    std::unique_ptr<Archive> archive_;
     // Later ones stand on earlier ones.
     std::vector<std::unique_ptr<FrameWorker>> workers_;
     Host host_;
@@ -77,6 +91,8 @@ class RecordingSession {
     std::vector<Stream> streams_;
     std::vector<CameraAddress> cameras_;
     std::unique_ptr<Supervisor> supervisor_;
+    std::vector<std::string> titles_;
+    bool finished_ = false;
     bool stopped_ = false;
 };
 

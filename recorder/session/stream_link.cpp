@@ -18,7 +18,18 @@ PluginStreamLink::PluginStreamLink(Host& host, RecorderStream& recorder_stream, 
 int PluginStreamLink::login(bool first) {
     recorder_stream_.allow_login_for(first ? kFirstLogin : kNextLogin);
     next_heartbeat_ = RecorderStream::Clock::now() + kHeartbeatInterval;
-    return camera_.login();
+    const int result = camera_.login();
+    if (result != StreamPlan::kLoggedIn) {
+        const bool refused = result == StreamPlan::kLoginUnanswered;
+        recorder_stream_.trouble(refused ? Cause::kRefused : Cause::kUnreachable, login_failure(result));
+    }
+    return result;
+}
+
+bool PluginStreamLink::invite() {
+    if (camera_.invite()) return true;
+    recorder_stream_.trouble(Cause::kUnreachable, "opens no stream");
+    return false;
 }
 
 void PluginStreamLink::open() {

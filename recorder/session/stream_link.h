@@ -14,7 +14,7 @@ class PluginStreamLink : public StreamLink {
     int channel() const override { return recorder_stream_.channel(); }
     int stream() const override { return recorder_stream_.stream(); }
     int login(bool first) override;
-    bool invite() override { return camera_.invite(); }
+    bool invite() override;
     void open() override;
     bool control_alive() override;
 

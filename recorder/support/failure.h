@@ -6,7 +6,7 @@
 
 namespace lenswire::recorder {
 
-enum ExitCode { kDone = 0, kCameraFailed = 1, kBadInput = 2 };
+enum ExitCode { kDone = 0, kCameraFailed = 1, kBadInput = 2, kFootageMissing = 8 };
 
 class Failure : public std::runtime_error {
   public:

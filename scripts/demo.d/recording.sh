@@ -44,18 +44,24 @@ judge() { # log camera file frames audio-frames duration fps restarts lost skipp
 }
 
 recording_page() {
-    local address addresses=() log fields
+    local address addresses=() names=() log fields silent code
     echo
-    echo "Four simulated cameras: H.264, H.265, JPEG, and H.264 with sound that pushes motion."
+    echo "Four simulated cameras: H.264, H.265, JPEG, and H.264 with sound that pushes motion. A fifth falls silent for a while."
     start_cameras "$out/cameras.log" --cameras 3 --codecs h264,h265,jpeg || return
     start_cameras "$out/moving.log" --address 127.0.0.4 --codecs h264+audio --motion 2 || return
     mapfile -t addresses < <(addresses_in "$out"/{cameras,moving}.log)
     ((${#addresses[@]} == 4)) || problem "${#addresses[@]} of 4 cameras started"
-    echo "Recording for $seconds seconds: lenswire record $(printf 'admin@%s ' "${addresses[@]}")--seconds $seconds"
+    start_cameras "$out/silent.log" --address 127.0.0.5 --fault stop@26 || return
+    silent=$(addresses_in "$out/silent.log")
+    names=("door=admin@${addresses[0]}" "yard=admin@${addresses[1]}" "hall=admin@${addresses[2]}"
+        "gate=admin@${addresses[3]}" "shed=admin@$silent")
+    echo "Recording for $seconds seconds: lenswire record ${names[*]} --seconds $seconds"
     echo
-    lenswire record "${addresses[@]/#/admin@}" --seconds "$seconds" --out "$out" --summary "$out/summary.json" ||
-        problem "lenswire record ended with exit code $?"
+    lenswire record "${names[@]}" --seconds "$seconds" --out "$out" --summary "$out/summary.json"
+    code=$?
+    ((code == 8)) || problem "lenswire record ended with exit code $code, not with 8 for the gap"
     stop_cameras
+    lenswire --json footage --out "$out" >"$out/footage.json"
 
     echo
     echo "What was recorded, decoded by ffmpeg and compared with what the cameras say they sent:"
@@ -64,13 +70,25 @@ recording_page() {
     for address in "${addresses[@]}"; do
         log=$out/cameras.log
         grep -q "^camera $address " "$out/moving.log" && log=$out/moving.log
-        mapfile -t fields < <(jq -r --arg camera "$address" '.streams[] | select(.camera == $camera) |
-            if (.files | length) == 1 and .files[0].finished then
-                .files[0].path, .files[0].video_frames, .files[0].audio_frames, .files[0].duration_seconds,
-                .files[0].frames_per_second, .restarts, .lost, .skipped, .motions, .alarms
+        mapfile -t fields < <(jq -r --arg camera "$address" --arg out "$out" --slurpfile ledger "$out/footage.json" '
+            .streams[] | select(.camera == $camera) |
+            ($ledger[0].streams[] as $known | select($known.name == .name) | $known.segments) as $files |
+            if ($files | length) == 1 and $files[0].state == "finished" then
+                $out + "/" + $files[0].path, $files[0].frames, .audio_frames, .footage_seconds,
+                $files[0].frames / .footage_seconds, .restarts, .lost, .skipped, .motions, .alarms
             else empty end' "$out/summary.json")
         ((${#fields[@]} == 10)) || { problem "$address: not one finished file" && continue; }
         judge "$log" "$address" "${fields[@]}"
     done
     grep -qE '^camera .* motion-pushes [1-9]' "$out/moving.log" || problem "no camera pushed motion"
+
+    show footage shed --out "$out"
+    jq -e '.streams[] | select(.name == "shed") | any(.spans[]; .gap.side == "camera" and .seconds > 1)' \
+        "$out/footage.json" >/dev/null || problem "shed was silent, and the ledger has no such gap"
+    jq -e 'all(.streams[]; .watched_seconds - .footage_seconds - .gap_seconds | . < 0.2 and . > -0.2)' \
+        "$out/footage.json" >/dev/null || problem "footage and gaps do not add up"
+}
+
+verify_page() {
+    show verify "$out" || problem "the files are not as the ledger says"
 }

@@ -240,12 +240,16 @@ TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
 }
 
 TEST(HostServices, KnowTheStreamsThatAreRecorded) {
+    struct Notes : NoteTaker {
+        void take(std::vector<Note>) override {}
+        std::optional<Trouble> trouble() const override { return {}; }
+    } notes;
+    const UtcAnchor anchor(0, 0);
     Host host;
     FrameWorker worker;
     const auto add = [&](int channel, int stream) -> RecorderStream& {
-        return host.add_stream(std::make_unique<RecorderStream>(
-            channel, stream, worker, Recording::Target{testing::TempDir(), "unused", ""},
-            [](const std::string&) {}));
+        return host.add_stream(std::make_unique<RecorderStream>(channel, stream, worker, Recording::Target{},
+                                                                anchor, notes));
     };
     add(3, 0);
     RecorderStream& stream = add(3, 1);

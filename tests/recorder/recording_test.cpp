@@ -1,12 +1,14 @@
-#include "recorder/media/recording.h"
+#include "recorder/archive/recording.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
+#include <functional>
+#include <map>
 
 #include "media.h"
+#include "recorder/archive/keeper.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -34,24 +36,26 @@ std::vector<Bytes> load(const Clip& clip) {
     return media::access_units(std::string(LENSWIRE_CLIPS "/") + clip.file, clip.format);
 }
 
-// Plays clips into a recording as the frame queue would: 25 pictures a second, and one reception clock.
-class RecordingTest : public testing::Test {
+// Plays clips into a recording as the frame queue would, 25 pictures a second, and has a keeper write what
+// comes of it: the ledger and the files are what is looked at.
+class RecordingTest : public testing::Test, public NoteTaker {
   protected:
-    void SetUp() override {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        directory_ = fs::path(testing::TempDir()) / (std::string("lenswire-") + info->name());
-        fs::remove_all(directory_);
-        fs::create_directories(directory_);
-        begin();
-    }
+    void SetUp() override { begin(); }
     void TearDown() override {
         recording_.reset();
         fs::remove_all(directory_);
     }
 
-    void begin() {
-        recording_.emplace(Recording::Target{directory_.string(), "ch00-stream0", "test"},
-                           [this](const std::string& line) { complaints_.push_back(line); });
+    void begin(Ms segment = 60'000) {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        directory_ = fs::path(testing::TempDir()) / (std::string("lenswire-") + info->name());
+        fs::remove_all(directory_);
+        fs::create_directories(directory_);
+        disk_.emplace(directory_);
+        ledger_.emplace("");
+        keeper_.emplace(*disk_, *ledger_, KeepLimits{}, std::vector<std::string>{"front"});
+        recording_.emplace(Recording::Target{.stream = 0, .title = "front", .segment = segment}, anchor_,
+                           *this, now_ms_);
         sequence_ = 0;
         first_of_connection_ = true;
     }
@@ -87,39 +91,63 @@ class RecordingTest : public testing::Test {
         now_ms_ += 2000;
     }
 
-    RecordingReport finished() {
-        recording_->finish();
-        return recording_->report();
+    // The segments that came of it, finished, in order of time; checked to add up with the gaps.
+    std::vector<SegmentRow> finished() {
+        recording_->finish(now_ms_);
+        for (Keeper::Job& job : keeper_->take_jobs()) {
+            Keeper::work(job, *disk_);
+            keeper_->done(std::move(job));
+        }
+        keeper_->settle(anchor_.utc(now_ms_));
+        expect_no_hole();
+        return ledger_->segments();
     }
 
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(directory_)) names.push_back(entry.path().filename());
-        std::ranges::sort(names);
-        return names;
+    void expect_no_hole() {
+        std::map<Ms, Ms> spans;
+        for (const SegmentRow& row : ledger_->segments()) spans[row.from] = *row.to;
+        for (const GapRow& row : ledger_->gaps()) spans[row.from] = *row.to;
+        for (const WatchRow& watch : ledger_->watches()) {
+            Ms at = watch.from;
+            for (auto span = spans.find(at); span != spans.end(); span = spans.find(at)) at = span->second;
+            EXPECT_EQ(at, *watch.to);
+        }
     }
 
-    media::Track video_of(const std::string& name) const {
-        const auto tracks = media::read_file(directory_ / name);
+    std::vector<std::string> gap_causes() {
+        std::vector<std::string> causes;
+        for (const GapRow& row : ledger_->gaps()) causes.push_back(row.side + ": " + row.cause);
+        return causes;
+    }
+
+    media::Track video_of(const SegmentRow& segment) const {
+        const auto tracks = media::read_file(directory_ / segment.path);
         return tracks.empty() ? media::Track{} : tracks.front();
     }
 
     fs::path directory_;
+    UtcAnchor anchor_{1'000'000, 1'795'442'700'000};
+    std::optional<RealDisk> disk_;
+    std::optional<Ledger> ledger_;
+    std::optional<Keeper> keeper_;
     std::optional<Recording> recording_;
-    std::vector<std::string> complaints_;
+    std::optional<Trouble> disk_trouble_;
     uint16_t sequence_ = 0;
     uint32_t camera_ms_ = 0xFFFFFC00;  // its clock wraps after a second
-    int64_t now_ms_ = 1'700'000'000'000;
+    Ms now_ms_ = 1'000'000;
 
   private:
+    void take(std::vector<Note> notes) override {
+        for (Note& note : notes) EXPECT_EQ(keeper_->take(note), 0);
+    }
+    std::optional<Trouble> trouble() const override { return disk_trouble_; }
+
     void frame(StreamFrameHead& head, const Bytes& bytes) {
         head.usSequence = sequence_++;
-        head.ulSeconds = static_cast<uint32_t>(now_ms_ / 1000);
-        head.ulMicroseconds = static_cast<uint32_t>(now_ms_ % 1000 * 1000);
         Bytes padded = bytes;
         padded.resize(bytes.size() + 64);
         recording_->frame(head, std::span(padded).first(bytes.size()),
-                          std::exchange(first_of_connection_, false));
+                          std::exchange(first_of_connection_, false), now_ms_);
     }
 
     bool first_of_connection_ = true;
@@ -132,11 +160,14 @@ TEST_F(RecordingTest, CopiesEveryAccessUnitUnchangedWithItsTime) {
         const auto units = load(clip);
         ASSERT_GE(units.size(), 25u);
         pictures(clip, units, 0, units.size());
-        const FileReport file = finished().files.at(0);
-        EXPECT_EQ(file.video_frames, units.size());
-        EXPECT_TRUE(file.finished);
+        const auto segments = finished();
+        ASSERT_THAT(segments, SizeIs(1));
+        EXPECT_EQ(segments[0].frames, units.size());
+        EXPECT_EQ(segments[0].state, "finished");
+        EXPECT_EQ(segments[0].path, "front/" + segment_name(segments[0].from));
+        EXPECT_EQ(*segments[0].to - segments[0].from, static_cast<Ms>(units.size()) * 40);
 
-        const media::Track track = video_of(fs::path(file.path).filename());
+        const media::Track track = video_of(segments[0]);
         EXPECT_EQ(track.codec, clip.codec);
         EXPECT_EQ(track.width, 640);
         EXPECT_EQ(track.height, 360);
@@ -154,17 +185,27 @@ TEST_F(RecordingTest, CopiesEveryAccessUnitUnchangedWithItsTime) {
     }
 }
 
-TEST_F(RecordingTest, BeginsAtTheFirstKeyFrame) {
+TEST_F(RecordingTest, CutsAtKeyFramesWithoutAFrameLostOrDoubled) {
+    begin(1500);
     const auto units = load(kH264);
-    pictures(kH264, units, 10, 50);
-    const RecordingReport report = finished();
-    EXPECT_EQ(report.frames, 50u);
-    EXPECT_EQ(report.skipped, 15u);
-    EXPECT_EQ(report.missing, 0u);
-    const media::Track track = video_of("ch00-stream0.mkv");
-    ASSERT_THAT(track.packets, SizeIs(35));
-    EXPECT_EQ(media::units_of_packet(track.packets[0].data), media::units_of_annex_b(units[25]));
-    EXPECT_EQ(track.packets[0].time_ms, 0);
+    pictures(kH264, units, 10, 165);  // the first key frame is the 25th
+    const auto segments = finished();
+    ASSERT_THAT(segments, SizeIs(3));
+    size_t next = kKeyDistance;
+    for (const SegmentRow& segment : segments) {
+        const media::Track track = video_of(segment);
+        EXPECT_EQ(track.packets.size(), segment.frames);
+        ASSERT_FALSE(track.packets.empty());
+        EXPECT_TRUE(track.packets[0].key);
+        EXPECT_EQ(track.packets[0].time_ms, 0);
+        for (const media::Packet& packet : track.packets) {
+            ASSERT_EQ(media::units_of_packet(packet.data),
+                      media::units_of_annex_b(units[next++ % units.size()]));
+        }
+    }
+    EXPECT_EQ(next, 175u);
+    EXPECT_THAT(gap_causes(), SizeIs(0));
+    EXPECT_EQ(recording_->report().skipped, 15u);
 }
 
 TEST_F(RecordingTest, PutsSoundWithoutItsPrefixBesideThePictures) {
@@ -173,10 +214,11 @@ TEST_F(RecordingTest, PutsSoundWithoutItsPrefixBesideThePictures) {
         sound(Bytes(320, static_cast<uint8_t>(i)));
         picture(kH264, units[i]);
     }
-    const RecordingReport report = finished();
-    EXPECT_EQ(report.skipped, 1u) << "sound before the first picture";
-    EXPECT_EQ(report.files.at(0).audio_frames, 29u);
-    const auto tracks = media::read_file(directory_ / "ch00-stream0.mkv");
+    const auto segments = finished();
+    EXPECT_EQ(recording_->report().skipped, 1u) << "sound before the first picture";
+    EXPECT_EQ(recording_->report().audio_frames, 29u);
+    ASSERT_THAT(segments, SizeIs(1));
+    const auto tracks = media::read_file(directory_ / segments[0].path);
     ASSERT_THAT(tracks, SizeIs(2));
     EXPECT_EQ(tracks[1].codec, "pcm_alaw");
     EXPECT_EQ(tracks[1].sample_rate, 8000);
@@ -188,93 +230,124 @@ TEST_F(RecordingTest, PutsSoundWithoutItsPrefixBesideThePictures) {
     EXPECT_THAT(tracks[0].packets, SizeIs(30));
 }
 
-TEST_F(RecordingTest, GoesOnInTheSameFileAfterARestart) {
-    const auto units = load(kH265);
-    pictures(kH265, units, 0, 40);
-    restart();
-    camera_ms_ = 5;  // the camera was started anew
-    pictures(kH265, units, 20, 40);
-    const RecordingReport report = finished();
-    EXPECT_THAT(files(), ElementsAre("ch00-stream0.mkv"));
-    EXPECT_EQ(report.skipped, 5u);
-    EXPECT_EQ(report.missing, 0u);
-    ASSERT_THAT(report.files.at(0).runs, SizeIs(2));
-    EXPECT_EQ(report.files[0].runs[1].first, 5u);
-    EXPECT_EQ(report.files[0].runs[1].last, 39u);
-    const media::Track track = video_of("ch00-stream0.mkv");
-    ASSERT_THAT(track.packets, SizeIs(75));
-    EXPECT_TRUE(track.packets[40].key);
-    EXPECT_EQ(track.packets[40].time_ms, 39 * 40 + 2000 + 6 * 40) << "the interruption is kept";
-    for (size_t i = 1; i < 75; ++i) ASSERT_LT(track.packets[i - 1].time_ms, track.packets[i].time_ms);
-}
-
-TEST_F(RecordingTest, BeginsANumberedFileWhenTheStreamChanges) {
-    std::ofstream(directory_ / "ch00-stream0.mkv") << "an older recording";
-    pictures(kH264, load(kH264), 0, 30);
+TEST_F(RecordingTest, BeginsASegmentWhereTheStreamChanges) {
+    const auto h264 = load(kH264);
+    pictures(kH264, h264, 0, 30);
     pictures(kH264Small, load(kH264Small), 0, 30);  // another size
-    pictures(kH265, load(kH265), 0, 30);            // another codec
-    const RecordingReport report = finished();
-    EXPECT_THAT(files(), ElementsAre("ch00-stream0-2.mkv", "ch00-stream0-3.mkv", "ch00-stream0-4.mkv",
-                                     "ch00-stream0.mkv"));
-    EXPECT_EQ(fs::file_size(directory_ / "ch00-stream0.mkv"), 18u) << "nothing is overwritten";
-    for (const char* name : {"ch00-stream0-2.mkv", "ch00-stream0-3.mkv", "ch00-stream0-4.mkv"}) {
-        EXPECT_THAT(video_of(name).packets, SizeIs(30)) << name;
-    }
-    EXPECT_EQ(video_of("ch00-stream0-3.mkv").width, 320);
-    EXPECT_EQ(report.missing, 0u);
-}
-
-TEST_F(RecordingTest, BeginsAFileWithSoundWhenSoundComesLate) {
-    const auto units = load(kH264);
-    pictures(kH264, units, 0, 60);
+    pictures(kH265, load(kH265), 0, 35);            // another codec
     sound(Bytes(320, 1));
-    pictures(kH264, units, 60, 20);
-    sound(Bytes(320, 2));
-    const RecordingReport report = finished();
-    ASSERT_THAT(report.files, SizeIs(2));
-    EXPECT_FALSE(report.files[0].audio);
-    EXPECT_EQ(report.files[0].video_frames, 75u);
-    EXPECT_EQ(report.skipped, 1u) << "the sound that had no track";
-    EXPECT_EQ(report.files[1].audio_frames, 1u);
+    pictures(kH265, load(kH265), 35, 30);  // sound came late: from the next key frame on
+    const auto segments = finished();
+    ASSERT_THAT(segments, SizeIs(4));
+    EXPECT_EQ(video_of(segments[1]).width, 320);
+    EXPECT_THAT(video_of(segments[2]).packets, SizeIs(50));
+    EXPECT_THAT(media::read_file(directory_ / segments[3].path), SizeIs(2));
+    EXPECT_THAT(gap_causes(), SizeIs(0));
 }
 
-TEST_F(RecordingTest, FinishesAFileThatEndsWithinItsFirstSecond) {
-    pictures(kH264, load(kH264), 0, 3);
-    EXPECT_THAT(finished().files, SizeIs(1));
-    EXPECT_THAT(video_of("ch00-stream0.mkv").packets, SizeIs(3));
-}
-
-TEST_F(RecordingTest, CountsWhatIsMissingInTheSequence) {
+// What interrupts a stream of 40 pictures, and what the ledger says of it.
+TEST_F(RecordingTest, AccountsForEveryInterruption) {
+    struct Case {
+        const char* cause;
+        std::function<void()> happen;
+        Ms length;  // from the last picture's end to the next key frame
+    };
+    const Case cases[] = {
+        {"network: connection lost", [&] { restart(); }, 2000},
+        {"camera: restarted",
+         [&] {
+             camera_ms_ = 5;
+             recording_->trouble(now_ms_, Cause::kLost, "");
+             now_ms_ += 1000;
+             restart();
+         },
+         3000},
+        {"camera: silent",
+         [&] {
+             now_ms_ += 20'000;
+             camera_ms_ += 20'000;
+         },
+         20'000},
+        {"camera: silent",
+         [&] {
+             now_ms_ += 3000;
+             recording_->trouble(now_ms_, Cause::kLost, "");
+             restart();
+         },
+         5000},
+        {"camera: pictures missing",
+         [&] {
+             sequence_ = static_cast<uint16_t>(sequence_ + 3);
+             now_ms_ += 120;
+             camera_ms_ += 120;
+         },
+         120},
+        {"recorder: queue full",
+         [&] {
+             recording_->queue_was_full();
+             ++sequence_;
+             now_ms_ += 40;
+             camera_ms_ += 40;
+         },
+         40},
+        {"network: unreachable",
+         [&] {
+             recording_->trouble(now_ms_, Cause::kLost, "");
+             recording_->trouble(now_ms_, Cause::kUnreachable, "x");
+             restart();
+         },
+         2000},
+        {"recorder: disk full",
+         [&] {
+             disk_trouble_ = {Cause::kDiskFull, "No space"};
+             pictures(kH264, load(kH264), 40, 10);
+             disk_trouble_.reset();
+         },
+         400},
+    };
     const auto units = load(kH264);
-    sequence_ = 65'500;
-    pictures(kH264, units, 0, 50);
-    sequence_ = static_cast<uint16_t>(sequence_ + 3);
-    pictures(kH264, units, 50, 50);
-    const RecordingReport report = finished();
-    EXPECT_EQ(report.missing, 3u);
-    EXPECT_EQ(report.files.at(0).runs.at(0).first, 65'500u);
-    EXPECT_EQ(report.files.at(0).runs.at(0).last, 65'602u);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.cause);
+        camera_ms_ = 4'000'000;
+        begin();
+        pictures(kH264, units, 0, 40);
+        c.happen();
+        pictures(kH264, units, 40, 40);
+        const auto segments = finished();
+        ASSERT_THAT(segments, SizeIs(2));
+        EXPECT_EQ(segments[0].frames, 40u);
+        EXPECT_EQ(segments[1].frames, 30u) << "from the key frame on";
+        ASSERT_FALSE(gap_causes().empty());
+        EXPECT_EQ(gap_causes().back(), c.cause);
+        EXPECT_EQ(segments[1].from - *segments[0].to, c.length + 10 * 40);
+        const RecordingReport report = recording_->report();
+        EXPECT_EQ(report.footage, 40 * 40 + 30 * 40);
+        EXPECT_EQ(report.watched, report.footage + c.length + 10 * 40);
+    }
 }
 
-TEST_F(RecordingTest, ComplainsOnceWhenTheDiskRefusesAndTriesAgainLater) {
-    const auto units = load(kH264);
-    fs::remove_all(directory_);
-    pictures(kH264, units, 0, 200);  // eight seconds
-    EXPECT_THAT(complaints_, SizeIs(1));
-    EXPECT_TRUE(recording_->report().files.empty());
-    fs::create_directories(directory_);
-    pictures(kH264, units, 0, 100);
-    const RecordingReport report = finished();
-    ASSERT_THAT(report.files, SizeIs(1));
-    EXPECT_THAT(video_of("ch00-stream0.mkv").packets, SizeIs(report.files[0].video_frames));
-    EXPECT_EQ(report.frames, report.files[0].video_frames + report.skipped + report.unwritten);
-}
-
-TEST_F(RecordingTest, TakesNoSizeForAReasonToRecordNothing) {
+TEST_F(RecordingTest, SaysWhatNeverCame) {
+    struct Case {
+        const char* cause;
+        std::function<void()> happen;
+    };
     constexpr Clip kNoSize = {"h264-main.h264", "h264", 0, "h264", 0, 0};
-    pictures(kNoSize, load(kH264), 0, 60);
-    EXPECT_THAT(finished().files, SizeIs(0));
-    EXPECT_THAT(complaints_, SizeIs(1));
+    for (const Case& c :
+         {Case{"network: unreachable", [&] { recording_->trouble(now_ms_, Cause::kUnreachable, ""); }},
+          Case{"camera: silent",
+               [&] {
+                   now_ms_ += 6000;
+                   recording_->tick(now_ms_);
+               }},
+          Case{"camera: pictures missing", [&] { pictures(kNoSize, load(kH264), 0, 60); }}}) {
+        begin();
+        const Ms began = anchor_.utc(now_ms_);
+        c.happen();
+        now_ms_ += 1000;
+        EXPECT_THAT(finished(), SizeIs(0));
+        EXPECT_THAT(gap_causes(), ElementsAre(c.cause));
+        EXPECT_EQ(ledger_->gaps()[0].from, began);
+    }
 }
 
 }  // namespace

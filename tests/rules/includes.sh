@@ -14,7 +14,7 @@ for folder in "$root"/src/*/; do
     allowed[src/$name]="$name/* common/* lenswire/*"
 done
 # The rooms of each folder, from the top floor down.
-declare -A floor_of rooms=([recorder]="support records media host session cli"
+declare -A floor_of rooms=([recorder]="support records media archive host session cli"
     [camera]="wire media device serve program"
     [bench]="support cameras host receivers rounds micro")
 for folder in "${!rooms[@]}"; do

@@ -27,6 +27,7 @@ class Query {
     Query& bind(std::span<const uint8_t> bytes);
 
     bool row();  // steps to the next row; false at the end and on an error
+    bool null(int column) const;
     bool run();  // for statements without rows; true when it was done
 
     int64_t integer(int column) const;
@@ -49,6 +50,16 @@ class Database {
     void execute(const char* sql);  // throws
     // `sql` must be a literal: its statement is prepared once and kept. Throws when it does not parse.
     Query query(const char* sql);
+
+    // Runs `body` in a transaction; what it did is undone when it returns false or cannot be committed.
+    template <typename F>
+    bool transact(F body) {
+        if (!query("BEGIN IMMEDIATE").run()) return false;
+        if (body() && query("COMMIT").run()) return true;
+        query("ROLLBACK").run();
+        return false;
+    }
+    std::string error() const;  // of the latest call that failed
 
   private:
     [[noreturn]] void fail();

@@ -1,4 +1,4 @@
-#include "recorder/host/database.h"
+#include "recorder/support/database.h"
 
 #include <sqlite3.h>
 
@@ -34,6 +34,10 @@ bool Query::row() {
 
 bool Query::run() {
     return sqlite3_step(statement_) == SQLITE_DONE;
+}
+
+bool Query::null(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
 }
 
 int64_t Query::integer(int column) const {
@@ -83,8 +87,12 @@ Query Database::query(const char* sql) {
     return Query(statement);
 }
 
+std::string Database::error() const {
+    return sqlite3_errmsg(connection_.get());
+}
+
 void Database::fail() {
-    const std::string reason = sqlite3_errmsg(connection_.get());
+    const std::string reason = error();
     throw bad_input((file_.empty() ? "database" : "database " + file_) + ": " + reason);
 }
 

@@ -1,0 +1,204 @@
+#include "recorder/archive/archive.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <iterator>
+
+namespace lenswire::recorder {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr Ms kTick = 1000;
+constexpr Ms kDigestsAtTheEnd = 400;  // an end must not take long
+constexpr auto kRetry = milliseconds(250);
+
+// Capacity is what it costs.
+size_t size_of(const Note& note) {
+    const auto* grows = std::get_if<SegmentGrows>(&note);
+    return grows != nullptr ? grows->bytes.capacity() : 0;
+}
+
+Ms present(Ledger& ledger, const ArchiveClock& clock) {
+    return UtcAnchor(clock.monotonic(), clock.wall(), ledger.last_instant()).utc(clock.monotonic());
+}
+
+}  // namespace
+
+Archive::Archive(const Options& options, const ArchiveClock& clock, Disk& disk)
+    : clock_(clock),
+      disk_(disk),
+      ledger_(options.ledger),
+      keeper_(disk, ledger_, options.limits, options.streams),
+      steps_(clock.monotonic(), clock.wall()),
+      buffer_(options.buffer) {
+    keeper_.reopen(present(ledger_, clock));
+    anchor_.emplace(clock.monotonic(), clock.wall(), ledger_.last_instant());
+    const Ms ahead = anchor_->utc(clock.monotonic()) - clock.wall();
+    if (ahead > 1000) {
+        ledger_.event(
+            {.at = anchor_->utc(clock.monotonic()),
+             .stream = "",
+             .kind = "clock",
+             .text = "the clock was set back: this run is dated " + length_text(ahead) + " ahead of it"});
+    }
+    keeper_thread_ = std::thread([this] { keep(); });
+    syncer_thread_ = std::thread([this] { sync(); });
+}
+
+Archive::~Archive() {
+    close();
+}
+
+void Archive::take(std::vector<Note> notes) {
+    size_t bytes = 0;
+    for (const Note& note : notes) bytes += size_of(note);
+    buffered_ += bytes;
+    {
+        const std::lock_guard lock(mutex_);
+        std::ranges::move(notes, std::back_inserter(waiting_));
+    }
+    wake_keeper_.notify_one();
+}
+
+std::optional<NoteTaker::Trouble> Archive::trouble() const {
+    const size_t buffered = buffered_;
+    if (buffered <= buffer_ / 2) choked_ = false;
+    if (buffered >= buffer_) choked_ = true;
+    if (!choked_) return std::nullopt;
+    const std::lock_guard lock(mutex_);
+    if (error_ == 0) return Trouble{Cause::kDiskSlow, "more than the buffer holds is waiting"};
+    if (error_ == EDQUOT) return Trouble{Cause::kDiskFull, "the quota holds nothing that may be removed"};
+    return Trouble{error_ == ENOSPC ? Cause::kDiskFull : Cause::kDiskSlow, std::strerror(error_)};
+}
+
+void Archive::keep() {
+    std::unique_lock lock(mutex_);
+    while (!closing_) {
+        const auto ready = [this] { return closing_ || !waiting_.empty() || !synced_.empty(); };
+        const auto patience = failing_ ? kRetry : milliseconds(std::clamp<Ms>(next_tick_ - now(), 0, kTick));
+        // While the disk refuses, what comes meanwhile can wait.
+        if (failing_)
+            wake_keeper_.wait_for(lock, patience, [this] { return closing_; });
+        else
+            wake_keeper_.wait_for(lock, patience, ready);
+        lock.unlock();
+        work_off();
+        lock.lock();
+    }
+}
+
+void Archive::work_off() {
+    std::vector<Keeper::Job> synced;
+    {
+        const std::lock_guard lock(mutex_);
+        std::ranges::move(waiting_, std::back_inserter(refused_));
+        waiting_.clear();
+        synced.swap(synced_);
+    }
+    for (Keeper::Job& job : synced) keeper_.done(std::move(job));
+    failing_ = !write_some();
+    if (now() >= next_tick_) tick();
+    keeper_.settle(anchor_->utc(now()));
+    std::vector<std::string> news = keeper_.take_news();
+    const std::lock_guard lock(mutex_);
+    std::ranges::move(news, std::back_inserter(news_));
+}
+
+// False when the disk refused something.
+bool Archive::write_some() {
+    while (!refused_.empty()) {
+        const size_t bytes = size_of(refused_.front());
+        const int error = keeper_.take(refused_.front());
+        note_trouble(error);
+        if (error != 0) return false;
+        refused_.pop_front();
+        buffered_ -= bytes;
+        if (now() >= next_tick_) tick();
+    }
+    return true;
+}
+
+void Archive::note_trouble(int error) {
+    const std::lock_guard lock(mutex_);
+    if (error != 0 && error_ != error)
+        news_.push_back(std::string("the disk refuses to write: ") + std::strerror(error));
+    if (error == 0 && error_ != 0) news_.emplace_back("the disk takes recordings again");
+    error_ = error;
+}
+
+void Archive::tick() {
+    next_tick_ = now() + kTick;
+    keeper_.alive(anchor_->utc(now()));
+    if (const auto step = steps_.step(now(), clock_.wall())) {
+        Note note = EventNote{
+            std::nullopt, anchor_->utc(now()), "clock",
+            "the wall clock was set by " + std::to_string(*step) + " ms; this run goes on as it began"};
+        keeper_.take(note);
+    }
+    std::vector<Keeper::Job> jobs;
+    {
+        const std::lock_guard lock(mutex_);
+        if (syncing_ || !to_sync_.empty()) return;
+    }
+    jobs = keeper_.take_jobs();
+    {
+        const std::lock_guard lock(mutex_);
+        to_sync_ = std::move(jobs);
+    }
+    wake_syncer_.notify_one();
+}
+
+void Archive::sync() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        wake_syncer_.wait(lock, [this] { return syncer_ends_ || !to_sync_.empty(); });
+        if (to_sync_.empty()) return;
+        std::vector<Keeper::Job> jobs = std::exchange(to_sync_, {});
+        syncing_ = true;
+        lock.unlock();
+        for (Keeper::Job& job : jobs) Keeper::work(job, disk_);
+        lock.lock();
+        syncing_ = false;
+        std::ranges::move(jobs, std::back_inserter(synced_));
+    }
+}
+
+void Archive::close() {
+    if (!keeper_thread_.joinable()) return;
+    {
+        const std::lock_guard lock(mutex_);
+        closing_ = true;
+        syncer_ends_ = true;
+    }
+    wake_keeper_.notify_one();
+    keeper_thread_.join();
+    wake_syncer_.notify_one();
+    syncer_thread_.join();
+    // From here on in this thread.
+    work_off();
+    if (!refused_.empty()) {
+        int error = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            error = error_;
+        }
+        keeper_.abandon(anchor_->utc(now()), Cause::kDiskFull, std::strerror(error));
+    }
+    const Ms haste = now() + kDigestsAtTheEnd;
+    for (Keeper::Job& job : keeper_.take_jobs()) {
+        Keeper::work(job, disk_, now() > haste);
+        keeper_.done(std::move(job));
+    }
+    keeper_.settle(anchor_->utc(now()));
+    std::ranges::move(keeper_.take_news(), std::back_inserter(news_));
+}
+
+std::vector<std::string> Archive::news() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(news_, {});
+}
+
+}  // namespace lenswire::recorder

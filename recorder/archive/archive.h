@@ -1,0 +1,79 @@
+// The archive at work: the keeper on a thread of its own, syncs and digests on another, and between them and
+// the recordings a bounded buffer, so that a disk that stalls holds nobody up.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "recorder/archive/keeper.h"
+
+namespace lenswire::recorder {
+
+class Archive : public NoteTaker {
+  public:
+    struct Options {
+        std::string ledger;  // SQLite's file
+        std::vector<std::string> streams;
+        KeepLimits limits;
+        size_t buffer = 128 * 1024 * 1024;
+    };
+
+    // Takes in what an earlier run left. `clock` and `disk` must outlive it. Throws a Failure.
+    Archive(const Options& options, const ArchiveClock& clock, Disk& disk);
+    ~Archive();
+    Archive(const Archive&) = delete;
+    Archive& operator=(const Archive&) = delete;
+
+    const UtcAnchor& anchor() const { return *anchor_; }
+    Ms now() const { return clock_.monotonic(); }
+    bool resumes(int stream) const { return keeper_.resumes(stream); }
+
+    void take(std::vector<Note> notes) override;
+    std::optional<Trouble> trouble() const override;
+
+    // Writes what was taken and ends the threads. What the disk refuses now is noted as a gap.
+    void close();
+
+    // What happened since the last call, a line each.
+    std::vector<std::string> news();
+
+  private:
+    void keep();
+    void work_off();
+    bool write_some();
+    void tick();
+    void sync();
+    void note_trouble(int error);
+
+    const ArchiveClock& clock_;
+    Disk& disk_;
+    Ledger ledger_;
+    Keeper keeper_;
+    std::optional<UtcAnchor> anchor_;
+    UtcAnchor steps_;  // the keeper thread's, to see the wall clock being set
+    const size_t buffer_;
+
+    std::atomic<size_t> buffered_{0};
+    mutable std::atomic<bool> choked_{false};
+    std::deque<Note> refused_;  // the keeper thread's: to be given again
+    Ms next_tick_ = 0;
+    bool failing_ = false;
+
+    mutable std::mutex mutex_;  // everything below
+    std::condition_variable wake_keeper_, wake_syncer_;
+    std::deque<Note> waiting_;
+    std::vector<Keeper::Job> to_sync_, synced_;
+    bool syncing_ = false;
+    bool closing_ = false, syncer_ends_ = false;
+    int error_ = 0;  // of the disk, lately
+    std::vector<std::string> news_;
+
+    std::thread keeper_thread_, syncer_thread_;
+};
+
+}  // namespace lenswire::recorder

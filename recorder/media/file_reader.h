@@ -1,0 +1,18 @@
+// What is in a recorded file, whatever state it is in: of one that was cut off, everything up to the cut.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace lenswire::recorder {
+
+struct FileContents {
+    bool readable = false;  // it has a head and a picture
+    uint64_t pictures = 0;
+    int64_t to_ms = 0;  // end of the last picture; the first is at 0
+};
+
+// `decode`: counts only the pictures that decode.
+FileContents read_contents(const std::string& path, bool decode);
+
+}  // namespace lenswire::recorder

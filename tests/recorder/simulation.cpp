@@ -1,0 +1,327 @@
+// archive_simulation [--seed N | --seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS]
+//
+// Cameras over days in virtual time: outages, flapping, silence, lying clocks, restarts and power cuts of the
+// recorder, full disks, a wall clock that is set. After every incident and every simulated quarter of an hour
+// the ledger must add up, name only what there is, and stay below the quota. A seed that fails is printed as
+// the command that shows it again.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+
+#include "media.h"
+#include "recorder/archive/keeper.h"
+#include "recorder/archive/recording.h"
+#include "recorder/archive/verify.h"
+#include "sim_disk.h"
+
+namespace lenswire::recorder {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Scale {
+    int cameras = 4;
+    int hours = 6;
+    Ms frame = 2000;  // between pictures; every fifth is a key frame
+};
+
+constexpr size_t kBuffer = 256 * 1024;
+constexpr uint64_t kQuotaPerCamera = 400'000;
+
+// A camera, its clock, and what it is up to.
+struct Camera {
+    enum class State { kStreams, kSilent, kAway, kRefuses };
+    State state = State::kStreams;
+    Ms until = 0;
+    double rate = 1;
+    uint32_t clock = 0;
+    bool clock_stands = false;
+    bool first_of_connection = true;
+    uint16_t sequence = 0;
+    unsigned picture = 0;
+};
+
+class Simulation : public NoteTaker {
+  public:
+    Simulation(unsigned seed, const Scale& scale, const std::vector<media::Bytes>& clip)
+        : random_(seed),
+          scale_(scale),
+          clip_(clip),
+          folder_(make_folder(seed)),
+          quota_(kQuotaPerCamera * static_cast<uint64_t>(scale.cameras)),
+          disk_(quota_ * 2, folder_ / "scratch"),
+          cameras_(static_cast<size_t>(scale.cameras)) {
+        for (size_t i = 0; i < cameras_.size(); ++i) names_.push_back("camera" + std::to_string(i));
+    }
+    ~Simulation() {
+        recordings_.clear();
+        stop();
+        fs::remove_all(folder_);
+    }
+
+    // What went wrong first; empty when nothing did.
+    std::string run() {
+        start();
+        const Ms end = mono_ + Ms{scale_.hours} * 3'600'000;
+        for (; mono_ < end && fault_.empty(); advance()) {
+            for (size_t i = 0; i < cameras_.size(); ++i) live(i);
+            keep();
+            if (chance(7200)) incident();
+            if (mono_ % 900'000 < scale_.frame) check("in passing");
+        }
+        if (fault_.empty()) end_run();
+        check("at the end");
+        return fault_;
+    }
+
+    uint64_t frames() const { return frames_; }
+
+  private:
+    static fs::path make_folder(unsigned seed) {
+        const fs::path base = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
+        const fs::path folder =
+            base / ("lenswire-simulation-" + std::to_string(getpid()) + "-" + std::to_string(seed));
+        fs::create_directories(folder);
+        return folder;
+    }
+    bool chance(unsigned one_in) { return random_() % one_in == 0; }
+    void advance() {
+        mono_ += scale_.frame;
+        wall_ += scale_.frame;
+    }
+
+    void start() {
+        ledger_.emplace(folder_ / "ledger.db");
+        keeper_.emplace(disk_, *ledger_, KeepLimits{.quota = quota_, .free_share = 0.1}, names_);
+        keeper_->reopen(UtcAnchor(mono_, wall_, ledger_->last_instant()).utc(mono_));
+        anchor_.emplace(mono_, wall_, ledger_->last_instant());
+        for (size_t i = 0; i < cameras_.size(); ++i) {
+            const auto number = static_cast<int>(i);
+            cameras_[i].first_of_connection = true;
+            recordings_.push_back(std::make_unique<Recording>(
+                Recording::Target{.stream = number, .title = names_[i], .resumes = keeper_->resumes(number)},
+                *anchor_, *this, mono_));
+        }
+        check("after a start");
+    }
+    void stop() {
+        waiting_.clear();
+        buffered_ = 0;
+        choked_ = false;
+        jobs_.clear();
+        keeper_.reset();
+        ledger_.reset();
+    }
+    // As a kill or a power cut leaves it.
+    void crash(bool power) {
+        // Recordings end first, but what they would say now is heard by nobody.
+        deaf_ = true;
+        recordings_.clear();
+        deaf_ = false;
+        stop();
+        if (power) disk_.cut_power(random_);
+        const Ms away = static_cast<Ms>(random_() % 600'000);
+        mono_ += away;
+        wall_ += away;
+        start();
+    }
+    void end_run() {
+        disk_.occupy(0);
+        for (auto& recording : recordings_) recording->finish(mono_);
+        for (int i = 0; i < 3; ++i) keep();
+    }
+
+    // One camera for the time of a picture.
+    void live(size_t index) {
+        Camera& camera = cameras_[index];
+        Recording& recording = *recordings_[index];
+        if (mono_ >= camera.until) change(camera, recording);
+        if (!camera.clock_stands)
+            camera.clock += static_cast<uint32_t>(static_cast<double>(scale_.frame) * camera.rate);
+        if (camera.state == Camera::State::kAway)
+            recording.trouble(mono_, Cause::kUnreachable, "no connection");
+        if (camera.state == Camera::State::kRefuses) recording.trouble(mono_, Cause::kRefused, "");
+        if (camera.state == Camera::State::kStreams) send(camera, recording);
+        recording.tick(mono_);
+    }
+    void change(Camera& camera, Recording& recording) {
+        using State = Camera::State;
+        const State before = camera.state;
+        const unsigned draw = random_() % 10;
+        camera.state = draw < 6   ? State::kStreams
+                       : draw < 7 ? State::kSilent
+                       : draw < 9 ? State::kAway
+                                  : State::kRefuses;
+        const bool flaps = chance(4);
+        camera.until = mono_ + static_cast<Ms>(random_() % (flaps ? 20'000 : 4'000'000));
+        if (before != State::kStreams) return;
+        if (camera.state == State::kAway || camera.state == State::kRefuses)
+            recording.trouble(mono_, Cause::kLost, "");
+        camera.first_of_connection = camera.state != State::kSilent;
+        if (chance(5)) camera.clock = random_();  // set, or started anew
+        if (chance(5)) camera.rate = 0.8 + 0.4 * static_cast<double>(random_() % 1000) / 1000;
+        camera.clock_stands = chance(20);
+    }
+    void send(Camera& camera, Recording& recording) {
+        if (chance(3000)) camera.sequence += 3;  // lost somewhere
+        StreamFrameHead head{};
+        head.usWidth = 320;
+        head.usHeight = 180;
+        head.ulTimeStamp = camera.clock;
+        head.usSequence = camera.sequence++;
+        const media::Bytes& data = clip_[camera.picture++ % clip_.size()];
+        recording.frame(head, std::span(data).first(data.size() - 64),
+                        std::exchange(camera.first_of_connection, false), mono_);
+        ++frames_;
+    }
+
+    void incident() {
+        const unsigned kind = random_() % 6;
+        if (kind == 0) crash(false);
+        if (kind == 1) crash(true);
+        if (kind == 2) disk_.occupy(random_() % (quota_ * 2));
+        if (kind == 3) disk_.occupy(0);
+        if (kind == 4) wall_ += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
+        if (kind == 5) stalled_until_ = mono_ + static_cast<Ms>(random_() % 60'000);
+        check("after incident " + std::to_string(kind));
+    }
+
+    // The archive's two threads, one step of each.
+    void keep() {
+        if (mono_ < stalled_until_) return;
+        for (Keeper::Job& job : jobs_) {
+            Keeper::work(job, disk_);
+            keeper_->done(std::move(job));
+        }
+        jobs_.clear();
+        error_ = 0;
+        while (!waiting_.empty()) {
+            error_ = keeper_->take(waiting_.front());
+            if (error_ != 0) break;
+            buffered_ -= size_of(waiting_.front());
+            waiting_.pop_front();
+        }
+        keeper_->alive(anchor_->utc(mono_));
+        keeper_->settle(anchor_->utc(mono_));
+        jobs_ = keeper_->take_jobs();
+        if (keeper_->bytes() > quota_)
+            fault("the quota is exceeded by " + std::to_string(keeper_->bytes() - quota_));
+    }
+
+    static size_t size_of(const Note& note) {
+        const auto* grows = std::get_if<SegmentGrows>(&note);
+        return grows != nullptr ? grows->bytes.size() : 0;
+    }
+    void take(std::vector<Note> notes) override {
+        if (deaf_) return;
+        for (Note& note : notes) {
+            buffered_ += size_of(note);
+            waiting_.push_back(std::move(note));
+        }
+    }
+    std::optional<Trouble> trouble() const override {
+        if (buffered_ <= kBuffer / 2) choked_ = false;
+        if (buffered_ >= kBuffer) choked_ = true;
+        if (!choked_) return std::nullopt;
+        return Trouble{error_ != 0 ? Cause::kDiskFull : Cause::kDiskSlow, ""};
+    }
+
+    void check(const std::string& when) {
+        if (!fault_.empty() || !ledger_) return;
+        for (const SegmentRow& row : ledger_->segments()) {
+            const int64_t size = disk_.size(row.path);
+            if (size < 0) return fault(when + ": the ledger names " + row.path + ", which is not there");
+            if (!row.to) continue;
+            if (size != static_cast<int64_t>(row.bytes))
+                return fault(when + ": " + row.path + " has another size");
+            const Ms length = *row.to - row.from;
+            if (std::abs(length - static_cast<Ms>(row.frames) * scale_.frame) > 10 * scale_.frame)
+                return fault(when + ": " + row.path + " lasts " + length_text(length) + " with " +
+                             std::to_string(row.frames) + " pictures");
+        }
+        Verdict verdict;
+        verify_account(*ledger_, verdict, anchor_->utc(mono_));
+        if (!verdict.faults.empty()) fault(when + ": " + verdict.faults.front());
+    }
+    void fault(const std::string& text) {
+        if (fault_.empty()) fault_ = utc_text(anchor_->utc(mono_)) + " " + text;
+    }
+
+    std::mt19937 random_;
+    Scale scale_;
+    const std::vector<media::Bytes>& clip_;
+    fs::path folder_;
+    uint64_t quota_;
+    SimDisk disk_;
+    std::vector<Camera> cameras_;
+    std::vector<std::string> names_;
+    Ms mono_ = 5'000'000;
+    Ms wall_ = 1'795'442'700'000;
+    std::optional<UtcAnchor> anchor_;
+    std::optional<Ledger> ledger_;
+    std::optional<Keeper> keeper_;
+    std::vector<std::unique_ptr<Recording>> recordings_;
+    std::deque<Note> waiting_;
+    size_t buffered_ = 0;
+    mutable bool choked_ = false;
+    bool deaf_ = false;
+    int error_ = 0;
+    Ms stalled_until_ = 0;
+    std::vector<Keeper::Job> jobs_;
+    uint64_t frames_ = 0;
+    std::string fault_;
+};
+
+// Key frames every five pictures, and the padding that the writer wants.
+std::vector<media::Bytes> load_clip() {
+    std::vector<media::Bytes> units = media::access_units(LENSWIRE_CLIPS "/h264-sub.h264", "h264");
+    if (units.size() < 5) throw std::runtime_error("the clip cannot be read");
+    units.resize(5);
+    for (media::Bytes& unit : units) unit.resize(unit.size() + 64);
+    return units;
+}
+
+int simulate(int argc, char** argv) {
+    CLI::App app("Simulates recordings over days");
+    unsigned first = 1, count = 1;
+    Scale scale;
+    double frame = 2;
+    app.add_option("--seed", first, "The first seed")->capture_default_str();
+    app.add_option("--seeds", count, "How many")->capture_default_str();
+    app.add_option("--cameras", scale.cameras, "")->capture_default_str();
+    app.add_option("--hours", scale.hours, "")->capture_default_str();
+    app.add_option("--frame", frame, "Seconds between pictures, 2 at most")
+        ->check(CLI::Range(0.04, 2.0))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    scale.frame = static_cast<Ms>(frame * 1000);
+    const auto clip = load_clip();
+    const auto began = std::chrono::steady_clock::now();
+    uint64_t frames = 0;
+    int failed = 0;
+    for (unsigned seed = first; seed < first + count; ++seed) {
+        Simulation simulation(seed, scale, clip);
+        const std::string fault = simulation.run();
+        frames += simulation.frames();
+        if (fault.empty()) continue;
+        ++failed;
+        std::cout << fault << "\n  " << argv[0] << " --seed " << seed << " --cameras " << scale.cameras
+                  << " --hours " << scale.hours << " --frame " << frame << std::endl;
+    }
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
+    std::cout << count << " seeds, " << scale.cameras << " cameras, " << scale.hours << " hours, " << frames
+              << " pictures, " << taken.count() << " s: " << failed << " failed" << std::endl;
+    return failed > 0 ? 1 : 0;
+}
+
+}  // namespace
+}  // namespace lenswire::recorder
+
+int main(int argc, char** argv) {
+    return lenswire::recorder::simulate(argc, argv);
+}
