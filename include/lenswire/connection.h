@@ -55,7 +55,8 @@ LENSWIRE_API int PC_InitCtx(void);
  * the library is sent home: pending requests fail at once, invitations and the fisheye probe within a step,
  * so that a host has its threads back within half a second. Then, once no thread of the host is inside the
  * library, it may be unloaded. Units and clients are no longer to be had; later calls find empty tables.
- * Returns 0; a second call changes nothing. Must not be called from a host service. */
+ * Returns 0; a second call, also one
+ * beside the first, returns at once and changes nothing. Must not be called from a host service. */
 LENSWIRE_API int PC_UnInitCtx(void);
 
 /* Takes a unit, with a client if one is free. Null when all 256 are taken, which is logged, or before

@@ -35,12 +35,14 @@ int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], cha
 /* Reads or writes one record of a host table. table is of enum LenswireHostTable, operation of enum
  * LenswireHostOperation, key points to the channel as a 32-bit value or to LENSWIRE_KEY_ALL_CHANNELS,
  * keyLength is 4. bufferLength is the size of the table's record; what a short read leaves out keeps the
- * value it had, zero but for cruise lines. Returns the bytes read or written, -1 on failure. What becomes of
- * it: 17 read, one channel    GetFiashEve returns it; Private_SetPtzSpeed takes a failure for no fisheye
- * camera 17 read, all channels   another length than 28800 is logged, Prv_ipc_upgrade goes on 21 read and
- * write       -1 ends Prv_CloseMD with -1 24 write                nothing 62 read                 -1 leaves
- * the channel's lines in memory; returned by those that load a channel 62 write                nothing Called
- * from host threads. */
+ * value it had, zero but for cruise lines. Returns the bytes read or written, -1 on failure. What
+ * becomes of the result:
+ * - 17, one channel read: GetFiashEve returns it; Private_SetPtzSpeed takes a failure for no fisheye camera.
+ * - 17, all channels read: another length than 28800 is logged, and Prv_ipc_upgrade goes on.
+ * - 21, read and written: -1 ends Prv_CloseMD with -1.
+ * - 24 and 62, written: nothing.
+ * - 62, read: -1 leaves the channel's lines in memory, and is returned by those that load a channel.
+ * Called from host threads. */
 int databaseOperate(int table, int operation, void* key, int keyLength, void* buffer, int bufferLength);
 
 /* Returns the number of channels in use. Only channels below it are loaded by Private_ptzCruiseInit, which

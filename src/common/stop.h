@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 
 #include "common/shared_word.h"
 #include "lenswire/connection.h"
@@ -15,15 +17,20 @@ namespace lenswire {
 // The longest that such work goes on after the stop.
 constexpr int kStopStepMs = 100;
 
-// The context as the work found it. Work that began without a running context is not ended by one.
+// Raised by each stop once it is complete.
+extern std::atomic<uint32_t> g_complete_stops;
+
+// The context as the work found it. Work that began without a running context is not ended by one; work that
+// began while the context was stopping ends when that is done.
 class RunningContext {
   public:
-    bool ended() const { return ran_ && !runs(); }
+    bool ended() const { return (ran_ && !runs()) || stops_ != g_complete_stops; }
 
   private:
     static bool runs() { return load_word(PC_G_EventLoopSwitch) != 0; }
 
     const bool ran_ = runs();
+    const uint32_t stops_ = g_complete_stops;
 };
 
 // Sleeps a step at a time, until the context ends.
@@ -36,10 +43,12 @@ inline void pause(const RunningContext& context, int milliseconds) {
 enum class Ready { kReadable, kWritable };
 
 // Waits up to the given time, a step at a time. False when the descriptor is not ready by then, when the wait
-// failed and when the context ended. What became of a connect is for the caller to ask once it is writable.
-inline bool wait_until_ready(const RunningContext& context, int fd, Ready ready, int milliseconds) {
+// failed and when ended() says that nobody waits any more. What became of a connect is for the caller to ask
+// once it is writable.
+template <typename Ended>
+bool wait_until_ready(Ended ended, int fd, Ready ready, int milliseconds) {
     if (fd < 0 || fd >= FD_SETSIZE) return false;
-    for (int left = milliseconds; left > 0 && !context.ended(); left -= kStopStepMs) {
+    for (int left = milliseconds; left > 0 && !ended(); left -= kStopStepMs) {
         fd_set set;
         FD_ZERO(&set);
         FD_SET(fd, &set);

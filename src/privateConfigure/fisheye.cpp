@@ -32,13 +32,13 @@ constexpr int kAnswerMs = 3000;
 
 bool send_when_connected(const RunningContext& context, int fd, exchange::Message& request) {
     int length = static_cast<int>(request.whole().size());
-    return wait_until_ready(context, fd, Ready::kWritable, kConnectMs) &&
+    return wait_until_ready([&] { return context.ended(); }, fd, Ready::kWritable, kConnectMs) &&
            SK_SelectWaitWriteable(fd, 0) == 0 && PC_SendCmd(fd, request.bytes, &length) == 0;
 }
 
 bool receive(const RunningContext& context, int fd, exchange::Message& answer) {
     int length = sizeof answer.bytes;
-    if (!wait_until_ready(context, fd, Ready::kReadable, kAnswerMs)) return false;
+    if (!wait_until_ready([&] { return context.ended(); }, fd, Ready::kReadable, kAnswerMs)) return false;
     if (PC_RecvCmd(fd, answer.bytes, &length) != 0) return false;
     const uint16_t command = answer.header().usCmd;
     if (command == LENSWIRE_CMD_FISH_PROPERTY_GET) return true;

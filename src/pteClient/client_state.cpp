@@ -6,7 +6,7 @@ namespace lenswire::client_state {
 
 namespace {
 
-// In steps. A login makes at most a thousand of them: these never end one that the 10 seconds do not.
+// In steps, of which a login makes a thousand in its 10 seconds.
 constexpr uint32_t kDefaultTimerLength[8] = {10000, 100000, 100000, 100000, 100000, 100000, 100000, 0};
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <semaphore.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <array>
 #include <cstring>
 
 #include "common/log.h"
@@ -73,6 +74,11 @@ bool is_usable(const StreamConn* unit) {
 bool is_same_unit(const StreamInvitation& invitation) {
     const UnitSlot* slot = slot_of(invitation.unit);
     return slot == nullptr || (slot->ucUsed != 0 && slot->generation == invitation.generation);
+}
+
+bool is_logging_in(const CmdClient& client) {
+    const uint8_t state = load_word(client.ucClientState);
+    return state >= PC_STATE_CONNECTING && state <= PC_STATE_LOGINED;
 }
 
 Ref ref_to(CmdClient* client) {
@@ -314,7 +320,11 @@ void open_tables() {
 
 // Emptied tables are all zero, descriptors included: unlike a unit or a client that was given back, nobody
 // is handed one of these again.
+//
+// The sockets are left to whoever knows them. Nobody knows that of a login that ends here.
 void close_tables() {
+    std::array<int, kClients> unknown;
+    size_t count = 0;
     Lock lock(g_cmdclient_mutex);
     g_tables_open = false;
     for (UnitSlot& slot : g_streamconnlist) {
@@ -322,9 +332,13 @@ void close_tables() {
         store_word(slot.unit.sockFd, 0);
     }
     for (ClientSlot& slot : g_cmdclientlist) {
-        free_client(lock, slot);
+        const bool logging_in = is_logging_in(slot.client);
+        const int fd = free_client(lock, slot);
         store_word(slot.client.sockFd, 0);
+        if (logging_in) unknown[count++] = fd;
     }
+    lock.unlock();
+    for (size_t i = 0; i < count; ++i) close_socket(unknown[i]);
 }
 
 }  // namespace lenswire::clients

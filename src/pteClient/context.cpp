@@ -5,6 +5,7 @@
 
 #include "common/host_signals.h"
 #include "common/shared_word.h"
+#include "common/stop.h"
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
 #include "lenswire/stream.h"
@@ -32,7 +33,7 @@ struct Worker {
     void* (*main)(void*);
     WakeUp* wake_up;  // ends its wait; the queue thread polls
     pthread_t thread;
-    std::atomic<bool> started;
+    bool started;
 };
 
 Worker g_workers[] = {
@@ -42,6 +43,7 @@ Worker g_workers[] = {
 };
 
 std::atomic<bool> g_ctx_inited;
+std::atomic<bool> g_running;  // from the one start to the one stop
 
 bool start(Worker& worker, const pthread_attr_t& attributes) {
     if (worker.wake_up != nullptr) worker.wake_up->open();
@@ -55,7 +57,7 @@ bool start(Worker& worker, const pthread_attr_t& attributes) {
 void stop(Worker& worker) {
     store_word(worker.run_switch, uint8_t{0});
     if (worker.wake_up != nullptr) worker.wake_up->raise();
-    if (!worker.started.exchange(false)) return;
+    if (!worker.started) return;
     pthread_join(worker.thread, nullptr);
     if (worker.wake_up != nullptr) worker.wake_up->close();
 }
@@ -65,6 +67,7 @@ void stop(Worker& worker) {
 int PC_InitCtx(void) {
     if (g_ctx_inited.exchange(true)) return 0;
     clients::open_tables();
+    g_running = true;
     expect_stream_request();
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -80,10 +83,13 @@ int PC_InitCtx(void) {
     return 0;
 }
 
-// Once the tables are closed no request goes out any more, so those that wait now are all there are.
+// One stop does the work; a second one neither repeats it nor waits for it. Once the tables are closed no
+// request goes out any more, so those that wait then are all there are.
 int PC_UnInitCtx(void) {
+    if (!g_running.exchange(false)) return 0;
     for (Worker& worker : g_workers) stop(worker);
     clients::close_tables();
     for (RecvSendSlot& slot : g_recvsendlist) cond_post_error(&slot);
+    ++g_complete_stops;
     return 0;
 }

@@ -61,11 +61,13 @@ bool note_login_time(const Ref& ref) {
     return static_cast<bool>(pin);
 }
 
-// Whole seconds, on the clock that nobody sets: the wall clock may jump while a login waits. Without a
-// reading `last` stands.
-int seconds_since(int64_t start_us, int last) {
+// Whole seconds, on the clock that nobody sets: the wall clock may jump while a login waits. False without a
+// reading.
+bool read_elapsed(int64_t start_us, int& seconds) {
     const int64_t now_us = steady_us();
-    return start_us < 0 || now_us < 0 ? last : static_cast<int>(now_us / 1'000'000 - start_us / 1'000'000);
+    if (start_us < 0 || now_us < 0) return false;
+    seconds = static_cast<int>(now_us / 1'000'000 - start_us / 1'000'000);
+    return true;
 }
 
 // A step that fails closes the connection, and the steps that follow fail, too: a caller that asks again at
@@ -76,8 +78,8 @@ int invite(const Invited& invited, int channel, int stream) {
     const int64_t start_us = steady_us();
     int worst = -1;
     int elapsed = 0;
-    for (int steps = 0; steps < waits::kLoginMostSteps; ++steps) {
-        elapsed = seconds_since(start_us, elapsed);
+    for (int untimed_steps = 0; untimed_steps < waits::kLoginMostSteps;) {
+        if (!read_elapsed(start_us, elapsed)) ++untimed_steps;
         if (elapsed > waits::kLoginLongest_s || host_ends_it(channel, stream)) break;
         int result = -1;
         bool ready = false;

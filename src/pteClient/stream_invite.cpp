@@ -37,17 +37,18 @@ StreamInvitationRequest build_request(uint32_t login_id, int channel, int stream
     return request;
 }
 
-// Invites on a connection that has been started. False when any step fails or the context ends.
-bool exchange(const RunningContext& context, int fd, const clients::StreamInvitation& invitation, int channel,
-              int stream, void* out32) {
+// Invites on a connection that has been started. False when any step fails or nobody waits any more.
+template <typename Ended>
+bool exchange(Ended ended, int fd, const clients::StreamInvitation& invitation, int channel, int stream,
+              StreamAnswer& answer) {
     const StreamInvitationRequest request = build_request(invitation.login_id, channel, stream);
     int length = sizeof request;
-    if (!wait_until_ready(context, fd, Ready::kWritable, waits::kInvitationMs)) return false;
+    if (!wait_until_ready(ended, fd, Ready::kWritable, waits::kInvitationMs)) return false;
     if (SK_SelectWaitWriteable(fd, 0) != 0 || PC_SendCmd(fd, &request, &length) != 0) return false;
 
     uint8_t reply[MAX_CMD_SIZE + 1] = {};
     length = MAX_CMD_SIZE;
-    if (!wait_until_ready(context, fd, Ready::kReadable, waits::kInvitationMs)) return false;
+    if (!wait_until_ready(ended, fd, Ready::kReadable, waits::kInvitationMs)) return false;
     if (PC_RecvCmd(fd, reply, &length) != 0) return false;
     const PrivateCmd header = wire::load_header(reply);
     if (header.usCmd != LENSWIRE_CMD_STREAM) {
@@ -55,7 +56,7 @@ bool exchange(const RunningContext& context, int fd, const clients::StreamInvita
                     header.usCmd, length);
         return false;
     }
-    if (out32 != nullptr) wire::store(out32, wire::load_padded<StreamAnswer>(wire::payload(reply)));
+    answer = wire::load_padded<StreamAnswer>(wire::payload(reply));
     return true;
 }
 
@@ -68,13 +69,19 @@ int PC_GetStream(StreamConn* conn, int channel, int stream, void* out32) {
     clients::StreamInvitation invitation;
     if (!clients::begin_invitation(conn, invitation)) return -1;
     const RunningContext context;
+    const auto ended = [&] { return context.ended() || !clients::is_current(invitation); };
     expect_stream_request();
     if (invitation.old_fd >= 0) close(invitation.old_fd);
     const int fd = SK_ConnectTo(invitation.address, invitation.port);
+    StreamAnswer answer;
     const bool done = clients::publish_stream_socket(invitation, fd) && fd >= 0 &&
-                      exchange(context, fd, invitation, channel, stream, out32);
+                      exchange(ended, fd, invitation, channel, stream, answer);
     expect_stream_request();
-    if (clients::is_current(invitation) && (done || !context.ended())) return done ? 0 : -1;
+    if (done && clients::is_current(invitation)) {
+        if (out32 != nullptr) wire::store(out32, answer);
+        return 0;
+    }
+    if (!ended()) return -1;  // the unit keeps its socket
     clients::publish_stream_socket(invitation, -1);
     if (fd >= 0) close(fd);
     return -1;

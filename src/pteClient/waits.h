@@ -32,8 +32,8 @@ constexpr unsigned kPollUs = 100;
 constexpr uint32_t kExpectedMs = 10'000;
 constexpr unsigned long kQuietPollLateUs = 4'900;
 
-// A login: the pause between two steps, how long it may take, and the steps that fit into that: a bound
-// that holds without a clock.
+// A login: the pause between two steps, how long it may take, and the steps that fit into that. The steps
+// count only while there is no clock: signals of the host cut pauses short.
 constexpr unsigned kLoginStepPauseUs = 10'000;
 constexpr int kLoginLongest_s = 9;
 constexpr int kLoginMostSteps = 1'000;

@@ -104,7 +104,8 @@ TEST_F(StreamInvitation, OnceMoreReplacesTheSocket) {
 }
 
 TEST_F(StreamInvitation, EndsWithItsUnitAlsoWhenThatIsTakenAgain) {
-    auto inviting = std::async(std::launch::async, [&] { return PC_GetStream(unit_, 0, 0, nullptr); });
+    Bytes out = repeated('G', 32);
+    auto inviting = std::async(std::launch::async, [&] { return PC_GetStream(unit_, 0, 0, out.data()); });
     Wire wire = camera_.accepts();
     wire.reads(36);
     PC_Delete(unit_);
@@ -113,6 +114,7 @@ TEST_F(StreamInvitation, EndsWithItsUnitAlsoWhenThatIsTakenAgain) {
     EXPECT_EQ(inviting.get(), -1);
     EXPECT_TRUE(wire.sees_close());
     EXPECT_EQ(unit_->sockFd, -1);
+    EXPECT_EQ(out, repeated('G', 32));
 }
 
 TEST_F(StreamInvitation, ACameraThatDoesNotListenFails) {

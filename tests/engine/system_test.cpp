@@ -274,15 +274,39 @@ TEST_F(System, AStopEndsWhateverWaits) {
     login.wire.reads_command();
     Wire stream_wire = other_.accepts();
     stream_wire.reads(36);
-    mute.accepts().reads_command();
+    Wire login_wire = mute.accepts();
+    login_wire.reads_command();
     stops_engine();
     EXPECT_EQ(get.get(), -1);
     EXPECT_EQ(host().dumped_count("pthread_cond_timedwait time out"), 0) << "the get waited to its end";
     EXPECT_EQ(stream.get(), -1);
     EXPECT_EQ(log_in.get(), -1);
     EXPECT_TRUE(stream_wire.sees_close());
+    EXPECT_TRUE(login_wire.sees_close());
     EXPECT_TRUE(is_open(0));
     EXPECT_THAT(capture.out(), Not(HasSubstr("respone time out")));
+}
+
+// A stop that waits for a service of the host: what begins meanwhile ends with it, and a second stop returns.
+TEST_F(System, WhatBeginsDuringAStopEndsWithIt) {
+    LoggedIn login = new_login(camera_);
+    std::promise<void> go_on;
+    std::atomic<bool> held{false};
+    host().when(Service::kGetRequest, [&](int, int) {
+        if (peek(PC_G_RecvStreamLoopSwitch) != 0 || held.exchange(true)) return;
+        go_on.get_future().wait();
+    });
+    auto stopping = std::async(std::launch::async, [&] { stops_engine(); });
+    ASSERT_TRUE(wait_until([&] { return held.load(); }));
+    EXPECT_EQ(PC_UnInitCtx(), 0);
+    auto stream = std::async(std::launch::async, [&] { return PC_GetStream(login.unit, 0, 0, nullptr); });
+    Wire wire = camera_.accepts();
+    wire.reads(36);
+    EXPECT_NE(login.unit->pCmdClient, nullptr) << "the second stop emptied the tables";
+    go_on.set_value();
+    stopping.get();
+    EXPECT_EQ(stream.get(), -1);
+    EXPECT_TRUE(wire.sees_close());
 }
 
 // Threads that call on while the library stops, and stops again.

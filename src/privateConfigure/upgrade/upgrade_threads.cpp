@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <ctime>
 
 #include "common/host_signals.h"
 #include "lenswire/upgrade.h"
@@ -15,7 +13,9 @@ namespace lenswire::upgrade {
 namespace {
 
 // A job's next step finds out about the unload, and a step is short unless the host is called and blocks.
-constexpr time_t kUnloadWait_s = 5;
+// Looking every now and then for 5 seconds needs no clock.
+constexpr int kUnloadLooks = 1'000;
+constexpr useconds_t kUnloadLookPauseUs = 5'000;
 
 // Whatever a thread does last in this library, to say that it has left, is done inside the library. So libc
 // says it: the destructor of a thread's value is called when the thread's body has returned for good, and it
@@ -42,22 +42,18 @@ void* job_thread(void* request) {
     return ipc_upgrade_thread(request);
 }
 
-bool has_left_by(const timespec& deadline) {
-    int result;
-    do result = sem_clockwait(&g_left, CLOCK_MONOTONIC, &deadline);
-    while (result != 0 && errno == EINTR);
-    return result == 0;
-}
-
 // Also runs at the end of the process, where it spares the threads a host that is being taken apart.
 [[gnu::destructor]] void wait_for_threads() {
     if (!g_made || g_process != getpid()) return;
     g_unloading = true;
-    timespec deadline{};
-    clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += kUnloadWait_s;
-    for (; g_started > 0; --g_started) {
-        if (!has_left_by(deadline)) return;
+    for (int looks = 0; g_started > 0;) {
+        if (sem_trywait(&g_left) == 0) {
+            --g_started;
+        } else if (++looks < kUnloadLooks) {
+            usleep(kUnloadLookPauseUs);
+        } else {
+            return;
+        }
     }
     pthread_key_delete(g_key);
     sem_destroy(&g_left);

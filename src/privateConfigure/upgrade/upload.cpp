@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "common/log.h"
+#include "common/steady_clock.h"
 #include "common/wire.h"
 #include "lenswire/host_services.h"
 #include "lenswire/socket.h"
@@ -26,15 +26,10 @@ namespace {
 
 constexpr const char* kThread = "ipc_upgrade_thread";
 constexpr int kUnexpectedMax = 30;
-constexpr int64_t kPause_ms = 1000;  // after a send of nothing, so that a full socket does not spin the loop
+constexpr int64_t kPauseUs =
+    1'000'000;  // after a send of nothing, so that a full socket does not spin the loop
 constexpr int kPiecesAtOnce = 4;
 constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;
-
-int64_t now_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
 
 // One camera of a job. Descriptor 0 is a socket like any other; none is -1.
 struct Camera {
@@ -55,7 +50,7 @@ struct Camera {
     uint32_t sent = 0;  // header included
     uint32_t percent = 0;
     int unexpected = 0;         // messages that were no answer
-    int64_t send_again_ms = 0;  // not watched for writing before
+    int64_t send_again_us = 0;  // not watched for writing before
 };
 
 struct Ready {
@@ -149,7 +144,8 @@ bool Upload::is_running() const {
 
 // A camera that has everything, or for which there was nothing to send just now, does not wake the loop.
 bool Upload::has_bytes_for(const Camera& camera) const {
-    return camera.sent < total_ && (camera.send_again_ms == 0 || camera.send_again_ms <= now_ms());
+    const int64_t now_us = steady_us();
+    return camera.sent < total_ && (now_us < 0 || camera.send_again_us <= now_us);
 }
 
 bool Upload::wait_for(Ready& ready) const {
@@ -203,7 +199,7 @@ void Upload::send_pieces(size_t k, std::FILE* file) {
         upload_step(camera.sock, file, header_, total_, camera.sent);
         if (camera.sent - start < kPieceSize) break;
     }
-    camera.send_again_ms = camera.sent == before ? now_ms() + kPause_ms : 0;
+    camera.send_again_us = camera.sent == before ? steady_us() + kPauseUs : 0;
     const auto percent =
         static_cast<uint32_t>(static_cast<float>(camera.sent) / static_cast<float>(total_) * 100);
     if (percent == camera.percent) return;
