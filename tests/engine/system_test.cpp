@@ -290,14 +290,16 @@ TEST_F(System, AStopEndsWhateverWaits) {
 // A stop that waits for a service of the host: what begins meanwhile ends with it, and a second stop returns.
 TEST_F(System, WhatBeginsDuringAStopEndsWithIt) {
     LoggedIn login = new_login(camera_);
-    std::promise<void> go_on;
-    std::atomic<bool> held{false};
+    std::promise<void> held, go_on;
+    std::atomic<bool> holds{true};
     host().when(Service::kGetRequest, [&](int, int) {
-        if (peek(PC_G_RecvStreamLoopSwitch) != 0 || held.exchange(true)) return;
+        if (!holds.exchange(false)) return;
+        held.set_value();
         go_on.get_future().wait();
     });
+    held.get_future().wait();
     auto stopping = std::async(std::launch::async, [&] { stops_engine(); });
-    ASSERT_TRUE(wait_until([&] { return held.load(); }));
+    ASSERT_TRUE(wait_until([] { return peek(PC_G_RecvQueue) == 0; }));
     EXPECT_EQ(PC_UnInitCtx(), 0);
     auto stream = std::async(std::launch::async, [&] { return PC_GetStream(login.unit, 0, 0, nullptr); });
     Wire wire = camera_.accepts();
