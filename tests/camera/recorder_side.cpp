@@ -67,6 +67,13 @@ extern "C" ssize_t sendmsg(int fd, const msghdr* message, int flags) {
     return call_and_note<decltype(&sendmsg)>("sendmsg", fd, message, flags);
 }
 
+#ifdef __USE_TIME_BITS64
+// The name that the simulator's calls have where the plain one counts seconds in 32 bits.
+extern "C" ssize_t __sendmsg64(int fd, const msghdr* message, int flags) {
+    return call_and_note<decltype(&sendmsg)>("__sendmsg64", fd, message, flags);
+}
+#endif
+
 Wire connect_to(const camera::Camera& camera) {
     sockaddr_in name{};
     name.sin_family = AF_INET;
