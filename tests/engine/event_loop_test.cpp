@@ -227,7 +227,7 @@ TEST_F(EventLoop, AConnectionThatTheCameraClosedCostsNothing) {
     reset.wire.resets();
     for (int i = 1; i <= 50; ++i) {
         alive.wire.sends(motion(static_cast<uint8_t>(i)));
-        ASSERT_TRUE(host().waits_for_motion_calls(static_cast<size_t>(i)));
+        ASSERT_TRUE(host().motion_calls.waits_for(static_cast<size_t>(i)));
     }
     EXPECT_EQ(peek(closed.unit->pCmdClient->ucClientState), PC_STATE_READY);
     EXPECT_EQ(peek(closed.unit->pCmdClient->sockFd), socket);
@@ -236,7 +236,7 @@ TEST_F(EventLoop, AConnectionThatTheCameraClosedCostsNothing) {
     // It is served again once it is logged in anew.
     closed.wire = logs_in(closed.unit, closing);
     closed.wire.sends(motion(77));
-    ASSERT_TRUE(host().waits_for_motion_calls(51));
+    ASSERT_TRUE(host().motion_calls.waits_for(51));
     EXPECT_EQ(host().motion_calls().back().status, 77);
 }
 
@@ -249,7 +249,7 @@ TEST_F(EventLoop, APushChangesEveryChannelOfItsCamera) {
     ScriptedCamera camera;
     LoggedIn login = new_login(camera);
     login.wire.sends(motion(1));
-    ASSERT_TRUE(host().waits_for_motion_calls(3));
+    ASSERT_TRUE(host().motion_calls.waits_for(3));
     stops_engine();
     std::vector<std::pair<int, int>> set;
     for (const MotionCall& call : host().motion_calls()) set.emplace_back(call.channel, call.status);
@@ -310,7 +310,7 @@ TEST_F(EventLoop, AUnitMayBeDeletedWhileItsPushIsBeingHandled) {
     Wire wire = logs_in(next, other, 7);
     go_on.set_value();
     wire.sends(motion(5));
-    ASSERT_TRUE(host().waits_for_motion_calls(2));
+    ASSERT_TRUE(host().motion_calls.waits_for(2));
     EXPECT_EQ(Bytes(client->serialNum, client->serialNum + 8), default_serial());
     EXPECT_EQ(peek(client->ulLoginId), 7u) << "a message of the deleted client reached the next one";
 }

@@ -62,11 +62,11 @@ void works(Library& library, ScriptedCamera& camera) {
 
     Pair pair;
     ReceiveBuffer buffer(1 << 16);
-    FakeStream frames;
+    FakeStream stream;
     unit->sockFd = pair.ours();
-    host().posts_open(0, 0, unit, buffer, frames);
+    host().posts_open(0, 0, unit, buffer, stream);
     pair.theirs().sends(Packet{.payload = pattern(100)}.bytes() + Packet{.payload = pattern(1)}.bytes());
-    EXPECT_TRUE(frames.waits_for_frames(1));
+    EXPECT_TRUE(stream.frames.waits_for(1));
 
     CALL(library, PC_Delete, unit);
     EXPECT_EQ(CALL(library, PC_UnInitCtx), 0);

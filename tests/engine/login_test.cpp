@@ -154,7 +154,7 @@ TEST_F(Login, LeavesTheBytesAfterTheReplyToTheEventLoop) {
         return wire;
     });
     EXPECT_EQ(login(PC_CreateNew(), camera), 0);
-    EXPECT_TRUE(host().waits_for_motion_calls(1));
+    EXPECT_TRUE(host().motion_calls.waits_for(1));
 }
 
 TEST_F(Login, ARefusalEndsAsIfTheReplyNeverCame) {
@@ -254,7 +254,7 @@ TEST_F(Login, OnceMoreOnTheSameUnitReplacesTheConnection) {
     EXPECT_EQ(unit->pCmdClient->ulLoginId, 2u);
     EXPECT_EQ(unit->pCmdClient->ulPort, static_cast<uint32_t>(second.port()));
     fresh.sends(command(0x0009, {0, 0, 1}));
-    ASSERT_TRUE(host().waits_for_motion_calls(1));
+    ASSERT_TRUE(host().motion_calls.waits_for(1));
     EXPECT_EQ(host().motion_calls()[0].status, 1);
 }
 

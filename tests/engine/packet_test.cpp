@@ -346,7 +346,7 @@ TEST_F(Packets, AFrameWithoutABufferIsDroppedWhole) {
             stream.receives_all(filler());
             EXPECT_EQ(payloads(stream.frames()), (std::vector<Bytes>{pattern(300, 1), pattern(400, 2)}))
                 << start << " " << piece;
-            EXPECT_EQ(stream.queue().refused_buffers(), 3u);
+            EXPECT_EQ(stream.queue().refused_buffers, 3u);
             EXPECT_EQ(stream.bit_rate, static_cast<int32_t>(sent.size()));
             EXPECT_EQ(stream.video_frame_no, 2);
             EXPECT_EQ(u16_at(stream.last().head, 2), 1);

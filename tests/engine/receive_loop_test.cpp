@@ -31,7 +31,7 @@ class ReceiveLoop : public EngineTest {
         int number;
         Pair pair;
         ReceiveBuffer buffer;
-        FakeStream frames;
+        FakeStream queue;
         StreamConn unit{};
         int socket = -1;
         int slot = -1;
@@ -59,7 +59,7 @@ class ReceiveLoop : public EngineTest {
         std::erase_if(streams_, [&](const auto& owned) { return owned.get() == stream; });
     }
     void opens(Stream& stream) {
-        host().posts_open(stream.channel, stream.number, &stream.unit, stream.buffer, stream.frames);
+        host().posts_open(stream.channel, stream.number, &stream.unit, stream.buffer, stream.queue);
         ASSERT_TRUE(host().waits_for_requests_taken());
         for (int i = 0; i < LENSWIRE_STREAM_SLOTS; ++i) {
             if (peek(arrayfd[i]) == stream.socket) stream.slot = i;
@@ -69,12 +69,12 @@ class ReceiveLoop : public EngineTest {
     static bool is_open_slot(const Stream& stream) { return peek(arrayfd[stream.slot]) == stream.socket; }
     // A frame through a stream: the loop has made a pass since the call.
     void makes_a_pass(Stream& stream) {
-        const size_t before = stream.frames.frame_count();
+        const size_t before = stream.queue.frames.size();
         stream.camera().sends(video(1).bytes() + kTail);
-        ASSERT_TRUE(stream.frames.waits_for_frames(before + 1));
+        ASSERT_TRUE(stream.queue.frames.waits_for(before + 1));
     }
     void waits_for_restart(const Stream& stream, size_t count = 1) {
-        ASSERT_TRUE(wait_until([&] { return host().restart_count() >= count && !is_open_slot(stream); }));
+        ASSERT_TRUE(wait_until([&] { return host().restarts.size() >= count && !is_open_slot(stream); }));
         const RestartMessage restart = host().restarts()[count - 1];
         EXPECT_EQ(restart.channel, stream.channel);
         EXPECT_EQ(restart.stream, stream.number);
@@ -98,14 +98,14 @@ TEST_F(ReceiveLoop, FramesOfManyStreamsArriveByteForByte) {
     }
     for (Stream* stream : streams) stream->camera().sends(kTail);
     for (Stream* stream : streams) {
-        ASSERT_TRUE(stream->frames.waits_for_frames(30));
-        const std::vector<Frame> frames = stream->frames.frames();
+        ASSERT_TRUE(stream->queue.frames.waits_for(30));
+        const std::vector<Frame> frames = stream->queue.frames();
         for (uint32_t frame = 0; frame < 30; ++frame) {
             EXPECT_EQ(u16_at(frames[frame].head, 2), frame);
             EXPECT_EQ(frames[frame].payload, pattern(700, frame + static_cast<uint32_t>(stream->channel)));
         }
     }
-    EXPECT_EQ(host().restart_count(), 0u);
+    EXPECT_EQ(host().restarts.size(), 0u);
 }
 
 TEST_F(ReceiveLoop, ASilentStreamIsRestartedAfterMoreThanFiveSeconds) {
@@ -119,14 +119,14 @@ TEST_F(ReceiveLoop, ASilentStreamIsRestartedAfterMoreThanFiveSeconds) {
         makes_a_pass(*living);
         makes_a_pass(*living);
         EXPECT_TRUE(is_open_slot(*silent)) << start;
-        EXPECT_EQ(host().restart_count(), restarts);
+        EXPECT_EQ(host().restarts.size(), restarts);
         Capture capture;
         host().clock.advance(1);
         waits_for_restart(*silent, ++restarts);
         EXPECT_EQ(peek(nodatatime[silent->slot]), static_cast<int32_t>(start + 6));
         EXPECT_TRUE(is_open_slot(*living)) << start;
         makes_a_pass(*living);
-        EXPECT_EQ(host().restart_count(), restarts) << "told twice";
+        EXPECT_EQ(host().restarts.size(), restarts) << "told twice";
         EXPECT_TRUE(is_open(silent->pair.ours()));
         host().posts_close(41, 0);
         ASSERT_TRUE(host().waits_for_requests_taken());
@@ -183,12 +183,12 @@ TEST_F(ReceiveLoop, AStreamThatFailsIsRestartedAtOnce) {
         auto failing = new_stream(60);
         auto living = new_stream(61);
         failing->camera().sends(video(1).bytes() + kTail);
-        ASSERT_TRUE(failing->frames.waits_for_frames(1));
+        ASSERT_TRUE(failing->queue.frames.waits_for(1));
         Capture capture;
         row.fails(*failing);
         waits_for_restart(*failing, ++restarts);
         makes_a_pass(*living);
-        EXPECT_EQ(failing->frames.frame_count(), row.frames) << row.what;
+        EXPECT_EQ(failing->queue.frames.size(), row.frames) << row.what;
         EXPECT_TRUE(is_open(failing->pair.ours())) << row.what;
         EXPECT_THAT(capture.out(), HasSubstr(row.out)) << row.what;
         EXPECT_THAT(
@@ -198,7 +198,7 @@ TEST_F(ReceiveLoop, AStreamThatFailsIsRestartedAtOnce) {
             << row.what;
         host().posts_close(61, 0);
         ASSERT_TRUE(host().waits_for_requests_taken());
-        EXPECT_EQ(host().restart_count(), restarts);
+        EXPECT_EQ(host().restarts.size(), restarts);
     }
 }
 
@@ -206,7 +206,7 @@ TEST_F(ReceiveLoop, RatesAreReportedOnceMoreThanTwoSecondsHavePassed) {
     auto stream = new_stream(70, 1);
     for (uint32_t i = 0; i < 29; ++i) stream->camera().sends(video(i, 268));
     stream->camera().sends(kTail);
-    ASSERT_TRUE(stream->frames.waits_for_frames(29));
+    ASSERT_TRUE(stream->queue.frames.waits_for(29));
     // Two seconds are not enough.
     host().clock.advance(2);
     makes_a_pass(*stream);
@@ -233,7 +233,7 @@ TEST_F(ReceiveLoop, RatesAreReportedOnceMoreThanTwoSecondsHavePassed) {
     // An interval without video keeps the rate of the one before and counts every byte.
     stream->camera().sends(slice(kTail, 1, 32) + Packet{.video = false, .payload = pattern(468)}.bytes() +
                            kTail);
-    ASSERT_TRUE(stream->frames.waits_for_frames(29 + 4 + 3));
+    ASSERT_TRUE(stream->queue.frames.waits_for(29 + 4 + 3));
     host().clock.advance(4);
     stream->camera().sends(slice(kTail, 0, 1));
     ASSERT_TRUE(wait_until([] { return host().network_params().size() == 2; }));
@@ -241,8 +241,8 @@ TEST_F(ReceiveLoop, RatesAreReportedOnceMoreThanTwoSecondsHavePassed) {
     EXPECT_EQ(host().receive_rates()[1].bytes_per_second, (33 + 33 + 500) / 4);
     // The measured rate is what frames carry from then on.
     stream->camera().sends(slice(kTail, 1, 32) + video(3).bytes() + kTail);
-    ASSERT_TRUE(stream->frames.waits_for_frames(29 + 4 + 3 + 3));
-    EXPECT_EQ(stream->frames.frames().back().head[28], 31 / 3);
+    ASSERT_TRUE(stream->queue.frames.waits_for(29 + 4 + 3 + 3));
+    EXPECT_EQ(stream->queue.frames().back().head[28], 31 / 3);
     stops_engine();
     EXPECT_EQ(startNo[stream->slot], 29 + 4 + 3);
     EXPECT_EQ(videoFrameNo[stream->slot], 29 + 4 + 3 + 3);
@@ -265,12 +265,12 @@ TEST_F(ReceiveLoop, ABadDescriptorDoesNotStarveTheOthers) {
     const int closed = fcntl(good->socket, F_DUPFD, 500);  // a number that nobody takes over
     close(closed);
     bad->socket = bad->unit.sockFd = closed;
-    host().posts_open(1, 0, &bad->unit, bad->buffer, bad->frames);
+    host().posts_open(1, 0, &bad->unit, bad->buffer, bad->queue);
     bad->slot = 2;
     waits_for_restart(*bad);
     makes_a_pass(*good);
     makes_a_pass(*other);
-    EXPECT_EQ(host().restart_count(), 1u);
+    EXPECT_EQ(host().restarts.size(), 1u);
 }
 
 // A host that answers the restart message at once: it frees the stream's objects and opens the next one,
@@ -302,8 +302,8 @@ TEST_F(ReceiveLoop, ASlotReopenedFromInsideTheRestartCallIsLeftAlone) {
         makes_a_pass(*next);
         makes_a_pass(*next);
         EXPECT_TRUE(is_open_slot(*next));
-        EXPECT_EQ(host().restart_count(), ++restarts);
-        EXPECT_EQ(u16_at(next->frames.frames()[0].head, 2), 0);
+        EXPECT_EQ(host().restarts.size(), ++restarts);
+        EXPECT_EQ(u16_at(next->queue.frames()[0].head, 2), 0);
         host().posts_close(80, 0);
         ASSERT_TRUE(host().waits_for_requests_taken());
     }
@@ -317,7 +317,7 @@ TEST_F(ReceiveLoop, ASlotReopenedDuringADeliveryIsLeftAlone) {
     host().when(Service::kInsertFrame, [&](int, int) {
         if (host().calls(Service::kInsertFrame) > 1) return;
         host().posts_close(90, 0);
-        host().posts_open(91, 0, &next->unit, next->buffer, next->frames);
+        host().posts_open(91, 0, &next->unit, next->buffer, next->queue);
         // The queue thread may take them now, or once the delivery is over.
         wait_until([&] { return peek(arrayfd[slot]) == next->socket; }, std::chrono::milliseconds(100));
     });
@@ -332,7 +332,7 @@ TEST_F(ReceiveLoop, ASlotReopenedDuringADeliveryIsLeftAlone) {
 
 TEST_F(ReceiveLoop, ARestartMessageCanBeSentByTheHostItself) {
     EXPECT_EQ(PostRestartMessageToQueue(7, 1), 0);
-    ASSERT_EQ(host().restart_count(), 1u);
+    ASSERT_EQ(host().restarts.size(), 1u);
     EXPECT_EQ(host().restarts()[0].channel, 7);
     EXPECT_EQ(host().restarts()[0].stream, 1);
     EXPECT_EQ(host().restarts()[0].request.ulType, uint32_t{STREAM_REQ_RESTART});

@@ -103,7 +103,7 @@ TEST_F(StreamSlots, TheHundredAndNinetyThirdIsDroppedUntilASlotIsFree) {
     EXPECT_EQ(open_slots(), kSlots - 1);
     opens(kSlots + 1, 0, sockets.back());
     EXPECT_EQ(peek(arrayfd[77]), sockets.back());
-    EXPECT_EQ(host().restart_count(), 0u);
+    EXPECT_EQ(host().restarts.size(), 0u);
     for (int socket : sockets) EXPECT_TRUE(is_open(socket));
     stops_engine();
     for (int socket : sockets) close(socket);
@@ -127,7 +127,7 @@ TEST_F(StreamSlots, ClosingTakesTheLowerOfTwoSlotsOfOneStream) {
     closes(4, 1);
     EXPECT_EQ(open_slots(), 1);
     EXPECT_TRUE(is_open(pairs_[0].ours()));
-    EXPECT_EQ(host().restart_count(), 0u);
+    EXPECT_EQ(host().restarts.size(), 0u);
 }
 
 TEST_F(StreamSlots, OtherRequestsAreIgnored) {
@@ -161,11 +161,11 @@ TEST_F(StreamSlots, RequestsOfOneBurstTakeEffectInOrder) {
 // What cannot be served takes no slot: one line, and one restart message so that the host tries again.
 TEST_F(StreamSlots, UnusableOpenRequestsAreRefused) {
     const auto refuses = [&](const char* what, StreamRequest request) {
-        const size_t before = host().restart_count();
+        const size_t before = host().restarts.size();
         Capture capture;
         takes(request);
         EXPECT_EQ(open_slots(), 0) << what;
-        ASSERT_EQ(host().restart_count(), before + 1) << what;
+        ASSERT_EQ(host().restarts.size(), before + 1) << what;
         const RestartMessage restart = host().restarts().back();
         EXPECT_EQ(restart.channel, 33) << what;
         EXPECT_EQ(restart.stream, 1) << what;

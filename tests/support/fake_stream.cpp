@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "lenswire/host_services.h"
-#include "support/capture.h"
 #include "support/fake_host.h"
 
 namespace lenswire::test {
@@ -43,7 +42,7 @@ uint32_t free_piece(const RingObject& ring) {
 
 bool copy_out(const RingObject& ring, void* dst, int length) {
     if (length < 0 || static_cast<uint32_t>(length) > ring.fill) {
-        host().complains("more bytes taken from a ring than it holds");
+        host().complaints.add("more bytes taken from a ring than it holds");
         return false;
     }
     const auto count = static_cast<uint32_t>(length);
@@ -90,29 +89,10 @@ FakeStream::~FakeStream() {
     registry().streams.erase({object_.words.lFirst, object_.words.lSecond});
 }
 
-std::vector<Frame> FakeStream::frames() const {
-    const std::lock_guard lock(mutex_);
-    return frames_;
-}
-
-size_t FakeStream::frame_count() const {
-    const std::lock_guard lock(mutex_);
-    return frames_.size();
-}
-
-bool FakeStream::waits_for_frames(size_t count) const {
-    return wait_until([&] { return frame_count() >= count; });
-}
-
 void FakeStream::refuses_buffers(size_t after, size_t count) {
     const std::lock_guard lock(mutex_);
     refuse_from_ = asked_ + after;
     refuse_to_ = refuse_from_ + count;
-}
-
-size_t FakeStream::refused_buffers() const {
-    const std::lock_guard lock(mutex_);
-    return refused_;
 }
 
 size_t FakeStream::missing_buffers() const {
@@ -120,20 +100,16 @@ size_t FakeStream::missing_buffers() const {
     return buffers_.size();
 }
 
-Bytes FakeStream::private_info() const {
-    return Bytes(info_, info_ + sizeof info_);
-}
-
 void* FakeStream::get_buffer(int size) {
     const std::lock_guard lock(mutex_);
-    if (locked_) host().complains("a frame buffer asked for under the queue's lock");
+    if (locked_) host().complaints.add("a frame buffer asked for under the queue's lock");
     if (size < 0) {
-        host().complains("a frame buffer of negative size asked for");
+        host().complaints.add("a frame buffer of negative size asked for");
         return nullptr;
     }
     const size_t number = asked_++;
     if (number >= refuse_from_ && number < refuse_to_) {
-        ++refused_;
+        ++refused_buffers;
         return nullptr;
     }
     Bytes buffer(36 + static_cast<size_t>(size), kUntouched);
@@ -145,26 +121,26 @@ void* FakeStream::get_buffer(int size) {
 
 void FakeStream::lock() {
     const std::lock_guard lock(mutex_);
-    if (locked_) host().complains("a frame queue locked twice");
+    if (locked_) host().complaints.add("a frame queue locked twice");
     locked_ = true;
 }
 
 void FakeStream::insert(void* frame) {
     const std::lock_guard lock(mutex_);
-    if (!locked_) host().complains("a frame inserted without the queue's lock");
+    if (!locked_) host().complaints.add("a frame inserted without the queue's lock");
     const auto found = buffers_.find(frame);
     if (found == buffers_.end()) {
-        host().complains("a frame inserted that is no buffer of the queue");
+        host().complaints.add("a frame inserted that is no buffer of the queue");
         return;
     }
     const Bytes& bytes = found->second;
-    frames_.push_back({slice(bytes, 0, 36), slice(bytes, 36, bytes.size())});
+    frames.add({slice(bytes, 0, 36), slice(bytes, 36, bytes.size())});
     buffers_.erase(found);
 }
 
 void FakeStream::unlock() {
     const std::lock_guard lock(mutex_);
-    if (!locked_) host().complains("a frame queue unlocked that was not locked");
+    if (!locked_) host().complaints.add("a frame queue unlocked that was not locked");
     locked_ = false;
 }
 
@@ -186,7 +162,7 @@ void* ring_get_start_buf(void* ring) {
 int ring_set_data_end(void* ring, int length) {
     RingObject& object = ring_of(ring);
     if (length < 0 || static_cast<uint32_t>(length) > free_piece(object)) {
-        host().complains("more bytes put into a ring than it has room for in one piece");
+        host().complaints.add("more bytes put into a ring than it has room for in one piece");
         return -1;
     }
     object.fill += static_cast<uint32_t>(length);
@@ -204,7 +180,7 @@ int ring_pop_temp(void* ring, void* dst, int length) {
 int ring_pop_n(void* ring, void* dst, int length, int capacity) {
     RingObject& object = ring_of(ring);
     if (length > capacity) {
-        host().complains("more bytes taken from a ring than the capacity given with it");
+        host().complaints.add("more bytes taken from a ring than the capacity given with it");
         return -1;
     }
     if (!copy_out(object, dst, length)) return -1;
@@ -238,7 +214,7 @@ void* networkGetStreampPrivateInfo(int first, int second) {
     const std::lock_guard lock(registry().mutex);
     const auto found = registry().streams.find({first, second});
     if (found == registry().streams.end()) {
-        host().complains("private information asked for with words of no stream");
+        host().complaints.add("private information asked for with words of no stream");
         return nullptr;
     }
     return found->second->info();
