@@ -44,19 +44,6 @@ TEST(ContextStartAndStop, HappenOnceAndLeaveNothing) {
     EXPECT_EQ(host().live_allocations(), 0);
 }
 
-TEST_F(Context, StoppingLeavesTheSocketsOpen) {
-    Pair control, stream;
-    StreamConn* unit = PC_CreateNew();
-    poke(unit->sockFd, stream.ours());
-    poke(unit->pCmdClient->sockFd, control.ours());
-    const CmdClient* client = unit->pCmdClient;
-    stops_engine();
-    EXPECT_TRUE(is_open(stream.ours()));
-    EXPECT_TRUE(is_open(control.ours()));
-    EXPECT_EQ(unit->pCmdClient, nullptr);
-    EXPECT_EQ(client->sockFd, 0);
-}
-
 TEST_F(Context, TheTablesHandOut192ClientsAnd256Units) {
     std::set<StreamConn*> units;
     std::set<CmdClient*> clients;
@@ -138,25 +125,31 @@ TEST_F(Context, AClientThatIsNotOfTheTableIsLeftAlone) {
     EXPECT_TRUE(is_open(control.ours()));
 }
 
-TEST_F(Context, ExitClosesOnlyDescriptorsAboveZero) {
-    Pair pair;
+TEST_F(Context, ExitClosesOnlyDescriptorsAboveZeroAndStoppingNone) {
+    Pair pair, control, stream;
     CmdClient* client = PC_CreateCmdClient0();
     PC_Exit(nullptr);
-    PC_Exit(client);
-    EXPECT_EQ(client->sockFd, -1);
-
-    ASSERT_TRUE(is_open(0));
-    poke(client->sockFd, 0);
-    PC_Exit(client);
-    EXPECT_EQ(client->sockFd, 0);
+    for (int fd : {-1, 0}) {
+        poke(client->sockFd, fd);
+        PC_Exit(client);
+        EXPECT_EQ(client->sockFd, fd);
+    }
     EXPECT_TRUE(is_open(0));
-
     PC_SetCBState(client, PC_STATE_LOGINED);
     poke(client->sockFd, pair.gives_ours());
     PC_Exit(client);
     EXPECT_EQ(client->sockFd, -1);
     EXPECT_EQ(client->ucClientState, PC_STATE_LOGINED);
     EXPECT_TRUE(pair.theirs().sees_close());
+
+    StreamConn* unit = PC_CreateNew();
+    poke(unit->sockFd, stream.ours());
+    poke(client->sockFd, control.ours());
+    stops_engine();
+    EXPECT_TRUE(is_open(stream.ours()));
+    EXPECT_TRUE(is_open(control.ours()));
+    EXPECT_EQ(unit->pCmdClient, nullptr);
+    EXPECT_EQ(client->sockFd, 0);
 }
 
 // Units are taken and given back by several host threads; no two ever hold the same unit or client.
