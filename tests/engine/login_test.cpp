@@ -115,7 +115,7 @@ TEST_F(Login, ThatFailsLeavesAnIdleClient) {
         {"the host does not want it", 0, -1, [](ScriptedCamera& camera) { camera.accepts(); }},
         {"the camera hangs up", 10, -1, [](ScriptedCamera& camera) { camera.accepts().reads(32); }},
         // As if the reply never came.
-        {"the camera refuses", 100, -4,
+        {"the camera refuses", 30, -4,
          [](ScriptedCamera& camera) {
              Wire wire = camera.accepts();
              answers_serial_request(wire);
