@@ -183,7 +183,7 @@ std::optional<AnswerFault> CameraCore::take_answer_fault(uint16_t code) {
 }
 
 std::vector<StreamFault> CameraCore::take_stream_faults() {
-    const std::vector<StreamFault> taken = stream_faults;
+    std::vector<StreamFault> taken = stream_faults;
     std::erase_if(stream_faults, [](StreamFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return taken;
 }

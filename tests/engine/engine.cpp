@@ -1,6 +1,16 @@
 #include "engine/engine.h"
 
+#include <sys/resource.h>
+
 namespace lenswire::test {
+
+bool allows_large_descriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return limit.rlim_cur > 1100;
+}
 
 void HostTest::TearDown() {
     EXPECT_THAT(host().complaints(), testing::IsEmpty());
@@ -42,9 +52,8 @@ void EngineTest::stops_thread(uint8_t& run_switch) {
 }
 
 Wire EngineTest::logs_in(StreamConn* unit, ScriptedCamera& camera, uint32_t login_id) {
-    const LoginInfo info = credentials();
     std::future<Wire> served = camera.logs_in_next(login_id);
-    EXPECT_EQ(PC_Login(unit, camera.address(), camera.port(), &info, 0, 0), 0);
+    EXPECT_EQ(login(unit, camera), 0);
     return served.get();
 }
 

@@ -32,6 +32,9 @@ void poke(T& word, Value value) {
     __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELEASE);
 }
 
+// Whether the system allows descriptors beyond those that select can watch.
+bool allows_large_descriptors();
+
 // A host reset, and nothing of it left misused or taken at the end. Starts no context.
 class HostTest : public testing::Test {
   protected:
@@ -52,6 +55,10 @@ class EngineTest : public HostTest {
     // Ends one worker thread by its switch, so that the test can play its part.
     void stops_thread(uint8_t& run_switch);
 
+    static int login(StreamConn* unit, const ScriptedCamera& camera, const LoginInfo& info = credentials(),
+                     int channel = 0, int stream = 0) {
+        return PC_Login(unit, camera.address(), camera.port(), &info, channel, stream);
+    }
     // Logs a unit in and returns the camera's end of its control connection.
     Wire logs_in(StreamConn* unit, ScriptedCamera& camera, uint32_t login_id = kLoginId);
     // A unit of its own, logged in.

@@ -51,7 +51,7 @@ class System : public EngineTest {
     void expects_push(Wire& wire, uint8_t state) {
         const size_t calls = host().motion_calls().size();
         wire.sends(motion(state));
-        ASSERT_TRUE(host().waits_for_motion_calls(calls + 1));
+        ASSERT_TRUE(host().motion_calls.waits_for(calls + 1));
         EXPECT_EQ(host().motion_calls().back().status, state);
     }
     // A stream opens, brings a frame that was waiting, and closes.
@@ -62,8 +62,8 @@ class System : public EngineTest {
         unit.sockFd = pair.ours();
         unit.pCmdClient = &client;
         pair.theirs().sends(Packet{.payload = pattern(100)}.bytes() + Packet{.payload = pattern(1)}.bytes());
-        host().posts_open(channel, 0, &unit, buffer_, frames_);
-        ASSERT_TRUE(frames_.waits_for_frames(static_cast<size_t>(++frames_expected_)));
+        host().posts_open(channel, 0, &unit, buffer_, stream_);
+        ASSERT_TRUE(stream_.frames.waits_for(static_cast<size_t>(++frames_expected_)));
         host().posts_close(channel, 0);
         ASSERT_TRUE(wait_until([&] { return peek(arrayfd[0]) == 0; }));
     }
@@ -71,7 +71,7 @@ class System : public EngineTest {
     std::set<int> before_;
     ScriptedCamera camera_{"127.0.0.1"}, other_{"127.0.0.2"};
     ReceiveBuffer buffer_;
-    FakeStream frames_;
+    FakeStream stream_;
     int frames_expected_ = 0;
 };
 
@@ -107,10 +107,10 @@ TEST_P(RefusedSlack, ChangesNothing) {
     Pair closed;
     StreamConn unit{};
     unit.sockFd = closed.ours();
-    host().posts_open(2, 0, &unit, buffer_, frames_);
+    host().posts_open(2, 0, &unit, buffer_, stream_);
     ASSERT_TRUE(wait_until([&] { return peek(arrayfd[0]) != 0; }));
     closed.closes_ours();
-    ASSERT_TRUE(wait_until([] { return host().restart_count() == 1; }));
+    ASSERT_TRUE(wait_until([] { return host().restarts.size() == 1; }));
     streams(3);
     expects_push(login.wire, 1);
 }
@@ -250,7 +250,7 @@ TEST_F(System, TwoReadersDoNotShareAClient) {
     PC_SingleStep();
     unkind().recv_hold = Hold::kNot;
     unkind().recv_hold.notify_all();
-    ASSERT_TRUE(host().waits_for_motion_calls(1));
+    ASSERT_TRUE(host().motion_calls.waits_for(1));
     EXPECT_EQ(host().motion_calls()[0].status, 5);
 }
 

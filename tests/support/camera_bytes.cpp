@@ -6,46 +6,27 @@ namespace lenswire::test {
 
 namespace {
 
-void add_u16(Bytes& bytes, uint16_t value) {
-    bytes.push_back(static_cast<uint8_t>(value));
-    bytes.push_back(static_cast<uint8_t>(value >> 8));
-}
-
-void add_u32(Bytes& bytes, uint32_t value) {
-    add_u16(bytes, static_cast<uint16_t>(value));
-    add_u16(bytes, static_cast<uint16_t>(value >> 16));
-}
-
-void add(Bytes& bytes, const Bytes& more) {
-    bytes.insert(bytes.end(), more.begin(), more.end());
+Bytes little(uint32_t value, size_t width) {
+    Bytes bytes(4);
+    put_u32(bytes, 0, value);
+    bytes.resize(width);
+    return bytes;
 }
 
 }  // namespace
 
 Bytes Message::bytes() const {
-    Bytes bytes;
-    add_u16(bytes, flag);
-    bytes.push_back(tag1);
-    bytes.push_back(tag2);
-    add_u16(bytes, command);
-    add_u16(bytes, state);
-    add_u32(bytes, login_id);
-    add_u32(bytes, buffer_size);
-    add_u32(bytes, buffer_num);
-    add(bytes, reserved);
-    add(bytes, payload);
-    return bytes;
+    return little(flag, 2) + Bytes{tag1, tag2} + little(command, 2) + little(state, 2) + little(login_id, 4) +
+           little(buffer_size, 4) + little(buffer_num, 4) + reserved + payload;
 }
 
 Message command(uint16_t code, Bytes payload, uint16_t state, uint32_t login_id) {
-    Message message;
-    message.command = code;
-    message.state = state;
-    message.login_id = login_id;
-    message.buffer_size = static_cast<uint32_t>(payload.size());
-    message.buffer_num = payload.empty() ? 0 : 1;
-    message.payload = std::move(payload);
-    return message;
+    return {.command = code,
+            .state = state,
+            .login_id = login_id,
+            .buffer_size = static_cast<uint32_t>(payload.size()),
+            .buffer_num = payload.empty() ? 0u : 1u,
+            .payload = std::move(payload)};
 }
 
 Message announcing(uint16_t code, Product product, Bytes payload) {
@@ -56,42 +37,27 @@ Message announcing(uint16_t code, Product product, Bytes payload) {
 }
 
 Message header_of(const Bytes& bytes) {
-    Message message;
-    if (bytes.size() < 32) return message;
-    message.flag = u16_at(bytes, 0);
-    message.tag1 = bytes[2];
-    message.tag2 = bytes[3];
-    message.command = u16_at(bytes, 4);
-    message.state = u16_at(bytes, 6);
-    message.login_id = u32_at(bytes, 8);
-    message.buffer_size = u32_at(bytes, 12);
-    message.buffer_num = u32_at(bytes, 16);
-    message.reserved = slice(bytes, 20, 12);
-    return message;
+    if (bytes.size() < 32) return {};
+    return {.flag = u16_at(bytes, 0),
+            .tag1 = bytes[2],
+            .tag2 = bytes[3],
+            .command = u16_at(bytes, 4),
+            .state = u16_at(bytes, 6),
+            .login_id = u32_at(bytes, 8),
+            .buffer_size = u32_at(bytes, 12),
+            .buffer_num = u32_at(bytes, 16),
+            .reserved = slice(bytes, 20, 12)};
 }
 
 Bytes Packet::bytes() const {
-    const auto length = static_cast<uint32_t>(payload.size());
-    Bytes bytes;
-    add_u16(bytes, flag);
-    bytes.push_back(filler);
-    bytes.push_back(frame_type);
-    add_u32(bytes, info_bits | length << 6 | (video ? 1u : 0u));
-    bytes.push_back(filler);
-    bytes.push_back(codec);
-    add(bytes, repeated(filler, 6));
-    add_u32(bytes, time_stamp);
-    add_u16(bytes, width);
-    add_u16(bytes, height);
-    add_u16(bytes, frame_rate);
-    add_u16(bytes, attr);
-    add(bytes, repeated(filler, 4));
-    add(bytes, payload);
-    return bytes;
+    const uint32_t info = info_bits | static_cast<uint32_t>(payload.size()) << 6 | (video ? 1u : 0u);
+    return little(flag, 2) + Bytes{filler, frame_type} + little(info, 4) + Bytes{filler, codec} +
+           repeated(filler, 6) + little(time_stamp, 4) + little(width, 2) + little(height, 2) +
+           little(frame_rate, 2) + little(attr, 2) + repeated(filler, 4) + payload;
 }
 
 Bytes operator+(Bytes left, const Bytes& right) {
-    add(left, right);
+    left.insert(left.end(), right.begin(), right.end());
     return left;
 }
 

@@ -35,9 +35,7 @@ Pair::~Pair() {
 }
 
 int Pair::gives_ours() {
-    const int ours = ours_;
-    ours_ = -1;
-    return ours;
+    return std::exchange(ours_, -1);
 }
 
 void Pair::closes_ours() {

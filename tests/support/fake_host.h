@@ -11,12 +11,14 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "lenswire/host_services.h"
 #include "support/fake_stream.h"
+#include "support/notes.h"
 
 namespace lenswire::test {
 
@@ -59,6 +61,7 @@ struct Channel {
     int motion = 0;
     Bytes motion_data = Bytes(sizeof(HostMotionRecord));  // empty: motion_data_copy fails
     int result = 0;  // of a DbMainMsgChannelInfo or motion_data_copy that does not fail
+    bool known = true;
 };
 
 struct RestartMessage {
@@ -78,10 +81,10 @@ struct Statistics {
     int channel;
     int stream;
     int bytes_per_second;
-    int width;  // Private_Protocol_SetRecvBit
-    int height;
-    int kind;  // libVideoInfoSetNetworkParam
-    int frame_rate;
+    int width = 0;  // Private_Protocol_SetRecvBit
+    int height = 0;
+    int kind = 0;  // libVideoInfoSetNetworkParam
+    int frame_rate = 0;
 };
 
 struct Alarm {
@@ -109,6 +112,11 @@ class Clock {
     std::atomic<uint32_t> seconds_{1000};
 };
 
+// A request as a host queues it, for a stream or without one.
+StreamRequest stream_request(uint32_t type, int channel, int stream);
+StreamRequest open_request(int channel, int stream, StreamConn* unit, ReceiveBuffer& buffer,
+                           FakeStream& frames);
+
 class FakeHost {
   public:
     // Back to the beginning. Allocations that the library still holds stay counted.
@@ -118,9 +126,8 @@ class FakeHost {
     void has_channel(int channel, Channel description);
     void loses_channel(int channel);
     Channel channel(int channel) const;
-    void shows_channels(int count);  // configGetDisplayNum, 64 unless set
-    void arms(int channel, bool armed);
-    void sets_motion(int channel, int state);
+    void shows_channels(int count) { displayed = count; }
+    std::atomic<int> displayed{64};  // configGetDisplayNum
     void has_record(int table, uint32_t key, Bytes record);
     // What stands in the database, empty when nothing does.
     Bytes record(int table, uint32_t key) const;
@@ -132,24 +139,23 @@ class FakeHost {
 
     // -- Streams.
     void posts(const StreamRequest& request);
-    void posts_open(int channel, int stream, StreamConn* unit, ReceiveBuffer& buffer, FakeStream& frames);
-    void posts_close(int channel, int stream);
+    void posts_open(int channel, int stream, StreamConn* unit, ReceiveBuffer& buffer, FakeStream& frames) {
+        posts(open_request(channel, stream, unit, buffer, frames));
+    }
+    void posts_close(int channel, int stream) { posts(stream_request(STREAM_REQ_CLOSE, channel, stream)); }
     // Whether the library has taken every posted request and come back for more.
     bool waits_for_requests_taken();
-    std::vector<RestartMessage> restarts() const;
-    size_t restart_count() const;
-    std::vector<Statistics> receive_rates() const;   // Private_Protocol_SetRecvBit
-    std::vector<Statistics> network_params() const;  // libVideoInfoSetNetworkParam
+    Notes<RestartMessage> restarts;
+    Notes<Statistics> receive_rates;   // Private_Protocol_SetRecvBit
+    Notes<Statistics> network_params;  // libVideoInfoSetNetworkParam
     // Results during a login; 0 and 4 end one.
     std::atomic<int> stream_used_num{1};
     std::atomic<int> run_flag{0};
 
     // -- Motion and alarms.
-    std::vector<MotionCall> motion_calls() const;
-    std::vector<std::pair<int, int>> snap_calls() const;
-    std::vector<Alarm> alarms() const;
-    bool waits_for_motion_calls(size_t count) const;
-    bool waits_for_alarms(size_t count) const;
+    Notes<MotionCall> motion_calls;
+    Notes<std::pair<int, int>> snap_calls;
+    Notes<Alarm> alarms;
 
     // -- Time.
     Clock clock;
@@ -161,11 +167,10 @@ class FakeHost {
     int allocations() const;
 
     // -- Diagnostics.
-    std::vector<std::string> dumped() const;
+    Notes<std::string> dumped;
     int dumped_count(const std::string& text) const;
     // What the library did wrong with a service; a test's fixture expects none.
-    std::vector<std::string> complaints() const;
-    void complains(const std::string& complaint);
+    Notes<std::string> complaints;
 
     // Runs at every entry into a service, outside every lock of the host, with the arguments named above.
     void when(Service service, std::function<void(int, int)> hook);
@@ -173,49 +178,38 @@ class FakeHost {
 
     // -- The services' side.
     void enters(Service service, int first, int second);
-    bool channel_known(int channel) const;
-    int displayed() const;
     int operate(int table, int operation, uint32_t key, void* buffer, int length);
     int next_request(StreamRequest* request);
-    void notes_restart(const RestartMessage& message);
-    void notes_rate(const Statistics& rate);
-    void notes_param(const Statistics& param);
-    void notes_motion(const MotionCall& call);
-    void notes_snap(int channel, int state);
-    void notes_alarm(const Alarm& alarm);
-    void notes_dump(const std::string& text);
+    void sets_motion(const MotionCall& call);
     TimeZone zone() const;
     void* allocate(int size);
     void release(void* pointer);
 
   private:
+    using Hook = std::function<void(int, int)>;
+    static constexpr auto kServices = static_cast<size_t>(Service::kCount);
+    struct Tables {
+        std::map<int, Channel> channels;
+        std::map<std::pair<int, uint32_t>, Bytes> records;
+        std::set<std::pair<int, int>> failing;
+        std::map<std::pair<int, int>, int> calls;
+        std::map<int, Written> written;
+        std::deque<StreamRequest> requests;
+        TimeZone zone;
+        int allocations = 0;
+        int refuse_number = 0;
+        std::array<Hook, kServices> hooks;
+    };
+
     mutable std::mutex mutex_;
-    std::map<int, Channel> channels_;
-    int displayed_ = 64;
-    std::map<std::pair<int, uint32_t>, Bytes> records_;
-    std::map<std::pair<int, int>, bool> failing_;
-    std::map<std::pair<int, int>, int> database_calls_;
-    std::map<int, Written> written_;
-    std::deque<StreamRequest> requests_;
-    uint64_t empty_polls_ = 0;
-    std::vector<RestartMessage> restarts_;
-    std::vector<Statistics> rates_;
-    std::vector<Statistics> params_;
-    std::vector<MotionCall> motion_calls_;
-    std::vector<std::pair<int, int>> snap_calls_;
-    std::vector<Alarm> alarms_;
-    TimeZone zone_;
+    Tables tables_;
     std::map<void*, int> live_;
-    int allocations_ = 0;
-    int refuse_number_ = 0;
-    std::vector<std::string> dumped_;
-    std::vector<std::string> complaints_;
+    std::atomic<size_t> empty_polls_{0};
 
     // Counted and looked up without a lock, so that the host orders nothing between the library's threads
     // that a real one would not.
-    std::array<std::atomic<int>, static_cast<size_t>(Service::kCount)> calls_{};
+    std::array<std::atomic<int>, kServices> calls_{};
     std::atomic<bool> has_hooks_{false};
-    std::array<std::function<void(int, int)>, static_cast<size_t>(Service::kCount)> hooks_;
 };
 
 FakeHost& host();

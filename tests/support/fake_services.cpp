@@ -15,8 +15,8 @@ uint32_t uFreamType[256];
 
 int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], char password[64]) {
     host().enters(Service::kChannelInfo, channel, 0);
-    if (!host().channel_known(channel)) return -1;
     const Channel found = host().channel(channel);
+    if (!found.known) return -1;
     // The whole fields are written, as a host does that copies a record.
     std::strncpy(ip, found.address.c_str(), 64);
     *port = found.port;
@@ -28,7 +28,7 @@ int DbMainMsgChannelInfo(int channel, char ip[64], int* port, char user[64], cha
 int databaseOperate(int table, int operation, void* key, int keyLength, void* buffer, int bufferLength) {
     host().enters(Service::kDatabase, table, operation);
     if (keyLength != 4) {
-        host().complains("a database key that is not 4 bytes long");
+        host().complaints.add("a database key that is not 4 bytes long");
         return -1;
     }
     uint32_t channel;
@@ -37,7 +37,7 @@ int databaseOperate(int table, int operation, void* key, int keyLength, void* bu
 }
 
 int configGetDisplayNum(void) {
-    return host().displayed();
+    return host().displayed;
 }
 
 int get_channel_protocol(int channel) {
@@ -60,9 +60,9 @@ int Private_Protocol_GetRequestFromQueue(StreamRequest* request) {
 }
 
 int networkInsertMessageToQueue(int channel, int stream, void* message, int kind) {
-    RestartMessage restart{.channel = channel, .stream = stream, .kind = kind, .request = {}};
-    std::memcpy(&restart.request, message, sizeof restart.request);
-    host().notes_restart(restart);
+    StreamRequest request;
+    std::memcpy(&request, message, sizeof request);
+    host().restarts.add({channel, stream, kind, request});
     host().enters(Service::kInsertMessage, channel, stream);
     return 0;
 }
@@ -78,25 +78,13 @@ int networkGetRunFlag(int channel, int stream) {
 }
 
 int Private_Protocol_SetRecvBit(int channel, int stream, int bytesPerSecond, int width, int height) {
-    host().notes_rate({.channel = channel,
-                       .stream = stream,
-                       .bytes_per_second = bytesPerSecond,
-                       .width = width,
-                       .height = height,
-                       .kind = 0,
-                       .frame_rate = 0});
+    host().receive_rates.add({channel, stream, bytesPerSecond, width, height});
     host().enters(Service::kSetRecvBit, channel, stream);
     return 0;
 }
 
 int libVideoInfoSetNetworkParam(int channel, int stream, int kind, int frameRate, int bytesPerSecond) {
-    host().notes_param({.channel = channel,
-                        .stream = stream,
-                        .bytes_per_second = bytesPerSecond,
-                        .width = 0,
-                        .height = 0,
-                        .kind = kind,
-                        .frame_rate = frameRate});
+    host().network_params.add({channel, stream, bytesPerSecond, 0, 0, kind, frameRate});
     host().enters(Service::kSetNetworkParam, channel, stream);
     return 0;
 }
@@ -107,17 +95,16 @@ int VideoMDGetStatus(int channel) {
 }
 
 int VideoMDSetStatus(int channel, int status, void* data) {
-    MotionCall call{.channel = channel, .status = status, .data = {}};
-    if (data != nullptr)
-        call.data =
-            Bytes(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + sizeof(HostMotionRecord));
-    host().notes_motion(call);
+    const auto* bytes = static_cast<uint8_t*>(data);
+    std::optional<Bytes> copy;
+    if (bytes != nullptr) copy = Bytes(bytes, bytes + sizeof(HostMotionRecord));
+    host().sets_motion({channel, status, copy});
     host().enters(Service::kSetMotionStatus, channel, status);
     return 0;
 }
 
 int snapSetMotion(int channel, int state) {
-    host().notes_snap(channel, state);
+    host().snap_calls.add({channel, state});
     host().enters(Service::kSnapMotion, channel, state);
     return 0;
 }
@@ -137,7 +124,7 @@ int MD_Disarming_Time(int channel) {
 
 int streamInsertAlarmToAlarmQueue(int queue, void* record4) {
     const auto* bytes = static_cast<uint8_t*>(record4);
-    host().notes_alarm({.queue = queue, .record = Bytes(bytes, bytes + 4)});
+    host().alarms.add({queue, Bytes(bytes, bytes + 4)});
     host().enters(Service::kAlarm, queue, 0);
     return 0;
 }
@@ -179,7 +166,7 @@ int dump_printf(const char*, const char*, int, const char* format, ...) {
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    host().notes_dump(text);
+    host().dumped.add(text);
     host().enters(Service::kDump, 0, 0);
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "lenswire/host_services.h"
-#include "support/capture.h"
 #include "support/fake_host.h"
 
 namespace lenswire::test {
@@ -32,6 +31,12 @@ FakeStream& stream_of(void* stream) {
     return *static_cast<StreamObject*>(stream)->self;
 }
 
+// A host that is told wrong says so.
+bool holds(bool right, const char* complaint) {
+    if (!right) host().complaints.add(complaint);
+    return right;
+}
+
 uint32_t write_position(const RingObject& ring) {
     return ring.capacity == 0 ? 0 : (ring.read_position + ring.fill) % ring.capacity;
 }
@@ -42,10 +47,9 @@ uint32_t free_piece(const RingObject& ring) {
 }
 
 bool copy_out(const RingObject& ring, void* dst, int length) {
-    if (length < 0 || static_cast<uint32_t>(length) > ring.fill) {
-        host().complains("more bytes taken from a ring than it holds");
+    if (!holds(length >= 0 && static_cast<uint32_t>(length) <= ring.fill,
+               "more bytes taken from a ring than it holds"))
         return false;
-    }
     const auto count = static_cast<uint32_t>(length);
     const uint32_t first = std::min(count, ring.capacity - ring.read_position);
     std::memcpy(dst, ring.data + ring.read_position, first);
@@ -90,29 +94,10 @@ FakeStream::~FakeStream() {
     registry().streams.erase({object_.words.lFirst, object_.words.lSecond});
 }
 
-std::vector<Frame> FakeStream::frames() const {
-    const std::lock_guard lock(mutex_);
-    return frames_;
-}
-
-size_t FakeStream::frame_count() const {
-    const std::lock_guard lock(mutex_);
-    return frames_.size();
-}
-
-bool FakeStream::waits_for_frames(size_t count) const {
-    return wait_until([&] { return frame_count() >= count; });
-}
-
 void FakeStream::refuses_buffers(size_t after, size_t count) {
     const std::lock_guard lock(mutex_);
     refuse_from_ = asked_ + after;
     refuse_to_ = refuse_from_ + count;
-}
-
-size_t FakeStream::refused_buffers() const {
-    const std::lock_guard lock(mutex_);
-    return refused_;
 }
 
 size_t FakeStream::missing_buffers() const {
@@ -120,20 +105,13 @@ size_t FakeStream::missing_buffers() const {
     return buffers_.size();
 }
 
-Bytes FakeStream::private_info() const {
-    return Bytes(info_, info_ + sizeof info_);
-}
-
 void* FakeStream::get_buffer(int size) {
     const std::lock_guard lock(mutex_);
-    if (locked_) host().complains("a frame buffer asked for under the queue's lock");
-    if (size < 0) {
-        host().complains("a frame buffer of negative size asked for");
-        return nullptr;
-    }
+    holds(!locked_, "a frame buffer asked for under the queue's lock");
+    if (!holds(size >= 0, "a frame buffer of negative size asked for")) return nullptr;
     const size_t number = asked_++;
     if (number >= refuse_from_ && number < refuse_to_) {
-        ++refused_;
+        ++refused_buffers;
         return nullptr;
     }
     Bytes buffer(36 + static_cast<size_t>(size), kUntouched);
@@ -145,26 +123,23 @@ void* FakeStream::get_buffer(int size) {
 
 void FakeStream::lock() {
     const std::lock_guard lock(mutex_);
-    if (locked_) host().complains("a frame queue locked twice");
+    if (locked_) host().complaints.add("a frame queue locked twice");
     locked_ = true;
 }
 
 void FakeStream::insert(void* frame) {
     const std::lock_guard lock(mutex_);
-    if (!locked_) host().complains("a frame inserted without the queue's lock");
+    if (!locked_) host().complaints.add("a frame inserted without the queue's lock");
     const auto found = buffers_.find(frame);
-    if (found == buffers_.end()) {
-        host().complains("a frame inserted that is no buffer of the queue");
-        return;
-    }
+    if (!holds(found != buffers_.end(), "a frame inserted that is no buffer of the queue")) return;
     const Bytes& bytes = found->second;
-    frames_.push_back({slice(bytes, 0, 36), slice(bytes, 36, bytes.size())});
+    frames.add({slice(bytes, 0, 36), slice(bytes, 36, bytes.size())});
     buffers_.erase(found);
 }
 
 void FakeStream::unlock() {
     const std::lock_guard lock(mutex_);
-    if (!locked_) host().complains("a frame queue unlocked that was not locked");
+    if (!locked_) host().complaints.add("a frame queue unlocked that was not locked");
     locked_ = false;
 }
 
@@ -185,10 +160,9 @@ void* ring_get_start_buf(void* ring) {
 
 int ring_set_data_end(void* ring, int length) {
     RingObject& object = ring_of(ring);
-    if (length < 0 || static_cast<uint32_t>(length) > free_piece(object)) {
-        host().complains("more bytes put into a ring than it has room for in one piece");
+    if (!holds(length >= 0 && static_cast<uint32_t>(length) <= free_piece(object),
+               "more bytes put into a ring than it has room for in one piece"))
         return -1;
-    }
     object.fill += static_cast<uint32_t>(length);
     return 0;
 }
@@ -203,11 +177,9 @@ int ring_pop_temp(void* ring, void* dst, int length) {
 
 int ring_pop_n(void* ring, void* dst, int length, int capacity) {
     RingObject& object = ring_of(ring);
-    if (length > capacity) {
-        host().complains("more bytes taken from a ring than the capacity given with it");
+    if (!holds(length <= capacity, "more bytes taken from a ring than the capacity given with it") ||
+        !copy_out(object, dst, length))
         return -1;
-    }
-    if (!copy_out(object, dst, length)) return -1;
     object.read_position = (object.read_position + static_cast<uint32_t>(length)) % object.capacity;
     object.fill -= static_cast<uint32_t>(length);
     return length;
@@ -237,10 +209,8 @@ int steramFrameQueueUnlock(void* stream) {
 void* networkGetStreampPrivateInfo(int first, int second) {
     const std::lock_guard lock(registry().mutex);
     const auto found = registry().streams.find({first, second});
-    if (found == registry().streams.end()) {
-        host().complains("private information asked for with words of no stream");
-        return nullptr;
-    }
-    return found->second->info();
+    const bool known =
+        holds(found != registry().streams.end(), "private information asked for with words of no stream");
+    return known ? found->second->info() : nullptr;
 }
 }

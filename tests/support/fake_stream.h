@@ -2,6 +2,7 @@
 // queue and private information. Laid out at the offsets that the library touches.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -11,6 +12,7 @@
 
 #include "lenswire/host_objects.h"
 #include "support/camera_bytes.h"
+#include "support/notes.h"
 
 namespace lenswire::test {
 
@@ -66,18 +68,16 @@ class FakeStream {
     FakeStream& operator=(const FakeStream&) = delete;
     void* object() { return &object_; }  // what DevChannelInfo.pStream holds
 
-    std::vector<Frame> frames() const;
-    size_t frame_count() const;
-    bool waits_for_frames(size_t count) const;
+    Notes<Frame> frames;
     // The queue has no buffer for some of the frames to come, counted from now on.
     void refuses_buffers(size_t after, size_t count);
-    size_t refused_buffers() const;
+    std::atomic<size_t> refused_buffers{0};
     // Buffers handed out and never inserted.
     size_t missing_buffers() const;
 
     void has_private_info(bool has) { has_info_ = has; }
     // What stands there now; kUntouched where the library never wrote.
-    Bytes private_info() const;
+    Bytes private_info() const { return Bytes(info_, info_ + sizeof info_); }
 
     // The services' side.
     void* get_buffer(int size);
@@ -90,11 +90,9 @@ class FakeStream {
     mutable std::mutex mutex_;
     bool locked_ = false;
     std::map<void*, Bytes> buffers_;
-    std::vector<Frame> frames_;
     size_t asked_ = 0;
     size_t refuse_from_ = SIZE_MAX;
     size_t refuse_to_ = 0;
-    size_t refused_ = 0;
     bool has_info_ = true;
     uint8_t info_[128];
     StreamObject object_;

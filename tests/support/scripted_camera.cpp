@@ -39,26 +39,15 @@ Bytes default_serial() {
     return {0xA1, 0xB2, 0xC3, 0xD4, 0xE5, 0xF6, 0x07, 0x18};
 }
 
-Wire& Wire::operator=(Wire&& other) noexcept {
-    if (this != &other) {
-        closes();
-        descriptor_ = other.descriptor_;
-        other.descriptor_ = -1;
-    }
-    return *this;
-}
-
 Bytes Wire::reads(size_t count) {
     Bytes bytes(count);
     size_t done = 0;
     while (done < count) {
-        if (!becomes_ready(descriptor_, POLLIN)) {
-            ADD_FAILURE() << "only " << done << " of " << count << " bytes came";
-            break;
-        }
-        const ssize_t got = recv(descriptor_, bytes.data() + done, count - done, 0);
+        const bool ready = becomes_ready(descriptor_, POLLIN);
+        const ssize_t got = ready ? recv(descriptor_, bytes.data() + done, count - done, 0) : -1;
         if (got <= 0) {
-            ADD_FAILURE() << "the connection ended after " << done << " of " << count << " bytes";
+            ADD_FAILURE() << "only " << done << " of " << count << " bytes came, then "
+                          << (ready ? "the end" : "nothing");
             break;
         }
         done += static_cast<size_t>(got);

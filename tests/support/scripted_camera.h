@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <future>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/camera_bytes.h"
@@ -16,8 +17,12 @@ class Wire {
   public:
     Wire() = default;
     explicit Wire(int descriptor) : descriptor_(descriptor) {}
-    Wire(Wire&& other) noexcept : descriptor_(other.descriptor_) { other.descriptor_ = -1; }
-    Wire& operator=(Wire&& other) noexcept;
+    Wire(Wire&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    Wire& operator=(Wire&& other) noexcept {
+        closes();
+        descriptor_ = std::exchange(other.descriptor_, -1);
+        return *this;
+    }
     ~Wire() { closes(); }
 
     bool connected() const { return descriptor_ >= 0; }
