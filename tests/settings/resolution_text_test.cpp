@@ -9,35 +9,29 @@
 namespace lenswire::test {
 namespace {
 
-using Sizes = std::vector<std::pair<int, int>>;
-using Names = std::vector<std::string>;
-
 // A scope full of the host's bytes.
 struct Scope {
     Scope() { std::memset(&record, 0xAA, sizeof record); }
     EncodingScope record;
 
     const EncodingScopeEntry& entry(int i) const { return record.entries[i]; }
-    bool untouched(int i) const { return bytes(i) == repeated(0xAA, sizeof(EncodingScopeEntry)); }
     Bytes bytes(int i) const {
         const auto* start = reinterpret_cast<const uint8_t*>(&record.entries[i]);
         return Bytes(start, start + sizeof(EncodingScopeEntry));
     }
-    Sizes sizes(int i) const {
-        Sizes sizes;
-        for (uint32_t k = 0; k < entry(i).ulSizes && k < 16; ++k) {
-            sizes.emplace_back(entry(i).slots[k].usWidth, entry(i).slots[k].usHeight);
+    bool untouched(int i) const { return bytes(i) == repeated(0xAA, sizeof(EncodingScopeEntry)); }
+    // The sizes and names that were written over the host's bytes; they are lists of their own.
+    std::string text(int i) const {
+        std::string text;
+        for (const ResolutionSlot& slot : entry(i).slots) {
+            if (slot.usWidth == 0xAAAA) break;
+            text += std::to_string(slot.usWidth) + "x" + std::to_string(slot.usHeight) + " ";
         }
-        return sizes;
-    }
-    // The names that were written over the host's bytes.
-    Names names(int i) const {
-        Names names;
         for (const ResolutionSlot& slot : entry(i).slots) {
             if (static_cast<uint8_t>(slot.szCodec[0]) == 0xAA) break;
-            names.emplace_back(slot.szCodec);
+            text += slot.szCodec + std::string(" ");
         }
-        return names;
+        return text;
     }
 };
 
@@ -49,53 +43,29 @@ int parse(Scope& scope, const std::string& text) {
     return Parse_EncodingResolution(&scope.record, payload_of(text).data());
 }
 
-// Sizes and names are lists of their own; an entry without a list stays as it is.
-TEST(ResolutionText, FillsInTheEntriesOfThreeStreamModes) {
+TEST(ResolutionText, FillsInTheEntriesOfThreeStreamModesAndLeavesThoseWithoutAListAlone) {
     const struct {
         const char* text;
-        std::vector<Sizes> sizes;
-        std::vector<Names> names;
+        std::vector<std::string> entries;
     } cases[] = {
         {"H264:1920x1080;H264:1280x720;@H264:1920x1080,H264:640x360;H264:1280x720,H264:640x360;@"
          "H264:1920x1080,H264:640x360,H264:320x240;",
-         {{{1920, 1080}, {1280, 720}},
-          {{1920, 1080}, {1280, 720}},
-          {{640, 360}},
-          {{1920, 1080}},
-          {{640, 360}},
-          {{320, 240}}},
-         std::vector<Names>(6, {"H264"})},
+         {"1920x1080 1280x720 H264 ", "1920x1080 1280x720 H264 ", "640x360 H264 ", "1920x1080 H264 ",
+          "640x360 H264 ", "320x240 H264 "}},
         {"H265:2592x1944;H264:2592x1944;H264:1920x1080;@H265:2592x1944,H264:704x576;",
-         {{{2592, 1944}, {1920, 1080}}, {{2592, 1944}}, {{704, 576}}},
-         {{"H265", "H264"}, {"H265"}, {"H264"}}},
+         {"2592x1944 1920x1080 H265 H264 ", "2592x1944 H265 ", "704x576 H264 ", "", "", ""}},
+        // Numbers of any length are kept by their low sixteen bits.
+        {"H264:65537x65538;H264:1x2;H264:99999999999999999999x1;H264:-99999999999999999999x-2;@",
+         {"1x2 65535x1 0x65534 H264 ", "", "", "", "", ""}},
     };
     for (const auto& row : cases) {
         Scope scope;
         EXPECT_EQ(parse(scope, row.text), 0);
-        for (size_t k = 0; k < 6; ++k) {
-            const int i = static_cast<int>(k);
-            EXPECT_EQ(scope.untouched(i), k >= row.sizes.size());
-            if (scope.untouched(i)) continue;
-            EXPECT_EQ(scope.sizes(i), row.sizes[k]);
-            EXPECT_EQ(scope.names(i), row.names[k]);
+        for (int i = 0; i < 6; ++i) {
+            EXPECT_EQ(scope.text(i), row.entries[static_cast<size_t>(i)]);
             EXPECT_EQ(slice(scope.bytes(i), 0, 16), repeated(0xAA, 16));
             EXPECT_EQ(slice(scope.bytes(i), 244, 44), repeated(0xAA, 44));
         }
-    }
-}
-
-TEST(ResolutionText, KeepsSixteenBitsOfNumbersOfAnyLength) {
-    const struct {
-        const char* list;
-        Sizes sizes;
-    } cases[] = {{"H264:-1x-2;", {{65535, 65534}}},
-                 {"H264:65537x65538;H264:1x2;", {{1, 2}}},
-                 {"H264:99999999999999999999x1;", {{65535, 1}}},
-                 {"H264:-99999999999999999999x1;", {{0, 1}}}};
-    for (const auto& row : cases) {
-        Scope scope;
-        EXPECT_EQ(Parse_SinResolution(&scope.record.entries[0], row.list), 0);
-        EXPECT_EQ(scope.sizes(0), row.sizes) << row.list;
     }
 }
 
@@ -129,43 +99,36 @@ TEST(ResolutionText, WithoutAnAtIsOnlyCounted) {
     EXPECT_EQ(parse(scope, "H264:1920x1080;"), 0);
     EXPECT_EQ(unnumbered(capture.out()),
               line("Parse_EncodingResolution_Get", "resolution only have single stream\n"));
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(scope.entry(i).ulSizes, 0u);
-    for (int i = 3; i < 6; ++i) EXPECT_TRUE(scope.untouched(i));
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(scope.entry(i).ulSizes, i < 3 ? 0 : 0xAAAAAAAA);
 }
 
 TEST(ResolutionText, IsSplitAtItsFirstTwoAts) {
-    const struct {
-        std::string text;
-        int result;
-        std::string lists[3];
-    } cases[] = {
-        {"", 0, {"?", "?", "?"}},      {"abc", 0, {"?", "?", "?"}}, {"a@b", 0, {"a", "b", "?"}},
-        {"a@b@c", 1, {"a", "b", "c"}}, {"a@@", 1, {"a", "", ""}},   {"a@b@c@d@", 1, {"a", "b", "c@d@"}},
-        {"@b@", 1, {"", "b", ""}},     {"a@", 0, {"a", "", "?"}},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.text);
+    // Texts longer than anything a message holds are cut, for whoever has texts of its own.
+    const std::string endless(5000, 'z');
+    const std::string cut(1023, 'z');
+    const std::tuple<std::string, int, std::string> cases[] = {
+        {"", 0, "? ? ?"},
+        {"abc", 0, "? ? ?"},
+        {"a@b", 0, "a b ?"},
+        {"a@b@c", 1, "a b c"},
+        {"a@@", 1, "a  "},
+        {"a@b@c@d@", 1, "a b c@d@"},
+        {"@b@", 1, " b "},
+        {"a@", 0, "a  ?"},
+        {endless + "@b@" + endless, 1, cut + " b " + cut},
+        {"a@" + endless, 0, "a " + cut + " ?"}};
+    for (const auto& [text, result, expected] : cases) {
+        SCOPED_TRACE(text);
         char lists[3][1024] = {"?", "?", "?"};
         Capture quiet;
-        EXPECT_EQ(Parse_EncodingResolution_Get(row.text.c_str(), lists[0], lists[1], lists[2]), row.result);
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(lists[i], row.lists[i]) << i;
+        EXPECT_EQ(Parse_EncodingResolution_Get(text.c_str(), lists[0], lists[1], lists[2]), result);
+        EXPECT_EQ(std::string(lists[0]) + " " + lists[1] + " " + lists[2], expected);
     }
     char list[1024];
     EXPECT_EQ(Parse_EncodingResolution_Get(nullptr, list, list, list), -1);
     EXPECT_EQ(Parse_EncodingResolution_Get("a@b", nullptr, list, list), -1);
     EXPECT_EQ(Parse_EncodingResolution_Get("a@b", list, nullptr, list), -1);
     EXPECT_EQ(Parse_EncodingResolution_Get("a@b@c", list, list, nullptr), -1);
-}
-
-// Texts longer than anything a message holds, for whoever calls the steps with texts of its own.
-TEST(ResolutionText, CutsListsThatAreLongerThanTheirBuffers) {
-    const std::string endless(5000, 'z');
-    std::vector<char> lists[3];
-    for (auto& list : lists) list.assign(1024, '?');
-    EXPECT_EQ(Parse_EncodingResolution_Get((endless + "@" + endless + "@" + endless).c_str(), lists[0].data(),
-                                           lists[1].data(), lists[2].data()),
-              1);
-    for (const auto& list : lists) EXPECT_EQ(std::string(list.data()), std::string(1023, 'z'));
 }
 
 TEST(ResolutionText, EndsWithThePayload) {
@@ -177,8 +140,8 @@ TEST(ResolutionText, EndsWithThePayload) {
     const Bytes exactly = slice(message, 0, 1027);  // a byte further belongs to nobody
     Scope scope;
     EXPECT_EQ(Parse_EncodingResolution(&scope.record, exactly.data()), 0);
-    EXPECT_EQ(scope.sizes(1), (Sizes{{2, 2}}));
-    EXPECT_EQ(scope.sizes(3), Sizes{}) << "the list has neither an end nor a comma";
+    EXPECT_EQ(scope.text(1), "2x2 H264 ");
+    EXPECT_EQ(scope.text(3), "") << "the list has neither an end nor a comma";
     EXPECT_EQ(scope.entry(3).ulSizes, 0u);
 }
 
@@ -198,10 +161,8 @@ TEST(ResolutionText, AFullEntryTakesNoMore) {
     uint32_t beyond = 0xFFFFFFFF;
     EXPECT_EQ(Parse_FiltRes(&beyond, &beyond, &entry, 999, 999, "XXXX"), 0);
     sizes = names = 0;
-    const std::string endless(64, 'w');
-    EXPECT_EQ(Parse_FiltRes(&sizes, &names, &scope.record.entries[3], 1, 1, endless.c_str()), 0);
-    EXPECT_EQ(std::string(scope.entry(3).slots[0].szCodec), std::string(9, 'w'));
-    EXPECT_EQ(scope.entry(3).slots[0].usWidth, 1);
+    EXPECT_EQ(Parse_FiltRes(&sizes, &names, &scope.record.entries[3], 1, 1, "wwwwwwwwwwwwwwww"), 0);
+    EXPECT_EQ(scope.text(3), "1x1 wwwwwwwww ");
 }
 
 // -- The reference: each list read with scanf, as the format is given.
