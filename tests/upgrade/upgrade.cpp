@@ -40,6 +40,19 @@ Bytes device_info(uint8_t type, const std::string& firmware, const std::string& 
     return info;
 }
 
+std::string text_of(const UpgradeJobStatus& status) {
+    std::string text;
+    for (uint32_t k = 0; k < status.ulCameraCount; ++k) {
+        const auto& [channel, state, percent] = status.camera[k];
+        const char* name = state == UPGRADE_RUNNING  ? "running"
+                           : state == UPGRADE_DONE   ? "done"
+                           : state == UPGRADE_FAILED ? "failed"
+                                                     : "late";
+        text += std::to_string(channel) + ": " + name + " " + std::to_string(percent) + "%, ";
+    }
+    return text;
+}
+
 UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path) {
     UpgradeRequest request{};
     for (const int channel : channels) request.aucChannel[channel] = 1;
@@ -48,10 +61,7 @@ UpgradeRequest request_for(const std::vector<int>& channels, const std::string& 
 }
 
 Bytes upload_header(uint32_t file_size) {
-    Message message = command(0x2002);
-    message.buffer_size = file_size;
-    message.buffer_num = 1;
-    return message.bytes();
+    return announcing(0x2002, {1, file_size}).bytes();
 }
 
 Message upload_answer(uint16_t state) {

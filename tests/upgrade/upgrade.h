@@ -64,6 +64,9 @@ class UpgradeTest : public EngineTest {
     int threads_ = 0;
 };
 
+// The cameras of a job, as "3: running 17%, 4: done 100%, "; a state is running, done, failed or late.
+std::string text_of(const UpgradeJobStatus& status);
+
 UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path);
 
 // The header that announces an upload, and the answer to one.
