@@ -20,7 +20,8 @@ class ClockTest : public SettingsTest {
 
     // What is sent when it is this many seconds after the epoch.
     IpcTimeInfo sent_at(time_t moment) {
-        const FrozenTime frozen(moment);
+        Timewarp warp;
+        warp.moment = moment;
         const auto [result, requests] = sends([&] { return Prv_SetIPCTimeAndDate(&record_); });
         EXPECT_EQ(result, 0);
         EXPECT_EQ(requests[0].command, 0x1001);

@@ -88,10 +88,11 @@ TEST_F(CruiseTable, LoadsTheChannelsThatTheHostShows) {
 }
 
 TEST_F(CruiseTable, KeepsWhatADatabaseDoesNotReturn) {
-    fill_table(3, lines("010"));
+    fill_table(3, lines("020"));
     host().fails_database(kTable, 2);
     EXPECT_EQ(Private_ptzInitCruiseInfo(3), -1);
-    EXPECT_EQ(flags(3), "010");
+    EXPECT_EQ(Private_GetPtzCruiseChannel(3), -1);
+    EXPECT_EQ(flags(3), "020");
 }
 
 TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
@@ -133,26 +134,6 @@ TEST_F(CruiseTable, PutsALineInItsOwnPlace) {
     Private_ChangeCruiseLineEnableFlag(63, 2, 0x102);
     EXPECT_EQ(Private_Get_EnableFlagFromMemory(63, 2), 2);
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
-}
-
-TEST_F(CruiseTable, AnEditKeepsOneLineEnabled) {
-    const struct {
-        const char* before;
-        uint8_t line, flag;
-        const char *after, *disabled;  // and stored before the edited one
-    } cases[] = {{"100", 2, 1, "001", "00"}, {"010", 0, 0, "010", ""}, {"010", 1, 1, "010", ""},
-                 {"010", 1, 0, "000", ""},   {"000", 1, 1, "010", ""}, {"030", 2, 7, "007", "10"}};
-    for (const auto& row : cases) {
-        fill_table(7, lines(row.before));
-        const CruiseLine edit = line_record(row.line, row.flag, 99);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(7, &edit), 0);
-        EXPECT_EQ(flags(7), row.after);
-        EXPECT_EQ(table(7, row.line), bytes_of_line(edit));
-        FakeHost::Written stored = written(7, row.disabled);
-        stored.emplace_back(7, bytes_of_line(edit));
-        EXPECT_EQ(host().takes_written(kTable), stored);
-    }
-    const CruiseLine line = line_record(2, 1, 99);
     EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &line), 390);
     EXPECT_EQ(host().record(kTable, 8), bytes_of_line(line));
 }
@@ -192,12 +173,20 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
 
 class Cruise : public SettingsTest {
   protected:
-    // One command of each kind as it is expected on the wire.
-    static Message started(uint8_t operation, uint8_t number) {
-        Bytes payload(20);
-        payload[1] = operation;
-        payload[4] = number;
-        return command(kOption, payload, 0, kLoginId);
+    // Requests as text: "L21" is line 2 with flag 1, "29:2" is operation 0x29 for line 2.
+    static std::string text_of(const std::vector<Message>& requests) {
+        std::string text;
+        for (const Message& request : requests) {
+            const Bytes& sent = request.payload;
+            const bool is_line = request.command == kSetLine;
+            char word[16];
+            snprintf(word, sizeof word, is_line ? "L%d%d " : "%X:%d ", sent[1], sent[is_line ? 2 : 4]);
+            text += word;
+            if (is_line) continue;
+            const Bytes option = Bytes{0, sent[1], 0, 0, sent[4]} + Bytes(15);
+            EXPECT_EQ(request.bytes(), command(kOption, option, 0, kLoginId).bytes());
+        }
+        return text;
     }
     void has_fisheye(int byte) {
         Channel channel = host().channel(kChannel);
@@ -242,93 +231,74 @@ TEST_F(Cruise, SendsTheUsedPointsOfALineInTheirPlaces) {
     }
 }
 
-TEST_F(Cruise, StartsAnEnabledLineAndStopsAnother) {
-    for (const auto& [enable, operation] : {std::pair{1, 0x29}, {0, 0x2E}, {2, 0x2E}}) {
-        const CruiseLine line = line_record(2, static_cast<uint8_t>(enable));
-        const auto [result, requests] =
-            sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 1); }, 2);
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(requests[0].payload[2], enable);
-        EXPECT_EQ(requests[1].bytes(), started(static_cast<uint8_t>(operation), 2).bytes());
-    }
-    const CruiseLine line = line_record(0, 1);
-    EXPECT_EQ(sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 2); }).result, 0);
-}
-
-TEST_F(Cruise, KeepsALineThatTheCameraDidNotGetAndSaysSo) {
-    const CruiseLine enabled = line_record(2, 1);
-    const CruiseLine disabled = line_record(2, 0);
+TEST_F(Cruise, KeepsTableDatabaseAndCameraInStep) {
+    const auto edits = [](uint8_t number, uint8_t flag) {
+        const CruiseLine line = line_record(number, flag, number + 10);
+        return [line] { return Private_ChangeCruiseParamToMemory(kChannel, &line); };
+    };
+    const auto sets = [](uint8_t number, uint8_t flag, int start) {
+        const CruiseLine line = line_record(number, flag, number + 10);
+        return [line, start] { return Private_SetPtzCruiseAllPreset(kChannel, &line, start); };
+    };
+    const auto starts = [](uint32_t line, int start) {
+        return [line, start] { return Private_StartPtzCruiseLine(kChannel, line, start); };
+    };
     const auto reloads = [] {
-        host().has_record(kTable, kChannel, lines("001"));
+        std::memset(gp_private_ptzCruise, 0, 74880);
         return Private_GetPtzCruiseChannel(kChannel);
     };
     const struct {
+        const char* before;
         std::function<int()> call;
-        int failing;  // the first send is the line's, the second the operation's
-        int result = -1;
+        int result;
+        std::string sent, after, stored;
+        long slept_us = 0;
+        int failing = 0;  // the first send is the line's, the second the operation's
     } cases[] = {
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 1},
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 2},
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &disabled, 1); }, 2},
-        {reloads, 1},
-        {reloads, 2},
-        {[] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2, 0},
+        // An edit keeps one line enabled.
+        {"100", edits(2, 1), 0, "", "001", "00 21"},
+        {"010", edits(0, 0), 0, "", "010", "00"},
+        {"010", edits(1, 1), 0, "", "010", "11"},
+        {"010", edits(1, 0), 0, "", "000", "10"},
+        {"000", edits(1, 1), 0, "", "010", "11"},
+        {"030", edits(2, 7), 0, "", "007", "10 27"},
+        // The camera starts an enabled line and stops another.
+        {"000", sets(2, 1, 1), 0, "L21 29:2 ", "001", "21"},
+        {"000", sets(2, 0, 1), 0, "L20 2E:2 ", "000", "20"},
+        {"000", sets(2, 2, 1), 0, "L22 2E:2 ", "002", "22"},
+        {"000", sets(0, 1, 2), 0, "L01 ", "100", "01"},
+        // One line starts instead of another, stored a second time as it is sent; a stop is of all lines.
+        {"100", starts(1, 1), 0, "L11 29:1 ", "010", "00 11 11", 2000},
+        {"", starts(2, 1), 0, "L21 29:2 ", "001", "21 21"},
+        {"111", starts(77, 2), 0, "", "000", "00 10 20", 500000},
+        {"", starts(0, 0), 0, "", "000", "00 10 20", 500000},
+        // After a reload, too, but only a flag of 1 counts.
+        {"201", reloads, 0, "L21 29:2 ", "001", "00 21"},
+        {"020", reloads, 1170, "", "020", ""},
+        // What the camera did not get is kept.
+        {"000", sets(2, 1, 1), -1, "", "001", "21", 0, 1},
+        {"000", sets(2, 1, 1), -1, "L21 ", "001", "21", 0, 2},
+        {"000", sets(2, 0, 1), -1, "L20 ", "000", "20", 0, 2},
+        {"001", reloads, -1, "", "001", "21", 0, 1},
+        {"001", reloads, -1, "L21 ", "001", "21", 0, 2},
+        {"000", starts(2, 1), 0, "L21 ", "001", "21 21", 0, 2},
     };
-    for (const auto& row : cases) {
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(i);
+        const auto& row = cases[i];
+        fill_table(kChannel, lines(row.before));
         Capture quiet;
         Timewarp warp;
         warp.failing_send = row.failing;
-        EXPECT_EQ(sends(row.call, static_cast<size_t>(row.failing - 1)).result, row.result);
+        const auto commands = static_cast<size_t>(std::count(row.sent.begin(), row.sent.end(), ' '));
+        const auto [result, requests] = sends(row.call, commands);
+        EXPECT_EQ(result, row.result);
+        EXPECT_EQ(text_of(requests), row.sent);
         EXPECT_EQ(warp.failing_send, 0);
-        const FakeHost::Written stored = host().takes_written(kTable);
-        ASSERT_FALSE(stored.empty());
-        EXPECT_EQ(stored.back(), std::pair(uint32_t{kChannel}, table(kChannel, 2)));
-    }
-    Capture capture;
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &enabled, 1), -1);
-    EXPECT_EQ(table(9, 2), Bytes(390));
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
-}
-
-TEST_F(Cruise, StartsOneLineInsteadOfAnotherAndStopsAll) {
-    const struct {
-        const char* before;
-        uint8_t line;
-        int start;
-        std::vector<long> slept_us;
-        const char *after, *stored;  // a line that starts a second time, as it is sent
-    } cases[] = {{"100", 1, 1, {2000}, "010", "00 11 11"},
-                 {"", 2, 1, {}, "001", "21 21"},
-                 {"111", 77, 2, {500000}, "000", "00 10 20"},
-                 {"", 0, 0, {500000}, "000", "00 10 20"}};
-    for (const auto& row : cases) {
-        fill_table(kChannel, lines(row.before));
-        const Timewarp warp;
-        const auto [result, requests] =
-            sends([&] { return Private_StartPtzCruiseLine(kChannel, row.line, row.start); },
-                  row.start == 1 ? 2 : 0);
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(warp.slept_us, row.slept_us);
+        EXPECT_EQ(warp.slept_us, row.slept_us > 0 ? std::vector{row.slept_us} : std::vector<long>());
         EXPECT_EQ(flags(kChannel), row.after);
         EXPECT_EQ(host().takes_written(kTable), written(kChannel, row.stored, row.before[0] != 0));
-        if (row.start != 1) continue;
-        EXPECT_EQ(slice(requests[0].payload, 1, 2), (Bytes{row.line, 1}));
-        EXPECT_EQ(requests[1].bytes(), started(0x29, row.line).bytes());
     }
-}
-
-TEST_F(Cruise, SendsTheEnabledLineAgainAfterAReload) {
-    host().has_record(kTable, kChannel, lines("201"));
-    const auto requests = sends([] { return Private_GetPtzCruiseChannel(kChannel); }, 2).requests;
-    EXPECT_EQ(requests[0].payload[1], 2);
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 2).bytes());
-
-    host().has_record(kTable, kChannel, lines("020"));
-    EXPECT_EQ(Private_GetPtzCruiseChannel(kChannel), 1170) << "only a flag of 1 counts";
-    host().fails_database(kTable, 2);
-    EXPECT_EQ(Private_GetPtzCruiseChannel(kChannel), -1);
-    EXPECT_FALSE(camera_was_asked());
 }
 
 TEST_F(Cruise, ReadsTheCamerasVersionOfALine) {
@@ -361,14 +331,15 @@ TEST_F(Cruise, LeavesTheLineAloneWhenTheCameraDoesNotTell) {
     Bytes record = Bytes{1} + repeated('u', 389);
     const Bytes before = record;
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_GetPtzCruiseAllPreset(kChannel, record.data()); },
-                   {command(kGetLine, {}, 1)})
-                  .result,
-              -1);
+    const auto gets = [&] { return Private_GetPtzCruiseAllPreset(kChannel, record.data()); };
+    EXPECT_EQ(runs(gets, {command(kGetLine, {}, 1)}).result, -1);
     EXPECT_EQ(Private_GetPtzCruiseAllPreset(9, record.data()), -1);
-    EXPECT_EQ(capture.out(),
-              "get cond and property failed pCmd->usCmd =26 DbMainMsgChannelInfo\t get channel "
-              "failed\n channelNo:9");
+    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, record.data(), 1), -1);
+    EXPECT_EQ(whole_table(), Bytes(74880));
+    EXPECT_EQ(unnumbered(capture.out()),
+              "get cond and property failed pCmd->usCmd =26 DbMainMsgChannelInfo\t get channel failed\n "
+              "channelNo:9" +
+                  line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
     EXPECT_EQ(record, before);
 }
 

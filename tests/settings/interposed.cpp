@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 
 #include "support/interpose.h"
@@ -14,7 +13,6 @@ namespace lenswire::test {
 namespace {
 
 thread_local Timewarp* t_warp = nullptr;
-std::atomic<time_t> g_frozen{-1};
 
 // Rounded: some microseconds pass between the caller's look at the clock and this one.
 int seconds_until(const timespec& deadline) {
@@ -33,14 +31,6 @@ Timewarp::Timewarp() {
 
 Timewarp::~Timewarp() {
     t_warp = nullptr;
-}
-
-FrozenTime::FrozenTime(time_t moment) {
-    g_frozen = moment;
-}
-
-FrozenTime::~FrozenTime() {
-    g_frozen = -1;
 }
 
 }  // namespace lenswire::test
@@ -84,7 +74,7 @@ ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
 time_t time(time_t* out) {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    const time_t moment = g_frozen >= 0 ? g_frozen.load() : now.tv_sec;
+    const time_t moment = t_warp != nullptr && t_warp->moment >= 0 ? t_warp->moment : now.tv_sec;
     if (out != nullptr) *out = moment;
     return moment;
 }

@@ -51,10 +51,6 @@ SettingsTest::Exchanged SettingsTest::sends(const std::function<int()>& operatio
     return exchanged;
 }
 
-bool SettingsTest::camera_was_asked() {
-    return wire_.has_bytes();
-}
-
 void SettingsTest::loses_camera() {
     if (unit_ != nullptr) PC_Delete(unit_);
     unit_ = nullptr;

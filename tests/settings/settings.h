@@ -38,7 +38,7 @@ class SettingsTest : public EngineTest {
     // Runs an operation that awaits nothing and returns the commands that the camera received.
     Exchanged sends(const std::function<int()>& operation, size_t commands = 1);
     // Whether the camera has received anything that was not read yet.
-    bool camera_was_asked();
+    bool camera_was_asked() const { return wire_.has_bytes(); }
     // Takes the camera's address away from the library.
     void loses_camera();
 

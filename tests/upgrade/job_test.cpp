@@ -1,14 +1,16 @@
 // Upgrade jobs from the call to the end, over loopback connections that the test plays.
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <future>
 #include <numeric>
 #include <set>
 
-#include "upgrade/counted_select.h"
+#include "support/interpose.h"
 #include "upgrade/upgrade.h"
 
 namespace {
@@ -16,6 +18,37 @@ namespace {
 using namespace lenswire::test;
 
 constexpr uint32_t kAll = 100;
+
+// What a job's loop does between two waits: the program's own select stands in front of libc's, for the
+// library too, and counts the calls of one thread.
+std::atomic<pthread_t> g_thread{};
+std::atomic<int> g_select_calls{0};
+std::atomic<int> g_watched_for_writing{0};  // descriptors, by the last call
+std::atomic<int> g_rounds_of_reading{0};    // how often it read what a call found, and came back
+std::atomic<bool> g_found_readable{false};
+
+int members(const fd_set* set, int end) {
+    int count = 0;
+    for (int i = 0; set != nullptr && i < end; ++i) count += FD_ISSET(i, set) ? 1 : 0;
+    return count;
+}
+
+void counts_selects_of(pthread_t thread) {
+    g_found_readable = false;
+    g_thread = thread;
+}
+
+extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
+    using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
+    static const auto real = REAL_TIMED(Select, select);
+    if (pthread_self() != g_thread.load()) return real(end, readable, writable, failed, timeout);
+    g_watched_for_writing = members(writable, end);
+    if (g_found_readable) ++g_rounds_of_reading;
+    ++g_select_calls;
+    const int result = real(end, readable, writable, failed, timeout);
+    g_found_readable = result > 0 && members(readable, end) > 0;
+    return result;
+}
 
 class UpgradeJob : public UpgradeTest {
   protected:
@@ -31,13 +64,13 @@ class UpgradeJob : public UpgradeTest {
     static void nudges(Wire& wire) { wire.sends(Bytes{0}); }
     // Wakes it so often, once at a time, and returns how often it went to wait meanwhile.
     static int waits_while_nudged(Wire& wire, int times) {
-        const int before = select_calls();
+        const int before = g_select_calls;
         for (int i = 0; i < times; ++i) {
-            const int calls = select_calls();
+            const int calls = g_select_calls;
             nudges(wire);
-            EXPECT_TRUE(wait_until([calls] { return select_calls() > calls; }));
+            EXPECT_TRUE(wait_until([calls] { return g_select_calls > calls; }));
         }
-        return select_calls() - before;
+        return g_select_calls - before;
     }
 
     Bytes content_;
@@ -95,9 +128,9 @@ TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
         EXPECT_EQ(wire.reads(total()), upload());
         for (const Message& message : ending.sends) {
             // One receive per message.
-            const int rounds = rounds_of_reading();
+            const int rounds = g_rounds_of_reading;
             wire.sends(message);
-            EXPECT_TRUE(wait_until([&] { return rounds_of_reading() > rounds || status(job).ulUsed == 0; }));
+            EXPECT_TRUE(wait_until([&] { return g_rounds_of_reading > rounds || status(job).ulUsed == 0; }));
         }
         if (ending.sends.size() == 29) wire.sends(upload_answer());
         if (ending.sends.empty()) wire.closes();
@@ -206,7 +239,7 @@ TEST_F(UpgradeJob, SleepsWhileACameraDoesNotRead) {
     EXPECT_EQ(second.reads(total()), upload());
     waits_while_nudged(second, 2);
     EXPECT_LT(waits_while_nudged(second, kNudges), kFew);
-    EXPECT_EQ(watched_for_writing(), 1);
+    EXPECT_EQ(g_watched_for_writing, 1);
     second.sends(upload_answer());
     EXPECT_EQ(first.reads(total()), upload());
     first.sends(upload_answer());
