@@ -58,9 +58,6 @@ class Encoding : public SettingsTest {
   protected:
     Encoding() { std::memset(&scope_, 0xAA, sizeof scope_); }
 
-    int scope_of(const Message& answer) {
-        return runs([this] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); }, {answer}).result;
-    }
     int both(int channel = 0) {
         return Private_Protocol_GetEncodingPropert(channel, ip(), &scope_, array_.data());
     }
@@ -163,33 +160,36 @@ TEST_F(Encoding, HasNoMaskForUnusableChannels) {
 // -- Scope.
 
 TEST_F(Encoding, ReadsAScope) {
-    EXPECT_EQ(scope_of(scope_answer("H264:1x2;@H264:1x2,H265:3x4;")), 0);
-    for (const EncodingScopeEntry& entry : scope_.entries) EXPECT_EQ(entry.ucCapability, 0x5C);
-    EXPECT_EQ(scope_.entries[2].slots[0].usWidth, 3);
-    EXPECT_EQ(scope_.entries[3].ulSizes, 0xAAAAAAAA);
-}
-
-TEST_F(Encoding, AScopeWithoutTextHasItsCapabilityOnly) {
-    for (const Message& answer :
-         {scope_answer(""), command(kScopeCode, {7, 0x5C}), command(kScopeCode, {7, 0x5C, 7})}) {
+    const std::string z(1024, 'Z');
+    const std::string bad =
+        line("Parse_EncodingResolution", "input resolution error   resolution is  :  " + z + " \n") +
+        line("Private_Protocol_GetEncodingScope", "Parse_EncodingResolution error\n");
+    constexpr int kNone = 0xAAAA;
+    const struct {
+        Message answer;
+        int result, width;  // the width of the third entry's first slot
+        std::string out = "";
+    } cases[] = {
+        {scope_answer("H264:1x2;@H264:1x2,H265:3x4;"), 0, 3},
+        // Without a text it has its capability only.
+        {scope_answer(""), 0, kNone},
+        {command(kScopeCode, {7, 0x5C}), 0, kNone},
+        {command(kScopeCode, {7, 0x5C, 7}), 0, kNone},
+        {command(kScopeCode, Bytes{7, 0x5C} + repeated('Z', 4062)), -1, kNone, bad},
+    };
+    for (const auto& row : cases) {
         std::memset(&scope_, 0xAA, sizeof scope_);
-        EXPECT_EQ(scope_of(answer), 0);
+        Capture capture;
+        const auto gets = [this] { return Private_Protocol_GetEncodingScope(0, ip(), &scope_); };
+        EXPECT_EQ(runs(gets, {row.answer}).result, row.result);
+        EXPECT_EQ(unnumbered(capture.out()), row.out);
+        EXPECT_EQ(scope_.entries[2].slots[0].usWidth, row.width);
         for (EncodingScopeEntry& entry : scope_.entries) {
-            EXPECT_EQ(entry.ucCapability, 0x5C);
-            entry.ucCapability = 0xAA;
+            EXPECT_EQ(std::exchange(entry.ucCapability, 0xAA), 0x5C);
         }
         const auto* bytes = reinterpret_cast<const uint8_t*>(&scope_);
-        EXPECT_EQ(Bytes(bytes, bytes + sizeof scope_), repeated(0xAA, sizeof scope_));
+        EXPECT_EQ(Bytes(bytes, bytes + sizeof scope_) == repeated(0xAA, sizeof scope_), row.width == kNone);
     }
-}
-
-TEST_F(Encoding, FailsOnAScopeWhoseTextMakesNoSense) {
-    Capture capture;
-    EXPECT_EQ(scope_of(command(kScopeCode, repeated('Z', 4064))), -1);
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Parse_EncodingResolution",
-                   "input resolution error   resolution is  :  " + std::string(1024, 'Z') + " \n") +
-                  line("Private_Protocol_GetEncodingScope", "Parse_EncodingResolution error\n"));
 }
 
 // -- Both at once.

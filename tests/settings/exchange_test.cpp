@@ -238,6 +238,7 @@ TEST_F(Gets, RefuseChannelsOutOfTheirRangeAndMissingArgumentsWithoutTakingASlot)
     const HostCameraRecord camera{};
     const uint32_t ip = this->ip();
     const char* text = "127.0.0.1";
+    uint32_t count = 0;
     const int allocations = host().allocations();
     REFUSES(Prv_GetIPCImageProperty, args(-1, ip, out), args(1, ip, nullptr));
     REFUSES(Prv_GetIPCNetworkProperty, args(-1, ip, out), args(1, ip, nullptr));
@@ -271,6 +272,14 @@ TEST_F(Gets, RefuseChannelsOutOfTheirRangeAndMissingArgumentsWithoutTakingASlot)
     REFUSES(prv_set_alarm_property_ex, args(nullptr, out, 20), args(text, nullptr, 20));
     REFUSES(GetFishType, args(nullptr, 1, 0, 0));
     REFUSES(GetFiashEve, args(nullptr, out, out), args(&camera, nullptr, out), args(&camera, out, nullptr));
+    REFUSES(Prv_Send_Cmd, args(ip, out, out, -1), args(0, out, out, 20), args(ip, nullptr, out, 20));
+    REFUSES(Parse_EncodingResolution, args(out, nullptr), args(nullptr, "@@@H264:1x1;"));
+    REFUSES(Parse_SinResolution, args(nullptr, "H264:1x1;"));
+    REFUSES(Parse_DouResolution, args(out, nullptr));
+    REFUSES(Parse_ThrResolution, args(nullptr, nullptr));
+    REFUSES(Prv_EncScopPasVal, args(nullptr, out), args(out, nullptr));
+    REFUSES(Parse_FiltRes, args(nullptr, &count, out, 1, 1, "A"), args(&count, nullptr, out, 1, 1, "A"),
+            args(&count, &count, nullptr, 1, 1, "A"), args(&count, &count, out, 1, 1, nullptr));
     EXPECT_EQ(buffer, Bytes(4096));
     EXPECT_EQ(host().allocations(), allocations);
     EXPECT_FALSE(camera_was_asked());
@@ -328,32 +337,12 @@ TEST_F(Sets, SendTheRecordAsItIsOrSayWhyNot) {
     EXPECT_EQ(host().calls(Service::kMalloc), 0);
 }
 
-// -- Delivery with the configuration layer's attempts.
-
-TEST_F(Sets, DeliveryCountsItsAttempts) {
+TEST_F(Sets, DeliveryWithoutAnAttemptIsAFailure) {
     Bytes message = command(0x1005, pattern(36)).bytes();
-    const std::string refused = line("Prv_Send_Cmd", "input paramer error");
-    const struct {
-        uint32_t ip;
-        void* data;
-        int attempts, result;
-        bool sent;
-        std::string line;
-    } cases[] = {
-        {ip(), message.data(), 20, 0, true, ""},
-        {ip(), message.data(), 0, -1, true, undelivered(ip())},
-        {ip(), message.data(), -1, -1, false, refused},
-        {0, message.data(), 20, -1, false, refused},
-        {ip(), nullptr, 20, -1, false, refused},
-        {0x0909097F, message.data(), 20, -1, false, undelivered(0x0909097F)},
-    };
-    for (const auto& row : cases) {
-        Capture capture;
-        EXPECT_EQ(Prv_Send_Cmd(row.ip, row.data, row.data, row.attempts), row.result);
-        EXPECT_EQ(printed(capture), row.line);
-        EXPECT_EQ(row.sent ? wire_.reads_command().payload : pattern(36), pattern(36));
-        EXPECT_FALSE(camera_was_asked());
-    }
+    Capture capture;
+    EXPECT_EQ(Prv_Send_Cmd(ip(), message.data(), message.data(), 0), -1);
+    EXPECT_EQ(printed(capture), undelivered(ip()));
+    EXPECT_EQ(wire_.reads_command().payload, pattern(36));
 }
 
 }  // namespace

@@ -20,9 +20,10 @@ struct Scope {
         return Bytes(start, start + sizeof(EncodingScopeEntry));
     }
     bool untouched(int i) const { return bytes(i) == repeated(0xAA, sizeof(EncodingScopeEntry)); }
-    // The sizes and names that were written over the host's bytes; they are lists of their own.
+    // The number of sizes, the sizes and the names that were written over the host's bytes; they are lists of
+    // their own.
     std::string text(int i) const {
-        std::string text;
+        std::string text = entry(i).ulSizes == 0xAAAAAAAA ? "" : std::to_string(entry(i).ulSizes) + ": ";
         for (const ResolutionSlot& slot : entry(i).slots) {
             if (slot.usWidth == 0xAAAA) break;
             text += std::to_string(slot.usWidth) + "x" + std::to_string(slot.usHeight) + " ";
@@ -44,62 +45,37 @@ int parse(Scope& scope, const std::string& text) {
 }
 
 TEST(ResolutionText, FillsInTheEntriesOfThreeStreamModesAndLeavesThoseWithoutAListAlone) {
+    const std::string single = line("Parse_EncodingResolution_Get", "resolution only have single stream\n");
+    const std::string bad =
+        line("Parse_EncodingResolution", "input resolution error   resolution is  :  MJPG:.[640x480.; \n");
     const struct {
         const char* text;
-        std::vector<std::string> entries;
+        const std::vector<std::string> entries;
+        std::string out = "";
     } cases[] = {
         {"H264:1920x1080;H264:1280x720;@H264:1920x1080,H264:640x360;H264:1280x720,H264:640x360;@"
          "H264:1920x1080,H264:640x360,H264:320x240;",
-         {"1920x1080 1280x720 H264 ", "1920x1080 1280x720 H264 ", "640x360 H264 ", "1920x1080 H264 ",
-          "640x360 H264 ", "320x240 H264 "}},
+         {"2: 1920x1080 1280x720 H264 ", "2: 1920x1080 1280x720 H264 ", "1: 640x360 H264 ",
+          "1: 1920x1080 H264 ", "1: 640x360 H264 ", "1: 320x240 H264 "}},
         {"H265:2592x1944;H264:2592x1944;H264:1920x1080;@H265:2592x1944,H264:704x576;",
-         {"2592x1944 1920x1080 H265 H264 ", "2592x1944 H265 ", "704x576 H264 ", "", "", ""}},
+         {"2: 2592x1944 1920x1080 H265 H264 ", "1: 2592x1944 H265 ", "1: 704x576 H264 ", "", "", ""}},
         // Numbers of any length are kept by their low sixteen bits.
         {"H264:65537x65538;H264:1x2;H264:99999999999999999999x1;H264:-99999999999999999999x-2;@",
-         {"1x2 65535x1 0x65534 H264 ", "", "", "", "", ""}},
+         {"3: 1x2 65535x1 0x65534 H264 ", "0: ", "0: ", "", "", ""}},
+        {"H264:1920x1080;", {"0: ", "0: ", "0: ", "", "", ""}, single},
+        {"MJPG:\x1B[640x480\n;", {"", "", "", "", "", ""}, bad},
     };
     for (const auto& row : cases) {
         Scope scope;
-        EXPECT_EQ(parse(scope, row.text), 0);
+        Capture capture;
+        EXPECT_EQ(parse(scope, row.text), row.out == bad ? -1 : 0);
+        EXPECT_EQ(unnumbered(capture.out()), row.out);
         for (int i = 0; i < 6; ++i) {
             EXPECT_EQ(scope.text(i), row.entries[static_cast<size_t>(i)]);
             EXPECT_EQ(slice(scope.bytes(i), 0, 16), repeated(0xAA, 16));
             EXPECT_EQ(slice(scope.bytes(i), 244, 44), repeated(0xAA, 44));
         }
     }
-}
-
-TEST(ResolutionText, FailsWithoutAKnownCodecAndWithoutArguments) {
-    Scope scope;
-    Capture capture;
-    EXPECT_EQ(parse(scope, "MJPG:\x1B[640x480\n;"), -1);
-    EXPECT_EQ(
-        unnumbered(capture.out()),
-        line("Parse_EncodingResolution", "input resolution error   resolution is  :  MJPG:.[640x480.; \n"));
-    EXPECT_EQ(Parse_EncodingResolution(&scope.record, nullptr), -1);
-    EXPECT_EQ(Parse_EncodingResolution(nullptr, payload_of("H264:1x1;").data()), -1);
-    EXPECT_EQ(Parse_SinResolution(nullptr, "H264:1x1;"), -1);
-    EXPECT_EQ(Parse_DouResolution(&scope.record.entries[1], nullptr), -1);
-    EXPECT_EQ(Parse_ThrResolution(nullptr, nullptr), -1);
-    EXPECT_EQ(Prv_EncScopPasVal(nullptr, payload_of("").data()), -1);
-    EXPECT_EQ(Prv_EncScopPasVal(&scope.record, nullptr), -1);
-    uint32_t count = 0;
-    EXPECT_EQ(Parse_FiltRes(nullptr, &count, &scope.record, 1, 1, "A"), -1);
-    EXPECT_EQ(Parse_FiltRes(&count, nullptr, &scope.record, 1, 1, "A"), -1);
-    EXPECT_EQ(Parse_FiltRes(&count, &count, nullptr, 1, 1, "A"), -1);
-    EXPECT_EQ(Parse_FiltRes(&count, &count, &scope.record, 1, 1, nullptr), -1);
-    for (int i = 0; i < 6; ++i) EXPECT_TRUE(scope.untouched(i));
-    EXPECT_THAT(unnumbered(capture.out()),
-                testing::HasSubstr(line("Parse_DouResolution", "Parameter input error")));
-}
-
-TEST(ResolutionText, WithoutAnAtIsOnlyCounted) {
-    Scope scope;
-    Capture capture;
-    EXPECT_EQ(parse(scope, "H264:1920x1080;"), 0);
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Parse_EncodingResolution_Get", "resolution only have single stream\n"));
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(scope.entry(i).ulSizes, i < 3 ? 0 : 0xAAAAAAAA);
 }
 
 TEST(ResolutionText, IsSplitAtItsFirstTwoAts) {
@@ -140,9 +116,8 @@ TEST(ResolutionText, EndsWithThePayload) {
     const Bytes exactly = slice(message, 0, 1027);  // a byte further belongs to nobody
     Scope scope;
     EXPECT_EQ(Parse_EncodingResolution(&scope.record, exactly.data()), 0);
-    EXPECT_EQ(scope.text(1), "2x2 H264 ");
-    EXPECT_EQ(scope.text(3), "") << "the list has neither an end nor a comma";
-    EXPECT_EQ(scope.entry(3).ulSizes, 0u);
+    EXPECT_EQ(scope.text(1), "1: 2x2 H264 ");
+    EXPECT_EQ(scope.text(3), "0: ") << "the list has neither an end nor a comma";
 }
 
 TEST(ResolutionText, AFullEntryTakesNoMore) {
@@ -198,11 +173,9 @@ void refer(const Reference& reference, EncodingScopeEntry* entries, const std::s
             const std::pair size{width[i] & 0xFFFF, height[i] & 0xFFFF};
             if (std::find(sizes[i].begin(), sizes[i].end(), size) == sizes[i].end()) sizes[i].push_back(size);
             const std::string name = codec[i];
-            const bool known =
-                !name.empty() && std::any_of(names[i].begin(), names[i].end(), [&](auto& held) {
-                    return held.compare(0, name.size(), name) == 0;
-                });
-            if (!known) names[i].push_back(name);
+            const auto holds = [&](const std::string& held) { return held.starts_with(name); };
+            if (name.empty() || std::none_of(names[i].begin(), names[i].end(), holds))
+                names[i].push_back(name);
         }
     }
     for (int i = 0; i < reference.streams; ++i) {
