@@ -101,14 +101,12 @@ TEST_F(ClockTest, GoesOnWithoutAZone) {
 TEST_F(ClockTest, NeedsACamera) {
     host().is_in({.name = "GMT"});
     Capture capture;
-    HostCameraRecord nowhere{};
-    std::strcpy(nowhere.szIpAddr, "0.0.0.0");
-    EXPECT_EQ(Prv_SetIPCTimeAndDate(&nowhere), -1);
+    std::strcpy(record_.szIpAddr, "0.0.0.0");
+    EXPECT_EQ(Prv_SetIPCTimeAndDate(&record_), -1);
     EXPECT_EQ(unnumbered(capture.out()), line("Prv_SetIPCTimeDate", "input paramers error"));
-    HostCameraRecord endless{};
-    std::memset(endless.szIpAddr, '9', sizeof endless.szIpAddr);
-    endless.ulPort = 0x39393939;
-    EXPECT_EQ(Prv_SetIPCTimeAndDate(&endless), -1);
+    std::memset(record_.szIpAddr, '9', sizeof record_.szIpAddr);
+    record_.ulPort = 0x39393939;
+    EXPECT_EQ(Prv_SetIPCTimeAndDate(&record_), -1);
     EXPECT_FALSE(camera_was_asked());
 }
 

@@ -145,15 +145,15 @@ TEST_F(Encoding, CondensesTheFlagsToAMask) {
 }
 
 TEST_F(Encoding, HasNoMaskForUnusableChannels) {
-    const std::string unknown =
-        line("Private_Protocol_GetStreamType", "DbMainMsgChannelInfo   get channel failed\n");
-    const std::string refused = line("Private_Protocol_GetStreamType", "parameter pass error!");
+    const auto text = [](const char* what) { return line("Private_Protocol_GetStreamType", what); };
+    const std::string refused = text("parameter pass error!");
     host().has_channel(1, Channel{.address = "0.0.0.0"});
     for (int channel : {-1, 64}) host().has_channel(channel, host().channel(kChannel));
     host().shows_channels(64);
     Capture capture;
     for (int channel : {9, 1, -1, 64}) EXPECT_EQ(Private_Protocol_GetStreamType(channel), 255u);
-    EXPECT_EQ(unnumbered(capture.out()), unknown + refused + refused + refused);
+    EXPECT_EQ(unnumbered(capture.out()),
+              text("DbMainMsgChannelInfo   get channel failed\n") + refused + refused + refused);
     EXPECT_FALSE(camera_was_asked());
 }
 

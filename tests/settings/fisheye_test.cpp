@@ -29,21 +29,15 @@ class Fisheye : public HostTest {
         std::future<int> result = std::async(std::launch::async, operation);
         Wire wire = camera_.accepts();
         request_ = wire.reads_command();
-        if (answer.empty()) {
-            wire.closes();
-        } else {
-            wire.sends(answer);
-        }
+        answer.empty() ? wire.closes() : wire.sends(answer);
         return result.get();
     }
 
     int gets(const Bytes& answer) {
-        return asks(
-            [this] {
-                return Private_Fish_Protocol_EYE_PROPERTY0(0x103, camera_.address_text().c_str(),
-                                                           camera_.port(), out_.data());
-            },
-            answer);
+        const auto get = [this, ip = camera_.address_text()] {
+            return Private_Fish_Protocol_EYE_PROPERTY0(0x103, ip.c_str(), camera_.port(), out_.data());
+        };
+        return asks(get, answer);
     }
 
     int descriptors_ = 0;
@@ -53,15 +47,12 @@ class Fisheye : public HostTest {
 };
 
 TEST_F(Fisheye, TellsItsPropertyWithoutALogin) {
-    Message answer = command(0x1063, pattern(100));
-    EXPECT_EQ(gets(answer.bytes()), 0);
-    EXPECT_EQ(out_, pattern(64));
-    Bytes payload(64);
-    payload[0] = 3;
-    EXPECT_EQ(request_.bytes(), command(0x1063, payload).bytes());
     // Neither the state nor the rest of a short answer is looked at.
-    EXPECT_EQ(gets(command(0x1063, {1, 2}, 5).bytes()), 0);
-    EXPECT_EQ(out_, (Bytes{1, 2} + Bytes(62)));
+    for (const auto& [length, state] : {std::pair<size_t, uint16_t>{100, 0}, {2, 5}, {0, 5}}) {
+        EXPECT_EQ(gets(command(0x1063, pattern(length), state).bytes()), 0);
+        EXPECT_EQ(out_, slice(pattern(length) + Bytes(64), 0, 64));
+        EXPECT_EQ(request_.bytes(), command(0x1063, Bytes{3} + Bytes(63)).bytes());
+    }
 }
 
 TEST_F(Fisheye, RefusesWhatIsNoAnswer) {

@@ -12,8 +12,9 @@ namespace lenswire::test {
 // For its scope and its thread: sleeps return at once, a wait for something that is not there yet ends at
 // once as one that timed out, and all of them are written down.
 struct Timewarp {
-    Timewarp();
-    ~Timewarp();
+    Timewarp() { current = this; }
+    ~Timewarp() { current = nullptr; }
+    inline static thread_local Timewarp* current = nullptr;
 
     std::vector<long> slept_us;
     std::vector<int> waited_s;        // pthread_cond_clockwait, on the monotonic clock

@@ -45,9 +45,8 @@ TEST_F(Ptz, NeedsThePropertyAndACamera) {
     Capture capture;
     EXPECT_EQ(Private_SetPtzSpeed(9, 9), -1);
     EXPECT_EQ(Private_PtzCmd(9, 1, 2, 3), -1);
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Private_SetPtzSpeed", "DbMainMsgChannelInfo  get channel failed\n") +
-                  line("Private_PtzCmd", "DbMainMsgChannelInfo  get channel failed\n"));
+    const char* const text = "DbMainMsgChannelInfo  get channel failed\n";
+    EXPECT_EQ(unnumbered(capture.out()), line("Private_SetPtzSpeed", text) + line("Private_PtzCmd", text));
     EXPECT_FALSE(camera_was_asked());
 }
 

@@ -95,10 +95,7 @@ TEST(UploadProcess, RaisesNoSignalWhenTheCameraIsGone) {
     for (const bool kept : {false, true}) {
         Pair pair;
         pair.theirs().closes();
-        if (kept) {
-            pthread_sigmask(SIG_BLOCK, &pipe_signal, nullptr);
-            raise(SIGPIPE);
-        }
+        if (kept) pthread_sigmask(SIG_BLOCK, &pipe_signal, nullptr), raise(SIGPIPE);
         for (uint32_t start : {0U, 32U}) {
             uint32_t sent = start;
             EXPECT_EQ(upload_process(pair.ours(), file.get(), header.data(), &sent), 0);
