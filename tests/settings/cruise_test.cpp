@@ -1,7 +1,6 @@
 // Cruise lines: memory, database and camera in step.
 #include <atomic>
 #include <cstring>
-#include <thread>
 
 #include "settings/settings.h"
 
@@ -26,33 +25,47 @@ Bytes bytes_of_line(const CruiseLine& line) {
     return Bytes(start, start + sizeof line);
 }
 
-Bytes three_lines(uint8_t enabled0, uint8_t enabled1, uint8_t enabled2) {
-    return bytes_of_line(line_record(0, enabled0, 10)) + bytes_of_line(line_record(1, enabled1, 11)) +
-           bytes_of_line(line_record(2, enabled2, 12));
+// The three lines of a channel by their flags, none for a channel that nobody ever stored. Their numbers are
+// wrong: a line is known by its place.
+Bytes lines(const std::string& flags) {
+    Bytes lines;
+    for (size_t i = 0; i < flags.size(); ++i) {
+        const auto n = static_cast<uint8_t>(i);
+        lines = lines + bytes_of_line(line_record(n + 9, static_cast<uint8_t>(flags[i] - '0'), n + 10));
+    }
+    lines.resize(1170);
+    return lines;
+}
+
+Bytes whole_table() {
+    return Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880);
 }
 
 Bytes table(size_t channel, size_t line) {
-    const uint8_t* start = gp_private_ptzCruise + channel * 1170 + line * 390;
-    return Bytes(start, start + 390);
+    return slice(whole_table(), channel * 1170 + line * 390, 390);
 }
 
-// What was written to the database for a channel, line by line.
-FakeHost::Written written(uint32_t channel, const std::vector<CruiseLine>& lines) {
+// What is written to the database for lines of such a channel: numbers and flags, as "21" for line 2.
+FakeHost::Written written(uint32_t channel, const std::string& text, bool marked = true) {
     FakeHost::Written written;
-    for (const CruiseLine& line : lines) written.emplace_back(channel, bytes_of_line(line));
+    for (size_t i = 0; i + 1 < text.size(); i += 3) {
+        const auto number = static_cast<uint8_t>(text[i] - '0');
+        const uint8_t mark = marked ? number + 10 : 0;
+        const CruiseLine line = line_record(number, static_cast<uint8_t>(text[i + 1] - '0'), mark);
+        written.emplace_back(channel, bytes_of_line(line));
+    }
     return written;
 }
 
-void fill_table(int channel, const Bytes& lines) {
-    host().has_record(kTable, static_cast<uint32_t>(channel), lines);
-    EXPECT_EQ(Private_ptzInitCruiseInfo(static_cast<uint32_t>(channel)), 1170);
+void fill_table(uint32_t channel, const Bytes& lines) {
+    host().has_record(kTable, channel, lines);
+    EXPECT_EQ(Private_ptzInitCruiseInfo(channel), 1170);
 }
 
 // The flags of a channel's lines in memory.
-std::vector<int> flags(uint32_t channel) {
-    std::vector<int> flags;
-    for (uint32_t line = 0; line < 3; ++line)
-        flags.push_back(Private_Get_EnableFlagFromMemory(channel, line));
+std::string flags(uint32_t channel) {
+    std::string flags;
+    for (uint32_t line : {0, 1, 2}) flags += std::to_string(Private_Get_EnableFlagFromMemory(channel, line));
     return flags;
 }
 
@@ -65,39 +78,30 @@ TEST_F(CruiseTable, LoadsTheChannelsThatTheHostShows) {
     for (uint32_t channel : {0u, 1u, 2u}) host().has_record(kTable, channel, pattern(1170, channel));
     host().shows_channels(2);
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
-    EXPECT_EQ(table(0, 0) + table(0, 1) + table(0, 2), pattern(1170, 0));
-    EXPECT_EQ(table(1, 0) + table(1, 1) + table(1, 2), pattern(1170, 1));
-    EXPECT_EQ(table(2, 0), Bytes(390));
-    EXPECT_EQ(table(63, 2), Bytes(390));
-    EXPECT_EQ(host().database_calls(kTable, 2), 2);
-
-    host().shows_channels(1000);
-    EXPECT_EQ(Private_ptzCruiseInit(), 0);
-    EXPECT_EQ(host().database_calls(kTable, 2), 2 + 64);
-    host().shows_channels(-1);
-    EXPECT_EQ(Private_ptzCruiseInit(), 0);
-    EXPECT_EQ(host().database_calls(kTable, 2), 2 + 64);
-    EXPECT_EQ(table(0, 0), Bytes(390));
+    EXPECT_EQ(whole_table(), pattern(1170, 0) + pattern(1170, 1) + Bytes(62 * 1170));
+    for (const auto& [shown, calls] : {std::pair{1000, 2 + 64}, {-1, 2 + 64}}) {
+        host().shows_channels(shown);
+        EXPECT_EQ(Private_ptzCruiseInit(), 0);
+        EXPECT_EQ(host().database_calls(kTable, 2), calls);
+    }
+    EXPECT_EQ(whole_table(), Bytes(74880));
 }
 
 TEST_F(CruiseTable, KeepsWhatADatabaseDoesNotReturn) {
-    fill_table(3, three_lines(0, 1, 0));
+    fill_table(3, lines("020"));
     host().fails_database(kTable, 2);
+    host().when(Service::kDatabase, [](int, int) { Private_ChangeCruiseLineEnableFlag(3, 0, 7); });
     EXPECT_EQ(Private_ptzInitCruiseInfo(3), -1);
-    EXPECT_EQ(table(3, 1), bytes_of_line(line_record(1, 1, 11)));
+    EXPECT_EQ(Private_GetPtzCruiseChannel(3), -1);
+    EXPECT_EQ(flags(3), "720") << "nor what changed meanwhile";
 }
 
 TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
     const CruiseLine good = line_record(1, 1);
-    for (const auto& [channel, number] : {std::pair{64u, 1u},
-                                          {65u, 1u},
-                                          {0x80000000u, 1u},
-                                          {UINT32_MAX, 1u},
-                                          {0u, 3u},
-                                          {0u, 4u},
-                                          {0u, 128u},
-                                          {0u, 255u}}) {
+    constexpr std::pair<uint32_t, uint32_t> kCases[] = {{64, 1}, {65, 1}, {0x80000000, 1}, {UINT32_MAX, 1},
+                                                        {0, 3},  {0, 4},  {0, 128},        {0, 255}};
+    for (const auto& [channel, number] : kCases) {
         SCOPED_TRACE(testing::Message() << channel << " " << number);
         CruiseLine line = line_record(static_cast<uint8_t>(number), 1);
         EXPECT_EQ(Private_Get_EnableFlagFromMemory(channel, number), -1);
@@ -116,7 +120,7 @@ TEST_F(CruiseTable, RefusesChannelsAndLinesOutOfRange) {
         EXPECT_EQ(Private_GetPtzCruiseChannel(channel), -1);
         EXPECT_EQ(Private_StartPtzCruiseLine(channel, 1, 0), -1);
     }
-    EXPECT_EQ(Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880), Bytes(74880));
+    EXPECT_EQ(whole_table(), Bytes(74880));
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }
 
@@ -127,52 +131,22 @@ TEST_F(CruiseTable, PutsALineInItsOwnPlace) {
     EXPECT_EQ(Private_ChangeCruiseLineParam(63, 2, &line), 0);
     Bytes expected(74880);
     std::memcpy(expected.data() + 63 * 1170 + 2 * 390, &line, 390);
-    EXPECT_EQ(Bytes(gp_private_ptzCruise, gp_private_ptzCruise + 74880), expected);
+    EXPECT_EQ(whole_table(), expected);
     Private_ChangeCruiseLineEnableFlag(63, 2, 0x102);
     EXPECT_EQ(Private_Get_EnableFlagFromMemory(63, 2), 2);
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
-}
-
-TEST_F(CruiseTable, AnEditKeepsOneLineEnabled) {
-    const struct {
-        Bytes before;
-        CruiseLine edit;
-        std::vector<int> after;
-        std::vector<CruiseLine> disabled = {};  // and stored before the edited one
-    } cases[] = {
-        {three_lines(1, 0, 0), line_record(2, 1, 99), {0, 0, 1}, {line_record(0, 0, 10)}},
-        {three_lines(0, 1, 0), line_record(0, 0, 99), {0, 1, 0}},
-        {three_lines(0, 1, 0), line_record(1, 1, 99), {0, 1, 0}},
-        {three_lines(0, 1, 0), line_record(1, 0, 99), {0, 0, 0}},
-        {three_lines(0, 0, 0), line_record(1, 1, 99), {0, 1, 0}},
-        {three_lines(0, 3, 0), line_record(2, 7, 99), {0, 0, 7}, {line_record(1, 0, 11)}},
-        // A line is stored under its number, whatever stood in its place.
-        {Bytes(390) + bytes_of_line(line_record(9, 1, 11)) + Bytes(390),
-         line_record(0, 1),
-         {1, 0, 0},
-         {line_record(1, 0, 11)}},
-    };
-    for (const auto& row : cases) {
-        fill_table(7, row.before);
-        EXPECT_EQ(Private_ChangeCruiseParamToMemory(7, &row.edit), 0);
-        EXPECT_EQ(flags(7), row.after);
-        EXPECT_EQ(table(7, row.edit.ucLineNo), bytes_of_line(row.edit));
-        std::vector<CruiseLine> stored = row.disabled;
-        stored.push_back(row.edit);
-        EXPECT_EQ(host().takes_written(kTable), written(7, stored));
-    }
-    EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &cases[0].edit), 390);
-    EXPECT_EQ(host().record(kTable, 8), bytes_of_line(cases[0].edit));
+    EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &line), 390);
+    EXPECT_EQ(host().record(kTable, 8), bytes_of_line(line));
 }
 
 // Lines of one channel edited, loaded and read by several threads: whatever is read was written as a whole.
 TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
     constexpr uint32_t kOne = 9;
-    fill_table(kOne, three_lines(0, 0, 0));
+    fill_table(kOne, lines("000"));
     std::atomic<bool> over{false};
-    std::vector<std::thread> writers;
-    for (uint8_t fill : {uint8_t{0x11}, uint8_t{0xEE}}) {
-        writers.emplace_back([fill, &over] {
+    std::vector<std::future<void>> writers;
+    for (const int fill : {0x11, 0xEE}) {
+        writers.push_back(std::async(std::launch::async, [fill, &over] {
             while (!over) {
                 CruiseLine line = line_record(2, 1);
                 std::memset(line.points, fill, sizeof line.points);
@@ -180,22 +154,19 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
                 Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
                 Private_ChangeCruiseLineParam(kOne, 2, &line);
             }
-        });
+        }));
     }
     // A stop stores the lines as the table has them, this one last.
     int torn = 0;
     for (int round = 0; round < 300; ++round) {
         const Timewarp warp;
         Private_StartPtzCruiseLine(kOne, 0, 0);
-        CruiseLine line;
         const Bytes stored = host().record(kTable, kOne);
-        ASSERT_EQ(stored.size(), sizeof line);
-        std::memcpy(&line, stored.data(), sizeof line);
-        const auto* points = reinterpret_cast<const uint8_t*>(line.points);
-        for (size_t i = 1; i < sizeof line.points; ++i) torn += points[i] != points[0];
+        const Bytes points = slice(stored, offsetof(CruiseLine, points), sizeof CruiseLine::points);
+        torn += points != repeated(points[0], points.size());
     }
     over = true;
-    for (std::thread& writer : writers) writer.join();
+    writers.clear();
     EXPECT_EQ(torn, 0);
 }
 
@@ -203,12 +174,20 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
 
 class Cruise : public SettingsTest {
   protected:
-    // One command of each kind as it is expected on the wire.
-    static Message started(uint8_t operation, uint8_t number) {
-        Bytes payload(20);
-        payload[1] = operation;
-        payload[4] = number;
-        return command(kOption, payload, 0, kLoginId);
+    // Requests as text: "L21" is line 2 with flag 1, "29:2" is operation 0x29 for line 2.
+    static std::string text_of(const std::vector<Message>& requests) {
+        std::string text;
+        for (const Message& request : requests) {
+            const Bytes& sent = request.payload;
+            const bool is_line = request.command == kSetLine;
+            char word[16];
+            snprintf(word, sizeof word, is_line ? "L%d%d " : "%X:%d ", sent[1], sent[is_line ? 2 : 4]);
+            text += word;
+            if (is_line) continue;
+            const Bytes option = Bytes{0, sent[1], 0, 0, sent[4]} + Bytes(15);
+            EXPECT_EQ(request.bytes(), command(kOption, option, 0, kLoginId).bytes());
+        }
+        return text;
     }
     void has_fisheye(int byte) {
         Channel channel = host().channel(kChannel);
@@ -217,9 +196,9 @@ class Cruise : public SettingsTest {
     }
 };
 
-CruisePoint point(uint8_t used, uint8_t time, uint8_t speed, uint16_t preset) {
+CruisePoint point(uint8_t used, uint8_t time, uint8_t speed, uint16_t preset, int rest = 0x77) {
     CruisePoint point{};
-    std::memset(&point, 0x77, sizeof point);  // the host's bytes are not sent
+    std::memset(&point, rest, sizeof point);  // the host's bytes are not sent
     point.ucUsed = used;
     point.ucTime = time;
     point.ucSpeed = speed;
@@ -249,162 +228,119 @@ TEST_F(Cruise, SendsTheUsedPointsOfALineInTheirPlaces) {
         EXPECT_EQ(requests[0].command, kSetLine);
         EXPECT_EQ(requests[0].payload, expected);
         EXPECT_EQ(table(kChannel, 1), bytes_of_line(line));
-        EXPECT_EQ(host().takes_written(kTable), written(kChannel, {line}));
+        EXPECT_EQ(host().takes_written(kTable), (FakeHost::Written{{kChannel, bytes_of_line(line)}}));
     }
 }
 
-TEST_F(Cruise, StartsAnEnabledLineAndStopsAnother) {
-    for (const auto& [enable, operation] : {std::pair{1, 0x29}, {0, 0x2E}, {2, 0x2E}}) {
-        const CruiseLine line = line_record(2, static_cast<uint8_t>(enable));
-        const auto [result, requests] =
-            sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 1); }, 2);
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(requests[0].payload[2], enable);
-        EXPECT_EQ(requests[1].bytes(), started(static_cast<uint8_t>(operation), 2).bytes());
-    }
-    const CruiseLine line = line_record(0, 1);
-    EXPECT_EQ(sends([&] { return Private_SetPtzCruiseAllPreset(kChannel, &line, 2); }).result, 0);
-}
-
-TEST_F(Cruise, KeepsALineThatTheCameraDidNotGetAndSaysSo) {
-    const CruiseLine enabled = line_record(2, 1);
-    const CruiseLine disabled = line_record(2, 0);
+TEST_F(Cruise, KeepsTableDatabaseAndCameraInStep) {
+    const auto edits = [](uint8_t number, uint8_t flag) {
+        const CruiseLine line = line_record(number, flag, number + 10);
+        return [line] { return Private_ChangeCruiseParamToMemory(kChannel, &line); };
+    };
+    const auto sets = [](uint8_t number, uint8_t flag, int start) {
+        const CruiseLine line = line_record(number, flag, number + 10);
+        return [line, start] { return Private_SetPtzCruiseAllPreset(kChannel, &line, start); };
+    };
+    const auto starts = [](uint32_t line, int start) {
+        return [line, start] { return Private_StartPtzCruiseLine(kChannel, line, start); };
+    };
     const auto reloads = [] {
-        host().has_record(kTable, kChannel, three_lines(0, 0, 1));
+        std::memset(gp_private_ptzCruise, 0, 74880);
         return Private_GetPtzCruiseChannel(kChannel);
     };
     const struct {
+        const char* before;
         std::function<int()> call;
-        int failing;  // the first send is the line's, the second the operation's
-        int result = -1;
+        int result;
+        std::string sent, after, stored;
+        long slept_us = 0;
+        int failing = 0;  // the first send is the line's, the second the operation's
     } cases[] = {
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 1},
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &enabled, 1); }, 2},
-        {[&] { return Private_SetPtzCruiseAllPreset(kChannel, &disabled, 1); }, 2},
-        {reloads, 1},
-        {reloads, 2},
-        {[] { return Private_StartPtzCruiseLine(kChannel, 2, 1); }, 2, 0},
+        // An edit keeps one line enabled.
+        {"100", edits(2, 1), 0, "", "001", "00 21"},
+        {"010", edits(0, 0), 0, "", "010", "00"},
+        {"010", edits(1, 1), 0, "", "010", "11"},
+        {"010", edits(1, 0), 0, "", "000", "10"},
+        {"000", edits(1, 1), 0, "", "010", "11"},
+        {"030", edits(2, 7), 0, "", "007", "10 27"},
+        // The camera starts an enabled line and stops another.
+        {"000", sets(2, 1, 1), 0, "L21 29:2 ", "001", "21"},
+        {"000", sets(2, 0, 1), 0, "L20 2E:2 ", "000", "20"},
+        {"000", sets(2, 2, 1), 0, "L22 2E:2 ", "002", "22"},
+        {"000", sets(0, 1, 2), 0, "L01 ", "100", "01"},
+        // One line starts instead of another, stored a second time as it is sent; a stop is of all lines.
+        {"100", starts(1, 1), 0, "L11 29:1 ", "010", "00 11 11", 2000},
+        {"", starts(2, 1), 0, "L21 29:2 ", "001", "21 21"},
+        {"111", starts(77, 2), 0, "", "000", "00 10 20", 500000},
+        {"", starts(0, 0), 0, "", "000", "00 10 20", 500000},
+        // After a reload, too, but only a flag of 1 counts.
+        {"201", reloads, 0, "L21 29:2 ", "001", "00 21"},
+        {"020", reloads, 1170, "", "020", ""},
+        // What the camera did not get is kept.
+        {"000", sets(2, 1, 1), -1, "", "001", "21", 0, 1},
+        {"000", sets(2, 1, 1), -1, "L21 ", "001", "21", 0, 2},
+        {"000", sets(2, 0, 1), -1, "L20 ", "000", "20", 0, 2},
+        {"001", reloads, -1, "", "001", "21", 0, 1},
+        {"001", reloads, -1, "L21 ", "001", "21", 0, 2},
+        {"000", starts(2, 1), 0, "L21 ", "001", "21 21", 0, 2},
     };
-    for (const auto& row : cases) {
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(i);
+        const auto& row = cases[i];
+        fill_table(kChannel, lines(row.before));
         Capture quiet;
         Timewarp warp;
         warp.failing_send = row.failing;
-        EXPECT_EQ(sends(row.call, static_cast<size_t>(row.failing - 1)).result, row.result);
+        const auto commands = static_cast<size_t>(std::count(row.sent.begin(), row.sent.end(), ' '));
+        const auto [result, requests] = sends(row.call, commands);
+        EXPECT_EQ(result, row.result);
+        EXPECT_EQ(text_of(requests), row.sent);
         EXPECT_EQ(warp.failing_send, 0);
-        const FakeHost::Written stored = host().takes_written(kTable);
-        ASSERT_FALSE(stored.empty());
-        EXPECT_EQ(stored.back(), std::pair(uint32_t{kChannel}, table(kChannel, 2)));
-    }
-    Capture capture;
-    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, &enabled, 1), -1);
-    EXPECT_EQ(table(9, 2), Bytes(390));
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
-}
-
-TEST_F(Cruise, StartsOneLineInsteadOfAnotherAndStopsAll) {
-    const struct {
-        Bytes before;
-        uint32_t line;
-        int start;
-        std::vector<long> slept_us;
-        std::vector<int> after;
-        std::vector<CruiseLine> stored;  // a line that starts a second time, as it is sent
-    } cases[] = {
-        {three_lines(1, 0, 0),
-         1,
-         1,
-         {2000},
-         {0, 1, 0},
-         {line_record(0, 0, 10), line_record(1, 1, 11), line_record(1, 1, 11)}},
-        // Nobody ever stored this channel.
-        {Bytes(1170), 2, 1, {}, {0, 0, 1}, {line_record(2, 1), line_record(2, 1)}},
-        {three_lines(1, 1, 1),
-         77,
-         2,
-         {500000},
-         {0, 0, 0},
-         {line_record(0, 0, 10), line_record(1, 0, 11), line_record(2, 0, 12)}},
-        {Bytes(1170), 0, 0, {500000}, {0, 0, 0}, {line_record(0, 0), line_record(1, 0), line_record(2, 0)}},
-    };
-    for (const auto& row : cases) {
-        fill_table(kChannel, row.before);
-        const Timewarp warp;
-        const bool starts = row.start == 1;
-        const auto [result, requests] =
-            sends([&] { return Private_StartPtzCruiseLine(kChannel, row.line, row.start); }, starts ? 2 : 0);
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(warp.slept_us, row.slept_us);
+        EXPECT_EQ(warp.slept_us, row.slept_us > 0 ? std::vector{row.slept_us} : std::vector<long>());
         EXPECT_EQ(flags(kChannel), row.after);
-        EXPECT_EQ(host().takes_written(kTable), written(kChannel, row.stored));
-        if (!starts) continue;
-        EXPECT_EQ(slice(requests[0].payload, 1, 2), (Bytes{static_cast<uint8_t>(row.line), 1}));
-        EXPECT_EQ(requests[1].bytes(), started(0x29, static_cast<uint8_t>(row.line)).bytes());
+        EXPECT_EQ(host().takes_written(kTable), written(kChannel, row.stored, row.before[0] != 0));
     }
-}
-
-TEST_F(Cruise, SendsTheEnabledLineAgainAfterAReload) {
-    host().has_record(kTable, kChannel, three_lines(2, 0, 1));
-    const auto requests = sends([] { return Private_GetPtzCruiseChannel(kChannel); }, 2).requests;
-    EXPECT_EQ(requests[0].payload[1], 2);
-    EXPECT_EQ(requests[1].bytes(), started(0x29, 2).bytes());
-
-    host().has_record(kTable, kChannel, three_lines(0, 2, 0));
-    EXPECT_EQ(Private_GetPtzCruiseChannel(kChannel), 1170) << "only a flag of 1 counts";
-    host().fails_database(kTable, 2);
-    EXPECT_EQ(Private_GetPtzCruiseChannel(kChannel), -1);
-    EXPECT_FALSE(camera_was_asked());
 }
 
 TEST_F(Cruise, ReadsTheCamerasVersionOfALine) {
     has_fisheye(0x12);
     Bytes answer = repeated(0xEE, 980);
-    const auto entry = [&](int i) { return answer.begin() + 68 + i * 28; };
-    for (int i = 0; i < 32; ++i) entry(i)[4] = 0;
     answer[1] = 2;
-    const Bytes first = {9, 9, 9, 9, 1, 0, 61, 9, 0x34, 0x12, 0, 0};
-    const Bytes timeless = {9, 9, 9, 9, 1, 5, 0};
-    const Bytes last = {9, 9, 9, 9, 1, 255, 5, 9, 7};
-    std::copy(first.begin(), first.end(), entry(0));
-    std::copy(timeless.begin(), timeless.end(), entry(1));
-    std::copy(last.begin(), last.end(), entry(31));
-    entry(2)[4] = 2;
+    const auto has_point = [&answer](int i, const Bytes& bytes) {
+        std::copy(bytes.begin(), bytes.end(), answer.begin() + 68 + i * 28);
+    };
+    for (int i = 0; i < 32; ++i) has_point(i, {9, 9, 9, 9, uint8_t(i == 2 ? 2 : 0)});
+    has_point(0, {9, 9, 9, 9, 1, 0, 61, 9, 0x34, 0x12, 0, 0});
+    has_point(1, {9, 9, 9, 9, 1, 5, 0});  // timeless
+    has_point(31, {9, 9, 9, 9, 1, 255, 5, 9, 7});
 
     Bytes record = repeated('u', 390 + 8);
     record[0] = 2;
     const auto [result, requests] = runs(
         [&] { return Private_GetPtzCruiseAllPreset(kChannel, record.data()); }, {command(kGetLine, answer)});
     EXPECT_EQ(result, 390);
-    Bytes asked(980);
-    asked[0] = 2;
-    asked[1] = 2;
-    EXPECT_EQ(requests[0].payload, asked);
+    EXPECT_EQ(requests[0].payload, (Bytes{2, 2} + Bytes(978)));
     CruiseLine expected = line_record(2, 0);
-    expected.points[0].ucUsed = 1;
-    expected.points[0].ucTime = 10;
-    expected.points[0].ucSpeed = 0x34;
-    expected.points[0].usPreset = 1;
-    expected.points[31].ucUsed = 1;
-    expected.points[31].ucSpeed = 7;
-    expected.points[31].usPreset = 256;
+    expected.points[0] = point(1, 10, 0x34, 1, 0);
+    expected.points[31] = point(1, 0, 7, 256, 0);
     EXPECT_EQ(record, bytes_of_line(expected) + repeated('u', 8));
     EXPECT_EQ(table(kChannel, 2), Bytes(390)) << "memory and database stay";
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }
 
 TEST_F(Cruise, LeavesTheLineAloneWhenTheCameraDoesNotTell) {
-    Bytes record = repeated('u', 390);
-    record[0] = 1;
+    Bytes record = Bytes{1} + repeated('u', 389);
     const Bytes before = record;
     Capture capture;
-    EXPECT_EQ(runs([&] { return Private_GetPtzCruiseAllPreset(kChannel, record.data()); },
-                   {command(kGetLine, {}, 1)})
-                  .result,
-              -1);
+    const auto gets = [&] { return Private_GetPtzCruiseAllPreset(kChannel, record.data()); };
+    EXPECT_EQ(runs(gets, {command(kGetLine, {}, 1)}).result, -1);
     EXPECT_EQ(Private_GetPtzCruiseAllPreset(9, record.data()), -1);
-    EXPECT_EQ(capture.out(),
-              "get cond and property failed pCmd->usCmd =26 DbMainMsgChannelInfo\t get channel "
-              "failed\n channelNo:9");
+    EXPECT_EQ(Private_SetPtzCruiseAllPreset(9, record.data(), 1), -1);
+    EXPECT_EQ(whole_table(), Bytes(74880));
+    EXPECT_EQ(unnumbered(capture.out()),
+              "get cond and property failed pCmd->usCmd =26 DbMainMsgChannelInfo\t get channel failed\n "
+              "channelNo:9" +
+                  line("Private_SetPtzCruiseAllPreset", "DbMainMsgChannelInfo  get channel failed\n"));
     EXPECT_EQ(record, before);
 }
 

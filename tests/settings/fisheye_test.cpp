@@ -29,21 +29,15 @@ class Fisheye : public HostTest {
         std::future<int> result = std::async(std::launch::async, operation);
         Wire wire = camera_.accepts();
         request_ = wire.reads_command();
-        if (answer.empty()) {
-            wire.closes();
-        } else {
-            wire.sends(answer);
-        }
+        answer.empty() ? wire.closes() : wire.sends(answer);
         return result.get();
     }
 
     int gets(const Bytes& answer) {
-        return asks(
-            [this] {
-                return Private_Fish_Protocol_EYE_PROPERTY0(0x103, camera_.address_text().c_str(),
-                                                           camera_.port(), out_.data());
-            },
-            answer);
+        const auto get = [this, ip = camera_.address_text()] {
+            return Private_Fish_Protocol_EYE_PROPERTY0(0x103, ip.c_str(), camera_.port(), out_.data());
+        };
+        return asks(get, answer);
     }
 
     int descriptors_ = 0;
@@ -53,15 +47,12 @@ class Fisheye : public HostTest {
 };
 
 TEST_F(Fisheye, TellsItsPropertyWithoutALogin) {
-    Message answer = command(0x1063, pattern(100));
-    EXPECT_EQ(gets(answer.bytes()), 0);
-    EXPECT_EQ(out_, pattern(64));
-    Bytes payload(64);
-    payload[0] = 3;
-    EXPECT_EQ(request_.bytes(), command(0x1063, payload).bytes());
     // Neither the state nor the rest of a short answer is looked at.
-    EXPECT_EQ(gets(command(0x1063, {1, 2}, 5).bytes()), 0);
-    EXPECT_EQ(out_, (Bytes{1, 2} + Bytes(62)));
+    for (const auto& [length, state] : {std::pair<size_t, uint16_t>{100, 0}, {2, 5}, {0, 5}}) {
+        EXPECT_EQ(gets(command(0x1063, pattern(length), state).bytes()), 0);
+        EXPECT_EQ(out_, slice(pattern(length) + Bytes(64), 0, 64));
+        EXPECT_EQ(request_.bytes(), command(0x1063, Bytes{3} + Bytes(63)).bytes());
+    }
 }
 
 TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
@@ -74,6 +65,7 @@ TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
             occurrences(capture.out(), "++++++++++++++[259]PC_GetStream type:4196 len:96+++++++++++++++\n"),
             bad == other.bytes() ? 1 : 0);
     }
+    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", refused_port(), out_.data()), -1);
     EXPECT_EQ(out_, repeated('u', 64));
 }
 
@@ -103,34 +95,24 @@ TEST_F(Fisheye, WaitsForASilentCameraUntilTheContextStops) {
     }
 }
 
-TEST_F(Fisheye, NeedsAnAddressThatAnswers) {
-    const int refused = refused_port();
-    Capture capture;
-    EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", refused, out_.data()), -1);
-    EXPECT_EQ(capture.out(), "");
-    EXPECT_EQ(out_, repeated('u', 64));
-}
-
 TEST_F(Fisheye, ATypeFollowsFromTheCamerasTypeAndTheHostsWishes) {
     constexpr int kAny = 77;
-    const struct {
-        int reported, type, number, flag, result;
-    } cases[] = {
+    const std::array<int, 5> cases[] = {
         {0, kAny, kAny, 1, -1}, {0, kAny, kAny, 0, 1}, {0, 2, 5, 2, 1},       {1, 2, 0, 1, -1},
         {1, 2, 5, 0, 2},        {1, 1, 5, 0, -1},      {1, 1, 0, 0, 2},       {1, 1, 0, 2, 2},
         {2, 3, 1, 1, -1},       {2, 3, 0, 1, 0},       {2, 3, 9, 0, 0},       {2, 1, 3, 0, 3},
         {2, 1, 4, 0, -1},       {2, 1, -1, 0, -1},     {2, 1, 0, 1, 3},       {3, 4, 9, 1, 0},
-        {3, 1, 0, 1, 4},        {3, 1, 1, 0, -1},      {4, kAny, kAny, 1, 0}, {9, 1, 0, 0, 0},
-        {255, 4, 9, 1, 0},
+        {3, 1, 0, 1, 4},        {3, 1, 1, 0, -1},      {4, kAny, kAny, 1, 0}, {255, 4, 9, 1, 0},
     };
-    for (const auto& row : cases) {
+    for (const auto& [reported, type, number, flag, result] : cases) {
         Bytes property = pattern(64);
-        property[1] = static_cast<uint8_t>(row.reported);
+        property[1] = static_cast<uint8_t>(reported);
         const HostCameraRecord camera = record();
-        EXPECT_EQ(asks([&] { return GetFishType(&camera, row.type, row.number, row.flag); },
-                       command(0x1063, property).bytes()),
-                  row.result)
-            << row.reported << " " << row.type << " " << row.number << " " << row.flag;
+        const auto call = [&, type = type, number = number, flag = flag] {
+            return GetFishType(&camera, type, number, flag);
+        };
+        EXPECT_EQ(asks(call, command(0x1063, property).bytes()), result)
+            << testing::PrintToString(std::tuple(reported, type, number, flag));
         EXPECT_EQ(request_.payload[0], 3);
     }
 }
@@ -153,16 +135,14 @@ TEST_F(Fisheye, ShowsTheTwoNibblesOfTheHostsByte) {
     uint8_t low = 78;
     EXPECT_EQ(GetFiashEve(&camera, &high, &low), -1) << "no such record";
     Bytes channel(450, 0xFF);
-    channel[192] = 0;
-    host().has_record(17, 200, channel);
-    EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
-    EXPECT_EQ(high, 77);
-    EXPECT_EQ(low, 78);
-    channel[192] = 0x13;
-    host().has_record(17, 200, channel);
-    EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
-    EXPECT_EQ(high, 1);
-    EXPECT_EQ(low, 3);
+    const std::array<int, 3> cases[] = {{0, 77, 78}, {0x13, 1, 3}};
+    for (const auto& [byte, expected_high, expected_low] : cases) {
+        channel[192] = static_cast<uint8_t>(byte);
+        host().has_record(17, 200, channel);
+        EXPECT_EQ(GetFiashEve(&camera, &high, &low), 450);
+        EXPECT_EQ(high, expected_high);
+        EXPECT_EQ(low, expected_low);
+    }
 }
 
 }  // namespace

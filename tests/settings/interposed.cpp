@@ -5,16 +5,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 
 #include "support/interpose.h"
 
 namespace lenswire::test {
 namespace {
-
-thread_local Timewarp* t_warp = nullptr;
-std::atomic<time_t> g_frozen{-1};
 
 // Rounded: some microseconds pass between the caller's look at the clock and this one.
 int seconds_until(const timespec& deadline) {
@@ -27,22 +23,6 @@ int seconds_until(const timespec& deadline) {
 
 }  // namespace
 
-Timewarp::Timewarp() {
-    t_warp = this;
-}
-
-Timewarp::~Timewarp() {
-    t_warp = nullptr;
-}
-
-FrozenTime::FrozenTime(time_t moment) {
-    g_frozen = moment;
-}
-
-FrozenTime::~FrozenTime() {
-    g_frozen = -1;
-}
-
 }  // namespace lenswire::test
 
 using namespace lenswire::test;
@@ -50,31 +30,32 @@ using namespace lenswire::test;
 extern "C" {
 
 unsigned sleep(unsigned seconds) {
-    if (t_warp == nullptr) return REAL(unsigned (*)(unsigned), sleep)(seconds);
-    t_warp->slept_us.push_back(static_cast<long>(seconds) * 1000000);
+    if (Timewarp::current == nullptr) return REAL(unsigned (*)(unsigned), sleep)(seconds);
+    Timewarp::current->slept_us.push_back(static_cast<long>(seconds) * 1000000);
     return 0;
 }
 
 int usleep(useconds_t microseconds) {
-    if (t_warp == nullptr) return REAL(int (*)(useconds_t), usleep)(microseconds);
-    t_warp->slept_us.push_back(static_cast<long>(microseconds));
+    if (Timewarp::current == nullptr) return REAL(int (*)(useconds_t), usleep)(microseconds);
+    Timewarp::current->slept_us.push_back(static_cast<long>(microseconds));
     return 0;
 }
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
     const auto real_select = REAL_TIMED(Select, select);
-    if (t_warp == nullptr) return real_select(count, readable, writable, exceptional, timeout);
+    if (Timewarp::current == nullptr) return real_select(count, readable, writable, exceptional, timeout);
     timeval now{};
     const int result = real_select(count, readable, writable, exceptional, &now);
     if (result != 0) return result;
-    t_warp->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
-    if (t_warp->meanwhile) t_warp->meanwhile();
+    Timewarp::current->selected_ms.push_back(timeout->tv_sec * 1000L + timeout->tv_usec / 1000L);
+    if (Timewarp::current->meanwhile) Timewarp::current->meanwhile();
     return 0;
 }
 
 ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
-    if (t_warp != nullptr && t_warp->failing_send > 0 && --t_warp->failing_send == 0) {
+    if (Timewarp::current != nullptr && Timewarp::current->failing_send > 0 &&
+        --Timewarp::current->failing_send == 0) {
         errno = EPIPE;
         return -1;
     }
@@ -84,23 +65,25 @@ ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
 time_t time(time_t* out) {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    const time_t moment = g_frozen >= 0 ? g_frozen.load() : now.tv_sec;
+    const time_t moment = Timewarp::current != nullptr && Timewarp::current->moment >= 0
+                              ? Timewarp::current->moment
+                              : now.tv_sec;
     if (out != nullptr) *out = moment;
     return moment;
 }
 
 int clock_gettime(clockid_t clock, timespec* out) {
-    if (t_warp != nullptr && t_warp->clock_fails) return -1;
+    if (Timewarp::current != nullptr && Timewarp::current->clock_fails) return -1;
     return REAL_TIMED(int (*)(clockid_t, timespec*), clock_gettime)(clock, out);
 }
 
 int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* deadline) {
-    if (t_warp == nullptr) {
+    if (Timewarp::current == nullptr) {
         using Wait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
         return REAL_TIMED(Wait, pthread_cond_clockwait)(cond, mutex, clock, deadline);
     }
-    if (clock == CLOCK_MONOTONIC) t_warp->waited_s.push_back(seconds_until(*deadline));
+    if (clock == CLOCK_MONOTONIC) Timewarp::current->waited_s.push_back(seconds_until(*deadline));
     return ETIMEDOUT;
 }
 }

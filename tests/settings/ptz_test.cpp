@@ -15,30 +15,19 @@ class Ptz : public SettingsTest {
         record[192] = byte;
         host().has_record(17, kChannel, record);
     }
-    // The option that goes out for an operation.
-    Message option_of(const std::function<int()>& operation, int result) {
+    // One option goes out for the operation.
+    void sends_option(const std::function<int()>& operation, int result, int code, int argument) {
         const auto exchanged = sends(operation);
         EXPECT_EQ(exchanged.result, result);
-        return exchanged.requests[0];
+        const Bytes option = {1, uint8_t(code), 0, 0, uint8_t(argument)};
+        EXPECT_EQ(exchanged.requests[0].bytes(), command(kOption, option + Bytes(15), 0, kLoginId).bytes());
     }
 };
 
-Message option(uint8_t operation, uint8_t argument) {
-    Bytes payload(20);
-    payload[0] = 1;
-    payload[1] = operation;
-    payload[4] = argument;
-    return command(kOption, payload, 0, kLoginId);
-}
-
 TEST_F(Ptz, SetsASpeedAndKeepsTheRest) {
-    for (const auto& [fisheye, ptz] : {std::pair{-1, kChannel},
-                                       {0x00, kChannel},
-                                       {0x12, 2},
-                                       {0x1F, 15},
-                                       {0x23, 4},
-                                       {0x03, 4},
-                                       {0x2F, 16}}) {
+    constexpr std::pair<int, int> kCases[] = {{-1, kChannel}, {0x00, kChannel}, {0x12, 2}, {0x1F, 15},
+                                              {0x23, 4},      {0x03, 4},        {0x2F, 16}};
+    for (const auto& [fisheye, ptz] : kCases) {
         if (fisheye >= 0) has_fisheye(static_cast<uint8_t>(fisheye));  // without a record: an ordinary camera
         std::future<int> result = starts([] { return Private_SetPtzSpeed(kChannel, 0x1FE); });
         EXPECT_EQ(wire_.reads_command().command, kGet);
@@ -46,10 +35,7 @@ TEST_F(Ptz, SetsASpeedAndKeepsTheRest) {
         const Message set = wire_.reads_command();
         EXPECT_EQ(result.get(), 0);
         EXPECT_EQ(set.command, kSet);
-        Bytes expected = pattern(24);
-        expected[0] = static_cast<uint8_t>(ptz);
-        expected[1] = 0xFE;
-        EXPECT_EQ(set.payload, expected);
+        EXPECT_EQ(set.payload, (Bytes{static_cast<uint8_t>(ptz), 0xFE} + slice(pattern(24), 2, 22)));
     }
 }
 
@@ -59,33 +45,25 @@ TEST_F(Ptz, NeedsThePropertyAndACamera) {
     Capture capture;
     EXPECT_EQ(Private_SetPtzSpeed(9, 9), -1);
     EXPECT_EQ(Private_PtzCmd(9, 1, 2, 3), -1);
-    EXPECT_EQ(unnumbered(capture.out()),
-              line("Private_SetPtzSpeed", "DbMainMsgChannelInfo  get channel failed\n") +
-                  line("Private_PtzCmd", "DbMainMsgChannelInfo  get channel failed\n"));
+    const char* const text = "DbMainMsgChannelInfo  get channel failed\n";
+    EXPECT_EQ(unnumbered(capture.out()), line("Private_SetPtzSpeed", text) + line("Private_PtzCmd", text));
     EXPECT_FALSE(camera_was_asked());
 }
 
 TEST_F(Ptz, SendsOperationsWithTheSecondArgumentUnlessItIsNothing) {
-    const struct {
-        int operation, first, second;
-        uint8_t sent_operation, sent_argument;
-    } cases[] = {{7, 3, 7, 7, 7},     {7, 3, 0, 7, 3},     {0x1FF, 0, 0, 0xFF, 0},
-                 {1, 0x102, 0, 1, 2}, {1, 3, 0x100, 1, 0}, {1, 3, -1, 1, 255}};
-    for (const auto& row : cases) {
-        EXPECT_EQ(option_of([&] { return Private_PtzCmd(kChannel, row.operation, row.first, row.second); }, 0)
-                      .bytes(),
-                  option(row.sent_operation, row.sent_argument).bytes());
+    constexpr std::array<int, 5> kCases[] = {{7, 3, 7, 7, 7},     {7, 3, 0, 7, 3},     {0x1FF, 0, 0, 0xFF, 0},
+                                             {1, 0x102, 0, 1, 2}, {1, 3, 0x100, 1, 0}, {1, 3, -1, 1, 255}};
+    for (const auto& [operation, first, second, code, argument] : kCases) {
+        const auto call = [=] { return Private_PtzCmd(kChannel, operation, first, second); };
+        sends_option(call, 0, code, argument);
     }
 }
 
 TEST_F(Ptz, CountsPresetsFromZeroOnTheWire) {
     for (const auto& [number, index] : {std::pair{1, 0}, {2, 1}, {256, 255}, {0, 255}, {257, 0}}) {
         const auto preset = static_cast<uint16_t>(number);
-        const auto sent = static_cast<uint8_t>(index);
-        EXPECT_EQ(option_of([&] { return Private_SetPreset(kChannel, &preset); }, 4).bytes(),
-                  option(0x2C, sent).bytes());
-        EXPECT_EQ(option_of([&] { return Private_RecallPreset(kChannel, &preset); }, 4).bytes(),
-                  option(0x28, sent).bytes());
+        sends_option([&] { return Private_SetPreset(kChannel, &preset); }, 4, 0x2C, index);
+        sends_option([&] { return Private_RecallPreset(kChannel, &preset); }, 4, 0x28, index);
     }
 }
 

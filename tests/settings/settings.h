@@ -14,8 +14,12 @@
 namespace lenswire::test {
 
 // Log lines of the configuration layer as a host sees them, numbers replaced by N.
-std::string line(const std::string& operation, const std::string& text);   // standard output
-std::string error(const std::string& operation, const std::string& text);  // standard error
+inline std::string line(const std::string& operation, const std::string& text) {  // standard output
+    return "PRI_LOG src/privateConfigure-" + operation + "-N: " + text + "\n";
+}
+inline std::string error(const std::string& operation, const std::string& text) {  // standard error
+    return "[src/privateConfigure:" + operation + ":N]:" + text + "\n";
+}
 
 // The recorder channel that the camera is bound to.
 constexpr int kChannel = 5;
@@ -23,12 +27,18 @@ constexpr int kChannel = 5;
 class SettingsTest : public EngineTest {
   protected:
     void SetUp() override;
-    void TearDown() override;
+    void TearDown() override {
+        loses_camera();
+        EXPECT_EQ(g_rs_num, 0) << "a request slot was not given back";
+        EngineTest::TearDown();
+    }
 
     uint32_t ip() const { return camera_.address(); }
 
     // Starts an operation; the test then is the camera.
-    std::future<int> starts(std::function<int()> operation);
+    std::future<int> starts(std::function<int()> operation) {
+        return std::async(std::launch::async, std::move(operation));
+    }
     // Runs it against the camera's answers, in turn, and checks that no request stays unread.
     struct Exchanged {
         int result;
@@ -38,9 +48,11 @@ class SettingsTest : public EngineTest {
     // Runs an operation that awaits nothing and returns the commands that the camera received.
     Exchanged sends(const std::function<int()>& operation, size_t commands = 1);
     // Whether the camera has received anything that was not read yet.
-    bool camera_was_asked();
+    bool camera_was_asked() const { return wire_.has_bytes(); }
     // Takes the camera's address away from the library.
-    void loses_camera();
+    void loses_camera() {
+        if (unit_ != nullptr) PC_Delete(std::exchange(unit_, nullptr));
+    }
 
     ScriptedCamera camera_;
     Wire wire_;

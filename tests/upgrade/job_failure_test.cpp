@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 
 #include "upgrade/upgrade.h"
 
@@ -13,19 +14,18 @@ namespace {
 
 using namespace lenswire::test;
 
-std::string thread_error(const std::string& text) {
-    return "[src/privateConfigure:ipc_upgrade_thread:N]:" + text + "\n";
-}
-std::string query_error(const std::string& text) {
-    return "[src/privateConfigure:Get_IPC_upgradeParam:N]:" + text + "\n";
-}
-
-constexpr const char* kCheckFault = "###############Ipc Upgrade Check fault###############";
+const std::string kThread = "[src/privateConfigure:ipc_upgrade_thread:N]:";
 
 class UpgradeFailure : public UpgradeTest {
   protected:
     std::string has_file(size_t size = 1000) { return folder_.write(kFileName, pattern(size)); }
-    int asks(int channel, std::string path) { return Get_IPC_upgradeParam(channel, path.data()); }
+    // All descriptors up to the process's limit, or to this one.
+    static std::vector<int> takes_descriptors(int last) {
+        std::vector<int> taken;
+        do taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
+        while (taken.back() >= 0 && taken.back() < last);
+        return taken;
+    }
 };
 
 // -- The camera.
@@ -34,31 +34,31 @@ TEST_F(UpgradeFailure, OfTheQueryReadsAsNoFit) {
     binds({1, 2, 3}, uploads_.port());
     host().has_channel(2, Channel{.address = "0.0.0.0"});
     host().has_channel(3, Channel{.address = "127.9.9.9"});  // nobody is logged in there
-    struct Case {
+    const struct {
         int channel;
         const char* name;
         int result;
         std::string err;
         uint16_t state = 0, flag = 0;  // of the camera's answer
         int refused_allocation = 0;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {1, kFileName, 1, ""},
         {1, "A_C_x.bin", 0, ""},
-        {2, kFileName, -1, query_error("IP error")},
-        {4, kFileName, -1, query_error("IP error")},
-        {3, kFileName, 0, query_error("Prv_Send_Cmd failed")},
-        {1, kFileName, 0, query_error("get cond and property failed pCmd->usCmd =2003"), 1},
-        {1, kFileName, 0, query_error("ulBufferNum =1 ulFlag=7\tERROR"), 0, 7},
-        {1, kFileName, 0, query_error("cond init failed"), 0, 0, 1},
+        {2, kFileName, -1, "IP error"},
+        {4, kFileName, -1, "IP error"},
+        {3, kFileName, 0, "Prv_Send_Cmd failed"},
+        {1, kFileName, 0, "get cond and property failed pCmd->usCmd =2003", 1},
+        {1, kFileName, 0, "ulBufferNum =1 ulFlag=7\tERROR", 0, 7},
+        {1, kFileName, 0, "cond init failed", 0, 0, 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         info_state_ = c.state;
         info_flag_ = c.flag;
         host().refuses_allocation(c.refused_allocation);
+        const std::string operation = "[src/privateConfigure:Get_IPC_upgradeParam:N]:";
         Capture capture;
-        EXPECT_EQ(asks(c.channel, c.name), c.result) << c.err;
-        EXPECT_EQ(unnumbered(capture.err()), c.err);
+        EXPECT_EQ(Get_IPC_upgradeParam(c.channel, std::string(c.name).data()), c.result) << c.err;
+        EXPECT_EQ(unnumbered(capture.err()), c.err.empty() ? "" : operation + c.err + "\n");
     }
 }
 
@@ -71,23 +71,18 @@ TEST_F(UpgradeFailure, StopsAtTheFirstChannelOfAnotherProtocol) {
         binds({7}, uploads_.port(), protocol);
         Capture capture;
         starts({5, 7, 9}, path, -protocol);
-        EXPECT_EQ(
-            unnumbered(capture.err()),
-            "[src/privateConfigure:Prv_ipc_upgrade:N] the protocol can't update ipc the chano = 8 the ip "
-            "= 127.0.0.1 the protocol = " +
-                std::to_string(protocol) + "  i = 7\n");
+        const std::string text =
+            " the protocol can't update ipc the chano = 8 the ip = 127.0.0.1 the protocol = ";
+        EXPECT_EQ(unnumbered(capture.err()),
+                  "[src/privateConfigure:Prv_ipc_upgrade:N]" + text + std::to_string(protocol) + "  i = 7\n");
         EXPECT_EQ(host().record(24, 5), Bytes(9));
         EXPECT_EQ(host().record(24, 9), repeated(0xEE, 9));
     }
-}
-
-TEST_F(UpgradeFailure, ReadsTheHostsTextNoFurtherThanItsField) {
-    binds({1}, uploads_.port());
-    Bytes record = repeated('x', 450);
+    Bytes record = repeated('x', 450);  // the host's text is read no further than its field
     record[186] = 2;
     host().has_record(17, 1, record);
     Capture capture;
-    starts({1}, has_file(), -2);
+    starts({1}, path, -2);
     EXPECT_THAT(capture.err(), testing::HasSubstr("the ip = " + std::string(64, 'x') + " the protocol = 2"));
 }
 
@@ -95,28 +90,22 @@ TEST_F(UpgradeFailure, StopsAtTheFirstCameraThatTheFileDoesNotFit) {
     binds({1}, uploads_.port());
     Capture capture;
     starts({1}, folder_.path("A_C_x.bin"), -1);
-    EXPECT_EQ(capture.out(), kCheckFault);
+    EXPECT_EQ(capture.out(), "###############Ipc Upgrade Check fault###############");
     EXPECT_EQ(host().record(24, 1), repeated(0xEE, 9));
     // A path without an end fits nobody.
-    std::string endless(122, '/');
-    endless += "A_B_xy";
-    starts({1}, endless, -1);
+    starts({1}, std::string(122, '/') + "A_B_xy", -1);
 }
 
-TEST_F(UpgradeFailure, GoesOnWithAShortChannelTable) {
-    host().has_record(17, 250, Bytes(100));
-    Capture capture;
-    waits_for_end(starts({}, has_file()));
-    EXPECT_THAT(capture.out(), testing::HasSubstr("get devChannel info error, len = 100\r\n"));
-}
-
-TEST_F(UpgradeFailure, OfArgumentsStartsNothing) {
+TEST_F(UpgradeFailure, OfArgumentsStartsNothingAndAShortChannelTableDoes) {
     const UpgradeRequest request{};
     pthread_t job;
     Capture capture;
     EXPECT_EQ(Prv_ipc_upgrade(nullptr, &job), -1);
     EXPECT_EQ(Prv_ipc_upgrade(&request, nullptr), -1);
     EXPECT_EQ(host().database_calls(17, 2), 0);
+    host().has_record(17, 250, Bytes(100));
+    waits_for_end(starts({}, has_file()));
+    EXPECT_THAT(capture.out(), testing::HasSubstr("get devChannel info error, len = 100\r\n"));
 }
 
 // No thread can have a stack of this size.
@@ -157,9 +146,8 @@ TEST_F(UpgradeFailure, OfOneChannelEndsTheJobAtOnce) {
     const pthread_t job = starts({1, 2}, has_file());
     Wire wire = uploads_.accepts();
     EXPECT_TRUE(wire.sees_close());
-    const UpgradeJobStatus end = waits_for_end(job);
-    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_RUNNING});  // as the job left it
-    EXPECT_EQ(end.ulCameraCount, 0U);
+    EXPECT_EQ(text_of(waits_for_end(job)), "");
+    EXPECT_EQ(status(job).camera[0].ulState, uint32_t{UPGRADE_RUNNING});  // as the job left it
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
 
@@ -175,13 +163,13 @@ TEST_F(UpgradeFailure, OfTheFileEndsTheJobAtOnce) {
         GTEST_SKIP() << "no room for a sparse file of 4 GiB";
     }
     const auto size_error = [](const std::string& path, int error) {
-        return thread_error("get file(" + path + ") size failed, errno = " + std::to_string(error));
+        return kThread + "get file(" + path + ") size failed, errno = " + std::to_string(error) + "\n";
     };
     const std::pair<std::string, std::string> cases[] = {
         {missing, size_error(missing, ENOENT)},
         {long_one, size_error(long_one, EFBIG)},
         {longest, size_error(longest, EFBIG)},
-        {folder, thread_error("fopen fail, errno = " + std::to_string(EINVAL))},
+        {folder, kThread + "fopen fail, errno = 22\n"},
     };
     for (const auto& [path, err] : cases) {
         Capture capture;
@@ -214,30 +202,23 @@ TEST_F(UpgradeFailure, IsNoneForASocketWithDescriptorZero) {
         wire.reads(1032);
         if (answers) wire.sends(upload_answer());
         wire.closes();
-        EXPECT_EQ(waits_for_end(job).camera[0].ulState, uint32_t{answers ? UPGRADE_DONE : UPGRADE_FAILED});
+        EXPECT_EQ(text_of(waits_for_end(job)), answers ? "1: done 100%, " : "1: failed 100%, ");
         EXPECT_FALSE(is_open(STDIN_FILENO));
         open_null_at(STDIN_FILENO);
     }
 }
 
 // Gives the process's descriptors a limit for its scope.
-class DescriptorLimit {
-  public:
+struct DescriptorLimit {
     explicit DescriptorLimit(rlim_t limit) {
-        getrlimit(RLIMIT_NOFILE, &before_);
-        rlimit now = before_;
-        now.rlim_cur = limit;
-        works_ = setrlimit(RLIMIT_NOFILE, &now) == 0;
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit now{limit, before.rlim_max};
+        works = setrlimit(RLIMIT_NOFILE, &now) == 0;
     }
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before); }
 
-    bool works() const { return works_; }
-
-  private:
-    rlimit before_;
-    bool works_;
+    rlimit before;
+    bool works;
 };
 
 TEST_F(UpgradeFailure, OfEverySocketIsNoAlarm) {
@@ -245,19 +226,11 @@ TEST_F(UpgradeFailure, OfEverySocketIsNoAlarm) {
     const std::string path = has_file();
     Capture capture;
     const DescriptorLimit few(100);
-    std::vector<int> taken;
-    do taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
-    while (taken.back() >= 0);
-    taken.pop_back();
-    const pthread_t job = starts({1, 2}, path);
-    const UpgradeJobStatus end = waits_for_end(job);
-    std::for_each(taken.begin(), taken.end(), close);
-    EXPECT_EQ(end.ulCameraCount, 2U);
-    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_FAILED});
-    EXPECT_EQ(end.camera[1].ulState, uint32_t{UPGRADE_FAILED});
-    EXPECT_EQ(unnumbered(capture.err()), thread_error("SK_ConnectTo fail") +
-                                             thread_error("SK_ConnectTo fail") +
-                                             thread_error("fopen fail, errno = " + std::to_string(EMFILE)));
+    const std::vector<int> taken = takes_descriptors(INT_MAX);
+    EXPECT_EQ(text_of(waits_for_end(starts({1, 2}, path))), "1: failed 0%, 2: failed 0%, ");
+    std::for_each(taken.begin(), taken.end() - 1, close);
+    const std::string unconnected = kThread + "SK_ConnectTo fail\n";
+    EXPECT_EQ(unnumbered(capture.err()), unconnected + unconnected + kThread + "fopen fail, errno = 24\n");
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
 
@@ -265,23 +238,18 @@ TEST_F(UpgradeFailure, OfASocketThatSelectCannotHold) {
     binds({1, 2}, uploads_.port());
     const std::string path = has_file();
     const DescriptorLimit more(1100);
-    if (!more.works()) GTEST_SKIP() << "no more than 1024 descriptors here";
+    if (!more.works) GTEST_SKIP() << "no more than 1024 descriptors here";
     Capture capture;
     // One descriptor below 1024 is free: the first camera gets it.
-    std::vector<int> taken;
-    do taken.push_back(open("/dev/null", O_RDWR | O_CLOEXEC));
-    while (taken.back() < 1023);
+    const std::vector<int> taken = takes_descriptors(1023);
     close(taken.back());
-    taken.pop_back();
     const pthread_t job = starts({1, 2}, path);
     Wire wire = uploads_.accepts();
     wire.reads(1032);
     wire.sends(upload_answer());
-    const UpgradeJobStatus end = waits_for_end(job);
-    std::for_each(taken.begin(), taken.end(), close);
-    EXPECT_EQ(unnumbered(capture.err()), thread_error("sock >= 1024"));
-    EXPECT_EQ(end.camera[0].ulState, uint32_t{UPGRADE_DONE});
-    EXPECT_EQ(end.camera[1].ulState, uint32_t{UPGRADE_FAILED});
+    EXPECT_EQ(text_of(waits_for_end(job)), "1: done 100%, 2: failed 0%, ");
+    std::for_each(taken.begin(), taken.end() - 1, close);
+    EXPECT_EQ(unnumbered(capture.err()), kThread + "sock >= 1024\n");
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
 

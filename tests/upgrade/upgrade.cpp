@@ -10,16 +10,25 @@ namespace lenswire::test {
 
 Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform,
                   const std::string& sensor) {
-    Bytes info(464);
-    info[1] = type;
-    const auto put = [&info](const std::string& text, size_t at, size_t size) {
-        std::copy_n(text.begin(), std::min(text.size(), size),
-                    info.begin() + static_cast<std::ptrdiff_t>(at));
+    const auto padded = [](const std::string& text, size_t size) {
+        Bytes bytes = bytes_of(text);
+        bytes.resize(size);
+        return bytes;
     };
-    put(firmware, 368, 64);
-    put(platform, 432, 8);
-    put(sensor, 448, 8);
-    return info;
+    return Bytes{0, type} + Bytes(366) + padded(firmware, 64) + padded(platform, 16) + padded(sensor, 16);
+}
+
+std::string text_of(const UpgradeJobStatus& status) {
+    std::string text;
+    for (uint32_t k = 0; k < status.ulCameraCount; ++k) {
+        const auto& [channel, state, percent] = status.camera[k];
+        const char* name = state == UPGRADE_RUNNING  ? "running"
+                           : state == UPGRADE_DONE   ? "done"
+                           : state == UPGRADE_FAILED ? "failed"
+                                                     : "late";
+        text += std::to_string(channel) + ": " + name + " " + std::to_string(percent) + "%, ";
+    }
+    return text;
 }
 
 UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path) {
@@ -27,17 +36,6 @@ UpgradeRequest request_for(const std::vector<int>& channels, const std::string& 
     for (const int channel : channels) request.aucChannel[channel] = 1;
     std::memcpy(request.szFilePath, path.data(), std::min(path.size(), sizeof request.szFilePath));
     return request;
-}
-
-Bytes upload_header(uint32_t file_size) {
-    Message message = command(0x2002);
-    message.buffer_size = file_size;
-    message.buffer_num = 1;
-    return message.bytes();
-}
-
-Message upload_answer(uint16_t state) {
-    return command(0x2002, {}, state);
 }
 
 void UpgradeTest::SetUp() {
@@ -77,13 +75,10 @@ void UpgradeTest::answers_requests() {
 
 void UpgradeTest::binds(const std::vector<int>& channels, int port, int protocol) {
     for (const int channel : channels) {
-        Channel description;
-        description.address = control_.address_text();
-        description.port = port;
-        host().has_channel(channel, description);
-        Bytes record(450);
-        record[97] = static_cast<uint8_t>(channel + 1);
-        std::copy_n(description.address.begin(), description.address.size(), record.begin() + 100);
+        host().has_channel(channel, Channel{.address = control_.address_text(), .port = port});
+        Bytes record =
+            Bytes(97) + Bytes{static_cast<uint8_t>(channel + 1), 0, 0} + bytes_of(control_.address_text());
+        record.resize(450);
         record[186] = static_cast<uint8_t>(protocol);
         host().has_record(17, static_cast<uint32_t>(channel), record);
         host().has_record(24, static_cast<uint32_t>(channel), repeated(0xEE, 9));
@@ -95,17 +90,6 @@ pthread_t UpgradeTest::starts(const std::vector<int>& channels, const std::strin
     pthread_t job{};
     EXPECT_EQ(Prv_ipc_upgrade(&request, &job), expected);
     return job;
-}
-
-UpgradeJobStatus UpgradeTest::status(pthread_t job) {
-    UpgradeJobStatus status{};
-    EXPECT_EQ(Prv_ipc_upgrade_get_status(job, &status), 0);
-    return status;
-}
-
-UpgradeJobStatus UpgradeTest::waits_for_end(pthread_t job) {
-    EXPECT_TRUE(wait_until([this, job] { return status(job).ulUsed == 0; })) << "the job does not end";
-    return status(job);
 }
 
 }  // namespace lenswire::test

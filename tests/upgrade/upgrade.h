@@ -29,8 +29,15 @@ class UpgradeTest : public EngineTest {
     void binds(const std::vector<int>& channels, int port, int protocol = 4);
     // Starts a job; the test fails unless the result is the expected one.
     pthread_t starts(const std::vector<int>& channels, const std::string& path, int expected = 0);
-    UpgradeJobStatus status(pthread_t job);
-    UpgradeJobStatus waits_for_end(pthread_t job);
+    static UpgradeJobStatus status(pthread_t job) {
+        UpgradeJobStatus status{};
+        EXPECT_EQ(Prv_ipc_upgrade_get_status(job, &status), 0);
+        return status;
+    }
+    static UpgradeJobStatus waits_for_end(pthread_t job) {
+        EXPECT_TRUE(wait_until([job] { return status(job).ulUsed == 0; })) << "the job does not end";
+        return status(job);
+    }
 
     Folder folder_;
     ScriptedCamera uploads_;  // takes the upload connections
@@ -49,10 +56,17 @@ class UpgradeTest : public EngineTest {
     int threads_ = 0;
 };
 
+// The cameras of a job, as "3: running 17%, 4: done 100%, "; a state is running, done, failed or late.
+std::string text_of(const UpgradeJobStatus& status);
+
 UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path);
 
 // The header that announces an upload, and the answer to one.
-Bytes upload_header(uint32_t file_size);
-Message upload_answer(uint16_t state = 0);
+inline Bytes upload_header(uint32_t file_size) {
+    return announcing(0x2002, {1, file_size}).bytes();
+}
+inline Message upload_answer(uint16_t state = 0) {
+    return command(0x2002, {}, state);
+}
 
 }  // namespace lenswire::test
