@@ -263,13 +263,13 @@ void Recording::tick(Ms now) {
         if (!sound_since_) gap(now, Cause::kSilent, "no picture");
         if (sound_since_ && now - picture_received_ >= kSoundOnly) gap(now, Cause::kSoundOnly, "");
     }
-    if (!begun_) account_.tick(anchor_.utc(now));
+    if (!begun_) account_.tick(anchor_.utc(now), quiet());
     send();
 }
 
 void Recording::finish(Ms now) {
     if (begun_ && now - picture_received_ >= kLongestInterval) gap(now, Cause::kSilent, "no picture");
-    account_.end(anchor_.utc(now));
+    account_.end(anchor_.utc(now), quiet());
     close_file(anchor_.monotonic(account_.footage_end()));
     send();
 }
