@@ -199,11 +199,18 @@ TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
     EXPECT_THAT(listener.wanted, ElementsAre(std::pair(1, 2)));
 }
 
+struct NoNotes : NoteTaker {
+    void take(std::vector<Note>) override {}
+    std::optional<Trouble> trouble() const override { return std::nullopt; }
+};
+
 TEST(HostServices, EndLoginsWhoseTimeIsOver) {
+    const UtcAnchor anchor(0, 0);
+    NoNotes notes;
     Host host;
     FrameWorker worker;
-    RecorderStream& stream = host.add_stream(std::make_unique<RecorderStream>(
-        3, 1, worker, Recording::Target{testing::TempDir(), "unused", ""}, [](const std::string&) {}));
+    RecorderStream& stream =
+        host.add_stream(std::make_unique<RecorderStream>(3, 1, worker, Recording::Target{}, anchor, notes));
     EXPECT_EQ(networkGetStreamUsedNum(3, 1), 0) << "nobody logs in for it";
     stream.allow_login_for(std::chrono::hours(1));
     EXPECT_NE(networkGetStreamUsedNum(3, 1), 0);
