@@ -242,7 +242,7 @@ void Recording::close_file(Ms to) {
 }
 
 void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
-    if (at < connected_ && begun_) return;
+    if (at <= connected_ && begun_) return;
     // A camera may be recorded although its control connection is gone.
     if (begun_ && (cause == Cause::kUnreachable || cause == Cause::kRefused)) return;
     // A connection that is given up in the end says nothing new of a gap that has its reason.
