@@ -74,15 +74,16 @@ void Account::camera_restarted() {
     if (state_ == State::kGap && cause_ == Cause::kLost) entries_.push_back({Kind::kGapWasRestart, end_});
 }
 
-void Account::tick(Ms now) {
+void Account::tick(Ms now, Cause quiet) {
     const bool waits = state_ == State::kWaiting || state_ == State::kFootage ||
                        (state_ == State::kGap && cause_ == Cause::kNotRunning);
     const Ms since = state_ == State::kFootage ? end_ : start_;
-    if (waits && now - since >= kSilence) trouble(now, Cause::kSilent, "no picture");
+    if (waits && now - since >= kSilence) trouble(now, quiet, "no picture");
 }
 
-void Account::end(Ms now) {
-    tick(now);
+void Account::end(Ms now, Cause quiet) {
+    tick(now, quiet);
+    if (state_ == State::kWaiting && now - start_ >= kShortestWatch) trouble(now, quiet, "no picture");
     if (state_ == State::kGap) entries_.push_back({Kind::kGapEnds, std::max(now, end_)});
     if (state_ == State::kGap) end_ = std::max(now, end_);
     if (state_ == State::kGap || state_ == State::kFootage) entries_.push_back({Kind::kWatchEnds, end_});

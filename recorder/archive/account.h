@@ -58,10 +58,10 @@ class Account {
     void trouble(Ms now, Cause cause, const std::string& detail);
     // The first picture shows that the camera was started anew.
     void camera_restarted();
-    // Time passed without a word.
-    void tick(Ms now);
+    // Time passed without a word: after a while that is a gap, for this reason.
+    void tick(Ms now, Cause quiet = Cause::kSilent);
     // The watch is over. What is missing at the very end is a gap only when it is long.
-    void end(Ms now);
+    void end(Ms now, Cause quiet = Cause::kSilent);
 
     bool in_gap() const { return state_ == State::kGap; }
     Cause cause() const { return cause_; }
@@ -81,5 +81,7 @@ class Account {
 
 // Without a picture for this long a stream that said nothing is silent.
 inline constexpr Ms kSilence = 5000;
+// A run that is shorter and brought nothing has watched nothing.
+inline constexpr Ms kShortestWatch = 2000;
 
 }  // namespace lenswire::recorder

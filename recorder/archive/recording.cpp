@@ -242,7 +242,7 @@ void Recording::close_file(Ms to) {
 }
 
 void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
-    if (at < connected_ && begun_) return;
+    if (at <= connected_ && begun_) return;
     // A camera may be recorded although its control connection is gone.
     if (begun_ && (cause == Cause::kUnreachable || cause == Cause::kRefused)) return;
     // A connection that is given up in the end says nothing new of a gap that has its reason.
@@ -263,13 +263,13 @@ void Recording::tick(Ms now) {
         if (!sound_since_) gap(now, Cause::kSilent, "no picture");
         if (sound_since_ && now - picture_received_ >= kSoundOnly) gap(now, Cause::kSoundOnly, "");
     }
-    if (!begun_) account_.tick(anchor_.utc(now));
+    if (!begun_) account_.tick(anchor_.utc(now), quiet());
     send();
 }
 
 void Recording::finish(Ms now) {
     if (begun_ && now - picture_received_ >= kLongestInterval) gap(now, Cause::kSilent, "no picture");
-    account_.end(anchor_.utc(now));
+    account_.end(anchor_.utc(now), quiet());
     close_file(anchor_.monotonic(account_.footage_end()));
     send();
 }

@@ -58,6 +58,8 @@ class Recording {
     void frame(const StreamFrameHead& head, std::span<const uint8_t> data, bool first_of_connection, Ms now);
     // What keeps pictures away, as others see it; what is older than the present connection is ignored.
     void trouble(Ms at, Cause cause, const std::string& detail);
+    // The camera agreed to send, from now on or some time ago.
+    void stream_opened() { opened_ = true; }
     // Frames found no room in the queue.
     void queue_was_full() { queue_was_full_ = true; }
     void event(Ms at, const std::string& kind, const std::string& text);
@@ -93,6 +95,7 @@ class Recording {
     void end_cluster();
     void gap(Ms at, Cause cause, const std::string& detail);
     void close_file(Ms to);
+    Cause quiet() const { return opened_ ? Cause::kSilent : Cause::kUnreachable; }
     void post_pieces();
     void post_account();
     void send();
@@ -115,6 +118,7 @@ class Recording {
     bool need_key_ = true;
     bool audio_seen_ = false;
     bool audio_decided_ = false;
+    bool opened_ = false;
     bool queue_was_full_ = false;
     bool complained_ = false;
     uint64_t sequence_ = 0;

@@ -49,6 +49,7 @@ void RecorderStream::record_waiting_frames() {
     queue_.drain(frames_);
     const Ms now = monotonic();
     if (const uint64_t lost = queue_.lost(); lost != std::exchange(lost_, lost)) recording_.queue_was_full();
+    if (opened_) recording_.stream_opened();
     for (const FrameBuffer* frame : frames_) {
         recording_.frame(frame->head(), frame->data(), frame->first_of_connection(), now);
     }

@@ -61,6 +61,8 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
     // -- Called by any thread.
     // What keeps pictures away.
     void trouble(Cause cause, const std::string& detail);
+    // The camera agreed to send.
+    void opened() { opened_ = true; }
     // Time passed: has the worker look, also when no frame comes.
     void look() { worker_.schedule(*this); }
 
@@ -83,6 +85,7 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
     std::mutex troubles_mutex_;         // troubles_ only
     std::vector<Trouble> troubles_;
     std::atomic<Clock::rep> login_deadline_{0};
+    std::atomic<bool> opened_{false};
     std::atomic<int> bytes_per_second_{0};
     std::atomic<int> frames_per_second_{0};
 };

@@ -92,6 +92,7 @@ int MatroskaWriter::receive(void* self, uint8_t* data, int size) {
     if (pieces.empty() ||
         pieces.back().offset + static_cast<int64_t>(pieces.back().bytes.size()) != writer.position_) {
         pieces.push_back({.offset = writer.position_, .bytes = {}});
+        pieces.back().bytes.reserve(writer.likely_);
     }
     pieces.back().bytes.insert(pieces.back().bytes.end(), data, data + size);
     writer.position_ += size;
@@ -166,6 +167,7 @@ bool MatroskaWriter::write(std::span<const uint8_t> data, int64_t time_ms, int t
 void MatroskaWriter::end_cluster() {
     av_write_frame(context_, nullptr);
     avio_flush(context_->pb);
+    if (!pieces_.empty()) likely_ = pieces_.back().bytes.size() * 9 / 8;
 }
 
 void MatroskaWriter::finish() {

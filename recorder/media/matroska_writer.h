@@ -63,6 +63,7 @@ class MatroskaWriter {
     AVFormatContext* context_ = nullptr;
     int64_t position_ = 0;
     int64_t size_ = 0;
+    size_t likely_ = 0;  // size of the next piece
     std::vector<Piece> pieces_;
 };
 

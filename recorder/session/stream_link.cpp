@@ -34,6 +34,7 @@ bool PluginStreamLink::invite() {
 
 void PluginStreamLink::open() {
     recorder_stream_.queue().begin_connection();
+    recorder_stream_.opened();
     DevChannelInfo info{};
     recorder_stream_.describe(info, camera_.unit());
     host_.requests.post(STREAM_REQ_OPEN, info);

@@ -334,8 +334,10 @@ TEST_F(RecordingTest, SaysWhatNeverCame) {
     constexpr Clip kNoSize = {"h264-main.h264", "h264", 0, "h264", 0, 0};
     for (const Case& c :
          {Case{"network: unreachable", [&] { recording_->trouble(now_ms_, Cause::kUnreachable, ""); }},
+          Case{"network: unreachable", [&] { now_ms_ += 6000; }},
           Case{"camera: silent",
                [&] {
+                   recording_->stream_opened();
                    now_ms_ += 6000;
                    recording_->tick(now_ms_);
                }},
