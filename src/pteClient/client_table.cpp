@@ -76,11 +76,6 @@ bool is_same_unit(const StreamInvitation& invitation) {
     return slot == nullptr || (slot->ucUsed != 0 && slot->generation == invitation.generation);
 }
 
-bool is_logging_in(const CmdClient& client) {
-    const uint8_t state = load_word(client.ucClientState);
-    return state >= PC_STATE_CONNECTING && state <= PC_STATE_LOGINED;
-}
-
 Ref ref_to(CmdClient* client) {
     ClientSlot* slot = slot_of(client);
     return {client, slot, slot != nullptr ? slot->generation.load() : 0};
@@ -126,6 +121,7 @@ void clear(ClientSlot& slot) {
     store_word(slot.client.sockFd, -1);
     slot.ucUsed = 0;
     slot.leaving = false;
+    slot.logging_in = false;
 }
 
 void clear(UnitSlot& slot) {
@@ -259,14 +255,24 @@ Invited bind_again(CmdClient* client) {
 bool attach(const Ref& ref, int fd) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return false;
+    if (ref.slot != nullptr) ref.slot->logging_in = true;
     client_state::enter(*ref.client, PC_STATE_CONNECTED);
     store_word(ref.client->sockFd, fd);
+    return true;
+}
+
+bool finish(const Ref& ref, uint32_t login_uptime) {
+    Lock lock(g_cmdclient_mutex);
+    if (!is_alive(ref)) return false;
+    if (ref.slot != nullptr) ref.slot->logging_in = false;
+    ref.client->ulLoginUptime = login_uptime;
     return true;
 }
 
 void drop(const Ref& ref) {
     Lock lock(g_cmdclient_mutex);
     if (!is_alive(ref)) return;
+    if (ref.slot != nullptr) ref.slot->logging_in = false;
     client_state::enter(*ref.client, PC_STATE_IDLE);
     const int fd = take_socket(lock, *ref.client);
     lock.unlock();
@@ -332,7 +338,7 @@ void close_tables() {
         store_word(slot.unit.sockFd, 0);
     }
     for (ClientSlot& slot : g_cmdclientlist) {
-        const bool logging_in = is_logging_in(slot.client);
+        const bool logging_in = slot.logging_in;
         const int fd = free_client(lock, slot);
         store_word(slot.client.sockFd, 0);
         if (logging_in) unknown[count++] = fd;

@@ -46,7 +46,8 @@ struct ClientSlot {
     CmdClient client;
     uint8_t ucUsed;
     // Side fields.
-    bool leaving;  // used still, but being freed: nobody new finds it
+    bool leaving;     // used still, but being freed: nobody new finds it
+    bool logging_in;  // its socket is an invitation's, nobody else knows it
     // The descriptor that nothing more is to be read from, 0 when there is none. Ends with the socket.
     std::atomic<int> hung_up;
     std::atomic<bool> claimed;  // by the one who reads it
@@ -124,6 +125,9 @@ Invited bind_again(CmdClient* client);
 // Gives the invited client its socket and enters PC_STATE_CONNECTED. False when the ref is dead: the caller
 // keeps the socket.
 bool attach(const Ref& ref, int fd);
+
+// Ends an invitation that succeeded. False when the ref is dead.
+bool finish(const Ref& ref, uint32_t login_uptime);
 
 // Enters PC_STATE_IDLE and closes the socket, unless the ref is dead.
 void drop(const Ref& ref);

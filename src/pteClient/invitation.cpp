@@ -53,14 +53,6 @@ bool step(const Ref& ref, int& result, bool& ready) {
     return true;
 }
 
-// Ends a login that succeeded. False when the client died.
-bool note_login_time(const Ref& ref) {
-    const uint32_t now = uptime();
-    const Pin pin(ref);
-    if (pin) ref.client->ulLoginUptime = now;
-    return static_cast<bool>(pin);
-}
-
 // Whole seconds, on the clock that nobody sets: the wall clock may jump while a login waits. False without a
 // reading.
 bool read_elapsed(int64_t start_us, int& seconds) {
@@ -91,7 +83,7 @@ int invite(const Invited& invited, int channel, int stream) {
         }
         worst = std::min(worst, result);
         usleep(waits::kLoginStepPauseUs);
-        if (ready) return note_login_time(ref) ? 0 : -1;
+        if (ready) return finish(ref, uptime()) ? 0 : -1;
     }
     ENGINE_LOG_AS("PcInviteStream", "channel %d stream %d wait private respone time out %d \n", channel,
                   stream, elapsed);

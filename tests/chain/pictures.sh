@@ -28,7 +28,8 @@ shopt -s nullglob
 for stream in 0 1; do
     kinds=(main sub)
     clip=("$clips/$codec-${kinds[stream]}".*)
-    files=("$work"/*-stream"$stream"*.mkv)
+    folders=("$work"/*[0-9] "$work"/*-sub)
+    files=("${folders[stream]}"/*/*.mkv)
     ((${#clip[@]} == 1 && ${#files[@]} == 1)) || {
         echo "stream $stream: ${#clip[@]} clips and ${#files[@]} files where one of each should be"
         ls -l "$work" && cat "$work/recorder.log"
