@@ -8,11 +8,12 @@ trap 'rm -rf "$work"' EXIT
 failed=0
 fault() { echo "$*" && failed=1; }
 
-while read -r arguments; do
-    LENSWIRE_CAMERA_PASSWORD=hunter2 "$program" $arguments >"$work/out" 2>"$work/err"
+while read -ra arguments; do
+    LENSWIRE_CAMERA_PASSWORD=hunter2 "$program" "${arguments[@]}" >"$work/out" 2>"$work/err"
     code=$?
-    ((code == 2)) && [[ ! -s $work/out && $(wc -l <"$work/err") == 1 ]] && ! grep -q hunter2 "$work/err" ||
-        fault "$arguments: exit code $code, $(cat "$work/out" "$work/err")"
+    if ((code != 2)) || [[ -s $work/out || $(wc -l <"$work/err") != 1 ]] || grep -q hunter2 "$work/err"; then
+        fault "${arguments[*]}: exit code $code, $(cat "$work/out" "$work/err")"
+    fi
 done <<END
 --cameras 0
 --cameras 2 --address 255.255.255.255
@@ -37,7 +38,8 @@ for signal in INT TERM; do
     until (($(grep -c '^camera ' "$work/out") == 2)) || ! kill -0 $camera 2>/dev/null; do read -rt 0.02 <> <(:); done
     kill -$signal $camera
     wait $camera || fault "SIG$signal: exit code $?"
-    (($(grep -c ' logins 0 ' "$work/out") == 2)) && ! grep -q hunter2 "$work/out" ||
+    if (($(grep -c ' logins 0 ' "$work/out") != 2)) || grep -q hunter2 "$work/out"; then
         fault "SIG$signal: $(cat "$work/out")"
+    fi
 done
 exit $failed
