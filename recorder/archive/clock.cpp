@@ -58,18 +58,19 @@ std::string segment_name(Ms utc) {
 
 std::optional<Ms> parse_utc(const std::string& text) {
     std::tm parts{};
-    char mark = 'T';
+    char mark[2];  // with the NUL that goes behind it
     int milliseconds = 0;
     int used = 0;
     const char* c = text.c_str();
     if (std::sscanf(c, "%4d-%2d-%2d%n", &parts.tm_year, &parts.tm_mon, &parts.tm_mday, &used) != 3)
         return std::nullopt;
     c += used;
-    if (std::sscanf(c, "%1[T ]%2d:%2d%n", &mark, &parts.tm_hour, &parts.tm_min, &used) == 3) c += used;
+    if (std::sscanf(c, "%1[T ]%2d:%2d%n", mark, &parts.tm_hour, &parts.tm_min, &used) == 3) c += used;
     if (std::sscanf(c, ":%2d%n", &parts.tm_sec, &used) == 1) c += used;
     if (std::sscanf(c, ".%3d%n", &milliseconds, &used) == 1) c += used;
     if (*c == 'Z') ++c;
-    if (*c != '\0' || parts.tm_mon < 1 || parts.tm_mon > 12 || parts.tm_mday < 1 || parts.tm_mday > 31)
+    if (*c != '\0' || parts.tm_mon < 1 || parts.tm_mon > 12 || parts.tm_mday < 1 || parts.tm_mday > 31 ||
+        parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 59)
         return std::nullopt;
     parts.tm_year -= 1900;
     --parts.tm_mon;

@@ -41,6 +41,7 @@ TEST(Archive, WritesAndReadsTimes) {
         {"2026-11-23", kDay - 120 - 14 * 3'600'000 - 5 * 60'000},
         {"yesterday", std::nullopt},
         {"2026-13-01", std::nullopt},
+        {"2026-11-23T24:00", std::nullopt},
         {"2026-11-23T14:05x", std::nullopt}};
     for (const auto& [text, time] : read) EXPECT_EQ(parse_utc(text), time) << text;
 }
