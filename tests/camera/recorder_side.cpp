@@ -59,20 +59,18 @@ Bytes pad(const std::string& text) {
 
 }  // namespace
 
+}  // namespace lenswire::test
+
+// Outside the namespaces, where they get the names that the simulator calls.
 extern "C" ssize_t send(int fd, const void* bytes, size_t length, int flags) {
-    return call_and_note<decltype(&send)>("send", fd, bytes, length, flags);
+    return lenswire::test::call_and_note<decltype(&send)>("send", fd, bytes, length, flags);
 }
 
 extern "C" ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-    return call_and_note<decltype(&sendmsg)>("sendmsg", fd, message, flags);
+    return lenswire::test::call_and_note<decltype(&sendmsg)>("sendmsg", fd, message, flags);
 }
 
-#ifdef __USE_TIME_BITS64
-// The name that the simulator's calls have where the plain one counts seconds in 32 bits.
-extern "C" ssize_t __sendmsg64(int fd, const msghdr* message, int flags) {
-    return call_and_note<decltype(&sendmsg)>("__sendmsg64", fd, message, flags);
-}
-#endif
+namespace lenswire::test {
 
 Wire connect_to(const camera::Camera& camera) {
     sockaddr_in name{};

@@ -38,6 +38,9 @@ void counts_selects_of(pthread_t thread) {
     g_thread = thread;
 }
 
+}  // namespace
+
+// Outside the namespaces, where it gets the name that the library calls.
 extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
     using Select = int (*)(int, fd_set*, fd_set*, fd_set*, timeval*);
     static const auto real = REAL_TIMED(Select, select);
@@ -49,6 +52,8 @@ extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* faile
     g_found_readable = result > 0 && members(readable, end) > 0;
     return result;
 }
+
+namespace {
 
 class UpgradeJob : public UpgradeTest {
   protected:
