@@ -144,8 +144,9 @@ bool Upload::is_running() const {
 
 // A camera that has everything, or for which there was nothing to send just now, does not wake the loop.
 bool Upload::has_bytes_for(const Camera& camera) const {
+    if (camera.sent == total_ || camera.send_again_us == 0) return camera.sent < total_;
     const int64_t now_us = steady_us();
-    return camera.sent < total_ && (now_us < 0 || camera.send_again_us <= now_us);
+    return now_us < 0 || camera.send_again_us <= now_us;
 }
 
 bool Upload::wait_for(Ready& ready) const {
