@@ -35,6 +35,11 @@ void poke(T& word, Value value) {
 // Whether the system allows descriptors beyond those that select can watch.
 bool allows_large_descriptors();
 
+// A camera's push of its motion state.
+inline Message motion(uint8_t state) {
+    return command(0x0009, {0, 0, state});
+}
+
 // A host reset, and nothing of it left misused or taken at the end. Starts no context.
 class HostTest : public testing::Test {
   protected:

@@ -14,10 +14,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-Message motion(uint8_t state) {
-    return command(0x0009, {0, 0, state});
-}
-
 std::vector<int> motion_states() {
     std::vector<int> states;
     for (const MotionCall& call : host().motion_calls()) states.push_back(call.status);

@@ -22,10 +22,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-Message motion(uint8_t state) {
-    return command(0x0009, {0, 0, state});
-}
-
 std::set<int> descriptors() {
     std::set<int> open;
     for (int fd = 0; fd < 1024; ++fd) {
