@@ -113,8 +113,8 @@ TEST_P(RefusedSlack, ChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(AtEachCall, RefusedSlack, testing::Values(0, 1, 2, 3, 4, 5, 6));
 
-TEST_F(System, NoClockIsNoWait) {
-    unkind().stopped_clock = true;
+TEST_F(System, AReadingThatFailsIsNoWait) {
+    unkind().failing_clock = true;
     LoggedIn login = new_login(camera_);
     streams(0);
     streams(1);

@@ -19,8 +19,8 @@ struct UnkindSystem {
     // The next recv that brings something returns only when it is let go.
     enum class Hold { kNot, kNext, kHeld };
     std::atomic<Hold> recv_hold{Hold::kNot};
-    // The monotonic clock cannot be read.
-    std::atomic<bool> stopped_clock{false};
+    // Every other reading of the monotonic clock fails, each thread's second first.
+    std::atomic<bool> failing_clock{false};
     // Descriptors cannot be made non-blocking; the test's threads are not spared.
     std::atomic<bool> blocking_only{false};
 };
