@@ -44,8 +44,14 @@ void RecorderStream::trouble(Cause cause, const std::string& detail) {
     look();
 }
 
-// Frames first: those of a connection that broke came before the word of it.
+// What came before the word of a break is recorded before it: the words are taken first, the frames that wait by
+// then go before them.
 void RecorderStream::record_waiting_frames() {
+    std::vector<Trouble> troubles;
+    {
+        const std::lock_guard lock(troubles_mutex_);
+        troubles.swap(troubles_);
+    }
     queue_.drain(frames_);
     const Ms now = monotonic();
     if (const uint64_t lost = queue_.lost(); lost != std::exchange(lost_, lost)) recording_.queue_was_full();
@@ -55,11 +61,6 @@ void RecorderStream::record_waiting_frames() {
     }
     queue_.give_back(frames_);
     frames_.clear();
-    std::vector<Trouble> troubles;
-    {
-        const std::lock_guard lock(troubles_mutex_);
-        troubles.swap(troubles_);
-    }
     for (const Trouble& trouble : troubles) recording_.trouble(trouble.at, trouble.cause, trouble.detail);
     recording_.tick(now);
 }
