@@ -61,7 +61,9 @@ bool Loop::start(std::string* error) {
         *error = std::string("no event loop: ") + error_text(errno);
         return false;
     }
+    const auto guard = lock();  // run() begins with it, so the thread knows who it is
     thread_ = std::thread([this] { run(); });
+    runner_ = thread_.get_id();
     return true;
 }
 
@@ -123,7 +125,6 @@ void Loop::wake() {
 void Loop::run() {
     epoll_event events[kEventsPerPass];
     auto guard = lock();
-    runner_ = std::this_thread::get_id();
     while (!stopping_) {
         const int timeout = timeout_ms();
         guard.unlock();
