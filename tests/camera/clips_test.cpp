@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "recorder_side.h"
 
 namespace lenswire::test {
@@ -92,7 +90,7 @@ TEST(Clips, AreCutWhereTheNextPictureBegins) {
 }
 
 TEST(Clips, SayWhyTheyCannotBePlayed) {
-    const TestFolder folder;
+    const Folder folder;
     const std::tuple<const char*, Bytes, const char*> cases[] = {
         {"text.txt", {1}, "not a kind of clip"},
         {"empty.h264", {}, "holds no picture"},
@@ -104,8 +102,7 @@ TEST(Clips, SayWhyTheyCannotBePlayed) {
         {"missing/a.h264", {}, "No such file"},
     };
     for (const auto& [name, bytes, reason] : cases) {
-        const std::string path = folder.path + "/" + name;
-        std::ofstream(path, std::ios::binary) << std::string(bytes.begin(), bytes.end());
+        const std::string path = folder.write(name, bytes);
         std::string error;
         EXPECT_EQ(camera::Clip::open(path, &error), nullptr) << name;
         EXPECT_TRUE(error.starts_with(path) && error.find(reason) != std::string::npos) << error;

@@ -9,8 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -188,19 +186,6 @@ std::string every(int step_ms, int from_ms, int count, const std::string& write)
     std::string text;
     for (int i = 0; i < count; ++i) text += " " + std::to_string(from_ms + i * step_ms) + ":" + write;
     return text.substr(1);
-}
-
-TestFolder::TestFolder() : path(std::filesystem::temp_directory_path() / "camera_test.XXXXXX") {
-    if (mkdtemp(path.data()) == nullptr) ADD_FAILURE() << path;
-}
-
-TestFolder::~TestFolder() {
-    std::filesystem::remove_all(path);
-}
-
-Bytes file_bytes(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 camera::CameraConfig small_streams(uint64_t frames) {

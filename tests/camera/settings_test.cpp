@@ -74,8 +74,8 @@ const struct {
 };
 
 TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
-    const TestFolder folder;
-    const camera::DeviceConfig kept{.state_dir = folder.path + "/deep/camera"};
+    const Folder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path("deep/camera")};
     for (const auto& pair : kPairs) {
         SCOPED_TRACE(pair.set);
         Bytes payload = pattern(size_t{pair.size} * pair.number), expected = payload;
@@ -110,8 +110,8 @@ TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
 }
 
 TEST(Settings, FilesKeepWhatMovesAndTheFirmware) {
-    const TestFolder folder;
-    const camera::DeviceConfig kept{.state_dir = folder.path};
+    const Folder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path()};
     {
         Device device(kept);
         device.operate(4, 51, 1);

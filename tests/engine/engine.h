@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <string>
 
 #include "lenswire/command.h"
 #include "lenswire/connection.h"

@@ -1,5 +1,4 @@
 // What logged-in cameras send: cut into messages wherever the network cuts it, and handed on.
-#include <arpa/inet.h>
 
 #include <atomic>
 #include <random>
@@ -170,28 +169,6 @@ class EventLoop : public EngineTest {
         host().has_channel(1, {.address = "127.0.0.2", .armed = true});
     }
 };
-
-TEST_F(EventLoop, AConnectionThatTheCameraClosedCostsNothing) {
-    ScriptedCamera closing("127.0.0.1"), living("127.0.0.2");
-    LoggedIn closed = new_login(closing), reset = new_login(closing), alive = new_login(living);
-    CmdClient* client = closed.unit->pCmdClient;
-    const int socket = client->sockFd;
-    Capture capture;
-    closed.wire.closes();
-    reset.wire.resets();
-    for (size_t i = 1; i <= 20; ++i) {
-        alive.wire.sends(motion(1));
-        ASSERT_TRUE(host().motion_calls.waits_for(i));
-    }
-    EXPECT_EQ(peek(client->ucClientState), PC_STATE_READY);
-    EXPECT_EQ(peek(client->sockFd), socket);
-    EXPECT_TRUE(is_open(socket));
-    EXPECT_LT(capture.out().size() + capture.err().size(), 500u) << capture.out();
-    // It is served again once it is logged in anew.
-    closed.wire = logs_in(closed.unit, closing);
-    closed.wire.sends(motion(77));
-    ASSERT_TRUE(comes_last(77));
-}
 
 // The host may send commands from inside its motion services, log in another camera, or delete the very
 // unit that is being served.

@@ -1,9 +1,6 @@
 // A login as the camera sees it on the wire, and everything that can go wrong with one.
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <thread>
 #include <vector>
 

@@ -1,9 +1,6 @@
 // Pins by themselves: what holds a client's descriptor in place while it is used without a lock.
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <atomic>
 #include <span>
 #include <thread>
@@ -11,6 +8,8 @@
 
 #include "lenswire/connection.h"
 #include "pteClient/client_table.h"
+#include "support/capture.h"
+#include "support/connections.h"
 
 namespace lenswire::test {
 namespace {
@@ -31,35 +30,22 @@ class Pins : public testing::Test {
     }
     ~Pins() override {
         PC_Delete(unit_);
-        close(far_end_);
         clients::close_tables();
     }
 
     void bind() {
-        if (far_end_ >= 0) close(far_end_);
-        int pair[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-        far_end_ = pair[0];
-        fd_ = pair[1];
+        Pair pair;
+        far_end_ = std::move(pair.theirs());
+        fd_ = pair.gives_ours();
         bool full = false;
         invited_ = clients::bind_unit(unit_, kCamera, full);
         EXPECT_TRUE(clients::attach(invited_.ref, fd_));
     }
 
-    // Whether the other end was shut down or closed. Waits for it.
-    bool sees_end() const {
-        char byte;
-        return read(far_end_, &byte, 1) == 0;
-    }
-    bool is_open() const {
-        struct stat status {};
-        return fstat(fd_, &status) == 0;
-    }
-
     StreamConn* unit_;
     Invited invited_;
     int fd_ = -1;
-    int far_end_ = -1;
+    Wire far_end_;
 };
 
 // Every way to take a client its socket shuts it down, waits for the pin, and closes it last.
@@ -82,16 +68,16 @@ TEST_F(Pins, ADescriptorStaysOpenAsLongAsItIsPinned) {
                 ways[i](unit_, invited_);
                 returned = true;
             });
-            EXPECT_TRUE(sees_end());
+            EXPECT_TRUE(far_end_.sees_close());
             for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
-            EXPECT_TRUE(is_open());
+            EXPECT_TRUE(is_open(fd_));
             EXPECT_FALSE(returned);
             StreamConn* other = PC_CreateNew();
             EXPECT_NE(other->pCmdClient, invited_.ref.client) << "a client that is leaving was taken";
             PC_Delete(other);
         }
         taking.join();
-        EXPECT_FALSE(is_open());
+        EXPECT_FALSE(is_open(fd_));
     }
 }
 
@@ -101,7 +87,7 @@ TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {
     EXPECT_FALSE(Pin(old));
     EXPECT_FALSE(clients::attach(old, 0));
     clients::drop(old);
-    EXPECT_TRUE(is_open());
+    EXPECT_TRUE(is_open(fd_));
     EXPECT_TRUE(Pin(invited_.ref));
     PC_Delete(unit_);
     EXPECT_FALSE(Pin(invited_.ref));
@@ -121,8 +107,7 @@ TEST_F(Pins, WhatIsPinnedAliveIsNeverClosed) {
             const Pin pin(ref);
             if (!pin) continue;
             const int fd = __atomic_load_n(&ref.client->sockFd, __ATOMIC_ACQUIRE);
-            struct stat status {};
-            EXPECT_TRUE(fd < 0 || fstat(fd, &status) == 0);
+            EXPECT_TRUE(fd < 0 || is_open(fd));
         }
     });
     for (clients::Ref& ref : std::span(refs).subspan(1)) {

@@ -1,6 +1,5 @@
 // A client's states, stepped by hand.
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include "engine/engine.h"
 

@@ -1,5 +1,4 @@
 // Inviting a stream on a connection of its own.
-#include <cstring>
 
 #include "engine/engine.h"
 

@@ -1,6 +1,5 @@
 #include "recorder/media/timeline.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>

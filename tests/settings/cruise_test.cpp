@@ -76,11 +76,11 @@ class CruiseTable : public HostTest {};
 TEST_F(CruiseTable, LoadsTheChannelsThatTheHostShows) {
     std::memset(gp_private_ptzCruise, 0x55, 74880);
     for (uint32_t channel : {0u, 1u, 2u}) host().has_record(kTable, channel, pattern(1170, channel));
-    host().shows_channels(2);
+    host().displayed = 2;
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
     EXPECT_EQ(whole_table(), pattern(1170, 0) + pattern(1170, 1) + Bytes(62 * 1170));
     for (const auto& [shown, calls] : {std::pair{1000, 2 + 64}, {-1, 2 + 64}}) {
-        host().shows_channels(shown);
+        host().displayed = shown;
         EXPECT_EQ(Private_ptzCruiseInit(), 0);
         EXPECT_EQ(host().database_calls(kTable, 2), calls);
     }

@@ -149,7 +149,7 @@ TEST_F(Encoding, HasNoMaskForUnusableChannels) {
     const std::string refused = text("parameter pass error!");
     host().has_channel(1, Channel{.address = "0.0.0.0"});
     for (int channel : {-1, 64}) host().has_channel(channel, host().channel(kChannel));
-    host().shows_channels(64);
+    host().displayed = 64;
     Capture capture;
     for (int channel : {9, 1, -1, 64}) EXPECT_EQ(Private_Protocol_GetStreamType(channel), 255u);
     EXPECT_EQ(unnumbered(capture.out()),

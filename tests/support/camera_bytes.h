@@ -2,7 +2,6 @@
 // so that a mistake of the library's cannot hide in its tests.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>

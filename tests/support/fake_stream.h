@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "lenswire/host_objects.h"
 #include "support/camera_bytes.h"

@@ -1,6 +1,5 @@
 #include "upgrade/upgrade.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
