@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "camera/media/picture_size.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {
@@ -87,6 +88,15 @@ TEST(Clips, AreCutWhereTheNextPictureBegins) {
         }
         EXPECT_EQ(lengths, expected) << what;
     }
+}
+
+TEST(Clips, SayTheirSizeBehindScalingLists) {
+    // A sequence set of the high profile, with the first of its eight lists there, of 40 by 22 blocks.
+    const auto size =
+        camera::h264_picture_size(nal({0x67, 0x64, 0x00, 0x1E, 0xAD, 0x84, 0x40, 0x78, 0x14, 0x05, 0xA2}));
+    ASSERT_TRUE(size);
+    EXPECT_EQ(size->width, 640);
+    EXPECT_EQ(size->height, 352);
 }
 
 TEST(Clips, SayWhyTheyCannotBePlayed) {

@@ -178,8 +178,8 @@ TEST_F(System, AHostThatReconnectsByItselfIsReadAgain) {
     expects_push(login.wire, 7);
 
     // Nor does a socket that is put in its place without a word of it.
-    login.wire.closes();
     unkind().received_from[socket] = 0;
+    login.wire.closes();
     ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
     PC_Exit(client);
     Pair pair;
