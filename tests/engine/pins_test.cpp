@@ -6,10 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include "common/lock.h"
+#include "lenswire/command.h"
 #include "lenswire/connection.h"
 #include "pteClient/client_table.h"
 #include "support/capture.h"
 #include "support/connections.h"
+#include "support/fake_host.h"
 
 namespace lenswire::test {
 namespace {
@@ -74,11 +77,41 @@ TEST_F(Pins, ADescriptorStaysOpenAsLongAsItIsPinned) {
             EXPECT_FALSE(returned);
             StreamConn* other = PC_CreateNew();
             EXPECT_NE(other->pCmdClient, invited_.ref.client) << "a client that is leaving was taken";
+            bool full = false;
+            Pair pair;
+            clients::attach(clients::bind_unit(other, kCamera, full).ref, pair.gives_ours());
+            Bytes message = command(0x0006).bytes();
+            const bool leaves =
+                i + 1 == ways.size();  // so that the other client of its address is the first one
+            EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera.address, message.data(), message.data(), 1),
+                      leaves ? 0 : -1);
             PC_Delete(other);
         }
         taking.join();
         EXPECT_FALSE(is_open(fd_));
     }
+}
+
+// The loop waits for the table while the client goes whose message is the next.
+TEST_F(Pins, AMessageOfAClientThatHasJustLeftIsDropped) {
+    host().has_channel(0, {.address = "127.0.0.1", .armed = true});
+    PC_SetCBState(invited_.ref.client, PC_STATE_READY);
+    std::promise<void> locked;
+    std::thread deleting;
+    host().when(Service::kSetMotionStatus, [&](int, int) {
+        deleting = std::thread([&] {
+            const Lock lock(clients::g_cmdclient_mutex);
+            locked.set_value();
+            for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
+            invited_.ref.slot->leaving = true;
+            ++invited_.ref.slot->generation;
+        });
+        locked.get_future().wait();
+    });
+    far_end_.sends(command(0x0009, {0, 0, 1}).bytes() + command(0x0000, {}, 0, 99).bytes());
+    PC_SingleStep();
+    deleting.join();
+    EXPECT_EQ(invited_.ref.client->ulLoginId, 0u);
 }
 
 TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {

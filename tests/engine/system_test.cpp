@@ -309,10 +309,17 @@ TEST_F(System, WhatBeginsDuringAStopEndsWithIt) {
     Wire wire = camera_.accepts();
     wire.reads(36);
     EXPECT_NE(login.unit->pCmdClient, nullptr) << "the second stop emptied the tables";
+    while (g_rs_num < 128) Init_Cond_Msg(0x7777, 0, camera_.address());
+    auto request = std::async(std::launch::async, [] { return Prv_PacketMsg(0x7777, 0, 100, 1); });
+    ASSERT_TRUE(wait_until([] { return host().dumped_count("please wait") == 1; }));
     go_on.set_value();
     stopping.get();
     EXPECT_EQ(stream.get(), -1);
     EXPECT_TRUE(wire.sees_close());
+    EXPECT_EQ(request.wait_for(std::chrono::seconds(20)), std::future_status::ready)
+        << "of 100 a second apart";
+    EXPECT_EQ(request.get(), nullptr);
+    for (RecvSendSlot& slot : g_recvsendlist) prv_destroy_msg(&slot);
 }
 
 // Threads of which no two ever hold the same unit, and that call on while the library stops, and stops again.

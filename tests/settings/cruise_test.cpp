@@ -145,14 +145,17 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
     fill_table(kOne, lines("000"));
     std::atomic<bool> over{false};
     std::vector<std::future<void>> writers;
-    for (const int fill : {0x11, 0xEE}) {
-        writers.push_back(std::async(std::launch::async, [fill, &over] {
-            while (!over) {
-                CruiseLine line = line_record(2, 1);
+    for (const bool in_memory_alone : {true, false}) {
+        writers.push_back(std::async(std::launch::async, [in_memory_alone, &over] {
+            CruiseLine line = line_record(2, 1);
+            for (int fill = 0x11; !over; fill ^= 0xFF) {
                 std::memset(line.points, fill, sizeof line.points);
-                Private_ChangeCruiseParamToMemory(kOne, &line);
-                Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
-                Private_ChangeCruiseLineParam(kOne, 2, &line);
+                if (in_memory_alone) {
+                    Private_ChangeCruiseLineParam(kOne, 2, &line);
+                } else {
+                    Private_ChangeCruiseParamToMemory(kOne, &line);
+                    Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
+                }
             }
         }));
     }

@@ -331,6 +331,37 @@ TEST_F(UpgradeJob, IsUnknownUntilItIsStarted) {
 #endif
 }
 
+// The record of an ended job goes with the next one of its thread, whose identity comes back: here the last
+// thread that ended is the next one's, as long as nobody else starts one.
+TEST_F(UpgradeJob, IsFoundByItsThreadAsLongAsItIsTheLastOne) {
+    const std::string path = has_file(100);
+    binds({1}, uploads_.port());
+    const int threads = thread_count();
+    const auto ends = [&, left = threads](pthread_t job, Wire wire, int others) {
+        wire.closes();
+        waits_for_end(job);
+        EXPECT_TRUE(wait_until([&] { return thread_count() == left + others; }));
+    };
+    const pthread_t first = starts({1}, path);
+    Wire wire = uploads_.accepts();
+    const pthread_t second = starts({1}, path);
+    Wire second_wire = uploads_.accepts();
+    ends(first, std::move(wire), 1);
+    ends(second, std::move(second_wire), 0);
+    const pthread_t third = starts({1}, path);
+    ends(third, uploads_.accepts(), 0);
+    std::promise<void> done;
+    std::thread other([&] { done.get_future().wait(); });
+    const pthread_t fourth = starts({1}, path);
+    ends(fourth, uploads_.accepts(), 1);
+    done.set_value();
+    other.join();
+    UpgradeJobStatus status{};
+    if (third == second && fourth != second) {
+        EXPECT_EQ(Prv_ipc_upgrade_get_status(second, &status), -1);
+    }
+}
+
 // Hosts start, poll and start again from several threads while jobs end.
 TEST_F(UpgradeJob, StartsPollsAndEndsTogether) {
     const std::string path = has_file(1000);
