@@ -49,12 +49,6 @@ std::vector<size_t> take_writes() {
     return std::exchange(g_writes, {});
 }
 
-Bytes pad(const std::string& text) {
-    Bytes field = bytes_of(text);
-    field.resize(32);
-    return field;
-}
-
 }  // namespace
 
 }  // namespace lenswire::test
@@ -96,8 +90,9 @@ Session log_in(const camera::Camera& camera, const std::string& user, const std:
     Session session{.wire = connect_to(camera)};
     session.wire.sends(command(0x0101));
     const Bytes serial = slice(session.wire.reads_command().payload, 0, 8);
-    session.wire.sends(command(
-        0x0000, pad(user) + encrypt(pad(password), serial) + repeated(0, 4) + encrypt(serial, serial)));
+    session.wire.sends(command(0x0000, padded(bytes_of(user), 32) +
+                                           encrypt(padded(bytes_of(password), 32), serial) + repeated(0, 4) +
+                                           encrypt(serial, serial)));
     const Message answer = session.wire.reads_command();
     EXPECT_EQ(answer.command, 0x0000);
     session.login_id = answer.login_id;
@@ -129,7 +124,6 @@ Message upload_header(size_t length) {
 
 ReadPacket read_packet(Wire& wire) {
     ReadPacket packet{.head = wire.reads(32), .payload = {}};
-    packet.head.resize(32);
     packet.payload = wire.reads(u32_at(packet.head, 4) >> 6 & 0x3FFFFF);
     return packet;
 }

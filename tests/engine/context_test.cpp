@@ -7,9 +7,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::Each;
-using testing::HasSubstr;
-
 constexpr int kClients = 192;
 constexpr int kUnits = 256;
 
@@ -86,8 +83,7 @@ TEST_F(Context, DeletingAUnitClosesItsControlSocketAndKeepsNoPassword) {
     EXPECT_TRUE(control.theirs().sees_close());
     EXPECT_TRUE(is_open(stream.ours()));
     EXPECT_EQ(unit->pCmdClient, nullptr);
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&client->LoginInfo);
-    EXPECT_THAT(Bytes(bytes, bytes + sizeof client->LoginInfo), Each(0));
+    EXPECT_THAT(record_bytes(client->LoginInfo), Each(0));
     EXPECT_EQ(client->ulLoginId, 0u);
     EXPECT_EQ(client->ulRecvRemainLen, 0u);
     EXPECT_STREQ(other->pCmdClient->LoginInfo.szPassword, "other");

@@ -19,6 +19,12 @@
 
 namespace lenswire::test {
 
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
 // A word that one of the library's threads writes.
 template <typename T>
 T peek(const T& word) {

@@ -9,10 +9,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::Each;
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 std::vector<int> motion_states() {
     std::vector<int> states;
     for (const MotionCall& call : host().motion_calls()) states.push_back(call.status);

@@ -15,8 +15,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::HasSubstr;
-
 const uint32_t kLoopback = inet_addr("127.0.0.1");
 
 TEST(Sockets, ConnectToGivesANonBlockingSocketThatBecomesUsable) {

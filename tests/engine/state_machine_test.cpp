@@ -6,9 +6,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 class StateMachine : public EngineTest {
   protected:
     void SetUp() override {

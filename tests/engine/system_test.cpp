@@ -17,10 +17,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
-
 std::set<int> descriptors() {
     std::set<int> open;
     for (int fd = 0; fd < 1024; ++fd) {
@@ -343,8 +339,7 @@ TEST_F(System, LateCallersFindWorkingLocks) {
                         clashes += unit->reserved[0] != caller || unit->pCmdClient == nullptr;
                     PC_Delete(unit);
                 }
-                Bytes message = command(0x0006).bytes();
-                message.resize(4096);
+                Bytes message = in_buffer(command(0x0006));
                 Private_Protocol_CMDDelivery(camera_.address(), message.data(), message.data(), 1);
                 prv_destroy_msg(Prv_PacketMsg(0x1004, 0, 1, camera_.address()));
                 ready += round == kRounds - 1;

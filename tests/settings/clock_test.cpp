@@ -41,8 +41,7 @@ TEST_F(ClockTest, SendsTheRecordersTimeAndItsZone) {
     std::vector<int> asked;
     host().when(Service::kZone, [&](int index, int) { asked.push_back(index); });
     const IpcTimeInfo info = sent_at(kMoment);
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&info);
-    EXPECT_EQ(Bytes(bytes, bytes + sizeof info),
+    EXPECT_EQ(record_bytes(info),
               (Bytes{0xE8, 7, 2, 29, 10, 45, 7, 0, 0xAB, 0, 0, 0} + bytes_of("time.nist.gov") + Bytes(187)));
     EXPECT_EQ(asked, (std::vector{0x12, 0x12})) << "the hours, then the camera's index, of bits 8 to 15";
 }

@@ -13,10 +13,7 @@ struct Scope {
     EncodingScope record;
 
     const EncodingScopeEntry& entry(int i) const { return record.entries[i]; }
-    Bytes bytes(int i) const {
-        const auto* start = reinterpret_cast<const uint8_t*>(&record.entries[i]);
-        return Bytes(start, start + sizeof(EncodingScopeEntry));
-    }
+    Bytes bytes(int i) const { return record_bytes(record.entries[i]); }
     bool untouched(int i) const { return bytes(i) == repeated(0xAA, sizeof(EncodingScopeEntry)); }
     // The number of sizes, the sizes and the names that were written over the host's bytes; they are lists of
     // their own.
