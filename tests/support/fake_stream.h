@@ -62,7 +62,6 @@ struct StreamObject {
 class FakeStream {
   public:
     FakeStream();
-    ~FakeStream();
     FakeStream(const FakeStream&) = delete;
     FakeStream& operator=(const FakeStream&) = delete;
     void* object() { return &object_; }  // what DevChannelInfo.pStream holds
