@@ -3,8 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
+#include "camera/media/picture_size.h"
 #include "recorder_side.h"
 
 namespace lenswire::test {
@@ -91,8 +90,17 @@ TEST(Clips, AreCutWhereTheNextPictureBegins) {
     }
 }
 
+TEST(Clips, SayTheirSizeBehindScalingLists) {
+    // A sequence set of the high profile, with the first of its eight lists there, of 40 by 22 blocks.
+    const auto size =
+        camera::h264_picture_size(nal({0x67, 0x64, 0x00, 0x1E, 0xAD, 0x84, 0x40, 0x78, 0x14, 0x05, 0xA2}));
+    ASSERT_TRUE(size);
+    EXPECT_EQ(size->width, 640);
+    EXPECT_EQ(size->height, 352);
+}
+
 TEST(Clips, SayWhyTheyCannotBePlayed) {
-    const TestFolder folder;
+    const Folder folder;
     const std::tuple<const char*, Bytes, const char*> cases[] = {
         {"text.txt", {1}, "not a kind of clip"},
         {"empty.h264", {}, "holds no picture"},
@@ -104,8 +112,7 @@ TEST(Clips, SayWhyTheyCannotBePlayed) {
         {"missing/a.h264", {}, "No such file"},
     };
     for (const auto& [name, bytes, reason] : cases) {
-        const std::string path = folder.path + "/" + name;
-        std::ofstream(path, std::ios::binary) << std::string(bytes.begin(), bytes.end());
+        const std::string path = folder.write(name, bytes);
         std::string error;
         EXPECT_EQ(camera::Clip::open(path, &error), nullptr) << name;
         EXPECT_TRUE(error.starts_with(path) && error.find(reason) != std::string::npos) << error;

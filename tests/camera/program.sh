@@ -33,9 +33,17 @@ hunter2
 END
 
 for signal in INT TERM; do
-    "$program" --cameras 2 --port 0 --password hunter2 >"$work/out" 2>&1 &
+    "$program" --cameras 2 --port 0 --password hunter2 --fault 1/garbage=9 >"$work/out" 2>&1 &
     camera=$!
     until (($(grep -c '^camera ' "$work/out") == 2)) || ! kill -0 $camera 2>/dev/null; do read -rt 0.02 <> <(:); done
+    # Two requests for a serial number: each answer of the first camera has rubbish behind it.
+    for number in 1 2; do
+        address=$(sed -n "s|^camera \([^ :]*\):\([0-9]*\).*|/dev/tcp/\1/\2|p" "$work/out" | sed -n ${number}p)
+        exec 3<>"$address"
+        for _ in 1 2; do printf '\0\0\1\1\1\1%26s' "" | tr ' ' '\0' >&3; done
+        spoilt=$(head -c 80 <&3 | LC_ALL=C grep -ac $'\xA5\xA5\xA5\xA5\xA5\xA5\xA5\xA5\xA5')
+        ((spoilt == 2 - number)) || fault "--fault 1/: camera $number"
+    done
     kill -$signal $camera
     wait $camera || fault "SIG$signal: exit code $?"
     if (($(grep -c ' logins 0 ' "$work/out") != 2)) || grep -q hunter2 "$work/out"; then

@@ -9,8 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -49,12 +47,6 @@ ssize_t call_and_note(const char* name, Arguments... arguments) {
 std::vector<size_t> take_writes() {
     const std::lock_guard guard(g_lock);
     return std::exchange(g_writes, {});
-}
-
-Bytes pad(const std::string& text) {
-    Bytes field = bytes_of(text);
-    field.resize(32);
-    return field;
 }
 
 }  // namespace
@@ -98,8 +90,9 @@ Session log_in(const camera::Camera& camera, const std::string& user, const std:
     Session session{.wire = connect_to(camera)};
     session.wire.sends(command(0x0101));
     const Bytes serial = slice(session.wire.reads_command().payload, 0, 8);
-    session.wire.sends(command(
-        0x0000, pad(user) + encrypt(pad(password), serial) + repeated(0, 4) + encrypt(serial, serial)));
+    session.wire.sends(command(0x0000, padded(bytes_of(user), 32) +
+                                           encrypt(padded(bytes_of(password), 32), serial) + repeated(0, 4) +
+                                           encrypt(serial, serial)));
     const Message answer = session.wire.reads_command();
     EXPECT_EQ(answer.command, 0x0000);
     session.login_id = answer.login_id;
@@ -131,7 +124,6 @@ Message upload_header(size_t length) {
 
 ReadPacket read_packet(Wire& wire) {
     ReadPacket packet{.head = wire.reads(32), .payload = {}};
-    packet.head.resize(32);
     packet.payload = wire.reads(u32_at(packet.head, 4) >> 6 & 0x3FFFFF);
     return packet;
 }
@@ -188,19 +180,6 @@ std::string every(int step_ms, int from_ms, int count, const std::string& write)
     std::string text;
     for (int i = 0; i < count; ++i) text += " " + std::to_string(from_ms + i * step_ms) + ":" + write;
     return text.substr(1);
-}
-
-TestFolder::TestFolder() : path(std::filesystem::temp_directory_path() / "camera_test.XXXXXX") {
-    if (mkdtemp(path.data()) == nullptr) ADD_FAILURE() << path;
-}
-
-TestFolder::~TestFolder() {
-    std::filesystem::remove_all(path);
-}
-
-Bytes file_bytes(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 camera::CameraConfig small_streams(uint64_t frames) {

@@ -8,6 +8,7 @@
 
 #include "camera/serve/farm.h"
 #include "support/camera_bytes.h"
+#include "support/folder.h"
 #include "support/scripted_camera.h"
 
 namespace lenswire::test {
@@ -73,14 +74,6 @@ class Tape {
 
 // The writes of a tape at every step from a moment on.
 std::string every(int step_ms, int from_ms, int count, const std::string& write);
-
-// A folder that is there as long as its object.
-struct TestFolder {
-    TestFolder();
-    ~TestFolder();
-    std::string path;
-};
-Bytes file_bytes(const std::string& path);
 
 // Small frames of made-up bytes, 25 a second, `frames` of them on both streams: 567 bytes, then four of 210.
 camera::CameraConfig small_streams(uint64_t frames = 0);

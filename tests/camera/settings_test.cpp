@@ -12,11 +12,6 @@
 namespace lenswire::test {
 namespace {
 
-Bytes first_bytes(uint32_t size, Bytes bytes) {
-    bytes.resize(size);
-    return bytes;
-}
-
 camera::Command request(uint16_t code, Bytes payload, uint32_t number = 1) {
     camera::Command command;
     command.code = code;
@@ -46,7 +41,7 @@ struct Device {
     }
     // Where the head is and what it does: pan, tilt, zoom, then motion, preset, cruise line and point.
     std::string operate(uint8_t code, uint8_t argument, double seconds) {
-        EXPECT_EQ(ask(0x0020, first_bytes(20, {0, code, 0, 0, argument})), Bytes{});
+        EXPECT_EQ(ask(0x0020, padded({0, code, 0, 0, argument}, 20)), Bytes{});
         now_us += static_cast<int64_t>(seconds * 1e6);
         const Bytes ptz = ask(0x1031, {}, 0);
         char text[64];
@@ -64,18 +59,15 @@ const struct {
     uint32_t size, number;
     Bytes ask;
 } kPairs[] = {
-    {0x1005, 0x1004, 36, 1, first_bytes(36, {0, 0x33})},
-    {0x1022, 0x1023, 228, 1, Bytes(228)},
-    {0x100B, 0x100A, 168, 1, Bytes(168)},
-    {0x1020, 0x1021, 204, 1, Bytes(204)},
-    {0x1062, 0x1061, 256, 3, Bytes(256)},
-    {0x0025, 0x0026, 980, 1, first_bytes(980, {0, 2})},
-    {0x1003, 0x1002, 32, 3, first_bytes(32, {0, 0x33})},
+    {0x1005, 0x1004, 36, 1, padded({0, 0x33}, 36)}, {0x1022, 0x1023, 228, 1, Bytes(228)},
+    {0x100B, 0x100A, 168, 1, Bytes(168)},           {0x1020, 0x1021, 204, 1, Bytes(204)},
+    {0x1062, 0x1061, 256, 3, Bytes(256)},           {0x0025, 0x0026, 980, 1, padded({0, 2}, 980)},
+    {0x1003, 0x1002, 32, 3, padded({0, 0x33}, 32)},
 };
 
 TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
-    const TestFolder folder;
-    const camera::DeviceConfig kept{.state_dir = folder.path + "/deep/camera"};
+    const Folder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path("deep/camera")};
     for (const auto& pair : kPairs) {
         SCOPED_TRACE(pair.set);
         Bytes payload = pattern(size_t{pair.size} * pair.number), expected = payload;
@@ -95,14 +87,16 @@ TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
         EXPECT_EQ(device.ask(pair.get, pair.ask), expected);
         EXPECT_EQ(Device(kept).ask(pair.get, pair.ask), expected);
     }
-    EXPECT_EQ(Device().ask(0x0025, first_bytes(980, {0, 3})), Bytes{0xFF}) << "there are three cruise lines";
-    EXPECT_EQ(Device().ask(0x0026, first_bytes(980, {0, 3})), Bytes{3});
-    EXPECT_EQ(Device().ask(0x1002, first_bytes(32, {0, 3})), Bytes{3});
-    EXPECT_EQ(Device().ask(0x1003, Bytes(32) + first_bytes(64, {0, 3}), 3), Bytes{0xFF});
+    EXPECT_EQ(Device().ask(0x0025, padded({0, 3}, 980)), Bytes{0xFF}) << "there are three cruise lines";
+    EXPECT_EQ(Device().ask(0x0026, padded({0, 3}, 980)), Bytes{3});
+    EXPECT_EQ(Device().ask(0x1002, padded({0, 3}, 32)), Bytes{3});
+    EXPECT_EQ(Device().ask(0x1003, Bytes(32) + padded({0, 3}, 64), 3), Bytes{0xFF});
     EXPECT_EQ(Device().ask(0x2099, Bytes(4)), Bytes{3});
 
-    std::ofstream(kept.state_dir + "/image.bin") << "short";
-    EXPECT_EQ(Device(kept).ask(0x1004, Bytes(36)), Device().ask(0x1004, Bytes(36)));
+    for (const size_t wrong : {5, 37}) {
+        std::ofstream(kept.state_dir + "/image.bin") << std::string(wrong, 'x');
+        EXPECT_EQ(Device(kept).ask(0x1004, Bytes(36)), Device().ask(0x1004, Bytes(36)));
+    }
     camera::Settings nowhere({.device = {.state_dir = "/dev/null/x"}, .address = "127.0.0.1", .streams = {}});
     std::string error;
     EXPECT_FALSE(nowhere.load(&error));
@@ -110,14 +104,14 @@ TEST(Settings, WhatIsSetIsWhatAGetAnswersAlsoFromFiles) {
 }
 
 TEST(Settings, FilesKeepWhatMovesAndTheFirmware) {
-    const TestFolder folder;
-    const camera::DeviceConfig kept{.state_dir = folder.path};
+    const Folder folder;
+    const camera::DeviceConfig kept{.state_dir = folder.path()};
     {
         Device device(kept);
         device.operate(4, 51, 1);
         device.operate(0x2C, 200, 0);
-        device.ask(0x1030, first_bytes(24, {0, 255}));
-        device.ask(0x1001, first_bytes(212, {0xE7, 0x07, 1, 1, 0, 0, 59}));
+        device.ask(0x1030, padded({0, 255}, 24));
+        device.ask(0x1001, padded({0xE7, 0x07, 1, 1, 0, 0, 59}, 212));
         device.settings->take_new_firmware("A_B_2");
     }
     Device back(kept);
@@ -141,8 +135,8 @@ TEST(Settings, DescribeTheDevice) {
         {0x1006, Bytes(118), 2, {127, 0, 0, 9, 255, 0, 0, 0}},
         {0x1006, Bytes(118), 22, {2, 0, 127, 0, 0, 9, 0x04, 0x27}},
         {0x1002, Bytes(32), 3, {25, 0x80, 0x07, 0x38, 0x04, 0, 16, 0, 0, 50}},
-        {0x1002, first_bytes(32, {0, 1}), 15, {3, 1}},  // with audio
-        {0x1002, first_bytes(32, {0, 2}), 30, {0}},     // which is not there
+        {0x1002, padded({0, 1}, 32), 15, {3, 1}},  // with audio
+        {0x1002, padded({0, 2}, 32), 30, {0}},     // which is not there
         {0x1102, Bytes(1027), 0, Bytes{0, 7, 0} + bytes_of("H264:2592x1944;")},
     };
     for (const auto& [code, ask, at, bytes] : cases) {
@@ -178,7 +172,7 @@ TEST(Clock, RunsOnFromWhatItWasSetTo) {
 
 // Points of a cruise line on every second place: a preset, a dwell time in tenths of a second, a speed.
 Bytes cruise_line(uint8_t line, const std::vector<std::array<uint8_t, 3>>& points) {
-    Bytes record = first_bytes(980, {0, line});
+    Bytes record = padded({0, line}, 980);
     for (size_t i = 0; i < points.size(); ++i) {
         const auto& [preset, dwell, speed] = points[i];
         std::ranges::copy(Bytes{1, preset, dwell, 0, speed}, record.begin() + 68 + 28 * (2 * i + 1) + 4);

@@ -124,6 +124,7 @@ TEST(Stream, IsFinishedBehindAWholePacket) {
         EXPECT_EQ(tape.record(wire, 100), every(1, 1, 7, "1000") + " 8:246" + (close ? " 8:closed" : ""));
         EXPECT_EQ(one->streams()[0].video_frames, 1U);
         EXPECT_EQ(one->stats().streams_open, close ? 0U : 1U);
+        EXPECT_EQ(one->streams()[0].open, !close);
     }
 }
 

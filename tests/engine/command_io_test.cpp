@@ -6,8 +6,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::HasSubstr;
-
 // Calls with a buffer of exactly the announced length, so that a sanitizer sees a byte beyond it.
 struct Received {
     int result;
@@ -33,8 +31,7 @@ TEST(SendCommand, SendsExactlyTheMessageThatTheHeaderAnnounces) {
                  {command(0x1005, pattern(4064)), 4096}};
     for (const auto& row : cases) {
         Pair pair;
-        Bytes buffer = row.message.bytes();
-        buffer.resize(4096, 'X');
+        Bytes buffer = in_buffer(row.message);
         int length = 4096;
         EXPECT_EQ(PC_SendCmd(pair.ours(), buffer.data(), &length), 0);
         EXPECT_EQ(length, static_cast<int>(row.on_the_wire));
@@ -45,18 +42,19 @@ TEST(SendCommand, SendsExactlyTheMessageThatTheHeaderAnnounces) {
 
 TEST(SendCommand, RefusesBadArgumentsAndOverLongMessagesWithoutSending) {
     Pair pair;
-    const Bytes good = command(0x1005, pattern(36)).bytes();
-    const auto sends = [&](Bytes bytes, int length) {
-        bytes.resize(4096);
-        return PC_SendCmd(pair.ours(), bytes.data(), &length);
+    const Message command36 = command(0x1005, pattern(36));
+    const Bytes good = command36.bytes();
+    const auto sends = [&](const Message& message, int length) {
+        return PC_SendCmd(pair.ours(), in_buffer(message).data(), &length);
     };
     int length = 68;
     Capture capture;
     EXPECT_EQ(PC_SendCmd(-1, good.data(), &length), -1);
     EXPECT_EQ(PC_SendCmd(pair.ours(), nullptr, &length), -1);
     EXPECT_EQ(PC_SendCmd(pair.ours(), good.data(), nullptr), -1);
-    for (int bad : {4097, 67, 31, 0, -1, -4096, INT32_MIN, INT32_MAX}) EXPECT_EQ(sends(good, bad), -1) << bad;
-    for (const Product& product : kOverLong) EXPECT_EQ(sends(announcing(0x1004, product).bytes(), 4096), -1);
+    for (int bad : {4097, 67, 31, 0, -1, -4096, INT32_MIN, INT32_MAX})
+        EXPECT_EQ(sends(command36, bad), -1) << bad;
+    for (const Product& product : kOverLong) EXPECT_EQ(sends(announcing(0x1004, product), 4096), -1);
     EXPECT_FALSE(pair.theirs().has_bytes());
     const std::string out = unnumbered(capture.out());
     const std::string line = "PRIVATE_LOG src/pteClient-PC_SendCmd-N: ******";

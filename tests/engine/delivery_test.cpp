@@ -1,14 +1,10 @@
 // A command finds its camera's control connection by address alone.
 #include <arpa/inet.h>
 
-#include <thread>
-
 #include "engine/engine.h"
 
 namespace lenswire::test {
 namespace {
-
-using testing::HasSubstr;
 
 const uint32_t kCamera = inet_addr("10.1.2.3");
 
@@ -28,11 +24,6 @@ class Delivery : public EngineTest {
     }
     static int delivers(Bytes& message, int time = 20, uint32_t address = kCamera) {
         return Prv_Send_Cmd(address, message.data(), message.data(), time);
-    }
-    static Bytes in_buffer(const Message& message) {
-        Bytes bytes = message.bytes();
-        bytes.resize(4096);
-        return bytes;
     }
 };
 
@@ -103,32 +94,6 @@ TEST_F(Delivery, BadArgumentsAndOverLongMessagesAreRefused) {
         EXPECT_EQ(delivers(buffer), -1) << product.number << " x " << product.size;
     }
     EXPECT_FALSE(pair.theirs().has_bytes());
-}
-
-// Whole messages of many host threads go out one after the other.
-TEST_F(Delivery, MessagesOfSeveralThreadsDoNotMix) {
-    constexpr int kThreads = 4, kMessages = 100;
-    Pair pair;
-    client_of(kCamera, pair.gives_ours(), 7);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([thread] {
-            for (int i = 0; i < kMessages; ++i) {
-                Bytes buffer = in_buffer(command(0x1005, repeated(static_cast<uint8_t>(thread), 500)));
-                while (delivers(buffer) != 0) std::this_thread::yield();
-            }
-        });
-    }
-    int seen[kThreads] = {};
-    Capture capture;  // a full socket is reported, and the message tried again
-    for (int i = 0; i < kThreads * kMessages; ++i) {
-        const Message message = pair.theirs().reads_command();
-        ASSERT_EQ(message.payload.size(), 500u);
-        ++seen[message.payload[0]];
-        EXPECT_EQ(message.payload, repeated(message.payload[0], 500));
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_THAT(seen, testing::Each(kMessages));
 }
 
 }  // namespace

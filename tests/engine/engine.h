@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <string>
 
 #include "lenswire/command.h"
 #include "lenswire/connection.h"
@@ -19,6 +18,12 @@
 #include "support/scripted_camera.h"
 
 namespace lenswire::test {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
 
 // A word that one of the library's threads writes.
 template <typename T>

@@ -10,9 +10,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
 // Behind a packet, so many bytes must have come before it is taken out.
 constexpr size_t kBehind = LENSWIRE_BYTES_BEHIND_PACKET;
 constexpr int kChannel = 200;
@@ -236,7 +233,7 @@ TEST_F(Packets, ARingMayBecomeExactlyFull) {
     EXPECT_EQ(unusable.receives(filler()), -1);
     EXPECT_EQ(too_small.frames().size(), 0u);
     EXPECT_THAT(capture.out(),
-                ContainsRegex("^#{25}recvLen =0.* \r\n#{25}recvLen =0.* \r\n#{25}recvLen =65536"));
+                testing::ContainsRegex("^#{25}recvLen =0.* \r\n#{25}recvLen =0.* \r\n#{25}recvLen =65536"));
     const std::string line =
         "[src/pteClient:RecvStreamToPacketBuf:N]:channel:200,stream:0,the ring is full with ";
     EXPECT_EQ(unnumbered(capture.err()),

@@ -1,16 +1,18 @@
 // Pins by themselves: what holds a client's descriptor in place while it is used without a lock.
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <atomic>
 #include <span>
 #include <thread>
 #include <vector>
 
+#include "common/lock.h"
+#include "lenswire/command.h"
 #include "lenswire/connection.h"
 #include "pteClient/client_table.h"
+#include "support/capture.h"
+#include "support/connections.h"
+#include "support/fake_host.h"
 
 namespace lenswire::test {
 namespace {
@@ -31,35 +33,22 @@ class Pins : public testing::Test {
     }
     ~Pins() override {
         PC_Delete(unit_);
-        close(far_end_);
         clients::close_tables();
     }
 
     void bind() {
-        if (far_end_ >= 0) close(far_end_);
-        int pair[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-        far_end_ = pair[0];
-        fd_ = pair[1];
+        Pair pair;
+        far_end_ = std::move(pair.theirs());
+        fd_ = pair.gives_ours();
         bool full = false;
         invited_ = clients::bind_unit(unit_, kCamera, full);
         EXPECT_TRUE(clients::attach(invited_.ref, fd_));
     }
 
-    // Whether the other end was shut down or closed. Waits for it.
-    bool sees_end() const {
-        char byte;
-        return read(far_end_, &byte, 1) == 0;
-    }
-    bool is_open() const {
-        struct stat status {};
-        return fstat(fd_, &status) == 0;
-    }
-
     StreamConn* unit_;
     Invited invited_;
     int fd_ = -1;
-    int far_end_ = -1;
+    Wire far_end_;
 };
 
 // Every way to take a client its socket shuts it down, waits for the pin, and closes it last.
@@ -82,17 +71,47 @@ TEST_F(Pins, ADescriptorStaysOpenAsLongAsItIsPinned) {
                 ways[i](unit_, invited_);
                 returned = true;
             });
-            EXPECT_TRUE(sees_end());
+            EXPECT_TRUE(far_end_.sees_close());
             for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
-            EXPECT_TRUE(is_open());
+            EXPECT_TRUE(is_open(fd_));
             EXPECT_FALSE(returned);
             StreamConn* other = PC_CreateNew();
             EXPECT_NE(other->pCmdClient, invited_.ref.client) << "a client that is leaving was taken";
+            bool full = false;
+            Pair pair;
+            clients::attach(clients::bind_unit(other, kCamera, full).ref, pair.gives_ours());
+            Bytes message = command(0x0006).bytes();
+            const bool leaves =
+                i + 1 == ways.size();  // so that the other client of its address is the first one
+            EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera.address, message.data(), message.data(), 1),
+                      leaves ? 0 : -1);
             PC_Delete(other);
         }
         taking.join();
-        EXPECT_FALSE(is_open());
+        EXPECT_FALSE(is_open(fd_));
     }
+}
+
+// The loop waits for the table while the client goes whose message is the next.
+TEST_F(Pins, AMessageOfAClientThatHasJustLeftIsDropped) {
+    host().has_channel(0, {.address = "127.0.0.1", .armed = true});
+    PC_SetCBState(invited_.ref.client, PC_STATE_READY);
+    std::promise<void> locked;
+    std::thread deleting;
+    host().when(Service::kSetMotionStatus, [&](int, int) {
+        deleting = std::thread([&] {
+            const Lock lock(clients::g_cmdclient_mutex);
+            locked.set_value();
+            for (int turn = 0; turn < 1000; ++turn) std::this_thread::yield();
+            invited_.ref.slot->leaving = true;
+            ++invited_.ref.slot->generation;
+        });
+        locked.get_future().wait();
+    });
+    far_end_.sends(command(0x0009, {0, 0, 1}).bytes() + command(0x0000, {}, 0, 99).bytes());
+    PC_SingleStep();
+    deleting.join();
+    EXPECT_EQ(invited_.ref.client->ulLoginId, 0u);
 }
 
 TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {
@@ -101,7 +120,7 @@ TEST_F(Pins, ARefOfAnEarlierBindingPinsNothing) {
     EXPECT_FALSE(Pin(old));
     EXPECT_FALSE(clients::attach(old, 0));
     clients::drop(old);
-    EXPECT_TRUE(is_open());
+    EXPECT_TRUE(is_open(fd_));
     EXPECT_TRUE(Pin(invited_.ref));
     PC_Delete(unit_);
     EXPECT_FALSE(Pin(invited_.ref));
@@ -121,8 +140,7 @@ TEST_F(Pins, WhatIsPinnedAliveIsNeverClosed) {
             const Pin pin(ref);
             if (!pin) continue;
             const int fd = __atomic_load_n(&ref.client->sockFd, __ATOMIC_ACQUIRE);
-            struct stat status {};
-            EXPECT_TRUE(fd < 0 || fstat(fd, &status) == 0);
+            EXPECT_TRUE(fd < 0 || is_open(fd));
         }
     });
     for (clients::Ref& ref : std::span(refs).subspan(1)) {

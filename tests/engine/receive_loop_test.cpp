@@ -11,10 +11,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::AnyOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 Packet video(uint32_t seed, size_t size = 100) {
     return {.width = 640, .height = 360, .frame_rate = 25, .payload = pattern(size, seed)};
 }
@@ -135,11 +131,12 @@ TEST_F(ReceiveLoop, ASilentStreamIsRestartedAfterMoreThanFiveSeconds) {
         EXPECT_EQ(host().restarts.size(), restarts) << "told twice";
         EXPECT_TRUE(is_open(silent->pair.ours()));
         closes(41);
-        EXPECT_THAT(unnumbered(capture.err()),
-                    AnyOf("[src/pteClient:PC_RecvStreamLoop:N]:PostRestartMessageToQueue1.....[ch=40]"
-                          "[streamNo=1]............. \n",
-                          "[src/pteClient:PC_RecvStreamLoop:N]:channel:40,stream:1,"
-                          "PostRestartMessageToQueue3.................. \n"));
+        EXPECT_THAT(
+            unnumbered(capture.err()),
+            testing::AnyOf("[src/pteClient:PC_RecvStreamLoop:N]:PostRestartMessageToQueue1.....[ch=40]"
+                           "[streamNo=1]............. \n",
+                           "[src/pteClient:PC_RecvStreamLoop:N]:channel:40,stream:1,"
+                           "PostRestartMessageToQueue3.................. \n"));
     }
 }
 

@@ -1,14 +1,10 @@
 // A client's states, stepped by hand.
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include "engine/engine.h"
 
 namespace lenswire::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 class StateMachine : public EngineTest {
   protected:

@@ -8,9 +8,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::Each;
-using testing::HasSubstr;
-
 constexpr int kSlots = LENSWIRE_STREAM_SLOTS;
 
 int open_slots() {

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <numeric>
 #include <set>
 #include <thread>
 
@@ -17,10 +16,6 @@
 
 namespace lenswire::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 std::set<int> descriptors() {
     std::set<int> open;
@@ -199,15 +194,24 @@ TEST_F(System, ADescriptorThatTheHostClosedSilencesNoOtherCamera) {
 }
 
 // One read finds the end; with a camera that goes on pushing, passes go by without another.
-TEST_F(System, AnEndIsReadOnce) {
-    LoggedIn closed = new_login(camera_);
+TEST_F(System, AnEndIsReadOnceAndCostsNothing) {
+    LoggedIn ended = new_login(camera_);
     LoggedIn living = new_login(other_);
-    const int socket = closed.unit->pCmdClient->sockFd;
-    unkind().received_from[socket] = 0;
-    closed.wire.closes();
-    ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
-    for (uint8_t state = 1; state < 10; ++state) expects_push(living.wire, state);
-    EXPECT_EQ(unkind().received_from[socket], 1);
+    CmdClient* client = ended.unit->pCmdClient;
+    Capture capture;
+    for (void (Wire::*ends)() : {&Wire::closes, &Wire::resets}) {
+        const int socket = client->sockFd;
+        unkind().received_from[socket] = 0;
+        (ended.wire.*ends)();
+        ASSERT_TRUE(wait_until([&] { return unkind().received_from[socket] > 0; }));
+        for (uint8_t state = 1; state < 10; ++state) expects_push(living.wire, state);
+        EXPECT_EQ(unkind().received_from[socket], 1);
+        EXPECT_TRUE(is_open(socket));
+        EXPECT_EQ(peek(client->ucClientState), PC_STATE_READY);
+        ended.wire = logs_in(ended.unit, camera_);
+        expects_push(ended.wire, 77);
+    }
+    EXPECT_EQ(occurrences(capture.out() + capture.err(), "\n"), 2) << "the two logins";
 }
 
 TEST_F(System, APassingErrorIsNoEnd) {
@@ -301,34 +305,54 @@ TEST_F(System, WhatBeginsDuringAStopEndsWithIt) {
     Wire wire = camera_.accepts();
     wire.reads(36);
     EXPECT_NE(login.unit->pCmdClient, nullptr) << "the second stop emptied the tables";
+    while (g_rs_num < 128) Init_Cond_Msg(0x7777, 0, camera_.address());
+    auto request = std::async(std::launch::async, [] { return Prv_PacketMsg(0x7777, 0, 100, 1); });
+    ASSERT_TRUE(wait_until([] { return host().dumped_count("please wait") == 1; }));
     go_on.set_value();
     stopping.get();
     EXPECT_EQ(stream.get(), -1);
     EXPECT_TRUE(wire.sees_close());
+    EXPECT_EQ(request.wait_for(std::chrono::seconds(20)), std::future_status::ready)
+        << "of 100 a second apart";
+    EXPECT_EQ(request.get(), nullptr);
+    for (RecvSendSlot& slot : g_recvsendlist) prv_destroy_msg(&slot);
 }
 
-// Threads that call on while the library stops, and stops again.
+// Threads of which no two ever hold the same unit, and that call on while the library stops, and stops again.
 TEST_F(System, LateCallersFindWorkingLocks) {
+    constexpr int kCallers = 3, kRounds = 100;  // before the stop, and then as many as there is time for
     LoggedIn login = new_login(camera_);
     std::atomic<bool> done{false};
+    std::atomic<int> clashes{0}, ready{0};
     std::vector<std::thread> callers;
     Capture capture;
-    for (int i = 0; i < 2; ++i) {
-        callers.emplace_back([&] {
-            while (!done) {
-                Bytes message = command(0x0006).bytes();
-                message.resize(4096);
+    for (uint8_t caller = 1; caller <= kCallers; ++caller) {
+        callers.emplace_back([&, caller] {
+            for (int round = 0; round < kRounds || !done; ++round) {
+                StreamConn* units[5];
+                for (StreamConn*& unit : units) {
+                    unit = PC_CreateNew();
+                    if (round < kRounds) unit->reserved[0] = caller;
+                }
+                for (StreamConn* unit : units) {
+                    if (round < kRounds)
+                        clashes += unit->reserved[0] != caller || unit->pCmdClient == nullptr;
+                    PC_Delete(unit);
+                }
+                Bytes message = in_buffer(command(0x0006));
                 Private_Protocol_CMDDelivery(camera_.address(), message.data(), message.data(), 1);
-                if (StreamConn* unit = PC_CreateNew(); unit != nullptr) PC_Delete(unit);
                 prv_destroy_msg(Prv_PacketMsg(0x1004, 0, 1, camera_.address()));
+                ready += round == kRounds - 1;
             }
         });
     }
+    EXPECT_TRUE(wait_until([&] { return ready == kCallers; }));
     stops_engine();
     EXPECT_EQ(PC_UnInitCtx(), 0);
     EXPECT_EQ(PC_UnInitCtx(), 0);
     done = true;
     for (std::thread& caller : callers) caller.join();
+    EXPECT_EQ(clashes, 0);
     EXPECT_EQ(PC_CreateNew(), nullptr);
 }
 

@@ -28,10 +28,12 @@ CameraAddress camera(const std::string& place) {
 
 // What the library is told of a channel's camera: "IP PORT USER PASSWORD", or nothing.
 std::string camera_of(int channel) {
-    char ip[64], user[64], password[64];
+    struct {
+        char password[64], user[64], ip[64];
+    } texts;  // what is written last lies before the others
     int port = 0;
-    if (DbMainMsgChannelInfo(channel, ip, &port, user, password) != 0) return "";
-    return std::string(ip) + " " + std::to_string(port) + " " + user + " " + password;
+    if (DbMainMsgChannelInfo(channel, texts.ip, &port, texts.user, texts.password) != 0) return "";
+    return std::string(texts.ip) + " " + std::to_string(port) + " " + texts.user + " " + texts.password;
 }
 
 int database(int table, int operation, int32_t key, Bytes& buffer) {
@@ -93,7 +95,10 @@ TEST(HostServices, TellWhichCameraAChannelHas) {
         EXPECT_EQ(get_channel_bindstatus(channel) + get_channel_protocol(channel), 0);
         EXPECT_EQ(camera_of(channel), "");
     }
-    for (int i = 3; i < 192; ++i) EXPECT_EQ(host.store.bind_camera(camera("3:" + std::to_string(i))), i);
+    CameraAddress long_one = camera("4:80");
+    long_one.password = std::string(100, 'p');
+    EXPECT_EQ(camera_of(host.store.bind_camera(long_one)), "127.0.0.4 80 admin " + std::string(63, 'p'));
+    for (int i = 4; i < 192; ++i) EXPECT_EQ(host.store.bind_camera(camera("3:" + std::to_string(i))), i);
     EXPECT_THROW(host.store.bind_camera(camera("3:192")), Failure);
     EXPECT_EQ(configGetDisplayNum(), 64) << "as many as the library's tables know";
 }
@@ -269,6 +274,19 @@ TEST(HostServices, KnowTheStreamsThatAreRecorded) {
     EXPECT_EQ(libVideoInfoSetNetworkParam(3, 1, 0, 25, 0), 0);
     EXPECT_EQ(stream.bytes_per_second(), 70'000);
     EXPECT_EQ(stream.frames_per_second(), 25);
+
+    // Frames go on and their buffers come back, of which there is room for a thousand.
+    DevChannelInfo info{};
+    stream.describe(info, nullptr);
+    for (int i = 0; i < 1100; ++i) {
+        void* frame = nullptr;
+        ASSERT_TRUE(test::wait_until([&] { return frame = streamGetFrameQueueBuffer(info.pStream, 7000); }))
+            << i;
+        std::memset(frame, 0, sizeof(StreamFrameHead));
+        streamFrameQueueLock(info.pStream);
+        EXPECT_EQ(streamInsertFrameToFrameQueue(info.pStream, frame), 0);
+        steramFrameQueueUnlock(info.pStream);
+    }
 }
 
 TEST(HostServices, CountMotionAndAlarmsOfAChannel) {

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -220,13 +219,16 @@ TEST_F(RecordingSessionTest, SaysInOneLineWhatALibraryLacks) {
     EXPECT_THAT(failure_of("libm.so.6"), HasSubstr("libm.so.6: the library has no "));
 }
 
-TEST_F(RecordingSessionTest, RefusesAStreamThatIsListedTwice) {
+TEST_F(RecordingSessionTest, RefusesAStreamOrANameThatIsListedTwice) {
     RecordingSession::Options options;
     options.cameras =
         camera_addresses({"a:b@127.0.0.1:1/0/1", "a:b@127.0.0.1:1/0/0", "a:b@127.0.0.1:1/0/1"}, "");
     options.directory = directory_;
     options.library = LENSWIRE_LIBRARY;
     EXPECT_THROW(RecordingSession{options}, Failure);
+    options.cameras = camera_addresses({"a:b@127.0.0.1:1", "a:b@127.0.0.2:1"}, "");
+    options.names = {"front", "front"};
+    EXPECT_THROW(RecordingSession{options}, Failure) << "or two of one name";
 }
 
 }  // namespace

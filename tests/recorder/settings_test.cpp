@@ -98,7 +98,7 @@ TEST_F(SettingsTest, ThatDoNotReadBackAreSentAsTyped) {
     EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 4), (Bytes{0, 1, 250, 0}));
     run("set CAM alarm channel=3");
     EXPECT_EQ(last_payload(LENSWIRE_CMD_ALARM_EX)[0], 3);
-    EXPECT_EQ(run("set CAM ptz speed=9")["fields"]["speed"], 9);
+    EXPECT_EQ(run("set CAM ptz speed=9 pan=77")["fields"]["speed"], 9) << "what moves is not read back";
     EXPECT_EQ(run("set CAM time year=2031 month=2 day=3")["fields"]["year"], 2031);
     EXPECT_EQ(lenswire("time CAM").out.substr(0, 11), "2031-02-03 ") << "and it runs";
 }
@@ -110,12 +110,11 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
         lenswire("get admin:secret" + addresses_[0].substr(addresses_[0].find('@')) + " image");
     EXPECT_THAT(typo.err, HasSubstr("no answer to the login"));
     camera_->watch_commands({});
-    camera::AnswerFault error;
-    error.code = LENSWIRE_CMD_IMAGE_GET;
-    error.state = 1;
-    camera_->add_fault(error);
-    const Outcome refused = lenswire("get CAM image");
+    camera_->add_fault(camera::AnswerFault{.code = LENSWIRE_CMD_IMAGE_GET, .state = 1});
+    camera_->add_fault(camera::AnswerFault{.code = LENSWIRE_CMD_DEVICE_INFO, .flag = 1});
+    const Outcome refused = lenswire("get CAM image"), no_answer = lenswire("get CAM device");
     EXPECT_THAT(refused.err, HasSubstr("answered the request for image settings with an error"));
+    EXPECT_THAT(no_answer.err, HasSubstr("answered the request for device information with an error"));
     camera_->on_command(LENSWIRE_CMD_IMAGE_SET, [](const camera::Command&) { return std::nullopt; });
     camera_->clear_faults();
     put_record(LENSWIRE_CMD_IMAGE_GET, 36);
@@ -124,7 +123,7 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
     EXPECT_EQ(lenswire("set CAM image --from " + folder_.write("zeros", Bytes(36))).code, 1);
     const Outcome no_library = lenswire("get CAM image", "/nonexistent");
     EXPECT_THAT(no_library.err, HasSubstr("the library cannot be loaded"));
-    for (const Outcome* outcome : {&typo, &refused, &not_taken, &no_library}) {
+    for (const Outcome* outcome : {&typo, &refused, &no_answer, &not_taken, &no_library}) {
         EXPECT_EQ(outcome->code, 1);
         EXPECT_THAT(outcome->out, IsEmpty());
         EXPECT_THAT(outcome->err, AllOf(HasSubstr("lenswire: "), Not(HasSubstr("ecret"))));

@@ -181,36 +181,34 @@ TEST_F(SupervisorTest, InvitesOnlyTheStreamThatWantsARestart) {
     expect(2, 1, 1, 1, 0);
 }
 
-TEST_F(SupervisorTest, LogsInFirstWhenTheCameraTookTheControlConnectionAlong) {
-    FakeLink& fake = make(1);
-    supervisor_->start(1);
-    ASSERT_TRUE(opened(0));
-    fake.alive = false;
-    supervisor_->restart_wanted(0, 0);
-    ASSERT_TRUE(opened(0));
-    expect(0, 2, 2, 2, 1);
-}
-
-// As one does that is switched off and on again at that moment.
-TEST_F(SupervisorTest, OpensNoStreamOfACameraThatForgotTheLoginMeanwhile) {
-    FakeLink& fake = make(1);
-    fake.on_invite = [&fake] {
+// A camera takes its control connection along; it forgets the login while it is invited, as one does that is
+// switched off and on again at that moment; the receive loop gives a stream up in the moment it was handed
+// over.
+TEST_F(SupervisorTest, GoesOnWithACameraThatIsLostAtAnyMoment) {
+    const auto forgets = [](FakeLink& fake, Supervisor&) {
         if (fake.invitations == 1) fake.alive = false;
     };
-    supervisor_->start(1);
-    ASSERT_TRUE(opened(0));
-    expect(0, 2, 2, 1, 0);
-}
-
-// The receive loop may give a stream up in the moment it was handed over.
-TEST_F(SupervisorTest, MissesNoRestartThatComesFromInsideTheOpenRequest) {
-    FakeLink& fake = make(1);
-    fake.on_open = [this, &fake] {
-        if (fake.opens == 1) supervisor_->restart_wanted(0, 0);
+    const auto restarts = [](FakeLink& fake, Supervisor& supervisor) {
+        if (fake.opens == 1) supervisor.restart_wanted(0, 0);
     };
-    supervisor_->start(2);
-    ASSERT_TRUE(opened(0) && opened(0));
-    expect(0, 1, 2, 2, 1);
+    const auto is_lost = [](FakeLink& fake, Supervisor& supervisor) {
+        if (fake.opens == 1) fake.alive = false, supervisor.restart_wanted(0, 0);
+    };
+    const struct {
+        std::function<void()> FakeLink::*moment;
+        void (*happens)(FakeLink&, Supervisor&);
+        int logins, invitations, opens;
+    } cases[] = {{&FakeLink::on_open, is_lost, 2, 2, 2},
+                 {&FakeLink::on_invite, forgets, 2, 2, 1},
+                 {&FakeLink::on_open, restarts, 1, 2, 2}};
+    for (const auto& row : cases) {
+        fakes_.clear();
+        FakeLink& fake = make(1);
+        fake.*row.moment = [&] { row.happens(fake, *supervisor_); };
+        supervisor_->start(2);
+        for (int i = 0; i < row.opens; ++i) ASSERT_TRUE(opened(0));
+        expect(0, row.logins, row.invitations, row.opens, static_cast<unsigned>(row.opens) - 1);
+    }
 }
 
 TEST_F(SupervisorTest, ServesOthersWhileOneCameraKeepsItsThreadBusy) {

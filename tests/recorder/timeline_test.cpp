@@ -1,6 +1,5 @@
 #include "recorder/media/timeline.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -37,6 +36,9 @@ TEST(Timeline, PlacesPictures) {
         {"by reception where the clock began anew after a long interruption",
          {{600'000, 1000}, {20, 61'300}, {60, 61'340}},
          {1000, 61'300, 61'340}},
+        {"by the camera's clock where each stamp comes twice",
+         {{1000, 1000}, {1000, 1040}, {1080, 1080}, {1080, 1120}, {1160, 1160}, {1160, 1200}, {1240, 1500}},
+         {1000, 1001, 1080, 1081, 1160, 1161, 1240}},
         {"in strict order when stamps swap", {{0, 0}, {40, 40}, {20, 60}, {80, 80}}, {1, 41, 42, 81}},
     };
     for (const Case& c : cases) {

@@ -20,21 +20,15 @@ CruiseLine line_record(uint8_t number, uint8_t enable, uint8_t mark = 0) {
     return line;
 }
 
-Bytes bytes_of_line(const CruiseLine& line) {
-    const auto* start = reinterpret_cast<const uint8_t*>(&line);
-    return Bytes(start, start + sizeof line);
-}
-
 // The three lines of a channel by their flags, none for a channel that nobody ever stored. Their numbers are
 // wrong: a line is known by its place.
 Bytes lines(const std::string& flags) {
     Bytes lines;
     for (size_t i = 0; i < flags.size(); ++i) {
         const auto n = static_cast<uint8_t>(i);
-        lines = lines + bytes_of_line(line_record(n + 9, static_cast<uint8_t>(flags[i] - '0'), n + 10));
+        lines = lines + record_bytes(line_record(n + 9, static_cast<uint8_t>(flags[i] - '0'), n + 10));
     }
-    lines.resize(1170);
-    return lines;
+    return padded(lines, 1170);
 }
 
 Bytes whole_table() {
@@ -52,7 +46,7 @@ FakeHost::Written written(uint32_t channel, const std::string& text, bool marked
         const auto number = static_cast<uint8_t>(text[i] - '0');
         const uint8_t mark = marked ? number + 10 : 0;
         const CruiseLine line = line_record(number, static_cast<uint8_t>(text[i + 1] - '0'), mark);
-        written.emplace_back(channel, bytes_of_line(line));
+        written.emplace_back(channel, record_bytes(line));
     }
     return written;
 }
@@ -76,11 +70,11 @@ class CruiseTable : public HostTest {};
 TEST_F(CruiseTable, LoadsTheChannelsThatTheHostShows) {
     std::memset(gp_private_ptzCruise, 0x55, 74880);
     for (uint32_t channel : {0u, 1u, 2u}) host().has_record(kTable, channel, pattern(1170, channel));
-    host().shows_channels(2);
+    host().displayed = 2;
     EXPECT_EQ(Private_ptzCruiseInit(), 0);
     EXPECT_EQ(whole_table(), pattern(1170, 0) + pattern(1170, 1) + Bytes(62 * 1170));
     for (const auto& [shown, calls] : {std::pair{1000, 2 + 64}, {-1, 2 + 64}}) {
-        host().shows_channels(shown);
+        host().displayed = shown;
         EXPECT_EQ(Private_ptzCruiseInit(), 0);
         EXPECT_EQ(host().database_calls(kTable, 2), calls);
     }
@@ -136,7 +130,7 @@ TEST_F(CruiseTable, PutsALineInItsOwnPlace) {
     EXPECT_EQ(Private_Get_EnableFlagFromMemory(63, 2), 2);
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
     EXPECT_EQ(Private_ChangeCruiseParamToDB(8, &line), 390);
-    EXPECT_EQ(host().record(kTable, 8), bytes_of_line(line));
+    EXPECT_EQ(host().record(kTable, 8), record_bytes(line));
 }
 
 // Lines of one channel edited, loaded and read by several threads: whatever is read was written as a whole.
@@ -145,14 +139,17 @@ TEST_F(CruiseTable, TearsNoLineBetweenThreads) {
     fill_table(kOne, lines("000"));
     std::atomic<bool> over{false};
     std::vector<std::future<void>> writers;
-    for (const int fill : {0x11, 0xEE}) {
-        writers.push_back(std::async(std::launch::async, [fill, &over] {
-            while (!over) {
-                CruiseLine line = line_record(2, 1);
+    for (const bool in_memory_alone : {true, false}) {
+        writers.push_back(std::async(std::launch::async, [in_memory_alone, &over] {
+            CruiseLine line = line_record(2, 1);
+            for (int fill = 0x11; !over; fill ^= 0xFF) {
                 std::memset(line.points, fill, sizeof line.points);
-                Private_ChangeCruiseParamToMemory(kOne, &line);
-                Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
-                Private_ChangeCruiseLineParam(kOne, 2, &line);
+                if (in_memory_alone) {
+                    Private_ChangeCruiseLineParam(kOne, 2, &line);
+                } else {
+                    Private_ChangeCruiseParamToMemory(kOne, &line);
+                    Private_ChangeCruiseLineEnableFlag(kOne, 2, fill);
+                }
             }
         }));
     }
@@ -227,8 +224,8 @@ TEST_F(Cruise, SendsTheUsedPointsOfALineInTheirPlaces) {
         std::copy(last.begin(), last.end(), expected.begin() + 68 + 31 * 28);
         EXPECT_EQ(requests[0].command, kSetLine);
         EXPECT_EQ(requests[0].payload, expected);
-        EXPECT_EQ(table(kChannel, 1), bytes_of_line(line));
-        EXPECT_EQ(host().takes_written(kTable), (FakeHost::Written{{kChannel, bytes_of_line(line)}}));
+        EXPECT_EQ(table(kChannel, 1), record_bytes(line));
+        EXPECT_EQ(host().takes_written(kTable), (FakeHost::Written{{kChannel, record_bytes(line)}}));
     }
 }
 
@@ -323,7 +320,7 @@ TEST_F(Cruise, ReadsTheCamerasVersionOfALine) {
     CruiseLine expected = line_record(2, 0);
     expected.points[0] = point(1, 10, 0x34, 1, 0);
     expected.points[31] = point(1, 0, 7, 256, 0);
-    EXPECT_EQ(record, bytes_of_line(expected) + repeated('u', 8));
+    EXPECT_EQ(record, record_bytes(expected) + repeated('u', 8));
     EXPECT_EQ(table(kChannel, 2), Bytes(390)) << "memory and database stay";
     EXPECT_EQ(host().database_calls(kTable, 1), 0);
 }

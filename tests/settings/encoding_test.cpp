@@ -46,8 +46,7 @@ Message records(const std::string& text, Product product = {}) {
     Bytes payload;
     const uint32_t length = product.number * product.size;
     while (payload.size() < length) payload = payload + all;
-    payload.resize(length);
-    return announcing(kRecordsCode, product, payload);
+    return announcing(kRecordsCode, product, padded(payload, length));
 }
 
 Message scope_answer(const std::string& text) {
@@ -149,7 +148,7 @@ TEST_F(Encoding, HasNoMaskForUnusableChannels) {
     const std::string refused = text("parameter pass error!");
     host().has_channel(1, Channel{.address = "0.0.0.0"});
     for (int channel : {-1, 64}) host().has_channel(channel, host().channel(kChannel));
-    host().shows_channels(64);
+    host().displayed = 64;
     Capture capture;
     for (int channel : {9, 1, -1, 64}) EXPECT_EQ(Private_Protocol_GetStreamType(channel), 255u);
     EXPECT_EQ(unnumbered(capture.out()),
@@ -187,8 +186,7 @@ TEST_F(Encoding, ReadsAScope) {
         for (EncodingScopeEntry& entry : scope_.entries) {
             EXPECT_EQ(std::exchange(entry.ucCapability, 0xAA), 0x5C);
         }
-        const auto* bytes = reinterpret_cast<const uint8_t*>(&scope_);
-        EXPECT_EQ(Bytes(bytes, bytes + sizeof scope_) == repeated(0xAA, sizeof scope_), row.width == kNone);
+        EXPECT_EQ(record_bytes(scope_) == repeated(0xAA, sizeof scope_), row.width == kNone);
     }
 }
 
@@ -237,7 +235,7 @@ TEST_F(Encoding, GivesBothSlotsBackWhateverFails) {
     Capture capture;
     const Timewarp warp;
     EXPECT_EQ(both(), -1);
-    EXPECT_THAT(warp.waited_s, testing::ElementsAre(10)) << "for the scope";
+    EXPECT_THAT(warp.waited_s, ElementsAre(10)) << "for the scope";
     loses_camera();
     EXPECT_EQ(both(261), -1);
     EXPECT_THAT(unnumbered(capture.out()),
@@ -252,9 +250,7 @@ TEST_F(Encoding, LateAnswersTearNoRequestAndLeaveNoTextBehind) {
     host().when(Service::kMalloc, [&](int, int) {
         if (++number != 2) return;  // the scope's slot is taken, the records' about to be
         for (const Message& late : {scope_answer(stale), command(kScopeCode, bytes_of("???H264:5x6;@"))}) {
-            Bytes whole = late.bytes();
-            whole.resize(4096);
-            Private_Protocol_RecvProcess(whole.data(), ip());
+            Private_Protocol_RecvProcess(in_buffer(late).data(), ip());
         }
     });
     std::future<int> result = starts([this] { return both(3); });

@@ -9,8 +9,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::HasSubstr;
-
 // What is special about a get.
 enum Trait {
     kInside = 1 << 0,    // more is done with the answer than to copy it

@@ -4,8 +4,6 @@
 namespace lenswire::test {
 namespace {
 
-using testing::IsEmpty;
-
 const uint32_t kCamera = 0x0100007F;  // 127.0.0.1 as it stands on the wire
 constexpr int kMotionTable = 21;
 
@@ -32,8 +30,8 @@ class MotionPush : public HostTest {
     }
     // What a push with these bytes behind its header, of which this many are its payload, makes of the host.
     std::string push(const Bytes& bytes, size_t length = 4, int result = 0) {
-        Bytes message = command(9, slice(bytes, 0, length)).bytes() + slice(bytes, length, 4 - length);
-        message.resize(4096);
+        const Bytes message =
+            padded(command(9, slice(bytes, 0, length)).bytes() + slice(bytes, length, 4 - length), 4096);
         done_.clear();
         EXPECT_EQ(Prv_IPCTriggingMtionDetetion(message.data(), kCamera), result);
         return done_;

@@ -79,6 +79,15 @@ Bytes bytes_of(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
 
+Bytes padded(Bytes bytes, size_t size) {
+    bytes.resize(size);
+    return bytes;
+}
+
+Bytes in_buffer(const Message& message) {
+    return padded(message.bytes(), 4096);
+}
+
 uint16_t u16_at(const Bytes& bytes, size_t offset) {
     return static_cast<uint16_t>(bytes.at(offset) | bytes.at(offset + 1) << 8);
 }

@@ -2,7 +2,6 @@
 // so that a mistake of the library's cannot hide in its tests.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -66,6 +65,15 @@ Bytes repeated(uint8_t byte, size_t count);
 // Bytes that differ from place to place and from seed to seed.
 Bytes pattern(size_t count, uint32_t seed = 1);
 Bytes bytes_of(const std::string& text);
+// The bytes of a record as they stand.
+template <typename T>
+Bytes record_bytes(const T& record) {
+    const auto* start = reinterpret_cast<const uint8_t*>(&record);
+    return Bytes(start, start + sizeof record);
+}
+Bytes padded(Bytes bytes, size_t size);
+// A message in a buffer for the largest one, as the library wants it.
+Bytes in_buffer(const Message& message);
 uint16_t u16_at(const Bytes& bytes, size_t offset);
 uint32_t u32_at(const Bytes& bytes, size_t offset);
 void put_u32(Bytes& bytes, size_t offset, uint32_t value);

@@ -1,12 +1,12 @@
 #include "support/capture.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <thread>
 
@@ -23,12 +23,7 @@ void sanitizers_report_to(int descriptor) {
 }
 
 int entries(const char* directory) {
-    DIR* open = opendir(directory);
-    if (open == nullptr) return -1;
-    int count = 0;
-    while (const dirent* entry = readdir(open)) count += entry->d_name[0] != '.';
-    closedir(open);
-    return count;
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
 void write_whole(int descriptor, const std::string& text) {

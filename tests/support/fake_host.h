@@ -123,22 +123,25 @@ class FakeHost {
     void reset();
 
     // -- Channels and database.
-    void has_channel(int channel, Channel description);
-    void loses_channel(int channel);
+    void has_channel(int channel, Channel description) {
+        tables()->channels[channel] = std::move(description);
+    }
+    void loses_channel(int channel) { tables()->channels.erase(channel); }
     Channel channel(int channel) const;
-    void shows_channels(int count) { displayed = count; }
     std::atomic<int> displayed{64};  // configGetDisplayNum
-    void has_record(int table, uint32_t key, Bytes record);
+    void has_record(int table, uint32_t key, Bytes record) {
+        tables()->records[{table, key}] = std::move(record);
+    }
     // What stands in the database, empty when nothing does.
-    Bytes record(int table, uint32_t key) const;
-    void fails_database(int table, int operation);
-    int database_calls(int table, int operation) const;
+    Bytes record(int table, uint32_t key) const { return tables()->records[{table, key}]; }
+    void fails_database(int table, int operation) { tables()->failing.insert({table, operation}); }
+    int database_calls(int table, int operation) const { return tables()->calls[{table, operation}]; }
     // Every record that was written to a table since it was last asked for, under its key.
     using Written = std::vector<std::pair<uint32_t, Bytes>>;
-    Written takes_written(int table);
+    Written takes_written(int table) { return std::exchange(tables()->written[table], {}); }
 
     // -- Streams.
-    void posts(const StreamRequest& request);
+    void posts(const StreamRequest& request) { tables()->requests.push_back(request); }
     void posts_open(int channel, int stream, StreamConn* unit, ReceiveBuffer& buffer, FakeStream& frames) {
         posts(open_request(channel, stream, unit, buffer, frames));
     }
@@ -159,12 +162,19 @@ class FakeHost {
 
     // -- Time.
     Clock clock;
-    void is_in(const TimeZone& zone);
+    void is_in(const TimeZone& zone) { tables()->zone = zone; }
 
     // -- Memory.
-    void refuses_allocation(int number);  // counted from now on, the first is 1; 0 refuses none
-    int live_allocations() const;
-    int allocations() const;
+    // Counted from now on, the first is 1; 0 refuses none.
+    void refuses_allocation(int number) {
+        const Held held = tables();
+        held->refuse_number = number == 0 ? 0 : held->allocations + number;
+    }
+    int live_allocations() const {
+        const Held held = tables();
+        return static_cast<int>(live_.size());
+    }
+    int allocations() const { return tables()->allocations; }
 
     // -- Diagnostics.
     Notes<std::string> dumped;
@@ -173,7 +183,10 @@ class FakeHost {
     Notes<std::string> complaints;
 
     // Runs at every entry into a service, outside every lock of the host, with the arguments named above.
-    void when(Service service, std::function<void(int, int)> hook);
+    void when(Service service, std::function<void(int, int)> hook) {
+        tables()->hooks[static_cast<size_t>(service)] = std::move(hook);
+        has_hooks_ = true;
+    }
     int calls(Service service) const { return calls_[static_cast<size_t>(service)]; }
 
     // -- The services' side.
@@ -181,16 +194,15 @@ class FakeHost {
     int operate(int table, int operation, uint32_t key, void* buffer, int length);
     int next_request(StreamRequest* request);
     void sets_motion(const MotionCall& call);
-    TimeZone zone() const;
+    TimeZone zone() const { return tables()->zone; }
     void* allocate(int size);
     void release(void* pointer);
 
   private:
-    using Hook = std::function<void(int, int)>;
     static constexpr auto kServices = static_cast<size_t>(Service::kCount);
     struct Tables {
         std::map<int, Channel> channels;
-        std::map<std::pair<int, uint32_t>, Bytes> records;
+        std::map<std::pair<int, uint32_t>, Bytes> records;  // empty ones are none
         std::set<std::pair<int, int>> failing;
         std::map<std::pair<int, int>, int> calls;
         std::map<int, Written> written;
@@ -198,12 +210,19 @@ class FakeHost {
         TimeZone zone;
         int allocations = 0;
         int refuse_number = 0;
-        std::array<Hook, kServices> hooks;
+        std::array<std::function<void(int, int)>, kServices> hooks;
     };
+    // The tables, locked as long as this object is there.
+    struct Held {
+        std::unique_lock<std::mutex> lock;
+        Tables& tables;
+        Tables* operator->() const { return &tables; }
+    };
+    Held tables() const { return {std::unique_lock(mutex_), tables_}; }
 
     mutable std::mutex mutex_;
-    Tables tables_;
-    std::map<void*, int> live_;
+    mutable Tables tables_;
+    std::set<void*> live_;
     std::atomic<size_t> empty_polls_{0};
 
     // Counted and looked up without a lock, so that the host orders nothing between the library's threads

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "lenswire/host_objects.h"
 #include "support/camera_bytes.h"
@@ -63,7 +62,6 @@ struct StreamObject {
 class FakeStream {
   public:
     FakeStream();
-    ~FakeStream();
     FakeStream(const FakeStream&) = delete;
     FakeStream& operator=(const FakeStream&) = delete;
     void* object() { return &object_; }  // what DevChannelInfo.pStream holds

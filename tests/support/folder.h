@@ -13,6 +13,11 @@
 
 namespace lenswire::test {
 
+inline std::vector<uint8_t> file_bytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class Folder {
   public:
     Folder() {
@@ -33,10 +38,7 @@ class Folder {
         file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
         return path(name);
     }
-    std::vector<uint8_t> read(const std::string& name) const {
-        std::ifstream file(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::vector<uint8_t> read(const std::string& name) const { return file_bytes(path(name)); }
 
   private:
     std::filesystem::path path_;

@@ -6,7 +6,6 @@
 #include <future>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "support/camera_bytes.h"
 

@@ -1,9 +1,9 @@
 // Does a file fit a camera: everything that is decided without a connection.
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <sstream>
 
 #include "upgrade/upgrade.h"
 
@@ -12,10 +12,6 @@ namespace {
 using namespace lenswire::test;
 
 constexpr const char* kFopenError = "[src/privateConfigure:CheckUpgradFile2:N] fopen error\n";
-
-std::string in_folder(const std::string& name) {
-    return "/no/such/folder/" + name;
-}
 
 int compare(const Bytes& info, std::string path) {
     return CompareUpgradeFile(info.data(), path.data());
@@ -36,46 +32,34 @@ Bytes header_file(const std::string& platform, const std::string& sensor, uint32
 // -- The dispatch table, told apart by what each check does with a camera without a firmware name and a file
 // that is not there.
 
-struct Range {
-    int first, last;
-};
-using Ranges = std::vector<Range>;
-
-const Ranges kByName = {{0, 4},     {6, 10},    {14, 59},   {69, 70},   {78, 89},   {98, 129}, {135, 136},
-                        {138, 139}, {144, 149}, {151, 199}, {209, 219}, {222, 229}, {235, 255}};
-const Ranges kByNameThenHeader = {{5, 5},     {90, 97},   {130, 134}, {137, 137},
-                                  {150, 150}, {200, 208}, {220, 221}, {230, 234}};
-const Ranges kByTag = {{11, 13}};
-const Ranges kByTokens = {{60, 68}, {71, 77}, {140, 143}};
-
-struct Trace {
-    Ranges ranges;
-    int result;
-    std::string out, err;
-};
-
 TEST(DeviceType, PicksItsCheck) {
-    const std::vector<Trace> traces = {
-        {kByName, -2, "", ""},
-        {kByNameThenHeader, -1, "fopen /no/such/folder/file error\n", ""},
-        {kByTag, -1, "#####################checkUpgradFile2###################", kFopenError},
-        {kByTokens, -1, "", ""},
+    const struct {
+        const char* types;
+        int result;
+        std::string out, err;
+    } checks[] = {
+        {"0-4 6-10 14-59 69-70 78-89 98-129 135-136 138-139 144-149 151-199 209-219 222-229 235-255", -2, "",
+         ""},
+        {"5-5 90-97 130-134 137-137 150-150 200-208 220-221 230-234", -1,
+         "fopen /no/such/folder/file error\n", ""},
+        {"11-13", -1, "#####################checkUpgradFile2###################", kFopenError},
+        {"60-68 71-77 140-143", -1, "", ""},
     };
-    std::vector<int> checks(256);
-    for (const Trace& trace : traces) {
-        for (const Range& range : trace.ranges) {
-            for (int type = range.first; type <= range.last; ++type) {
-                ++checks[static_cast<size_t>(type)];
+    int tried = 0;
+    for (const auto& check : checks) {
+        std::istringstream ranges(check.types);
+        for (int type, last; ranges >> type >> last;) {
+            for (last = -last; type <= last; ++type, ++tried) {
+                SCOPED_TRACE(type);
                 Capture capture;
-                EXPECT_EQ(compare(device_info(static_cast<uint8_t>(type), ""), in_folder("file")),
-                          trace.result)
-                    << type;
-                EXPECT_EQ(capture.out(), trace.out) << type;
-                EXPECT_EQ(unnumbered(capture.err()), trace.err) << type;
+                const Bytes camera = device_info(static_cast<uint8_t>(type), "");
+                EXPECT_EQ(compare(camera, "/no/such/folder/file"), check.result);
+                EXPECT_EQ(capture.out(), check.out);
+                EXPECT_EQ(unnumbered(capture.err()), check.err);
             }
         }
     }
-    EXPECT_THAT(checks, testing::Each(1));
+    EXPECT_EQ(tried, 256);
 }
 
 TEST(DeviceType, AsksForTheHeaderOnlyWithoutALetterSet) {
@@ -91,15 +75,13 @@ TEST(DeviceType, AsksForTheHeaderOnlyWithoutALetterSet) {
 
 // -- First grammar.
 
-struct NameCase {
-    std::string firmware, path;
-    int result;
-};
-
 const std::string k31(31, 'n');
 const std::string k32(32, 'n');
 
-const NameCase kNames[] = {
+const struct {
+    std::string firmware, path;
+    int result;
+} kNames[] = {
     // letters, in any order and anywhere in the third field only
     {"A_B_MTAXC_D", "A_B_x.bin", 0},
     {"A_B_BTAMC_D", "A_B_x.bin", 0},
@@ -113,7 +95,6 @@ const NameCase kNames[] = {
     {"A_B_btamc_D", "A_B_x.bin", -2},
     {"BTAMC_BTAMC_no_BTAMC", "A_B_x.bin", -2},
     {"A_B_BTAMC", "A_B_x.bin", 0},  // no fourth field
-    {"A_B_BTAMC_D_E_F", "A_B_x_y_z.bin", 0},
     {"", "A_B_x.bin", -2},
     {"A__BTAMC_D", "A__x.bin", -2},  // an empty field ends the scan
     {"_B_BTAMC_D", "_B_x.bin", -2},
@@ -122,7 +103,6 @@ const NameCase kNames[] = {
     {"A_B_BTAMC_D", "A_BB_x", -1},
     {"AA_B_BTAMC_D", "A_B_x", -1},
     {"A_B_BTAMC_D", "a_B_x", -1},
-    {"A_B_BTAMC_D", "A", -1},
     {"A_B_BTAMC_D", "", -1},
     {"A_B_BTAMC_D", "A_B.bin", -1},
     // the last component of the path is the name
@@ -139,7 +119,6 @@ const NameCase kNames[] = {
     {k31 + "_B_BTAMC", k31 + "_B_x", 0},
     {k32 + "_B_BTAMC", k32 + "_B_x", -1},
     {"A_" + k32 + "_BTAMC", "A_" + k32 + "_x", -1},
-    {"A_" + k32 + "_none", "A_" + k32 + "_x", -2},
     {"A_B_BTAMC" + std::string(26, 'n'), "A_B_x", 0},
     {"A_B_BTAMC" + std::string(27, 'n'), "A_B_x", -1},
     {"A_B_BTAMC_" + k31, "A_B_" + k31, 0},
@@ -156,7 +135,7 @@ const NameCase kNames[] = {
 };
 
 TEST(FirstGrammar, ComparesLettersAndTwoFields) {
-    for (const NameCase& c : kNames) {
+    for (const auto& c : kNames) {
         std::string path = c.path;
         EXPECT_EQ(QM_VT_NewUpgradeFileCheck(c.firmware.c_str(), path.data()), c.result)
             << c.firmware << " | " << c.path;
@@ -175,12 +154,10 @@ std::string tokens(size_t count) {
     return text;
 }
 
-struct TokenCase {
+const struct {
     std::string firmware, path;
     const char* out;
-};
-
-const TokenCase kTokenCases[] = {
+} kTokenCases[] = {
     {"S2L_55_W", "S2L_55M_W_x.bin", kTokensFit},
     {"S2L_55_W", "S2L_5_W_x.bin", kTokensDiffer},
     {"S2L_55_W_never_seen", "/any/S2Lx_55", kTokensFit},
@@ -204,7 +181,7 @@ const TokenCase kTokenCases[] = {
 };
 
 TEST(SecondGrammar, ComparesTheTokensBeforeW) {
-    for (const TokenCase& c : kTokenCases) {
+    for (const auto& c : kTokenCases) {
         Capture capture;
         Bytes info = device_info(60, c.firmware);
         EXPECT_EQ(CheckUpgradFile3(info.data(), c.path.c_str()), c.out == kTokensFit ? 0 : -1)
@@ -221,18 +198,16 @@ constexpr const char* kNamesError =
 constexpr const char* kTypeError = "[src/privateConfigure:CheckUpgradFile:N] ndevType error\n";
 constexpr const char* kLengthError = "[src/privateConfigure:CheckUpgradFile:N] upgrateDataLen error\n";
 
-struct HeaderCase {
-    uint8_t type;
-    std::string camera_platform, camera_sensor;
-    Bytes file;
-    const char* err;  // empty, like out: fits
-    const char* out = "";
-    int64_t more = 0;  // bytes behind those
-};
-
 TEST(HeaderCheck, ComparesNamesAndLength) {
     const Folder folder;
-    const HeaderCase cases[] = {
+    const struct {
+        uint8_t type;
+        std::string camera_platform, camera_sensor;
+        Bytes file;
+        const char* err;  // empty, like out: fits
+        const char* out = "";
+        int64_t more = 0;  // bytes behind those
+    } cases[] = {
         // the camera's own names
         {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
         {5, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
@@ -269,7 +244,7 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
         // a length of 32 bits never matches a longer file by its low bits
         {90, "", "", header_file("", "", 100, 0), kLengthError, "", int64_t{1} << 32},
     };
-    for (const HeaderCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         Capture capture;
         const std::string path = folder.write("file", c.file);
@@ -283,76 +258,49 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
 
 // -- Tag.
 
-struct TagCase {
-    size_t size;
-    std::string tag;
-    const char* err;
-};
-
 TEST(TagCheck, WantsTheWordAtItsPlace) {
     const Folder folder;
     const std::string ended("APPLICATION\0", 12);
-    const TagCase cases[] = {
+    const struct {
+        size_t size;
+        std::string tag;
+        const char* error;
+    } cases[] = {
         {308, ended, ""},
         {400, ended + "more", ""},
-        {307, ended, "[src/privateConfigure:CheckUpgradFile2:N] fread error\n"},
-        {308, "APPLICATION", "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
-        {308, std::string("APPLICATIOM\0", 12),
-         "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
-        {308, std::string("APP\0", 4),
-         "[src/privateConfigure:CheckUpgradFile2:N] strcmp APPLICATION error\n"},
+        {307, ended, " fread error\n"},
+        {308, "APPLICATION", " strcmp APPLICATION error\n"},
+        {308, std::string("APPLICATIOM\0", 12), " strcmp APPLICATION error\n"},
+        {308, std::string("APP\0", 4), " strcmp APPLICATION error\n"},
     };
-    for (const TagCase& c : cases) {
+    for (const auto& c : cases) {
         Capture capture;
         Bytes file = repeated('.', c.size);
         std::memcpy(file.data() + 180, c.tag.data(), c.tag.size());
         const std::string path = folder.write("file", file);
-        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), *c.err == '\0' ? 0 : -1) << c.tag;
-        EXPECT_EQ(unnumbered(capture.err()), c.err) << c.tag;
+        const bool fits = *c.error == '\0';
+        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), fits ? 0 : -1) << c.tag;
+        EXPECT_EQ(unnumbered(capture.err()),
+                  fits ? "" : std::string("[src/privateConfigure:CheckUpgradFile2:N]") + c.error);
         EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################");
     }
 }
 
 // -- What is hostile about arguments.
 
-// Bytes that end where readable memory ends.
-class AtTheEdge {
-  public:
-    explicit AtTheEdge(const Bytes& bytes) {
-        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        size_ = 2 * page;
-        map_ = static_cast<char*>(
-            mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(map_ + page, page, PROT_NONE);
-        start_ = map_ + page - bytes.size();
-        std::memcpy(start_, bytes.data(), bytes.size());
-    }
-    ~AtTheEdge() { munmap(map_, size_); }
-    AtTheEdge(const AtTheEdge&) = delete;
-    AtTheEdge& operator=(const AtTheEdge&) = delete;
-
-    char* get() const { return start_; }
-
-  private:
-    size_t size_;
-    char* map_;
-    char* start_;
-};
-
+// Allocated to the byte, so that a sanitizer sees the first byte beyond.
 TEST(Arguments, AreReadNoFurtherThanTheirFields) {
     Capture capture;
-    const AtTheEdge path(repeated('A', 128));
+    std::vector<char> path(128, 'A');
     for (int type = 0; type < 256; ++type) {
-        Bytes bytes = repeated('W', 464);
-        bytes[1] = static_cast<uint8_t>(type);
-        const AtTheEdge info(bytes);
-        EXPECT_NE(CompareUpgradeFile(info.get(), path.get()), 0) << type;
-        std::string short_path = "/dev/null";
-        EXPECT_NE(CompareUpgradeFile(info.get(), short_path.data()), 0) << type;
+        Bytes info = repeated('W', 464);
+        info[1] = static_cast<uint8_t>(type);
+        EXPECT_NE(CompareUpgradeFile(info.data(), path.data()), 0) << type;
+        EXPECT_NE(compare(info, "/dev/null"), 0) << type;
     }
-    const AtTheEdge name(bytes_of("A_B_BTAMC_") + repeated('n', 54));
+    const Bytes name = bytes_of("A_B_BTAMC_") + repeated('n', 54);
     std::string file = "A_B_x";
-    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(name.get(), file.data()), -1);
+    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(reinterpret_cast<const char*>(name.data()), file.data()), -1);
 }
 
 TEST(Arguments, MayBeMissing) {

@@ -86,28 +86,6 @@ class UpgradeJob : public UpgradeTest {
     Bytes content_;
 };
 
-TEST_F(UpgradeJob, UploadsTheFileAndKeepsItsOutcome) {
-    const std::string path = has_file(700001);
-    binds({3}, uploads_.port());
-    Capture capture;
-    const pthread_t job = starts({3}, path);
-    Wire wire = uploads_.accepts();
-    EXPECT_EQ(wire.reads(total()), upload());
-    EXPECT_TRUE(wait_until([&] { return status(job).camera[0].ulPercent == kAll; }));
-    EXPECT_EQ(status(job).ulUsed, 1U);
-    EXPECT_EQ(status(job).ulThreadId, static_cast<uint32_t>(job));
-    EXPECT_EQ(text_of(status(job)), "3: running 100%, ");
-
-    wire.sends(upload_answer());
-    EXPECT_TRUE(wire.sees_close());
-    EXPECT_EQ(text_of(waits_for_end(job)), "3: done 100%, ");
-    EXPECT_THAT(host().alarms(), testing::IsEmpty());
-    EXPECT_EQ(host().record(24, 3), Bytes(9));
-    EXPECT_EQ(capture.err(), "");
-    EXPECT_THAT(capture.out(), testing::HasSubstr("###############Ipc Upgrade Check successful##########"));
-    EXPECT_THAT(capture.out(), testing::HasSubstr("#####################ipc_upgrade_thread##########"));
-}
-
 // What a camera does once it has the whole file, and what becomes of it.
 TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
     const Message nonsense = command(0x1234, repeated(0, 8));
@@ -126,7 +104,7 @@ TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
         {"29 unexpected, then success", std::vector<Message>(29, nonsense), done},
         {"30 unexpected", std::vector<Message>(30, nonsense), failed},
     };
-    const std::string path = has_file(5000);
+    const std::string path = has_file(700001);
     binds({1}, uploads_.port());
     Capture capture;
     size_t alarms = 0;
@@ -136,6 +114,10 @@ TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
         counts_selects_of(job);
         Wire wire = uploads_.accepts();
         EXPECT_EQ(wire.reads(total()), upload());
+        EXPECT_TRUE(wait_until([&] { return text_of(status(job)) == "1: running 100%, "; }));
+        EXPECT_EQ(status(job).ulUsed, 1U);
+        EXPECT_EQ(status(job).ulThreadId, static_cast<uint32_t>(job));
+        EXPECT_EQ(host().record(24, 1), Bytes(9));
         for (const Message& message : ending.sends) {
             // One receive per message.
             const int rounds = g_rounds_of_reading;
@@ -145,12 +127,17 @@ TEST_F(UpgradeJob, TakesTheCamerasAnswer) {
         if (ending.sends.size() == 29) wire.sends(upload_answer());
         if (ending.sends.empty()) wire.closes();
         EXPECT_EQ(text_of(waits_for_end(job)), ending.outcome);
+        EXPECT_TRUE(ending.sends.empty() || wire.sees_close());
         if (ending.outcome == failed) ++alarms;
         ASSERT_EQ(host().alarms().size(), alarms);
     }
     EXPECT_EQ(host().alarms().front().queue, 0);
     EXPECT_EQ(host().alarms().front().record, (Bytes{40, 1, 0, 1}));
-    EXPECT_THAT(capture.out(), testing::HasSubstr("p_cmd->usCmd:4660,ret:40,ipc_upgrade_cfg[i].sock:"));
+    EXPECT_EQ(capture.err(), "");
+    for (const char* line : {"p_cmd->usCmd:4660,ret:40,ipc_upgrade_cfg[i].sock:",
+                             "#####################ipc_upgrade_thread##########",
+                             "###############Ipc Upgrade Check successful##########"})
+        EXPECT_THAT(capture.out(), HasSubstr(line));
 }
 
 TEST_F(UpgradeJob, FailsTheCameraThatBreaksOff) {
@@ -329,6 +316,37 @@ TEST_F(UpgradeJob, IsUnknownUntilItIsStarted) {
     // The same low half is not the same thread.
     EXPECT_EQ(Prv_ipc_upgrade_get_status(job ^ pthread_t{1} << 40, &untouched), -1);
 #endif
+}
+
+// The record of an ended job goes with the next one of its thread, whose identity comes back: here the last
+// thread that ended is the next one's, as long as nobody else starts one.
+TEST_F(UpgradeJob, IsFoundByItsThreadAsLongAsItIsTheLastOne) {
+    const std::string path = has_file(100);
+    binds({1}, uploads_.port());
+    const int threads = thread_count();
+    const auto ends = [&, left = threads](pthread_t job, Wire wire, int others) {
+        wire.closes();
+        waits_for_end(job);
+        EXPECT_TRUE(wait_until([&] { return thread_count() == left + others; }));
+    };
+    const pthread_t first = starts({1}, path);
+    Wire wire = uploads_.accepts();
+    const pthread_t second = starts({1}, path);
+    Wire second_wire = uploads_.accepts();
+    ends(first, std::move(wire), 1);
+    ends(second, std::move(second_wire), 0);
+    const pthread_t third = starts({1}, path);
+    ends(third, uploads_.accepts(), 0);
+    std::promise<void> done;
+    std::thread other([&] { done.get_future().wait(); });
+    const pthread_t fourth = starts({1}, path);
+    ends(fourth, uploads_.accepts(), 1);
+    done.set_value();
+    other.join();
+    UpgradeJobStatus status{};
+    if (third == second && fourth != second) {
+        EXPECT_EQ(Prv_ipc_upgrade_get_status(second, &status), -1);
+    }
 }
 
 // Hosts start, poll and start again from several threads while jobs end.

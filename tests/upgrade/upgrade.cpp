@@ -1,6 +1,5 @@
 #include "upgrade/upgrade.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -10,12 +9,8 @@ namespace lenswire::test {
 
 Bytes device_info(uint8_t type, const std::string& firmware, const std::string& platform,
                   const std::string& sensor) {
-    const auto padded = [](const std::string& text, size_t size) {
-        Bytes bytes = bytes_of(text);
-        bytes.resize(size);
-        return bytes;
-    };
-    return Bytes{0, type} + Bytes(366) + padded(firmware, 64) + padded(platform, 16) + padded(sensor, 16);
+    return Bytes{0, type} + Bytes(366) + padded(bytes_of(firmware), 64) + padded(bytes_of(platform), 16) +
+           padded(bytes_of(sensor), 16);
 }
 
 std::string text_of(const UpgradeJobStatus& status) {
@@ -76,9 +71,9 @@ void UpgradeTest::answers_requests() {
 void UpgradeTest::binds(const std::vector<int>& channels, int port, int protocol) {
     for (const int channel : channels) {
         host().has_channel(channel, Channel{.address = control_.address_text(), .port = port});
-        Bytes record =
-            Bytes(97) + Bytes{static_cast<uint8_t>(channel + 1), 0, 0} + bytes_of(control_.address_text());
-        record.resize(450);
+        Bytes record = padded(
+            Bytes(97) + Bytes{static_cast<uint8_t>(channel + 1), 0, 0} + bytes_of(control_.address_text()),
+            450);
         record[186] = static_cast<uint8_t>(protocol);
         host().has_record(17, static_cast<uint32_t>(channel), record);
         host().has_record(24, static_cast<uint32_t>(channel), repeated(0xEE, 9));

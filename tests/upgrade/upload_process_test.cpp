@@ -1,5 +1,4 @@
 // One step of an upload, as a host may call it.
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
