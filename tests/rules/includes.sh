@@ -7,7 +7,7 @@ root=$1
 
 # What each folder may include, beside system headers.
 declare -A allowed=([recorder]="recorder/* lenswire/*"
-    [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h"
+    [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h lenswire/version.h"
     [bench]="bench/* lenswire/* pteClient/message_cutter.h"
     [examples]="lenswire/* ring.h frame_queue.h")
 for folder in "$root"/src/*/; do
