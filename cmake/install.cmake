@@ -27,11 +27,17 @@ install(FILES ${PROJECT_BINARY_DIR}/package/lenswire.pc DESTINATION ${CMAKE_INST
 install(FILES ${PROJECT_BINARY_DIR}/package/lenswireConfig.cmake
     ${PROJECT_BINARY_DIR}/package/lenswireConfigVersion.cmake DESTINATION ${package_dir} COMPONENT development)
 
-# -- The programs. Benchmarks are for those who build.
+# -- The programs, with their completion; their man pages bring themselves. Benchmarks are for those who build.
+function(install_completion NAME COMPONENT)
+    install(FILES cmake/bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME ${NAME} COMPONENT ${COMPONENT})
+endfunction()
 if(TARGET lenswire_program)
     install(TARGETS lenswire_program DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT recorder)
+    install_completion(lenswire recorder)
 endif()
 if(TARGET lenswire-camera)
     install(TARGETS lenswire-camera DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT camera)
     install(DIRECTORY camera/clips DESTINATION ${CMAKE_INSTALL_DATADIR}/lenswire COMPONENT camera)
+    install_completion(lenswire-camera camera)
 endif()

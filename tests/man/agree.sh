@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# agree.sh PAGE PROGRAM COMPLETION: every command and option in the program's --help is in the man page at its place,
+# every one in the page is in --help, and completion offers them all. Then two faults are planted in the page.
+set -uo pipefail
+page=$1 program=$2 name=${2##*/}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# shellcheck source=/dev/null # made for bash at its prompt
+source "$3"
+
+# Every option with its command, as COMMAND --option; beside them the commands. Walks down the subcommands.
+in_help() { # command...
+    local help sub
+    help=$("$program" "$@" --help) || { echo "no help of $*" && return; }
+    _lenswire_names options <<<"$help" | grep -vx -- --help | sed "s/^/$*: /"
+    for sub in $(_lenswire_names commands <<<"$help"); do
+        echo "$* $sub"
+        in_help "$@" "$sub"
+    done
+}
+in_page() {
+    sed -e 's/\\f[BRIP]//g; s/\\-/-/g; s/\\&//g; s/"//g' "$1" | awk '
+        /^\.SH / { command = ""; next }
+        /^\.SS / { sub(/^\.SS /, ""); command = $0; print command; next }
+        match($0, /^(-[a-zA-Z], )?--[a-z][a-z0-9-]*/) {
+            option = substr($0, 1, RLENGTH); sub(/.*--/, "--", option)
+            if (option != "--help") print command ": " option }' | sed 's/^ *//'
+}
+# Options that the text speaks of.
+mentioned() { sed 's/\\f[BRIP]//g; s/\\-/-/g' "$1" | grep -oE -- '(^|[ (])--[a-z][a-z0-9-]*' | tr -d ' (' | sort -u; }
+
+in_help | sed 's/^ *//' | sort -u >"$work/help"
+{ sed -n 's/.*: --/--/p' "$work/help" && echo --help; } | sort -u >"$work/options"
+disagreements() { # page
+    in_page "$1" | sort -u | diff "$work/help" - | sed -n 's/^</not in the page:/p; s/^>/not in --help:/p'
+    mentioned "$1" | comm -23 - "$work/options" | sed 's/^/no such option: /'
+}
+failed=0
+fault() { echo "$*" && failed=1; }
+[[ -s $work/help ]] || fault "$program has no options"
+while read -r line; do fault "$line"; done < <(disagreements "$page")
+
+sed '0,/^\\fB--seconds/s//\\fB--planted/' "$page" >"$work/planted"
+[[ $(disagreements "$work/planted" | cut -d: -f1 | sort -u | xargs) == "no such option not in --help not in the page" ]] ||
+    fault "a planted option is not found"
+
+# At "--" after a command all of its options are offered, at nothing its commands.
+complete_word() { # word...
+    COMP_WORDS=("$name" "$@") COMP_CWORD=$# COMPREPLY=()
+    _lenswire "$program"
+    printf '%s\n' "${COMPREPLY[@]}"
+}
+while read -ra command; do
+    wanted=$(sed -n "s/^${command[*]}: //p" "$work/help")
+    missing=$(complete_word "${command[@]}" -- | sort | comm -13 - <(sort <<<"$wanted"))
+    [[ -z $missing ]] || fault "${command[*]}: not completed: $missing"
+done < <(sed -n 's/: --.*//p' "$work/help" | sort -u)
+while read -r command; do
+    [[ $(complete_word "${command:0:3}") == *"$command"* ]] || fault "not completed: $command"
+done < <(grep -v '[ :]' "$work/help")
+exit $failed
