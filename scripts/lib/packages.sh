@@ -8,6 +8,7 @@ declare -A packages=(
     [demo]="jq"
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
+    [abi]="gcc abigail-tools"
     [lint]="clang-format clang-tidy shellcheck"
     [bench]="python3 binutils"
 )
