@@ -28,9 +28,13 @@ make -C "$work/make" -f "$examples/Makefile" >"$work/build.log" 2>&1 || fault "m
 { cmake -S "$examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/root" && cmake --build "$work/cmake"; } \
     >"$work/build.log" 2>&1 || fault "cmake: $(cat "$work/build.log")"
 
-start_cameras "$work/root/bin/lenswire-camera" 3
-counts "$work/make/record" "$plugin" "${cameras[0]}" || fault "built by make: counts no frames"
-counts "$work/cmake/record" "$plugin" "${cameras[1]}" || fault "built by CMake: counts no frames"
-counts "$work/cmake/record-linked" - "${cameras[2]}" || fault "linked by CMake: counts no frames"
-"$work/root/bin/lenswire" get "admin@${cameras[0]/ /:}" image >"$work/out" 2>&1 || fault "lenswire: $(cat "$work/out")"
+start_cameras "$work/root/bin/lenswire-camera" 4
+for made_by in make cmake; do
+    for program in "record $plugin" "record-linked -"; do
+        counts "$work/$made_by/${program% *}" "${program#* }" "${cameras[0]}" || fault "$made_by, $program: counts no frames"
+        address=${cameras[0]/ /:}
+        cameras=("${cameras[@]:1}")
+    done
+done
+"$work/root/bin/lenswire" get "admin@$address" image >"$work/out" 2>&1 || fault "lenswire: $(cat "$work/out")"
 exit $failed

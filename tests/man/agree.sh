@@ -44,18 +44,17 @@ sed '0,/^\\fB--seconds/s//\\fB--planted/' "$page" >"$work/planted"
 [[ $(disagreements "$work/planted" | cut -d: -f1 | sort -u | xargs) == "no such option not in --help not in the page" ]] ||
     fault "a planted option is not found"
 
-# At "--" after a command all of its options are offered, at nothing its commands.
-complete_word() { # word...
+# Whatever is on standard input is offered where WORD... ends.
+completes() { # word...
+    local missing wanted
+    wanted=$(sort)
     COMP_WORDS=("$name" "$@") COMP_CWORD=$# COMPREPLY=()
     _lenswire "$program"
-    printf '%s\n' "${COMPREPLY[@]}"
+    missing=$(printf '%s\n' "${COMPREPLY[@]}" | sort | comm -13 - <(echo "$wanted"))
+    [[ -z $missing ]] || fault "not completed: ${*:1:$#-1}" "$missing"
 }
+completes "" < <(grep -v '[ :]' "$work/help")
 while read -ra command; do
-    wanted=$(sed -n "s/^${command[*]}: //p" "$work/help")
-    missing=$(complete_word "${command[@]}" -- | sort | comm -13 - <(sort <<<"$wanted"))
-    [[ -z $missing ]] || fault "${command[*]}: not completed: $missing"
+    completes "${command[@]}" -- < <(sed -n "s/^${command[*]}: //p" "$work/help")
 done < <(sed -n 's/: --.*//p' "$work/help" | sort -u)
-while read -r command; do
-    [[ $(complete_word "${command:0:3}") == *"$command"* ]] || fault "not completed: $command"
-done < <(grep -v '[ :]' "$work/help")
 exit $failed
