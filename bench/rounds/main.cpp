@@ -8,6 +8,7 @@
 
 #include "bench/rounds/round.h"
 #include "bench/support/measure.h"
+#include "lenswire/version.h"
 
 using namespace lenswire::bench;
 
@@ -45,6 +46,7 @@ FILE* keep_output_for_figures() {
 int main(int argc, char** argv) {
     CLI::App app("One round of one benchmark of the library, as a line of JSON.");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "lenswire-bench " LENSWIRE_VERSION);
     std::vector<std::pair<CLI::App*, Round>> rounds;
     for (const Command& command : kCommands) {
         CLI::App* subcommand = app.add_subcommand(command.name, command.description);

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "camera/serve/farm.h"
+#include "lenswire/version.h"
 
 namespace lenswire::camera {
 namespace {
@@ -289,12 +290,12 @@ std::optional<Options> parse_options(int argc, char** argv, int* exit_code) {
     CLI::App app("Simulated IP cameras: they take logins, answer commands and stream video.",
                  "lenswire-camera");
     declare(app, typed);
+    app.set_version_flag("--version", "lenswire-camera " LENSWIRE_VERSION);
     try {
         app.parse(argc, argv);
         return make_options(typed);
-    } catch (const CLI::CallForHelp&) {
-        std::printf("%s", app.help().c_str());
-        *exit_code = 0;
+    } catch (const CLI::Success& help) {  // or version
+        *exit_code = app.exit(help);
     } catch (const CLI::ExtrasError&) {
         *exit_code = say_wrong(describe_extras(app));
     } catch (const CLI::ParseError& wrong) {

@@ -23,6 +23,7 @@
 #include "lenswire/socket.h"
 #include "lenswire/stream.h"
 #include "lenswire/upgrade.h"
+#include "lenswire/version.h"
 
 /* A pointer type for each export, for hosts that load the library by dlopen and link with nothing of it. It
  * comes from the declaration, so the two cannot drift apart; nothing is called or linked by naming it.

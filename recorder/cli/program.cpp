@@ -66,9 +66,10 @@ int run_program(int argc, char** argv) {
         add(app, common, chosen);
     }
     app.require_subcommand(1);
+    app.set_version_flag("--version", "lenswire " LENSWIRE_VERSION);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& help) {
+    } catch (const CLI::Success& help) {  // or version
         return app.exit(help, std::cout, std::cerr);
     } catch (const CLI::ParseError& error) {
         console.error_line(one_line(error.what()));

@@ -35,8 +35,10 @@ void* Plugin::find(const char* name) const {
 
 std::string Plugin::default_path() {
     std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    return (program.parent_path().parent_path() / "lib" / "liblenswire.so").string();
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    const auto built = folder / "../lib/liblenswire.so";
+    const auto installed = folder / LENSWIRE_PLUGIN_DIR / "liblenswire.so";
+    return (std::filesystem::exists(built, error) ? built : installed).lexically_normal().string();
 }
 
 PluginContext::PluginContext(Plugin& plugin) : plugin_(plugin) {

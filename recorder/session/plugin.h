@@ -77,7 +77,7 @@ class Plugin {
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
-    // ../lib/liblenswire.so beside the folder of the running program.
+    // Where the library is, seen from the running program: as built, or as installed.
     static std::string default_path();
 
 #define LENSWIRE_PLUGIN_MEMBER(name) LENSWIRE_FUNCTION(::name) name = nullptr;

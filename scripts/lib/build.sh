@@ -8,13 +8,13 @@ source scripts/lib/packages.sh
 # The purposes whose packages a preset needs.
 purposes_of() {
     case $1 in
-        release | debug | asan | tsan) echo build programs ;;
-        i386 | armhf) echo build "$1" ;;
+        release | debug | asan | tsan) echo build programs abi ;;
+        i386 | armhf) echo build abi "$1" ;;
         *) return 1 ;;
     esac
 }
 
-# configure_preset PRESET: installs what it needs, and configures build/PRESET.
+# configure_preset PRESET [OPTION...]: installs what it needs, and configures build/PRESET.
 configure_preset() {
     # shellcheck disable=SC2046 # words are what is wanted
     install_packages $(purposes_of "$1") || return
@@ -24,7 +24,7 @@ configure_preset() {
         export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
         export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     fi
-    cmake --preset "$1" --log-level=WARNING >/dev/null
+    cmake --preset "$1" --log-level=WARNING "${@:2}" >/dev/null
 }
 
 # build_preset PRESET [TARGET...]: everything where no target is named.

@@ -2,13 +2,15 @@
 # What this project needs of Debian 12, by purpose, and the way to get it. Sourced by the scripts beside it.
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build googletest"
-    [programs]="pkg-config libsqlite3-dev libssl-dev libavformat-dev libavcodec-dev libavutil-dev libcli11-dev
+    [build]="g++ cmake make ninja-build googletest libcli11-dev scdoc"
+    [programs]="pkg-config libsqlite3-dev libssl-dev libavformat-dev libavcodec-dev libavutil-dev
         nlohmann-json3-dev libbenchmark-dev ffmpeg"
     [demo]="jq"
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
+    [abi]="gcc abigail-tools"
     [lint]="clang-format clang-tidy shellcheck"
+    [package]="debootstrap dpkg-dev file"
     [bench]="python3 binutils"
 )
 

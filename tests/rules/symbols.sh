@@ -4,6 +4,8 @@
 # nothing else; and none of its own references to its exported names can be bound to a host's.
 # CC and READELF are the platform's. A sanitized library drags the sanitizers in: only its exports are looked at.
 set -uo pipefail
+# shellcheck source=scripts/lib/declarations.sh
+source "${0%/*}/../../scripts/lib/declarations.sh"
 sanitized=
 [[ $1 == --sanitized ]] && sanitized=1 && shift
 library=$1
@@ -20,27 +22,13 @@ fault() {
     failed=1
 }
 
-# The declarations of headers, one a line, without comments, directives and attributes.
-declarations() {
-    cat "$@" | "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
-        sed -E 's/extern "C" \{//g; s/__attribute__ *\(\([^;]*\)\)//g' | tr ';' '\n'
-}
-
-# The names that declarations on standard input declare: a function's, or each of an object list's.
-declared_names() {
-    sed -E -e 's/^.*\}//' -e 's/\[[^]]*\]//g' | awk '
-        /\(/ { sub(/ *\(.*/, ""); print $NF; next }
-        NF { n = split($0, part, ","); for (i = 1; i <= n; i++) { m = split(part[i], word, " "); print word[m] } }
-    ' | sed -E 's/^\*+//' | sort -u
-}
-
 # The dynamic symbols, imported or exported, with their versions.
 dynamic_symbols() {
     "$READELF" --dyn-syms -W "$library" | awk -v want="$1" '
         $1 ~ /^[0-9]+:$/ && $8 != "" && $5 != "LOCAL" { if (($7 == "UND") == (want == "imported")) print $8 }' | sort -u
 }
 
-declarations "$headers"/*.h | grep LENSWIRE_API | sed 's/LENSWIRE_API//' | declared_names >"$work/declared"
+exported_names "$headers" >"$work/declared"
 dynamic_symbols exported >"$work/exported"
 # The address sanitizer marks each exported object with a twin.
 [[ -z $sanitized ]] || sed -i '/^__odr_asan\./d' "$work/exported"
@@ -49,7 +37,7 @@ while read -r name; do fault "$name: declared, not exported"; done < <(comm -23 
 while read -r name; do fault "$name: exported, not declared"; done < <(comm -13 "$work/declared" "$work/exported")
 [[ -z $sanitized ]] || exit $failed
 
-declarations "$headers"/host_services.h | grep -E '\(|extern' | declared_names >"$work/services"
+service_names "$headers" >"$work/services"
 while read -r name; do
     case $name in
         *@GLIBC_* | *@GCC_* | __gmon_start__ | _ITM_deregisterTMCloneTable | _ITM_registerTMCloneTable) ;;

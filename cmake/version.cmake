@@ -1,0 +1,10 @@
+# The version, from the header that hosts compile with: LENSWIRE_VERSION_TEXT is what project() wants.
+set(header ${CMAKE_CURRENT_LIST_DIR}/../include/lenswire/version.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+set(LENSWIRE_VERSION_TEXT "")
+foreach(part MAJOR MINOR PATCH)
+    file(STRINGS ${header} line REGEX "^#define LENSWIRE_VERSION_${part} [0-9]+$")
+    string(REGEX REPLACE ".* " "" number "${line}")
+    string(APPEND LENSWIRE_VERSION_TEXT ".${number}")
+endforeach()
+string(SUBSTRING "${LENSWIRE_VERSION_TEXT}" 1 -1 LENSWIRE_VERSION_TEXT)
