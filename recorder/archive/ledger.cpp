@@ -117,7 +117,7 @@ void Ledger::event(const EventRow& row) {
 }
 
 void Ledger::alive(Ms at) {
-    note("INSERT OR REPLACE INTO alive VALUES(1, ?1)", {at});
+    alive_ = at;
 }
 
 // Footage takes the place of the gaps there.
@@ -160,7 +160,7 @@ void Ledger::lose(const SegmentRow& row) {
 }
 
 bool Ledger::write() {
-    if (waiting_.empty()) return true;
+    if (waiting_.empty() && !alive_) return true;
     const bool written = database_.transact([this] {
         for (const Entry& entry : waiting_) {
             Query query = database_.query(entry.sql);
@@ -170,10 +170,13 @@ bool Ledger::write() {
             }
             if (!query.run()) return false;
         }
-        return true;
+        if (!alive_) return true;
+        return database_.query("INSERT OR REPLACE INTO alive VALUES(1, ?1)").bind(*alive_).run();
     });
-    if (written) waiting_.clear();
-    return written;
+    if (!written) return false;
+    waiting_.clear();
+    alive_.reset();
+    return true;
 }
 
 // The rows of a table that touch a time, for one stream or all. An open end reaches on.

@@ -74,7 +74,6 @@ class Ledger {
     void lose(const SegmentRow& row);
     // Writes what was collected, all or nothing; false and kept for the next time when that failed.
     bool write();
-    size_t waiting() const { return waiting_.size(); }
     std::string error() const { return database_.error(); }
 
     // -- What is written. From and to: what touches this time; an empty stream stands for all.
@@ -108,6 +107,7 @@ class Ledger {
 
     Database database_;
     std::vector<Entry> waiting_;
+    std::optional<Ms> alive_;  // to be written with them: the latest says it all
 };
 
 }  // namespace lenswire::recorder

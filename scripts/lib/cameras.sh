@@ -9,6 +9,7 @@ camera_pids=()
 # start_cameras LOG OPTION...: returns when they listen; LOG holds a line for each.
 start_cameras() {
     local log=$1 tries
+    : >"$log" # an older one would be taken for this one's
     build/release/bin/lenswire-camera --port 0 "${@:2}" >"$log" &
     camera_pids+=($!)
     for ((tries = 0; tries < 100; ++tries)); do
