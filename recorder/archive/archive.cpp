@@ -75,12 +75,14 @@ size_t Archive::leave_out_events(std::vector<Note>& notes) {
 std::optional<NoteTaker::Trouble> Archive::trouble() const {
     const size_t buffered = buffered_;
     if (buffered <= buffer_ / 2) choked_ = false;
-    if (buffered >= buffer_) choked_ = true;
+    const bool anew = buffered >= buffer_ && !choked_.exchange(true);
     if (!choked_) return std::nullopt;
     const std::lock_guard lock(mutex_);
-    if (error_ == 0) return Trouble{Cause::kDiskSlow, "more than the buffer holds is waiting"};
-    if (error_ == EDQUOT) return Trouble{Cause::kDiskFull, "the quota holds nothing that may be removed"};
-    return Trouble{error_ == ENOSPC ? Cause::kDiskFull : Cause::kDiskSlow, std::strerror(error_)};
+    if (anew) refusal_ = 0;
+    if (error_ != 0) refusal_ = error_;
+    if (refusal_ == 0) return Trouble{Cause::kDiskSlow, "more than the buffer holds is waiting"};
+    if (refusal_ == EDQUOT) return Trouble{Cause::kDiskFull, "the quota holds nothing that may be removed"};
+    return Trouble{refusal_ == ENOSPC ? Cause::kDiskFull : Cause::kDiskSlow, std::strerror(refusal_)};
 }
 
 void Archive::keep() {
@@ -141,6 +143,7 @@ void Archive::note_trouble(int error) {
 void Archive::tick() {
     next_tick_ = now() + kTick;
     keeper_.alive(anchor_->utc(now()));
+    if (!failing_) ledger_.keep_reserve();
     if (const auto step = steps_.step(now(), clock_.wall())) {
         Note note = EventNote{
             std::nullopt, anchor_->utc(now()), "clock",

@@ -76,6 +76,7 @@ class Archive : public NoteTaker {
     bool syncing_ = false;
     bool closing_ = false, helpers_end_ = false;
     int error_ = 0;  // of the disk, lately
+    mutable int refusal_ = 0;  // the latest since the buffer was full: the reason until there is room in it
     std::vector<std::string> news_;
 
     std::thread keeper_thread_, syncer_thread_, digester_thread_;
