@@ -46,6 +46,7 @@ Archive::Archive(const Options& options, const ArchiveClock& clock, Disk& disk)
     }
     keeper_thread_ = std::thread([this] { keep(); });
     syncer_thread_ = std::thread([this] { sync(); });
+    digester_thread_ = std::thread([this] { digest(); });
 }
 
 Archive::~Archive() {
@@ -53,31 +54,41 @@ Archive::~Archive() {
 }
 
 void Archive::take(std::vector<Note> notes) {
+    const size_t left_out = choked_ ? leave_out_events(notes) : 0;
     size_t bytes = 0;
     for (const Note& note : notes) bytes += size_of(note);
     buffered_ += bytes;
     {
         const std::lock_guard lock(mutex_);
         std::ranges::move(notes, std::back_inserter(waiting_));
+        unnoted_ += left_out;
     }
     wake_keeper_.notify_one();
+}
+
+// While nothing finds room, events would pile up behind what waits for the disk. Of gaps there is one for each
+// stream by then.
+size_t Archive::leave_out_events(std::vector<Note>& notes) {
+    return std::erase_if(notes, [](const Note& note) { return std::holds_alternative<EventNote>(note); });
 }
 
 std::optional<NoteTaker::Trouble> Archive::trouble() const {
     const size_t buffered = buffered_;
     if (buffered <= buffer_ / 2) choked_ = false;
-    if (buffered >= buffer_) choked_ = true;
+    const bool anew = buffered >= buffer_ && !choked_.exchange(true);
     if (!choked_) return std::nullopt;
     const std::lock_guard lock(mutex_);
-    if (error_ == 0) return Trouble{Cause::kDiskSlow, "more than the buffer holds is waiting"};
-    if (error_ == EDQUOT) return Trouble{Cause::kDiskFull, "the quota holds nothing that may be removed"};
-    return Trouble{error_ == ENOSPC ? Cause::kDiskFull : Cause::kDiskSlow, std::strerror(error_)};
+    if (anew) refusal_ = 0;
+    if (error_ != 0) refusal_ = error_;
+    if (refusal_ == 0) return Trouble{Cause::kDiskSlow, "more than the buffer holds is waiting"};
+    if (refusal_ == EDQUOT) return Trouble{Cause::kDiskFull, "the quota holds nothing that may be removed"};
+    return Trouble{refusal_ == ENOSPC ? Cause::kDiskFull : Cause::kDiskSlow, std::strerror(refusal_)};
 }
 
 void Archive::keep() {
     std::unique_lock lock(mutex_);
     while (!closing_) {
-        const auto ready = [this] { return closing_ || !waiting_.empty() || !synced_.empty(); };
+        const auto ready = [this] { return closing_ || !waiting_.empty() || !done_.empty(); };
         const auto patience = failing_ ? kRetry : milliseconds(std::clamp<Ms>(next_tick_ - now(), 0, kTick));
         // While the disk refuses, what comes meanwhile can wait.
         if (failing_)
@@ -91,14 +102,14 @@ void Archive::keep() {
 }
 
 void Archive::work_off() {
-    std::vector<Keeper::Job> synced;
+    std::vector<Keeper::Job> done;
     {
         const std::lock_guard lock(mutex_);
         std::ranges::move(waiting_, std::back_inserter(refused_));
         waiting_.clear();
-        synced.swap(synced_);
+        done.swap(done_);
     }
-    for (Keeper::Job& job : synced) keeper_.done(std::move(job));
+    for (Keeper::Job& job : done) keeper_.done(std::move(job));
     failing_ = !write_some();
     if (now() >= next_tick_) tick();
     keeper_.settle(anchor_->utc(now()));
@@ -132,18 +143,30 @@ void Archive::note_trouble(int error) {
 void Archive::tick() {
     next_tick_ = now() + kTick;
     keeper_.alive(anchor_->utc(now()));
+    if (!failing_) ledger_.keep_reserve();
     if (const auto step = steps_.step(now(), clock_.wall())) {
         Note note = EventNote{
             std::nullopt, anchor_->utc(now()), "clock",
             "the wall clock was set by " + std::to_string(*step) + " ms; this run goes on as it began"};
         keeper_.take(note);
     }
-    std::vector<Keeper::Job> jobs;
+    std::vector<Keeper::Job> digests = keeper_.take_digests();
+    uint64_t unnoted = 0;
+    bool ready = false;
     {
         const std::lock_guard lock(mutex_);
-        if (syncing_ || !to_sync_.empty()) return;
+        std::ranges::move(digests, std::back_inserter(to_digest_));
+        if (!choked_) unnoted = std::exchange(unnoted_, 0);
+        ready = !syncing_ && to_sync_.empty();
     }
-    jobs = keeper_.take_jobs();
+    wake_digester_.notify_one();
+    if (unnoted > 0) {
+        Note note = EventNote{std::nullopt, anchor_->utc(now()), "trouble",
+                              std::to_string(unnoted) + " events found no room while the disk took nothing"};
+        keeper_.take(note);
+    }
+    if (!ready) return;
+    std::vector<Keeper::Job> jobs = keeper_.take_jobs();
     {
         const std::lock_guard lock(mutex_);
         to_sync_ = std::move(jobs);
@@ -154,7 +177,7 @@ void Archive::tick() {
 void Archive::sync() {
     std::unique_lock lock(mutex_);
     while (true) {
-        wake_syncer_.wait(lock, [this] { return syncer_ends_ || !to_sync_.empty(); });
+        wake_syncer_.wait(lock, [this] { return helpers_end_ || !to_sync_.empty(); });
         if (to_sync_.empty()) return;
         std::vector<Keeper::Job> jobs = std::exchange(to_sync_, {});
         syncing_ = true;
@@ -162,7 +185,22 @@ void Archive::sync() {
         for (Keeper::Job& job : jobs) Keeper::work(job, disk_);
         lock.lock();
         syncing_ = false;
-        std::ranges::move(jobs, std::back_inserter(synced_));
+        std::ranges::move(jobs, std::back_inserter(done_));
+    }
+}
+
+// What is not done at the end is left to the next start.
+void Archive::digest() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        wake_digester_.wait(lock, [this] { return helpers_end_ || !to_digest_.empty(); });
+        if (helpers_end_) return;
+        Keeper::Job job = std::move(to_digest_.front());
+        to_digest_.pop_front();
+        lock.unlock();
+        Keeper::work(job, disk_, &closing_digests_);
+        lock.lock();
+        done_.push_back(std::move(job));
     }
 }
 
@@ -171,13 +209,20 @@ void Archive::close() {
     {
         const std::lock_guard lock(mutex_);
         closing_ = true;
-        syncer_ends_ = true;
+        helpers_end_ = true;
     }
+    closing_digests_ = true;
     wake_keeper_.notify_one();
     keeper_thread_.join();
     wake_syncer_.notify_one();
     syncer_thread_.join();
-    // From here on in this thread.
+    wake_digester_.notify_one();
+    digester_thread_.join();
+    // From here on in this thread. What the keeper handed over last may have found the others gone.
+    for (Keeper::Job& job : to_sync_) {
+        Keeper::work(job, disk_);
+        done_.push_back(std::move(job));
+    }
     work_off();
     if (!refused_.empty()) {
         int error = 0;
@@ -187,9 +232,16 @@ void Archive::close() {
         }
         keeper_.abandon(anchor_->utc(now()), Cause::kDiskFull, std::strerror(error));
     }
-    const Ms haste = now() + kDigestsAtTheEnd;
     for (Keeper::Job& job : keeper_.take_jobs()) {
-        Keeper::work(job, disk_, now() > haste);
+        Keeper::work(job, disk_);
+        keeper_.done(std::move(job));
+    }
+    keeper_.settle(anchor_->utc(now()));
+    const Ms haste = now() + kDigestsAtTheEnd;
+    std::ranges::move(keeper_.take_digests(), std::back_inserter(to_digest_));
+    for (Keeper::Job& job : to_digest_) {
+        if (now() > haste) break;
+        Keeper::work(job, disk_);
         keeper_.done(std::move(job));
     }
     keeper_.settle(anchor_->utc(now()));

@@ -1,5 +1,5 @@
-// The archive at work: the keeper on a thread of its own, syncs and digests on another, and between them and
-// the recordings a bounded buffer, so that a disk that stalls holds nobody up.
+// The archive at work: the keeper, syncs and digests each on a thread of their own, and between them and the
+// recordings a bounded buffer, so that a disk that stalls holds nobody up.
 #pragma once
 
 #include <atomic>
@@ -48,6 +48,8 @@ class Archive : public NoteTaker {
     bool write_some();
     void tick();
     void sync();
+    void digest();
+    size_t leave_out_events(std::vector<Note>& notes);
     void note_trouble(int error);
 
     const ArchiveClock& clock_;
@@ -60,20 +62,24 @@ class Archive : public NoteTaker {
 
     std::atomic<size_t> buffered_{0};
     mutable std::atomic<bool> choked_{false};
+    std::atomic<bool> closing_digests_{false};
     std::deque<Note> refused_;  // the keeper thread's: to be given again
     Ms next_tick_ = 0;
     bool failing_ = false;
 
     mutable std::mutex mutex_;  // everything below
-    std::condition_variable wake_keeper_, wake_syncer_;
+    std::condition_variable wake_keeper_, wake_syncer_, wake_digester_;
     std::deque<Note> waiting_;
-    std::vector<Keeper::Job> to_sync_, synced_;
+    std::vector<Keeper::Job> to_sync_, done_;
+    std::deque<Keeper::Job> to_digest_;
+    uint64_t unnoted_ = 0;  // events that found no room
     bool syncing_ = false;
-    bool closing_ = false, syncer_ends_ = false;
+    bool closing_ = false, helpers_end_ = false;
     int error_ = 0;  // of the disk, lately
+    mutable int refusal_ = 0;  // the latest since the buffer was full: the reason until there is room in it
     std::vector<std::string> news_;
 
-    std::thread keeper_thread_, syncer_thread_;
+    std::thread keeper_thread_, syncer_thread_, digester_thread_;
 };
 
 }  // namespace lenswire::recorder

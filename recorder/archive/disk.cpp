@@ -122,15 +122,17 @@ int64_t RealDisk::size(const std::string& path) {
     return stat(at(path).c_str(), &info) == 0 ? info.st_size : -1;
 }
 
-std::string RealDisk::digest(const std::string& path) {
+std::string RealDisk::digest(const std::string& path, const std::atomic<bool>* stop) {
     const Descriptor descriptor(open(at(path).c_str(), O_RDONLY | O_CLOEXEC));
     const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> sum(EVP_MD_CTX_new(), EVP_MD_CTX_free);
     if (descriptor.number() < 0 || !sum) return "";
     EVP_DigestInit_ex(sum.get(), EVP_sha256(), nullptr);
     std::vector<uint8_t> block(256 * 1024);
     ssize_t length = 0;
-    while ((length = read(descriptor.number(), block.data(), block.size())) > 0)
+    while ((length = read(descriptor.number(), block.data(), block.size())) > 0) {
+        if (stop != nullptr && *stop) return "";
         EVP_DigestUpdate(sum.get(), block.data(), static_cast<size_t>(length));
+    }
     if (length < 0) return "";
     uint8_t bytes[EVP_MAX_MD_SIZE];
     unsigned size = 0;

@@ -2,6 +2,7 @@
 // Paths are relative to the archive's folder. Results are 0 or an errno.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -40,7 +41,8 @@ class Disk {
     virtual int64_t size(const std::string& path) = 0;  // -1 when it is not there
     virtual FileContents contents(const std::string& path) = 0;
     virtual FileContents decoded(const std::string& path) = 0;  // only what decodes
-    virtual std::string digest(const std::string& path) = 0;    // SHA-256; empty when it cannot be read
+    // SHA-256; empty when it cannot be read, or `stop` was raised before its end.
+    virtual std::string digest(const std::string& path, const std::atomic<bool>* stop = nullptr) = 0;
 };
 
 // Held by the one recorder, or repair, that may work in a folder.
@@ -67,7 +69,7 @@ class RealDisk : public Disk {
     int64_t size(const std::string& path) override;
     FileContents contents(const std::string& path) override { return read_contents(at(path), false); }
     FileContents decoded(const std::string& path) override { return read_contents(at(path), true); }
-    std::string digest(const std::string& path) override;
+    std::string digest(const std::string& path, const std::atomic<bool>* stop) override;
 
     std::string at(const std::string& path) const { return root_ + "/" + path; }
 

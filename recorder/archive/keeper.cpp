@@ -39,7 +39,7 @@ void Keeper::recover(SegmentRow row) {
     if (const auto next = ledger_.next_after(row.stream, row.from)) row.to = std::min(*row.to, *next);
     row.frames = contents.pictures;
     row.bytes = static_cast<uint64_t>(std::max<int64_t>(0, disk_.size(row.path)));
-    row.sha256 = disk_.digest(row.path);
+    row.sha256 = disk_.digest(row.path, nullptr);
     row.state = "recovered";
     if (ledger_.names(row.path)) return ledger_.segment_ends(row);
     ledger_.take_in(row);
@@ -105,7 +105,7 @@ void Keeper::reopen(Ms now) {
     bytes_ = ledger_.bytes();
     // A run that had to end at once left these to the next.
     for (SegmentRow& row : ledger_.without_digest())
-        finished_.push_back({.file = nullptr, .finished = std::move(row)});
+        digests_.push_back({.path = row.path, .file = nullptr, .finished = std::move(row)});
 }
 
 // What the recordings hand over.
@@ -177,7 +177,9 @@ int Keeper::take(SegmentEnds& note) {
         slot.segment->camera_to = note.camera_to;
         slot.segment->frames = note.frames;
         slot.segment->state = "finished";
-        finished_.push_back({.file = std::move(slot.file), .finished = std::move(slot.segment)});
+        finished_.push_back({.path = slot.segment->path,
+                             .file = std::move(slot.file),
+                             .finished = std::move(slot.segment)});
     }
     slot.segment.reset();
     slot.file.reset();
@@ -227,30 +229,41 @@ void Keeper::abandon(Ms now, Cause cause, const std::string& detail) {
 std::vector<Keeper::Job> Keeper::take_jobs() {
     std::vector<Job> jobs = std::exchange(finished_, {});
     for (Slot& slot : slots_) {
-        if (std::exchange(slot.dirty, false)) jobs.push_back({.file = slot.file, .finished = std::nullopt});
+        if (std::exchange(slot.dirty, false))
+            jobs.push_back({.path = slot.segment->path, .file = slot.file, .finished = std::nullopt});
     }
     return jobs;
 }
 
-void Keeper::work(Job& job, Disk& disk, bool in_haste) {
-    job.error = job.file ? job.file->sync() : 0;
-    if (job.finished && !in_haste) job.finished->sha256 = disk.digest(job.finished->path);
+std::vector<Keeper::Job> Keeper::take_digests() {
+    return std::exchange(digests_, {});
+}
+
+void Keeper::work(Job& job, Disk& disk, const std::atomic<bool>* stop) {
+    if (job.file) {
+        job.error = job.file->sync();
+    } else {
+        job.finished->sha256 = disk.digest(job.path, stop);
+    }
 }
 
 void Keeper::done(Job job) {
+    if (job.error != 0) {
+        const Ms at = job.finished ? *job.finished->to : ledger_.last_alive();
+        say(at, "trouble", job.path + ": " + std::strerror(job.error));
+    }
     if (!job.finished) return;
-    if (job.error != 0)
-        say(*job.finished->to, "trouble", job.finished->path + ": " + std::strerror(job.error));
     ledger_.segment_ends(*job.finished);
+    if (job.file) digests_.push_back({.path = job.path, .file = nullptr, .finished = std::move(job.finished)});
 }
 
 // Retention.
 
 void Keeper::settle(Ms now) {
-    ledger_.write();
+    if (ledger_.write()) forgotten_.clear();
     make_room(0, false);
     if (limits_.age == 0) return;
-    std::vector<SegmentRow> old = ledger_.oldest(kRemovedAtOnce, true);
+    std::vector<SegmentRow> old = oldest(kRemovedAtOnce, true);
     std::erase_if(old, [&](const SegmentRow& row) { return *row.to >= now - limits_.age; });
     remove(old);
 }
@@ -275,9 +288,9 @@ bool Keeper::make_room(uint64_t incoming, bool at_once) {
     if (over_quota()) wanted = std::max(wanted, bytes_ + incoming - limits_.quota);
     uint64_t freed = 0;
     while (freed < wanted) {
-        ledger_.write();
-        std::vector<SegmentRow> rows = ledger_.oldest(kRemovedAtOnce, false);
-        if (rows.empty()) rows = ledger_.oldest(1, true);
+        if (ledger_.write()) forgotten_.clear();
+        std::vector<SegmentRow> rows = oldest(kRemovedAtOnce, false);
+        if (rows.empty()) rows = oldest(1, true);
         size_t count = 0;
         for (uint64_t sum = 0; count < rows.size() && freed + sum < wanted; ++count) sum += rows[count].bytes;
         rows.resize(count);
@@ -288,18 +301,28 @@ bool Keeper::make_room(uint64_t incoming, bool at_once) {
     return at_once ? freed > 0 : !over_quota();
 }
 
+// What may go, without what has gone already.
+std::vector<SegmentRow> Keeper::oldest(int count, bool latest_too) {
+    std::vector<SegmentRow> rows =
+        ledger_.oldest(count + static_cast<int>(forgotten_.size()), latest_too);
+    std::erase_if(rows, [this](const SegmentRow& row) { return forgotten_.contains(row.path); });
+    return rows;
+}
+
 bool Keeper::remove(const std::vector<SegmentRow>& rows) {
     if (rows.empty()) return false;
     for (const SegmentRow& row : rows) ledger_.forget_segment(row);
     const bool noted = ledger_.write();
+    if (noted) forgotten_.clear();
     bool removed = false;
     for (const SegmentRow& row : rows) {
         // A disk so full that not even the ledger can be written: the file goes first, then.
+        if (!noted) forgotten_.insert(row.path);
         if (disk_.remove(row.path) != 0) continue;
         bytes_ -= std::min(bytes_, row.bytes);
         removed = true;
     }
-    if (!noted) ledger_.write();
+    if (!noted && ledger_.write()) forgotten_.clear();
     return removed;
 }
 

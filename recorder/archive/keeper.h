@@ -7,10 +7,11 @@
 // before the file is removed.
 #pragma once
 
-#include <deque>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,11 +31,12 @@ struct KeepLimits {
 
 class Keeper {
   public:
-    // What has to be done beside the keeper, since it takes its time: a sync, and of a finished file the
-    // digest.
+    // What has to be done beside the keeper, since it takes its time: a sync, or the digest of a finished
+    // file. Digests never hold up a sync: they are jobs of their own.
     struct Job {
-        std::shared_ptr<DiskFile> file;
-        std::optional<SegmentRow> finished;
+        std::string path;
+        std::shared_ptr<DiskFile> file;      // to be synced; null: a digest
+        std::optional<SegmentRow> finished;  // what is known of a file that is whole
         int error = 0;
     };
 
@@ -53,10 +55,11 @@ class Keeper {
     // Nothing more can be written: what the disk has of each open segment is all there is.
     void abandon(Ms now, Cause cause, const std::string& detail);
 
-    std::vector<Job> take_jobs();
+    std::vector<Job> take_jobs();     // syncs
+    std::vector<Job> take_digests();  // what is left of them is for the next start
     void done(Job job);
-    // In any thread. In haste the digest is left to the next start.
-    static void work(Job& job, Disk& disk, bool in_haste = false);
+    // In any thread. `stop` ends a digest without a result.
+    static void work(Job& job, Disk& disk, const std::atomic<bool>* stop = nullptr);
 
     uint64_t bytes() const { return bytes_; }
     std::vector<std::string> take_news() { return std::exchange(news_, {}); }
@@ -78,6 +81,7 @@ class Keeper {
     int create(Slot& slot);
     uint64_t to_free(uint64_t incoming);
     bool make_room(uint64_t incoming, bool at_once);
+    std::vector<SegmentRow> oldest(int count, bool latest_too);
     bool remove(const std::vector<SegmentRow>& rows);
     void recover(SegmentRow row);
     void take_in_unknown();
@@ -91,6 +95,8 @@ class Keeper {
     std::vector<bool> resumed_;
     std::map<std::string, Ms> recovered_;  // streams of which something was, and since when
     std::vector<Job> finished_;
+    std::vector<Job> digests_;
+    std::set<std::string> forgotten_;  // files removed whose rows are not, since the ledger cannot be written
     std::vector<std::string> news_;
     uint64_t bytes_ = 0;  // of all files
 };

@@ -1,5 +1,10 @@
 #include "recorder/archive/ledger.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <utility>
+
 #include "recorder/archive/ledger_schema.h"
 #include "recorder/support/failure.h"
 
@@ -7,6 +12,9 @@ namespace lenswire::recorder {
 namespace {
 
 #define STREAM "(SELECT id FROM stream WHERE name = ?1)"
+
+// What the write-ahead log and the tables may grow by while a full disk is being noted.
+constexpr off_t kReserve = 2 * 1024 * 1024;
 
 int64_t signed_of(uint64_t value) {
     return static_cast<int64_t>(value);
@@ -36,7 +44,8 @@ SegmentRow segment_of(const Query& query) {
 
 }  // namespace
 
-Ledger::Ledger(const std::string& file) : database_(file) {
+Ledger::Ledger(const std::string& file)
+    : reserve_file_(file.empty() ? "" : file + "-reserve"), database_(file) {
     // A commit is on the disk when it returns: files are removed on the strength of it.
     database_.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
     migrate();
@@ -117,7 +126,7 @@ void Ledger::event(const EventRow& row) {
 }
 
 void Ledger::alive(Ms at) {
-    note("INSERT OR REPLACE INTO alive VALUES(1, ?1)", {at});
+    alive_ = at;
 }
 
 // Footage takes the place of the gaps there.
@@ -160,7 +169,24 @@ void Ledger::lose(const SegmentRow& row) {
 }
 
 bool Ledger::write() {
-    if (waiting_.empty()) return true;
+    return write_once() || (give_up_reserve() && write_once());
+}
+
+void Ledger::keep_reserve() {
+    if (reserved_ || reserve_file_.empty()) return;
+    const int descriptor = open(reserve_file_.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    if (descriptor < 0) return;
+    reserved_ = posix_fallocate(descriptor, 0, kReserve) == 0;
+    close(descriptor);
+    if (!reserved_) unlink(reserve_file_.c_str());
+}
+
+bool Ledger::give_up_reserve() {
+    return std::exchange(reserved_, false) && unlink(reserve_file_.c_str()) == 0;
+}
+
+bool Ledger::write_once() {
+    if (waiting_.empty() && !alive_) return true;
     const bool written = database_.transact([this] {
         for (const Entry& entry : waiting_) {
             Query query = database_.query(entry.sql);
@@ -170,10 +196,13 @@ bool Ledger::write() {
             }
             if (!query.run()) return false;
         }
-        return true;
+        if (!alive_) return true;
+        return database_.query("INSERT OR REPLACE INTO alive VALUES(1, ?1)").bind(*alive_).run();
     });
-    if (written) waiting_.clear();
-    return written;
+    if (!written) return false;
+    waiting_.clear();
+    alive_.reset();
+    return true;
 }
 
 // The rows of a table that touch a time, for one stream or all. An open end reaches on.

@@ -58,6 +58,9 @@ class Ledger {
     // Opens the file and brings it to the present version. Throws a bad-input Failure when it cannot be used,
     // or is of a later version.
     explicit Ledger(const std::string& file);
+    ~Ledger() { give_up_reserve(); }
+    Ledger(const Ledger&) = delete;
+    Ledger& operator=(const Ledger&) = delete;
 
     // -- Collected until the next write().
     void segment_begins(const SegmentRow& row);
@@ -74,7 +77,9 @@ class Ledger {
     void lose(const SegmentRow& row);
     // Writes what was collected, all or nothing; false and kept for the next time when that failed.
     bool write();
-    size_t waiting() const { return waiting_.size(); }
+    // From now on keeps a little room on the disk for itself, so that a full one can be noted, and what has
+    // to go can be taken out. Does nothing while it has it.
+    void keep_reserve();
     std::string error() const { return database_.error(); }
 
     // -- What is written. From and to: what touches this time; an empty stream stands for all.
@@ -103,11 +108,16 @@ class Ledger {
         std::vector<std::variant<int64_t, std::string>> values;
     };
     void migrate();
+    bool write_once();
+    bool give_up_reserve();
     void note(const char* sql, decltype(Entry::values) values);
     void cut_gaps(const std::string& stream, Ms from, Ms to);
 
+    const std::string reserve_file_;
+    bool reserved_ = false;
     Database database_;
     std::vector<Entry> waiting_;
+    std::optional<Ms> alive_;  // to be written with them: the latest says it all
 };
 
 }  // namespace lenswire::recorder

@@ -245,6 +245,8 @@ void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
     if (at <= connected_ && begun_) return;
     // A camera may be recorded although its control connection is gone.
     if (begun_ && (cause == Cause::kUnreachable || cause == Cause::kRefused)) return;
+    // While the disk takes nothing, that is the reason, whatever else happens; the notes of it need memory.
+    if (account_.in_gap() && notes_.trouble()) return;
     // A connection that is given up in the end says nothing new of a gap that has its reason.
     if (account_.in_gap() && cause == Cause::kLost) return;
     const Ms quiet = at - std::max(picture_received_, connected_);

@@ -49,7 +49,7 @@ void check_file(const SegmentRow& row, Disk& disk, Verdict& verdict) {
     verdict.bytes += static_cast<uint64_t>(size);
     if (size != static_cast<int64_t>(row.bytes)) {
         fault("has " + std::to_string(size) + " bytes, the ledger says " + std::to_string(row.bytes));
-    } else if (!row.sha256.empty() && disk.digest(row.path) != row.sha256) {
+    } else if (!row.sha256.empty() && disk.digest(row.path, nullptr) != row.sha256) {
         fault("its SHA-256 is not the ledger's");
     }
     const FileContents contents = disk.decoded(row.path);
@@ -124,7 +124,7 @@ void repair(Ledger& ledger, Disk& disk, Ms now) {
     ledger.write();
     Keeper keeper(disk, ledger, {}, {});
     keeper.reopen(now);
-    for (Keeper::Job& job : keeper.take_jobs()) {
+    for (Keeper::Job& job : keeper.take_digests()) {
         Keeper::work(job, disk);
         keeper.done(std::move(job));
     }

@@ -1,6 +1,9 @@
 // Preloaded into a program, logs what it does to the files below LENSWIRE_DISK_LOG_ROOT into the file
 // LENSWIRE_DISK_LOG: scripts/power-cut makes from it what a disk could hold at any moment.
 //
+// With LENSWIRE_DISK_STALL=FROM_MS,LENGTH_MS the disk below that folder stands still for a while, counted from
+// the program's start: what touches it then returns when that is over. See scripts/stalled-disk.
+//
 // An entry is a line of text, "KIND TIME_MS PATH OFFSET LENGTH BEGAN", and after a write its bytes. BEGAN is
 // how many entries there were when a sync began: only what was logged before that is on the disk when it
 // ends.
@@ -25,23 +28,34 @@ F next(const char* name) {
     return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
 }
 
+long long milliseconds(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
+}
+
 class Log {
   public:
     Log() {
         const char* file = std::getenv("LENSWIRE_DISK_LOG");
         const char* root = std::getenv("LENSWIRE_DISK_LOG_ROOT");
+        const char* stall = std::getenv("LENSWIRE_DISK_STALL");
+        if (root != nullptr) root_ = root;
+        if (stall != nullptr && std::sscanf(stall, "%lld,%lld", &stall_from_, &stall_to_) == 2) {
+            stall_from_ += milliseconds(CLOCK_MONOTONIC);
+            stall_to_ += stall_from_;
+        }
         if (file == nullptr || root == nullptr) return;
-        root_ = root;
         descriptor_ = static_cast<int>(
             syscall(SYS_openat, AT_FDCWD, file, O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0644));
     }
     // Below the root, or empty.
     std::string relative(const std::string& path) const {
-        if (descriptor_ < 0 || path.compare(0, root_.size(), root_) != 0) return "";
+        if (root_.empty() || path.compare(0, root_.size(), root_) != 0) return "";
         return path.size() == root_.size() ? "." : path.substr(root_.size() + 1);
     }
     std::string path_of(int descriptor) const {
-        if (descriptor_ < 0) return "";
+        if (root_.empty()) return "";
         char link[64], target[4096];
         std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
         const ssize_t length = readlink(link, target, sizeof target);
@@ -54,12 +68,11 @@ class Log {
     void add(const char* kind, const std::string& path, long long offset = 0, size_t length = 0,
              const void* bytes = nullptr, long began = 0) {
         if (path.empty()) return;
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        const long long ms = now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
-        const std::string head = std::string(kind) + " " + std::to_string(ms) + " " + path + " " +
-                                 std::to_string(offset) + " " + std::to_string(length) + " " +
-                                 std::to_string(began) + "\n";
+        wait_out_stall();
+        if (descriptor_ < 0) return;
+        const std::string head = std::string(kind) + " " + std::to_string(milliseconds(CLOCK_REALTIME)) +
+                                 " " + path + " " + std::to_string(offset) + " " + std::to_string(length) +
+                                 " " + std::to_string(began) + "\n";
         const std::lock_guard lock(mutex_);
         ++entries_;
         syscall(SYS_write, descriptor_, head.data(), head.size());
@@ -67,7 +80,13 @@ class Log {
     }
 
   private:
+    void wait_out_stall() const {
+        const long long now = milliseconds(CLOCK_MONOTONIC);
+        if (now >= stall_from_ && now < stall_to_) usleep(static_cast<useconds_t>((stall_to_ - now) * 1000));
+    }
+
     int descriptor_ = -1;
+    long long stall_from_ = 0, stall_to_ = 0;  // on the monotonic clock
     std::string root_;
     std::mutex mutex_;
     long entries_ = 0;
@@ -76,6 +95,10 @@ class Log {
 Log& log() {
     static Log* const only = new Log;  // writes come until the very end
     return *only;
+}
+
+[[gnu::constructor]] void begin_to_count() {
+    log();
 }
 
 std::string absolute(const char* path) {

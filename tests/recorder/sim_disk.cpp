@@ -79,7 +79,7 @@ FileContents SimDisk::contents(const std::string& path) {
     return read_contents(scratch_, false);
 }
 
-std::string SimDisk::digest(const std::string& path) {
+std::string SimDisk::digest(const std::string& path, const std::atomic<bool>*) {
     const auto found = files_.find(path);
     if (found == files_.end()) return "";
     Content& content = *found->second;

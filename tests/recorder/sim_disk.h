@@ -35,7 +35,7 @@ class SimDisk : public Disk {
     int64_t size(const std::string& path) override;
     FileContents contents(const std::string& path) override;
     FileContents decoded(const std::string& path) override { return contents(path); }
-    std::string digest(const std::string& path) override;
+    std::string digest(const std::string& path, const std::atomic<bool>* stop) override;
 
     void cut_power(std::mt19937& random);
     // So much is taken by others.

@@ -209,6 +209,7 @@ class Simulation : public NoteTaker {
         keeper_->alive(anchor_->utc(mono_));
         keeper_->settle(anchor_->utc(mono_));
         jobs_ = keeper_->take_jobs();
+        std::ranges::move(keeper_->take_digests(), std::back_inserter(jobs_));
         if (keeper_->bytes() > quota_)
             fault("the quota is exceeded by " + std::to_string(keeper_->bytes() - quota_));
     }
