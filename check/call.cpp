@@ -55,9 +55,10 @@ void Call::enter() {
 
 void Call::leave() {
     error_ = errno;
-    const int64_t spent_us = steady_us() - start_us_;
-    expect(slow_ms() == 0 || spent_us <= slow_ms() * int64_t{1000}, kServiceSlow, "%lld ms, %d allowed",
-           static_cast<long long>(spent_us / 1000), slow_ms());
+    const int64_t now_us = steady_us();
+    const int64_t spent_us = now_us - start_us_;
+    expect(slow_ms() == 0 || now_us < 0 || start_us_ < 0 || spent_us <= slow_ms() * int64_t{1000},
+           kServiceSlow, "%lld ms, %d allowed", static_cast<long long>(spent_us / 1000), slow_ms());
     const sigset_t mask = signal_mask();
     expect(std::memcmp(&mask, &mask_, sizeof mask) == 0, kSignalMask, "the mask is another one");
     Inside& services = inside();

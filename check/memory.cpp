@@ -121,8 +121,8 @@ bool is_aligned(const void* pointer, size_t alignment) {
 }
 
 int64_t steady_us() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    timespec now;
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return -1;
     return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1'000;
 }
 

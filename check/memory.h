@@ -73,7 +73,7 @@ bool is_mapped(const void* start, size_t length);
 bool overlap(const void* a, size_t a_length, const void* b, size_t b_length);
 bool is_aligned(const void* pointer, size_t alignment);
 
-// Microseconds of the clock that nobody sets.
+// Microseconds of the clock that nobody sets, -1 when it cannot be read.
 int64_t steady_us();
 
 }  // namespace lenswire::check

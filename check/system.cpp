@@ -112,10 +112,12 @@ uint32_t checked_uptime(void) {
     }
     const bool goes_on = call.expect(difference(seconds, before.latest) >= 0, kClockBack, "%u after %u",
                                      seconds, before.latest);
-    const int64_t passed_s = (steady_us() - before.first_us) / 1'000'000;
-    const bool is_slow = call.expect(difference(seconds, before.first) - passed_s <= kMostAhead_s, kClockFast,
-                                     "%u after %u, and %lld seconds have passed", seconds, before.first,
-                                     static_cast<long long>(passed_s));
+    const int64_t now_us = steady_us();
+    const int64_t passed_s = (now_us - before.first_us) / 1'000'000;
+    const bool is_timed = now_us >= 0 && before.first_us >= 0;
+    const bool is_slow = call.expect(
+        !is_timed || difference(seconds, before.first) - passed_s <= kMostAhead_s, kClockFast,
+        "%u after %u, and %lld seconds have passed", seconds, before.first, static_cast<long long>(passed_s));
     note_reading(seconds, !goes_on || !is_slow);
     return seconds;
 }
