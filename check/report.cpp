@@ -23,7 +23,7 @@ struct RuleText {
 constexpr RuleText kTexts[] = {
     {},
 #define LENSWIRE_RULE(number, constant, name, sentence) {name, sentence},
-#include "check/rules.inc"
+#include "check/rule_table.inc"
 #undef LENSWIRE_RULE
 };
 static_assert(sizeof kTexts / sizeof *kTexts == kRules, "rules are numbered without holes, from 1 on");

@@ -1,4 +1,4 @@
-// The rules of rules.inc as constants.
+// The rules of rule_table.inc as constants.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace lenswire::check {
 
 enum Rule : uint8_t {
 #define LENSWIRE_RULE(number, constant, name, sentence) constant = (number),
-#include "check/rules.inc"
+#include "check/rule_table.inc"
 #undef LENSWIRE_RULE
     kRules
 };

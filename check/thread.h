@@ -12,6 +12,18 @@ enum class Role : uint8_t { kHost, kEventLoop, kReceiveLoop, kQueue, kUpgrade };
 Role role();
 const char* role_name();
 
+// Says whose thread this is while a body of the library's runs on it.
+class Body {
+  public:
+    explicit Body(Role role);
+    ~Body();
+    Body(const Body&) = delete;
+    Body& operator=(const Body&) = delete;
+
+  private:
+    Role before_;
+};
+
 // The services that the thread is inside of, the innermost last. Deeper ones are not noted.
 struct Inside {
     static constexpr int kDeepest = 16;

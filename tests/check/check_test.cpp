@@ -30,7 +30,7 @@ struct RuleText {
 };
 const RuleText kRules[] = {
 #define LENSWIRE_RULE(number, constant, name, sentence) {number, name, sentence},
-#include "check/rules.inc"
+#include "check/rule_table.inc"
 #undef LENSWIRE_RULE
 };
 

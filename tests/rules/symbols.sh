@@ -22,7 +22,8 @@ fault() {
 
 # The declarations of headers, one a line, without comments, directives and attributes.
 declarations() {
-    cat "$@" | "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
+    cat "$@" | sed -e ':again' -e '/\\$/ { N; s/\\\n//; b again' -e '}' |
+        "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
         sed -E 's/extern "C" \{//g; s/__attribute__ *\(\([^;]*\)\)//g' | tr ';' '\n'
 }
 
@@ -50,6 +51,8 @@ while read -r name; do fault "$name: exported, not declared"; done < <(comm -13 
 [[ -z $sanitized ]] || exit $failed
 
 declarations "$headers"/host_services.h | grep -E '\(|extern' | declared_names >"$work/services"
+sed -nE 's/^ *X\((\w+)\).*/\1/p' "$headers"/host_services.h | sort -u >"$work/listed"
+while read -r name; do fault "$name: declared or listed, not both"; done < <(comm -3 "$work/services" "$work/listed")
 while read -r name; do
     case $name in
         *@GLIBC_* | *@GCC_* | __gmon_start__ | _ITM_deregisterTMCloneTable | _ITM_registerTMCloneTable) ;;
