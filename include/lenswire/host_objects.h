@@ -2,7 +2,8 @@
  * object, and the stream's private information.
  *
  * The host allocates them, at least as large as below and aligned to 4 bytes, and keeps them alive while
- * their stream is open: see Ownership in stream.h. What lies beyond the bytes named here is the host's. */
+ * their stream is open: see Ownership in stream.h. What lies beyond the bytes named here is the host's.
+ * - LW-24 open-unaligned: receive buffer and stream object are aligned to 4 bytes. */
 #ifndef LENSWIRE_HOST_OBJECTS_H
 #define LENSWIRE_HOST_OBJECTS_H
 

@@ -36,6 +36,7 @@ void add_time(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_info(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_firmware(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_hostcheck(CLI::App& app, CommonOptions& common, Command& chosen);
 
 // Reads the command line, runs the subcommand and reports a Failure in one line.
 int run_program(int argc, char** argv);

@@ -4,7 +4,8 @@
 # The declarations of headers, one a line, without comments, directives and attributes.
 declarations() {
     # shellcheck disable=SC2154 # whoever sources this has set it
-    cat "$@" | "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
+    cat "$@" | sed -e ':again' -e '/\\$/ { N; s/\\\n//; b again' -e '}' |
+        "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
         sed -E 's/extern "C" \{//g; s/__attribute__ *\(\([^;]*\)\)//g' | tr ';' '\n'
 }
 

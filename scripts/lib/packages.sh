@@ -3,7 +3,7 @@
 
 declare -A packages=(
     [build]="g++ cmake make ninja-build googletest libcli11-dev scdoc"
-    [programs]="pkg-config libsqlite3-dev libssl-dev libavformat-dev libavcodec-dev libavutil-dev
+    [programs]="pkg-config libsqlite3-dev libssl-dev libelf-dev libavformat-dev libavcodec-dev libavutil-dev
         nlohmann-json3-dev libbenchmark-dev ffmpeg"
     [demo]="jq"
     [i386]="g++-12-multilib"

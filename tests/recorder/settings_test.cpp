@@ -131,6 +131,23 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
     }
 }
 
+TEST_F(ProgramTest, ListsTheServicesThatAProgramLacks) {
+    const Outcome whole = lenswire("hostcheck /proc/self/exe --json");
+    EXPECT_EQ(whole.code, 0) << whole.out;
+    EXPECT_THAT(whole.json()["missing"], IsEmpty());
+    const Outcome none = lenswire("hostcheck " LENSWIRE_LIBRARY);
+    EXPECT_EQ(none.code, 1);
+    EXPECT_THAT(none.out,
+                AllOf(testing::StartsWith("DbMain"), HasSubstr("\nuptime\nuc"), HasSubstr("Type\n")));
+    EXPECT_EQ(lenswire("hostcheck " LENSWIRE_LIBRARY " /proc/self/exe").code, 0);
+    const std::string library = folder_.path("copy");
+    std::filesystem::copy_file(LENSWIRE_LIBRARY, library);
+    for (const uintmax_t size : {4000, 100, 3}) {  // a file whose end is missing
+        std::filesystem::resize_file(library, size);
+        EXPECT_EQ(lenswire("hostcheck " + library).code, size > 3 ? 1 : 2);
+    }
+}
+
 TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
     const test::Capture capture;
     ControlSession session(camera_addresses(addresses_, "").front(), {LENSWIRE_LIBRARY, ""});

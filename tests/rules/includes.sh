@@ -7,6 +7,7 @@ root=$1
 
 # What each folder may include, beside system headers.
 declare -A allowed=([recorder]="recorder/* lenswire/*"
+    [check]="check/* lenswire/*"
     [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h lenswire/version.h"
     [bench]="bench/* lenswire/* pteClient/message_cutter.h"
     [examples]="lenswire/* ring.h frame_queue.h")
@@ -23,7 +24,7 @@ for folder in "${!rooms[@]}"; do
     for room in ${rooms[$folder]}; do floor_of[$folder/$room]=$((floor++)); done
 done
 # An include in angle brackets is a system header unless it names one of these.
-ours=" src include bench examples lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
+ours=" src include bench check examples lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
 
 may_include() { # folder target
     local pattern

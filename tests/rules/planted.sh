@@ -18,7 +18,7 @@ expect() {
 
 # -- Includes in a copy of the sources, where what is sound is found sound without any.
 mkdir "$work/root"
-cp -r "$here"/../../{src,recorder,camera,bench,examples} "$work/root"
+cp -r "$here"/../../{src,check,recorder,camera,bench,examples} "$work/root"
 
 include() { # file include
     planted="#include $2"
@@ -47,6 +47,7 @@ include camera/program/planted.h '<src/common/wire.h>'
 include camera/wire/planted.h '"camera/serve/loop.h"'
 include examples/planted.h '"recorder/host/ring.h"'
 include bench/rounds/planted.h '"bench/micro/planted.h"'
+include check/planted.h '"common/wire.h"'
 # A source of a header that the included one includes closes a circle.
 planted="a circle of files"
 echo '#include "camera/wire/message.h"' >"$work/root/camera/wire/bytes.cpp"
@@ -85,7 +86,10 @@ LENSWIRE_API void* nothing(void);  // a pointer; LENSWIRE_API int commented_too(
 extern LENSWIRE_API unsigned char first_switch, second_switch;
 extern LENSWIRE_API int table[4];'
 services='int service(int number) __attribute__((const));
-extern unsigned char flags[];'
+extern unsigned char flags[];
+#define LENSWIRE_HOST_SERVICES(X) \
+    X(service)                    \
+    X(flags)'
 source='#include <pthread.h>
 #include "lenswire/planted.h"
 #include "lenswire/host_services.h"
@@ -114,6 +118,7 @@ symbols "second_switch: exported, not declared" "${header/, second_switch/}" "$s
 LENSWIRE_API unsigned char second_switch;" "${symbolic[@]}"
 symbols "other: imported, no service of the host and not libc" "$header" "$services" "$source
 int other(void); int (*used)(void) = other;" "${symbolic[@]}"
+symbols "service: declared or listed" "$header" "${services/X(service)/}" "$source" "${symbolic[@]}"
 symbols "libm.so.6: needed at run time" "$header" "$services" "$source" "${symbolic[@]}" -Wl,--no-as-needed -lm
 symbols "doubled: a host's object of this name would be taken for the library's
 table: a host's object of this name would be taken for the library's" "$header" "$services" "$source"

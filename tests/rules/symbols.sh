@@ -38,6 +38,8 @@ while read -r name; do fault "$name: exported, not declared"; done < <(comm -13 
 [[ -z $sanitized ]] || exit $failed
 
 service_names "$headers" >"$work/services"
+sed -nE 's/^ *X\((\w+)\).*/\1/p' "$headers"/host_services.h | sort -u >"$work/listed"
+while read -r name; do fault "$name: declared or listed, not both"; done < <(comm -3 "$work/services" "$work/listed")
 while read -r name; do
     case $name in
         *@GLIBC_* | *@GCC_* | __gmon_start__ | _ITM_deregisterTMCloneTable | _ITM_registerTMCloneTable) ;;

@@ -92,7 +92,7 @@ class FakeStream {
     size_t refuse_from_ = SIZE_MAX;
     size_t refuse_to_ = 0;
     bool has_info_ = true;
-    uint8_t info_[128];
+    alignas(HostStreamInfo) uint8_t info_[128];
     StreamObject object_;
 };
 

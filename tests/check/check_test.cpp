@@ -1,0 +1,543 @@
+// The checking plug-in, loaded as a host loads it: a bad host for each rule, and each trips that rule alone.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "bad_host.h"
+#include "lenswire/lenswire.h"
+#include "support/connections.h"
+#include "support/fake_host.h"
+
+namespace lenswire::test {
+namespace {
+
+using testing::IsEmpty;
+
+struct RuleText {
+    int number;
+    std::string name;
+    std::string sentence;
+    std::string id() const { return (number < 10 ? "LW-0" : "LW-") + std::to_string(number) + " " + name; }
+};
+const RuleText kRules[] = {
+#define LENSWIRE_RULE(number, constant, name, sentence) {number, name, sentence},
+#include "check/rule_table.inc"
+#undef LENSWIRE_RULE
+};
+
+void* g_library;
+#define CALL(function) (*LENSWIRE_FIND(g_library, function))
+
+constexpr int kChannel = 5;
+constexpr size_t kRingSize = 1 << 16;
+
+// What a host has for one stream, and a library that is loaded for this scene alone.
+struct Scene {
+    Pair pair;
+    ReceiveBuffer buffer{kRingSize};
+    FakeStream stream;
+    StreamConn unit{.sockFd = pair.ours(), .pCmdClient = nullptr, .reserved = {}};
+    int calls = 0;
+
+    Scene() {
+        host().reset();
+        host().shows_channels(1);
+        host().has_record(LENSWIRE_TABLE_CRUISE, 0, Bytes(3 * sizeof(CruiseLine)));
+        host().has_channel(kChannel, {.address = "127.0.0.1", .armed = 1});
+        // The body of the queue thread ends with the requests.
+        host().when(Service::kGetRequest, [](int, int) { CALL(PC_G_RecvQueue) = 0; });
+        std::memset(ucAudioTypeFlag, 0, 256);
+        g_library = dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        if (g_library == nullptr) ADD_FAILURE() << dlerror();
+    }
+    ~Scene() {
+        dlclose(g_library);
+        bad = {};
+    }
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+
+    bool first() { return calls++ == 0; }
+    void posts() { host().posts_open(0, 0, &unit, buffer, stream); }
+    // A frame of the library's making, without a payload.
+    void delivers() {
+        int32_t words[5]{};
+        const Bytes header = Packet{}.bytes();
+        CALL(PacketToFrameQueue)
+        (header.data(), 0, buffer.object(), stream.object(), stream.object(), 0, &words[0], &words[1],
+         &words[2], &words[3], &words[4], 0);
+    }
+};
+
+// -- What the library does, so that it calls the host.
+
+void receives(Scene& scene) {
+    int32_t words[7]{};
+    for (size_t size : {300, 200}) {
+        scene.pair.theirs().sends(Packet{.payload = pattern(size)}.bytes() +
+                                  Packet{.payload = pattern(1)}.bytes());
+        CALL(RecvStreamToPacketBuf)
+        (0, 0, &words[0], scene.pair.ours(), 0, &words[1], scene.buffer.object(), scene.stream.object(),
+         &words[2], &words[3], &words[4], &words[5], &words[6]);
+    }
+}
+
+void takes_requests(Scene& scene) {
+    scene.posts();
+    CALL(PC_G_RecvQueue) = 1;
+    CALL(PC_GetQueueThread)();
+}
+
+void receives_what_it_opened(Scene& scene) {
+    takes_requests(scene);
+    receives(scene);
+}
+
+void takes_a_push(Scene&) {
+    const Bytes push = command(0x0009, {0, 0, 1}).bytes();
+    EXPECT_LE(CALL(Prv_IPCTriggingMtionDetetion)(push.data(), 0x0100007F), 0);
+}
+
+void ends_motion(Scene& scene) {
+    host().has_channel(kChannel, {.address = "127.0.0.1", .armed = 0, .motion = 1});
+    takes_a_push(scene);
+}
+
+void sets_a_clock(Scene&) {
+    const HostCameraRecord camera{
+        .reserved0 = 0, .ucChannelNo = 0, .reserved2 = {}, .szIpAddr = "127.0.0.1", .ulPort = 1};
+    EXPECT_EQ(CALL(Prv_SetIPCTimeAndDate)(&camera), -1);
+}
+
+void reads_cruise_lines(Scene&) {
+    CALL(Private_ptzCruiseInit)();
+}
+
+void writes_a_cruise_line(Scene&) {
+    const CruiseLine line{};
+    CALL(Private_ChangeCruiseParamToDB)(0, &line);
+}
+
+void asks_twice(Scene&) {
+    RecvSendSlot* slots[] = {CALL(Init_Cond_Msg)(1, 0, 1), CALL(Init_Cond_Msg)(2, 0, 1)};
+    for (RecvSendSlot* slot : slots) CALL(prv_destroy_msg)(slot);
+}
+
+void tells_of_a_restart(Scene&) {
+    CALL(PostRestartMessageToQueue)(1, 0);
+}
+
+void restarts_while_it_runs(Scene& scene) {
+    CALL(PC_InitCtx)();
+    tells_of_a_restart(scene);
+    CALL(PC_UnInitCtx)();
+}
+
+void logs_in(Scene&) {
+    CALL(PC_InitCtx)();
+    const LoginInfo info = credentials();
+    host().run_flag = 4;
+    EXPECT_NE(CALL(PC_Login)(CALL(PC_CreateNew)(), 0x0100007F, 1, &info, 0, 0), 0);
+    CALL(PC_UnInitCtx)();
+}
+
+void is_pushed_to(Scene&) {
+    ScriptedCamera camera;
+    CALL(PC_InitCtx)();
+    const LoginInfo info = credentials();
+    std::future<Wire> served = camera.logs_in_next();
+    EXPECT_EQ(CALL(PC_Login)(CALL(PC_CreateNew)(), camera.address(), camera.port(), &info, 0, 0), 0);
+    Wire wire = served.get();
+    wire.sends(command(0x0009, {0, 0, 1}));
+    EXPECT_TRUE(host().snap_calls.waits_for(1));
+    CALL(PC_UnInitCtx)();
+}
+
+std::jmp_buf g_jump;
+void is_left_by_a_jump(Scene& scene) {
+    if (setjmp(g_jump) == 0) reads_cruise_lines(scene);
+    bad = {};
+    reads_cruise_lines(scene);
+}
+
+// -- The bad hosts. What is not planted does as the fake host does.
+
+uint8_t& byte(void* memory, int index) {
+    return static_cast<uint8_t*>(memory)[index];
+}
+
+alignas(16) uint8_t g_memory[3 * 4096];
+
+void gives_memory_at(std::initializer_list<int> offsets) {
+    const std::vector<int> places = offsets;
+    bad.MeMalloc = [places, call = size_t{0}](int, auto...) mutable { return g_memory + places[call++]; };
+    bad.MeFree = [](auto...) {};
+}
+
+// A page that is not there.
+uint8_t* no_memory() {
+    const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    munmap(page, size);
+    return static_cast<uint8_t*>(page);
+}
+
+void posts_another(Scene& scene, int socket, ReceiveBuffer& buffer) {
+    static StreamConn unit;
+    unit.sockFd = socket;
+    scene.posts();
+    host().posts_open(1, 0, &unit, buffer, scene.stream);
+}
+
+using Step = void (*)(Scene&);
+struct Row {
+    const char* rule;
+    Step drive;
+    Step plant;
+};
+const Row kRows[] = {
+    {"service-slow", reads_cruise_lines,
+     [](Scene&) { bad.configGetDisplayNum = [] { return usleep(20'000), 1; }; }},
+    {"service-left", is_left_by_a_jump,
+     [](Scene&) { bad.configGetDisplayNum = []() -> int { std::longjmp(g_jump, 1); }; }},
+    {"signal-mask", reads_cruise_lines,
+     [](Scene&) {
+         bad.configGetDisplayNum = [] {
+             sigset_t set;
+             sigemptyset(&set);
+             sigaddset(&set, SIGUSR1);
+             return pthread_sigmask(SIG_BLOCK, &set, nullptr);
+         };
+     }},
+    {"stop-inside", restarts_while_it_runs,
+     [](Scene&) { bad.networkInsertMessageToQueue = [](auto...) { return CALL(PC_UnInitCtx)(); }; }},
+    {"wait-inside", is_pushed_to,
+     [](Scene&) {
+         bad.MD_Disarming_Time = [](int) {
+             RecvSendSlot* slot = CALL(Init_Cond_Msg)(1, 0, 1);
+             CALL(Prv_GetCond_Property)(slot, 0);
+             CALL(prv_destroy_msg)(slot);
+             return 1;
+         };
+     }},
+    {"channel-overrun", takes_a_push,
+     [](Scene&) {
+         bad.DbMainMsgChannelInfo = [](int channel, char* ip, int* port, char* user, char* password) {
+             user[64] = 'x';
+             return good_DbMainMsgChannelInfo(channel, ip, port, user, password);
+         };
+     }},
+    {"channel-address", takes_a_push,
+     [](Scene&) { host().has_channel(kChannel, {.address = "camera.local"}); }},
+    {"channel-port", takes_a_push,
+     [](Scene&) { host().has_channel(kChannel, {.address = "127.0.0.1", .port = 70000}); }},
+    {"table-result", reads_cruise_lines,
+     [](Scene&) { bad.databaseOperate = [](auto...) { return 3 * 390 + 1; }; }},
+    {"table-written", writes_a_cruise_line, [](Scene&) { bad.databaseOperate = [](auto...) { return 0; }; }},
+    {"table-overrun", reads_cruise_lines,
+     [](Scene&) {
+         bad.databaseOperate = [](int, int, void*, int, void* buffer, int size) {
+             return ++byte(buffer, size), size;
+         };
+     }},
+    {"table-beyond", reads_cruise_lines,
+     [](Scene&) {
+         bad.databaseOperate = [](int, int, void*, int, void* buffer, int) {
+             return ++byte(buffer, 390), 390;
+         };
+     }},
+    {"table-part", reads_cruise_lines, [](Scene&) { bad.databaseOperate = [](auto...) { return 389; }; }},
+    {"table-input", writes_a_cruise_line,
+     [](Scene&) {
+         bad.databaseOperate = [](int, int, void*, int, void* buffer, int size) {
+             return ++byte(buffer, 0), size;
+         };
+     }},
+    {"table-key", reads_cruise_lines,
+     [](Scene&) { bad.databaseOperate = [](int, int, void* key, auto...) { return ++byte(key, 0), -1; }; }},
+    {"display-number", reads_cruise_lines, [](Scene&) { bad.configGetDisplayNum = [] { return 1000; }; }},
+    {"protocol-number", takes_a_push, [](Scene&) { bad.get_channel_protocol = [](int) { return 260; }; }},
+    {"request-empty", takes_requests,
+     [](Scene& scene) {
+         bad.Private_Protocol_GetRequestFromQueue = [&scene](StreamRequest* request) {
+             return scene.first() ? 0 : good_Private_Protocol_GetRequestFromQueue(request);
+         };
+     }},
+    {"request-overrun", takes_requests,
+     [](Scene&) {
+         bad.Private_Protocol_GetRequestFromQueue = [](StreamRequest* request) {
+             return ++byte(request, sizeof *request), good_Private_Protocol_GetRequestFromQueue(request);
+         };
+     }},
+    {"request-type", takes_requests, [](Scene&) { host().posts(stream_request(STREAM_REQ_RESTART, 0, 0)); }},
+    {"open-null", takes_requests, [](Scene&) { host().posts(stream_request(STREAM_REQ_OPEN, 0, 0)); }},
+    {"open-socket", takes_requests, [](Scene& scene) { scene.unit.sockFd = 1024; }},
+    {"open-socket-twice", takes_requests,
+     [](Scene& scene) {
+         static ReceiveBuffer other;
+         posts_another(scene, scene.pair.ours(), other);
+         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
+     }},
+    {"open-unaligned", takes_requests,
+     [](Scene& scene) {
+         StreamRequest request = open_request(0, 0, &scene.unit, scene.buffer, scene.stream);
+         request.info.pStream = &byte(scene.stream.object(), 2);
+         host().posts(request);
+         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
+     }},
+    {"open-buffer-twice", takes_requests,
+     [](Scene& scene) {
+         posts_another(scene, scene.pair.theirs().descriptor(), scene.buffer);
+         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
+         host().posts(stream_request(STREAM_REQ_CLOSE, 1, 0));
+     }},
+    {"open-channel", takes_requests,
+     [](Scene& scene) {
+         host().posts_open(100, 0, &scene.unit, scene.buffer, scene.stream);
+         host().posts(stream_request(STREAM_REQ_CLOSE, 100, 0));
+     }},
+    {"message-changed", tells_of_a_restart,
+     [](Scene&) {
+         bad.networkInsertMessageToQueue = [](int, int, void* message, int) { return ++byte(message, 9), 0; };
+     }},
+    {"used-number", logs_in, [](Scene&) { bad.networkGetStreamUsedNum = [](int, int) { return -1; }; }},
+    {"info-unaligned", receives,
+     [](Scene&) { bad.networkGetStreampPrivateInfo = [](int, int) { return g_memory + 2; }; }},
+    {"ring-room", receives, [](Scene&) { bad.ring_free_size_ex = [](void*) { return 512 << 20; }; }},
+    {"ring-no-room", receives,
+     [](Scene& scene) {
+         bad.ring_free_size_ex = [&scene](void* ring) {
+             return scene.first() ? good_ring_free_size_ex(ring) : 0;
+         };
+     }},
+    {"ring-start-null", receives, [](Scene&) { bad.ring_get_start_buf = [](void*) { return nullptr; }; }},
+    {"ring-start-outside", receives,
+     [](Scene&) { bad.ring_get_start_buf = [](void*) { return no_memory(); }; }},
+    {"ring-not-emptied", receives_what_it_opened,
+     [](Scene& scene) {
+         bad.ring_free_size_ex = [&scene](void* ring) {
+             if (scene.first()) scene.buffer.holds(Bytes(5));
+             return good_ring_free_size_ex(ring);
+         };
+     }},
+    {"ring-commit", receives,
+     [](Scene& scene) {
+         bad.ring_set_data_end = [&scene](void* ring, int length) {
+             return good_ring_set_data_end(ring, scene.first() ? length : length - 1);
+         };
+     }},
+    {"ring-pop", receives_what_it_opened,
+     [](Scene& scene) {
+         bad.ring_pop_n = [&scene](void* ring, void* dst, int length, int capacity) {
+             good_ring_pop_n(ring, dst, length, capacity);
+             if (length == 200) --scene.buffer.ring().fill;
+             return length;
+         };
+     }},
+    {"ring-peek", receives,
+     [](Scene& scene) {
+         bad.ring_pop_temp = [&scene](void* ring, void* dst, int length) {
+             if (scene.first()) --scene.buffer.ring().fill;
+             return good_ring_pop_temp(ring, dst, length);
+         };
+     }},
+    {"ring-peek-short", receives,
+     [](Scene&) {
+         bad.ring_pop_temp = [](void* ring, void* dst, int) { return good_ring_pop_temp(ring, dst, 20); };
+     }},
+    {"ring-peek-overrun", receives,
+     [](Scene&) {
+         bad.ring_pop_temp = [](void* ring, void* dst, int length) {
+             return ++byte(dst, length), good_ring_pop_temp(ring, dst, length);
+         };
+     }},
+    {"ring-pop-overrun", receives,
+     [](Scene&) {
+         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
+             return ++byte(dst, length), good_ring_pop_n(ring, dst, length, capacity);
+         };
+     }},
+    {"ring-peek-differs", receives,
+     [](Scene&) {
+         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
+             const int result = good_ring_pop_n(ring, dst, length, capacity);
+             if (length == 32) ++byte(dst, 8);
+             return result;
+         };
+     }},
+    {"ring-bytes", receives,
+     [](Scene&) {
+         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
+             const int result = good_ring_pop_n(ring, dst, length, capacity);
+             for (int i = 0; length == 200 && i < length; ++i) ++byte(dst, i);
+             return result;
+         };
+     }},
+    {"frame-twice", receives,
+     [](Scene& scene) {
+         bad.streamGetFrameQueueBuffer = [](void*, int) { return g_memory; };
+         bad.streamInsertFrameToFrameQueue = [](void*, void*) { return 0; };
+         bad.networkGetStreampPrivateInfo = [&scene](int, int) -> void* {
+             if (scene.first()) scene.delivers();
+             return nullptr;
+         };
+     }},
+    {"frame-overlap", receives,
+     [](Scene& scene) {
+         bad.streamGetFrameQueueBuffer = [&scene](void*, int) { return scene.buffer.ring().data + 30'000; };
+     }},
+    {"frame-changed", receives,
+     [](Scene&) {
+         bad.streamGetFrameQueueBuffer = [](void*, int) { return g_memory; };
+         bad.streamFrameQueueLock = [](void*) { return ++byte(g_memory, 10), 0; };
+     }},
+    {"frame-nested", receives,
+     [](Scene& scene) {
+         bad.streamInsertFrameToFrameQueue = [&scene](void*, void*) {
+             if (scene.first()) scene.delivers();
+             return 0;
+         };
+     }},
+    {"frame-lock", receives,
+     [](Scene& scene) {
+         bad.streamInsertFrameToFrameQueue = [&scene](void*, void*) {
+             if (scene.first()) std::thread([&scene] { scene.delivers(); }).join();
+             return 0;
+         };
+     }},
+    {"audio-flag", receives, [](Scene&) { ucAudioTypeFlag[7] = 9; }},
+    {"motion-overrun", takes_a_push,
+     [](Scene&) {
+         bad.motion_data_copy = [](int channel, void* data) {
+             return ++byte(data, 88), good_motion_data_copy(channel, data);
+         };
+     }},
+    {"motion-short", takes_a_push,
+     [](Scene&) { bad.motion_data_copy = [](int, void* data) { return std::memset(data, 1, 84), 0; }; }},
+    {"motion-input", takes_a_push,
+     [](Scene&) { bad.VideoMDSetStatus = [](int, int, void* data) { return ++byte(data, 87), 0; }; }},
+    {"armed", takes_a_push, [](Scene&) { bad.MD_Disarming_Time = [](int) { return -1; }; }},
+    {"alarm-input", ends_motion,
+     [](Scene&) {
+         bad.streamInsertAlarmToAlarmQueue = [](int, void* record) { return ++byte(record, 3), 0; };
+     }},
+    {"zone-overrun", sets_a_clock,
+     [](Scene&) {
+         bad.GetTimeZone = [](char* name, int* a, int* b) {
+             return ++name[12], good_GetTimeZone(name, a, b);
+         };
+     }},
+    {"zone-endless", sets_a_clock, [](Scene&) { host().is_in({.name = "GMT+08:00:00"}); }},
+    {"zone-text", sets_a_clock, [](Scene&) { host().is_in({.name = "UTC+08:00"}); }},
+    {"zone-time-overrun", sets_a_clock,
+     [](Scene&) {
+         bad.GetTimeZoneTime = [](uint32_t, uint8_t* hours, uint8_t*) { return *hours = 8, ++hours[3], 0; };
+     }},
+    {"zone-hours", sets_a_clock, [](Scene&) { host().is_in({.hours = 15}); }},
+    {"camera-zone", sets_a_clock, [](Scene&) { host().is_in({.camera_index = 256}); }},
+    {"memory-unaligned", asks_twice,
+     [](Scene&) {
+         gives_memory_at({1, 4112});
+     }},
+    {"memory-twice", asks_twice,
+     [](Scene&) {
+         gives_memory_at({0, 0});
+     }},
+    {"memory-small", asks_twice,
+     [](Scene&) {
+         gives_memory_at({0, 2048});
+     }},
+    {"clock-back", takes_requests,
+     [](Scene& scene) { bad.uptime = [&scene] { return scene.first() ? 100u : 99u; }; }},
+    {"clock-fast", takes_requests,
+     [](Scene& scene) { bad.uptime = [&scene] { return scene.first() ? 0u : 1000u; }; }},
+};
+
+// The reports of one row, without what stands behind the rule's name.
+std::vector<std::string> reports(const Row& row) {
+    const Capture capture;
+    {
+        Scene scene;
+        row.plant(scene);
+        row.drive(scene);
+    }
+    const std::string text = capture.err();
+    const std::regex report("lenswire-check: (LW-\\d+ [a-z-]+): [^\n]*thread \\d+");
+    std::vector<std::string> found;
+    for (std::sregex_iterator i(text.begin(), text.end(), report), end; i != end; ++i)
+        found.push_back((*i)[1]);
+    return found;
+}
+
+// A slow machine is no bad host.
+class CheckTest : public testing::Test {
+  protected:
+    CheckTest() { setenv("LENSWIRE_CHECK_SLOW_MS", "0", 1); }
+};
+
+TEST_F(CheckTest, EachBadHostTripsItsRuleAlone) {
+    std::set<std::string> tripped = {"frame-small"};  // see below
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.rule);
+        setenv("LENSWIRE_CHECK_SLOW_MS", row.rule == std::string("service-slow") ? "10" : "0", 1);
+        const auto* rule = std::ranges::find(kRules, row.rule, &RuleText::name);
+        ASSERT_NE(rule, std::end(kRules));
+        EXPECT_THAT(reports(row), testing::ElementsAre(rule->id()));
+        tripped.insert(row.rule);
+    }
+    EXPECT_EQ(tripped.size(), std::size(kRules));
+}
+
+TEST_F(CheckTest, AGoodHostTripsNone) {
+    for (const Step drive : {receives, receives_what_it_opened, takes_requests, takes_a_push, ends_motion,
+                             sets_a_clock, reads_cruise_lines, writes_a_cruise_line, asks_twice,
+                             restarts_while_it_runs, logs_in, is_pushed_to}) {
+        EXPECT_THAT(reports({"", drive, [](Scene&) {}}), IsEmpty()) << reinterpret_cast<void*>(drive);
+    }
+}
+
+// The report stands in the file before the process crashes, or ends.
+TEST_F(CheckTest, ABreachMayEndTheProcess) {
+    const std::string file = testing::TempDir() + "lenswire-check-" + std::to_string(getpid());
+    setenv("LENSWIRE_CHECK_FILE", file.c_str(), 1);
+    setenv("LENSWIRE_CHECK_ABORT", "1", 1);
+    const Row small{"frame-small", receives,
+                    [](Scene&) { bad.streamGetFrameQueueBuffer = [](void*, int) { return no_memory(); }; }};
+    EXPECT_EXIT(reports(small), testing::KilledBySignal(SIGABRT), "");
+    std::ifstream stream(file);
+    std::string line;
+    std::getline(stream, line);
+    EXPECT_THAT(line, testing::StartsWith("lenswire-check: LW-45 frame-small: streamGetFrameQueueBuffer: "));
+    std::remove(file.c_str());
+}
+
+std::string text_of(const std::string& file) {
+    std::ifstream stream(LENSWIRE_SOURCE "/" + file);
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
+    return std::regex_replace(text, std::regex("\\s+(\\* )?"), " ");
+}
+
+TEST_F(CheckTest, TheRulesStandInHeadersAndDocuments) {
+    const std::string headers =
+        text_of("include/lenswire/host_services.h") + text_of("include/lenswire/host_objects.h");
+    const std::string document = text_of("docs/checks.md");
+    for (const RuleText& rule : kRules) {
+        EXPECT_THAT(headers, testing::HasSubstr(rule.id() + ": " + rule.sentence + "."));
+        EXPECT_THAT(document,
+                    testing::HasSubstr("| " + rule.id().insert(5, " |") + " | " + rule.sentence + " |"));
+    }
+    EXPECT_EQ(occurrences(headers, "LW-"), static_cast<int>(std::size(kRules)));
+    EXPECT_EQ(occurrences(document, "| LW-"), static_cast<int>(std::size(kRules)));
+}
+
+}  // namespace
+}  // namespace lenswire::test
