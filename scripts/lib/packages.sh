@@ -10,6 +10,7 @@ declare -A packages=(
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
     [lint]="clang-format clang-tidy shellcheck"
     [bench]="python3 binutils"
+    [cost]="python3 valgrind"
 )
 
 # Of the packages named, those that are not installed.
