@@ -10,6 +10,7 @@
 #include <map>
 #include <vector>
 
+#include "bench/cameras/answers.h"
 #include "bench/support/measure.h"
 #include "lenswire/records.h"
 
@@ -93,42 +94,10 @@ class CameraLoop {
             bytes.clear();
             return false;
         }
-        const size_t length = sizeof header + size_t{header.ulBufferSize} * header.ulBufferNum;
-        if (bytes.size() < length) return false;
-        std::vector<uint8_t> answer(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
-        bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
-        complete(answer, header);
+        const std::vector<uint8_t> answer = answer_first_of(bytes);
+        if (answer.empty()) return false;
         send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
         return true;
-    }
-
-    // Makes an answer of a request: as a rule the request itself is one.
-    static void complete(std::vector<uint8_t>& answer, PrivateCmd header) {
-        switch (header.usCmd) {
-            case LENSWIRE_CMD_SERIAL:
-                header.ulBufferSize = LENSWIRE_SERIAL_SIZE;
-                header.ulBufferNum = 1;
-                answer.resize(sizeof header + LENSWIRE_SERIAL_SIZE, 'k');
-                break;
-            case LENSWIRE_CMD_LOGIN:
-                header.ulLoginId = 1;
-                break;
-            case LENSWIRE_CMD_HEARTBEAT:  // whoever asks for a sign of life also gets a motion alarm
-                header.usCmd = LENSWIRE_CMD_MOTION_PUSH;
-                header.ulBufferSize = header.ulBufferNum = 4;
-                answer.resize(sizeof header + 16, 1);
-                break;
-            case LENSWIRE_CMD_DEVICE_INFO: {
-                IpcDeviceInfo info{};
-                info.ndevType = kDeviceType;
-                std::strcpy(info.szFirmwareName, kFirmwareName);
-                std::memcpy(answer.data() + sizeof header, &info, sizeof info);
-                break;
-            }
-            default:
-                break;
-        }
-        std::memcpy(answer.data(), &header, sizeof header);
     }
 
     bool take_firmware(int fd, Connection& connection) {

@@ -1,6 +1,7 @@
 #include "bench/host/frame_queue.h"
 
 #include <unistd.h>
+#include <algorithm>
 
 #include "bench/support/measure.h"
 
@@ -26,6 +27,10 @@ Consumer::~Consumer() {
 void Consumer::stop() {
     stop_ = true;
     if (thread_.joinable()) thread_.join();
+}
+
+bool Consumer::is_idle() {
+    return std::all_of(queues_.begin(), queues_.end(), [](FrameQueue& queue) { return queue.is_empty(); });
 }
 
 void Consumer::run() {

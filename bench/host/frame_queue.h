@@ -19,6 +19,10 @@ class FrameQueue {
     FrameQueue() { frames_.reserve(kLongest); }
 
     std::mutex& mutex() { return mutex_; }
+    bool is_empty() {
+        const std::lock_guard lock(mutex_);
+        return frames_.empty();
+    }
     // Under the mutex. False when the queue is full: the frame stays the caller's.
     bool push(uint8_t* frame) {
         if (frames_.size() == kLongest) return false;
@@ -58,6 +62,8 @@ class Consumer {
     pid_t thread() const { return id_; }
     // Nothing more is to come: the thread ends.
     void stop();
+    // Whether all that was in the queues so far has been read.
+    bool is_idle();
 
   private:
     void run();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -42,6 +43,9 @@ struct StreamObject {
     // Written by the receive loop, read by everyone.
     std::atomic<uint32_t> inserted;
     std::atomic<uint32_t> refused;  // for want of a buffer or of room in the queue
+    std::atomic<uint32_t> restarts;
+    // That logins for this stream may still make.
+    std::atomic<int> login_steps{INT_MAX};
 };
 
 // A frame in a buffer of the pool, as the sender marked it.

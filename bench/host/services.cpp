@@ -14,6 +14,8 @@ using namespace lenswire::bench;
 
 namespace {
 
+constexpr int kEndsLogin = 4;
+
 ReceiveBuffer& buffer_of(void* ring) {
     return *reinterpret_cast<ReceiveBuffer*>(static_cast<uint8_t*>(ring) - sizeof ReceiveBuffer::host_part);
 }
@@ -85,16 +87,18 @@ int Private_Protocol_GetRequestFromQueue(StreamRequest* request) {
     return host().next_request(request);
 }
 
-int networkInsertMessageToQueue(int, int, void*, int) {
+int networkInsertMessageToQueue(int channel, int, void*, int) {
     ++host().restarts;
+    ++host().stream(static_cast<uint32_t>(channel)).restarts;
     return 0;
 }
 
 int networkGetStreamUsedNum(int, int) {
     return 1;
 }
-int networkGetRunFlag(int, int) {
-    return 0;
+int networkGetRunFlag(int channel, int) {
+    if (static_cast<uint32_t>(channel) >= host().streams()) return 0;
+    return host().stream(static_cast<uint32_t>(channel)).login_steps-- > 0 ? 0 : kEndsLogin;
 }
 
 void* networkGetStreampPrivateInfo(int first, int) {

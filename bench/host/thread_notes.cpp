@@ -21,7 +21,7 @@ namespace {
 thread_local uint64_t t_allocations = 0;
 std::mutex g_mutex;
 std::vector<lenswire::bench::ThreadNote> g_noted;
-std::vector<size_t> g_ended;
+lenswire::bench::EndedThreads g_ended;
 
 // One per noted thread: made when it is noted, gone when it ends.
 struct Presence {
@@ -33,7 +33,7 @@ struct Presence {
         const size_t used = lenswire::bench::used_stack(pthread_self());
         const std::lock_guard lock(g_mutex);
         std::erase_if(g_noted, [](const auto& note) { return note.thread == gettid(); });
-        g_ended.push_back(used);
+        g_ended = {g_ended.count + 1, used};
     }
 };
 
@@ -69,7 +69,7 @@ std::vector<ThreadNote> noted_threads() {
     return g_noted;
 }
 
-std::vector<size_t> stacks_of_ended_threads() {
+EndedThreads ended_threads() {
     const std::lock_guard lock(g_mutex);
     return g_ended;
 }

@@ -20,8 +20,12 @@ struct ThreadNote {
 void note_this_thread();
 std::vector<ThreadNote> noted_threads();
 
-// Of the noted threads that have ended, in that order: how much of its stack each had used.
-std::vector<size_t> stacks_of_ended_threads();
+// Of the noted threads: how many have ended, and how much of its stack the latest of them had used.
+struct EndedThreads {
+    size_t count;
+    size_t latest_stack;
+};
+EndedThreads ended_threads();
 
 // Calls of malloc and its kind by the calling thread so far.
 uint64_t allocations_of_this_thread();

@@ -1,5 +1,6 @@
 // The least that receiving the same bytes can cost: one thread with select and recv, which throws the bytes
-// away or copies each of them once into buffers as the library's host has them.
+// away or copies each of them once into buffers as the library's host has them. It may let them gather
+// between its passes for as long as the library does.
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@ namespace lenswire::bench {
 namespace {
 
 constexpr size_t kReceiveBytes = 256 * 1024;
+constexpr int64_t kGatherNs = 3'200'000;  // from the start of one pass to that of the next
 
 // What happens to the bytes that a stream brought.
 class ThrowAway {
@@ -74,8 +76,8 @@ class CopyOnce : public FrameReader {
 template <class Sink>
 class LoopReceiver : public Receiver {
   public:
-    explicit LoopReceiver(const ReceiverOptions& options)
-        : streams_(options.streams), sink_(options.streams) {}
+    explicit LoopReceiver(const ReceiverOptions& options, int64_t period_ns = 0)
+        : streams_(options.streams), period_ns_(period_ns), sink_(options.streams) {}
 
     ~LoopReceiver() override {
         stop_ = true;
@@ -106,6 +108,7 @@ class LoopReceiver : public Receiver {
             fd_set readable = watched_;
             timeval wait{.tv_sec = 0, .tv_usec = 1000};
             if (select(count, &readable, nullptr, nullptr, &wait) <= 0) continue;
+            const int64_t pass_start = period_ns_ > 0 ? now_ns() : 0;
             for (uint32_t stream = 0; stream < streams_; ++stream) {
                 if (!FD_ISSET(sockets_[stream], &readable)) continue;
                 const ssize_t length = recv(sockets_[stream], received.data(), received.size(), 0);
@@ -114,10 +117,12 @@ class LoopReceiver : public Receiver {
                 bytes_.store(bytes_.load(std::memory_order_relaxed) + static_cast<size_t>(length),
                              std::memory_order_relaxed);
             }
+            if (period_ns_ > 0) sleep_until(pass_start + period_ns_);
         }
     }
 
     uint32_t streams_;
+    int64_t period_ns_;
     Sink sink_;
     std::vector<int> sockets_;
     fd_set watched_;
@@ -131,6 +136,10 @@ class LoopReceiver : public Receiver {
 
 std::unique_ptr<Receiver> make_bare_loop(const ReceiverOptions& options) {
     return std::make_unique<LoopReceiver<ThrowAway>>(options);
+}
+
+std::unique_ptr<Receiver> make_gathering_loop(const ReceiverOptions& options) {
+    return std::make_unique<LoopReceiver<ThrowAway>>(options, kGatherNs);
 }
 
 std::unique_ptr<Receiver> make_copying_loop(const ReceiverOptions& options) {

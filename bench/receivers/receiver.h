@@ -43,6 +43,7 @@ struct ReceiverOptions {
 
 std::unique_ptr<Receiver> make_plugin_receiver(const ReceiverOptions& options);
 std::unique_ptr<Receiver> make_bare_loop(const ReceiverOptions& options);
+std::unique_ptr<Receiver> make_gathering_loop(const ReceiverOptions& options);
 std::unique_ptr<Receiver> make_copying_loop(const ReceiverOptions& options);
 std::unique_ptr<Receiver> make_avformat_receiver(const ReceiverOptions& options);
 

@@ -1,13 +1,11 @@
 // lenswire-bench: one round of one benchmark per call, its figures as a line of JSON on standard output.
 // scripts/bench runs the rounds side by side and makes tables and plots of them.
-#include <fcntl.h>
-#include <unistd.h>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "bench/rounds/round.h"
-#include "bench/support/measure.h"
+#include "bench/support/process.h"
 #include "lenswire/version.h"
 
 using namespace lenswire::bench;
@@ -30,16 +28,6 @@ constexpr Command kCommands[] = {
     {"prompt", "take up what happens", add_prompt},
     {"idle", "do nothing, with or without silent streams", add_idle},
 };
-
-// The library prints its own lines on standard output. They go nowhere; what this returns is the way out
-// for the figures.
-FILE* keep_output_for_figures() {
-    const int out = dup(STDOUT_FILENO);
-    const int nowhere = open("/dev/null", O_WRONLY);
-    if (out < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) give_up("standard output");
-    close(nowhere);
-    return fdopen(out, "w");
-}
 
 }  // namespace
 

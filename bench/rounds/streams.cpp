@@ -17,9 +17,8 @@ namespace {
 using MakeReceiver = std::unique_ptr<Receiver> (*)(const ReceiverOptions&);
 
 const std::map<std::string, MakeReceiver> kReceivers = {
-    {"plugin", make_plugin_receiver},
-    {"bare", make_bare_loop},
-    {"copy", make_copying_loop},
+    {"plugin", make_plugin_receiver},     {"bare", make_bare_loop},
+    {"gather", make_gathering_loop},      {"copy", make_copying_loop},
     {"avformat", make_avformat_receiver},
 };
 const std::map<std::string, Pacing> kPacings = {
@@ -157,7 +156,7 @@ Json run(const Options& options) {
 Round add_streams(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     app.add_option("--receiver", options->receiver, "who receives")
-        ->check(CLI::IsMember({"plugin", "bare", "copy", "avformat"}));
+        ->check(CLI::IsMember({"plugin", "bare", "gather", "copy", "avformat"}));
     app.add_option("--pacing", options->pacing, "how the frames come")
         ->check(CLI::IsMember({"whole", "spread", "unpaced"}));
     app.add_option("--streams", options->streams)->check(CLI::Range(1, 192));

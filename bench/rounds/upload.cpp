@@ -160,8 +160,8 @@ void want_fresh_stacks() {
 // What the next thread to end had used of its stack.
 size_t stack_of_next_to_end(size_t ended_before) {
     for (int i = 0; i < 1000; ++i) {
-        const std::vector<size_t> stacks = stacks_of_ended_threads();
-        if (stacks.size() > ended_before) return stacks[ended_before];
+        const EndedThreads ended = ended_threads();
+        if (ended.count > ended_before) return ended.latest_stack;
         sleep_ms(1);
     }
     give_up("the upgrade thread did not end");
@@ -182,7 +182,7 @@ Cost run_library(const CameraProcess& cameras, const FirmwareFile& firmware) {
     std::strcpy(request.szFilePath, firmware.path().c_str());
 
     want_fresh_stacks();
-    const size_t ended_before = stacks_of_ended_threads().size();
+    const size_t ended_before = ended_threads().count;
     // The call asks every camera first; it returns when the job has just begun.
     const int64_t cpu_before = process_cpu_ns() - others_ns();
     pthread_t job;

@@ -48,6 +48,14 @@ ChildProcess::~ChildProcess() {
     waitpid(process_, nullptr, 0);
 }
 
+FILE* keep_output_for_figures() {
+    const int out = dup(STDOUT_FILENO);
+    const int nowhere = open("/dev/null", O_WRONLY);
+    if (out < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) give_up("standard output");
+    close(nowhere);
+    return fdopen(out, "w");
+}
+
 int listen_at(const char* address, int& port) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in bound = address_of(address, 0);

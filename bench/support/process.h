@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 
 namespace lenswire::bench {
@@ -33,6 +34,10 @@ class ChildProcess {
   private:
     pid_t process_;
 };
+
+// The library prints its own lines on standard output. They go nowhere; what this returns is the way out for
+// the figures.
+FILE* keep_output_for_figures();
 
 constexpr const char* kLoopback = "127.0.0.1";
 

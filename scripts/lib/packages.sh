@@ -12,6 +12,7 @@ declare -A packages=(
     [lint]="clang-format clang-tidy shellcheck"
     [package]="debootstrap dpkg-dev file"
     [bench]="python3 binutils"
+    [cost]="python3 valgrind"
 )
 
 # Of the packages named, those that are not installed.

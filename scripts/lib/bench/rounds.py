@@ -6,7 +6,7 @@ import sys
 from dataclasses import dataclass, field
 
 PACINGS = ("whole", "spread", "unpaced")
-RECEIVERS = ("plugin", "bare", "copy", "avformat")
+RECEIVERS = ("plugin", "bare", "gather", "copy", "avformat")
 
 
 @dataclass
@@ -48,7 +48,7 @@ def stream_groups(extent):
             common = ["streams", f"--pacing={pacing}", f"--streams={count}", f"--measure-ms={extent.measure_ms}"]
             yield Group(f"streams/{pacing}/{count}",
                         {way: common + [f"--receiver={way}", f"--warm-up-ms={warm_up_ms(way, extent)}"]
-                         for way in RECEIVERS})
+                         for way in RECEIVERS if pacing != "unpaced" or way != "gather"})
 
 
 def control_groups(extent):
