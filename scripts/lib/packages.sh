@@ -8,6 +8,7 @@ declare -A packages=(
     [demo]="jq"
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
+    [fuzz]="clang-14 libclang-rt-14-dev"
     [lint]="clang-format clang-tidy shellcheck"
     [bench]="python3 binutils"
 )

@@ -8,7 +8,9 @@ root=$1
 # What each folder may include, beside system headers.
 declare -A allowed=([recorder]="recorder/* lenswire/*"
     [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h"
-    [bench]="bench/* lenswire/* pteClient/message_cutter.h")
+    [bench]="bench/* lenswire/* pteClient/message_cutter.h"
+    [fuzz]="fuzz/* lenswire/* pteClient/* privateConfigure/* camera/* recorder/host/ring.h recorder/media/*
+        tests/support/*")
 for folder in "$root"/src/*/; do
     name=$(basename "$folder")
     allowed[src/$name]="$name/* common/* lenswire/*"
@@ -16,13 +18,14 @@ done
 # The rooms of each folder, from the top floor down.
 declare -A floor_of rooms=([recorder]="support records media archive host session cli"
     [camera]="wire media device serve program"
-    [bench]="support cameras host receivers rounds micro")
+    [bench]="support cameras host receivers rounds micro"
+    [fuzz]="support targets cut")
 for folder in "${!rooms[@]}"; do
     floor=0
     for room in ${rooms[$folder]}; do floor_of[$folder/$room]=$((floor++)); done
 done
 # An include in angle brackets is a system header unless it names one of these.
-ours=" src include bench lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
+ours=" src include bench fuzz lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
 
 may_include() { # folder target
     local pattern

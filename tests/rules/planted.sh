@@ -18,7 +18,7 @@ expect() {
 
 # -- Includes in a copy of the sources, where what is sound is found sound without any.
 mkdir "$work/root"
-cp -r "$here"/../../{src,recorder,camera,bench} "$work/root"
+cp -r "$here"/../../{src,recorder,camera,bench,fuzz} "$work/root"
 
 include() { # file include
     planted="#include $2"
@@ -46,6 +46,7 @@ include camera/program/planted.h '"recorder/host/ring.h"'
 include camera/program/planted.h '<src/common/wire.h>'
 include camera/wire/planted.h '"camera/serve/loop.h"'
 include bench/rounds/planted.h '"bench/micro/planted.h"'
+include fuzz/targets/planted.h '"recorder/cli/console.h"'
 # A source of a header that the included one includes closes a circle.
 planted="a circle of files"
 echo '#include "camera/wire/message.h"' >"$work/root/camera/wire/bytes.cpp"
