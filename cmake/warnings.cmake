@@ -11,5 +11,5 @@ if(LENSWIRE_SANITIZE)
     add_compile_options(-fsanitize=${LENSWIRE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${LENSWIRE_SANITIZE})
     # Instrumented code hides initialisations from gcc, which then warns of the standard library's own.
-    target_compile_options(lenswire_build_flags INTERFACE -Wno-maybe-uninitialized)
+    target_compile_options(lenswire_build_flags INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-maybe-uninitialized>)
 endif()

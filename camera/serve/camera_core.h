@@ -16,7 +16,7 @@
 
 namespace lenswire::camera {
 
-class CameraCore : public ConnectionOwner {
+class CameraCore final : public ConnectionOwner {
   public:
     CameraCore(Loop& loop, CameraConfig config);
     ~CameraCore();

@@ -14,7 +14,7 @@
 
 namespace lenswire::recorder {
 
-class Archive : public NoteTaker {
+class Archive final : public NoteTaker {
   public:
     struct Options {
         std::string ledger;  // SQLite's file

@@ -27,7 +27,7 @@ struct StreamObject {
     FrameQueue* queue = nullptr;
 };
 
-class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream {
+class RecorderStream final : private FrameQueue::Listener, private FrameWorker::Stream {
   public:
     using Clock = std::chrono::steady_clock;
 

@@ -26,7 +26,7 @@ class StreamLink {
     virtual bool control_alive() = 0;  // sends a heartbeat when one is due
 };
 
-class Supervisor : public RestartListener {
+class Supervisor final : public RestartListener {
   public:
     // What a viewer shows of a stream.
     struct View {

@@ -9,6 +9,7 @@ source scripts/lib/packages.sh
 purposes_of() {
     case $1 in
         release | debug | asan | tsan) echo build programs abi ;;
+        fuzz) echo build programs fuzz ;;
         i386 | armhf) echo build abi "$1" ;;
         *) return 1 ;;
     esac

@@ -9,6 +9,7 @@ declare -A packages=(
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
     [abi]="gcc abigail-tools"
+    [fuzz]="clang-14 libclang-rt-14-dev"
     [lint]="clang-format clang-tidy shellcheck"
     [package]="debootstrap dpkg-dev file"
     [bench]="python3 binutils"

@@ -10,7 +10,9 @@ declare -A allowed=([recorder]="recorder/* lenswire/*"
     [check]="check/* lenswire/*"
     [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h lenswire/version.h"
     [bench]="bench/* lenswire/* pteClient/message_cutter.h"
-    [examples]="lenswire/* ring.h frame_queue.h")
+    [examples]="lenswire/* ring.h frame_queue.h"
+    [fuzz]="fuzz/* lenswire/* pteClient/* privateConfigure/* camera/* recorder/host/ring.h recorder/media/*
+        tests/support/*")
 for folder in "$root"/src/*/; do
     name=$(basename "$folder")
     allowed[src/$name]="$name/* common/* lenswire/*"
@@ -18,13 +20,14 @@ done
 # The rooms of each folder, from the top floor down.
 declare -A floor_of rooms=([recorder]="support records media archive host session cli"
     [camera]="wire media device serve program"
-    [bench]="support cameras host receivers rounds micro")
+    [bench]="support cameras host receivers rounds micro"
+    [fuzz]="support targets cut")
 for folder in "${!rooms[@]}"; do
     floor=0
     for room in ${rooms[$folder]}; do floor_of[$folder/$room]=$((floor++)); done
 done
 # An include in angle brackets is a system header unless it names one of these.
-ours=" src include bench check examples lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
+ours=" src include bench check examples fuzz lenswire recorder camera tests $(cd "$root/src" && echo */ | tr -d /) "
 
 may_include() { # folder target
     local pattern

@@ -18,7 +18,7 @@ expect() {
 
 # -- Includes in a copy of the sources, where what is sound is found sound without any.
 mkdir "$work/root"
-cp -r "$here"/../../{src,check,recorder,camera,bench,examples} "$work/root"
+cp -r "$here"/../../{src,check,recorder,camera,bench,examples,fuzz} "$work/root"
 
 include() { # file include
     planted="#include $2"
@@ -48,6 +48,7 @@ include camera/wire/planted.h '"camera/serve/loop.h"'
 include examples/planted.h '"recorder/host/ring.h"'
 include bench/rounds/planted.h '"bench/micro/planted.h"'
 include check/planted.h '"common/wire.h"'
+include fuzz/targets/planted.h '"recorder/cli/console.h"'
 # A source of a header that the included one includes closes a circle.
 planted="a circle of files"
 echo '#include "camera/wire/message.h"' >"$work/root/camera/wire/bytes.cpp"
