@@ -98,11 +98,12 @@ int show(const TimeOptions& options, const CommonOptions& common, Console& conso
         console.line(clock_text(clock) + "  zone " + std::to_string(clock.ucTimeZone));
         return kDone;
     }
-    console.print(document(
-        {{"camera", session->camera().name()},
-         {"time", clock_text(clock)},
-         {"zone", clock.ucTimeZone},
-         {"server", std::string(clock.szNtpServer, strnlen(clock.szNtpServer, sizeof clock.szNtpServer))}}));
+    console.print(
+        document({{"camera", session->camera().name()},
+                  {"time", clock_text(clock)},
+                  {"zone", clock.ucTimeZone},
+                  {"ntp-server",
+                   std::string(clock.szNtpServer, strnlen(clock.szNtpServer, sizeof clock.szNtpServer))}}));
     return kDone;
 }
 

@@ -152,7 +152,7 @@ constexpr Field kDevice[] = {
     LENSWIRE_FIELD("type", DeviceRecord, type),         LENSWIRE_FIELD("channels", DeviceRecord, channels),
     LENSWIRE_FIELD("streams", DeviceRecord, streams),   LENSWIRE_FIELD("serial", DeviceRecord, serial),
     LENSWIRE_FIELD("model", DeviceRecord, model),       LENSWIRE_FIELD("hardware", DeviceRecord, hardware),
-    LENSWIRE_FIELD("firmware", DeviceRecord, firmware), LENSWIRE_FIELD("chip", DeviceRecord, chip),
+    LENSWIRE_FIELD("firmware", DeviceRecord, firmware), LENSWIRE_FIELD("platform", DeviceRecord, platform),
     LENSWIRE_FIELD("sensor", DeviceRecord, sensor),
 };
 
@@ -161,11 +161,15 @@ constexpr Field kProperty[] = {
 };
 
 constexpr Field kTime[] = {
-    LENSWIRE_FIELD("year", IpcTimeInfo, usYear),        LENSWIRE_FIELD("month", IpcTimeInfo, ucMonth),
-    LENSWIRE_FIELD("day", IpcTimeInfo, ucDay),          LENSWIRE_FIELD("hour", IpcTimeInfo, ucHour),
-    LENSWIRE_FIELD("minute", IpcTimeInfo, ucMinute),    LENSWIRE_FIELD("second", IpcTimeInfo, ucSecond),
-    LENSWIRE_FIELD("mode", IpcTimeInfo, ucTimeMode),    LENSWIRE_FIELD("zone", IpcTimeInfo, ucTimeZone),
-    LENSWIRE_FIELD("server", IpcTimeInfo, szNtpServer),
+    LENSWIRE_FIELD("year", IpcTimeInfo, usYear),
+    LENSWIRE_FIELD("month", IpcTimeInfo, ucMonth),
+    LENSWIRE_FIELD("day", IpcTimeInfo, ucDay),
+    LENSWIRE_FIELD("hour", IpcTimeInfo, ucHour),
+    LENSWIRE_FIELD("minute", IpcTimeInfo, ucMinute),
+    LENSWIRE_FIELD("second", IpcTimeInfo, ucSecond),
+    LENSWIRE_FIELD("mode", IpcTimeInfo, ucTimeMode),
+    LENSWIRE_FIELD("zone", IpcTimeInfo, ucTimeZone),
+    LENSWIRE_FIELD("ntp-server", IpcTimeInfo, szNtpServer),
 };
 
 }  // namespace

@@ -66,8 +66,8 @@ TEST_F(UpgradeTest, SaysWhetherAndWhyAFileFits) {
     const Outcome good = check(file);
     EXPECT_EQ(good.out,
               "file       header-trial.bin, 70000 bytes\n"
-              "header     chip HI3516A, sensor IMX178\n"
-              "camera     type 5, firmware other, chip HI3516A, sensor IMX178\n"
+              "header     platform HI3516A, sensor IMX178\n"
+              "camera     type 5, firmware other, platform HI3516A, sensor IMX178\n"
               "by name    does not apply, the camera's name has no feature letters\n"
               "by tokens  does not fit\n"
               "by header  fits\n"
