@@ -102,7 +102,7 @@ int check(const CheckOptions& options, const CommonOptions& common, Console& con
     } else {
         console.print(check_text(file, device, list, fits));
     }
-    return fits ? kDone : kCameraFailed;
+    return fits ? kDone : kFileDoesNotFit;
 }
 
 int make(const MakeOptions& options, const CommonOptions& common, Console& console) {

@@ -30,8 +30,8 @@ void check_taken(const ControlSession& session, std::span<const NamedField> aske
     for (const NamedField& field : asked) {
         const std::string shown = field_text(field.field, now);
         if (shown == field_text(field.field, wanted)) continue;
-        throw camera_failed("camera " + session.camera().name() + " did not take " + field.name +
-                            ", it has " + (shown.empty() ? "none" : shown));
+        throw Failure(kCameraRefused, "camera " + session.camera().name() + " did not take " + field.name +
+                                          ", it has " + (shown.empty() ? "none" : shown));
     }
 }
 

@@ -20,6 +20,7 @@ struct CommonOptions : SessionOptions {
     std::string log;
     bool verbose = false;
     bool json = false;
+    bool quiet = false;
 };
 
 using Command = std::function<int(Console&)>;
@@ -37,7 +38,7 @@ void add_info(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_firmware(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen);
 
-// Reads the command line, runs the subcommand and reports a Failure in one line.
+// Reads the command line, runs the subcommand and reports a Failure in one line. The exit code.
 int run_program(int argc, char** argv);
 
 }  // namespace lenswire::recorder

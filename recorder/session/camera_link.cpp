@@ -15,7 +15,7 @@ CameraLink::CameraLink(Plugin& plugin, CameraAddress address, int recorder_chann
       channel_(recorder_channel),
       stream_(recorder_stream),
       unit_(plugin.PC_CreateNew()) {
-    if (unit_ == nullptr) throw camera_failed("the library has no free unit for " + address_.name());
+    if (unit_ == nullptr) throw local_failure("the library has no free unit for " + address_.name());
 }
 
 CameraLink::~CameraLink() {
@@ -23,9 +23,31 @@ CameraLink::~CameraLink() {
     if (socket >= 0) close(socket);
 }
 
-int CameraLink::login() {
+int CameraLink::login(std::chrono::steady_clock::duration patience) {
+    using End = LoginWatch::End;
     const LoginInfo info = login_info(address_);
-    return plugin_.PC_Login(unit_, address_.ip, address_.port, &info, channel_, stream_);
+    LoginWatch watch(unit_->pCmdClient, patience);
+    Host* host = Host::current();
+    if (host != nullptr && unit_->pCmdClient != nullptr) host->watch_login(channel_, stream_, &watch);
+    const int result = plugin_.PC_Login(unit_, address_.ip, address_.port, &info, channel_, stream_);
+    if (host != nullptr) host->watch_login(channel_, stream_, nullptr);
+    if (result == kLoggedIn) return result;
+    switch (watch.end()) {
+        case End::kRefused:
+            return kLoginDenied;
+        case End::kClosed:
+            return kLoginClosed;
+        case End::kPortRefused:
+            return kLoginPortRefused;
+        case End::kNoConnection:
+            return kLoginNoConnection;
+        case End::kTimedOut:
+            if (result == kLoginFailed) return kLoginTimedOut;
+            break;
+        case End::kNone:
+            break;
+    }
+    return result;
 }
 
 bool CameraLink::invite() {
@@ -57,15 +79,25 @@ int CameraLink::release() {
 
 std::string login_failure(int result) {
     switch (result) {
-        case -4:
+        case kLoginDenied:
             return "refused the login";
-        case -3:
+        case kLoginClosed:
+            return "closed the connection during the login";
+        case kLoginPortRefused:
             return "cannot be reached: connection refused";
-        case -2:
+        case kLoginNoConnection:
             return "cannot be reached: no connection";
+        case kLoginUnanswered:
+        case kLoginTimedOut:
+            return "did not answer the login";
         default:
-            return "cannot be reached: no answer to the login";
+            return "cannot be reached";
     }
+}
+
+ExitCode login_exit_code(int result) {
+    if (result == kLoginDenied) return kLoginRefused;
+    return result == kLoginUnanswered || result == kLoginTimedOut ? kTimedOut : kUnreachable;
 }
 
 }  // namespace lenswire::recorder

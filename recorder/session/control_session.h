@@ -7,6 +7,7 @@
 
 #include "recorder/host/host.h"
 #include "recorder/session/camera_link.h"
+#include "recorder/session/deadline.h"
 #include "recorder/session/plugin.h"
 #include "recorder/session/session_options.h"
 #include "recorder/support/failure.h"
@@ -15,7 +16,7 @@ namespace lenswire::recorder {
 
 class ControlSession {
   public:
-    // Throws a camera Failure that says which way the login failed.
+    // Throws a Failure that says which way the login failed.
     ControlSession(CameraAddress camera, const SessionOptions& options);
 
     Host& host() { return host_; }
@@ -30,12 +31,21 @@ class ControlSession {
     template <typename F>
     void ask(const std::string& what, F operation) {
         const auto started = std::chrono::steady_clock::now();
-        if (!operation()) throw failure(what, std::chrono::steady_clock::now() - started);
+        if (!limited(operation)) throw failure(what, std::chrono::steady_clock::now() - started);
     }
     // The same for what is only sent.
     template <typename F>
     void tell(const std::string& what, F operation) {
         if (!operation() || !link_.control_alive()) throw not_sent(what);
+    }
+
+    // Runs what may wait for the camera, and ends the wait when the camera has had its time.
+    template <typename F>
+    auto limited(F operation) {
+        deadline_.set(timeout_);
+        auto result = operation();
+        deadline_.clear();
+        return result;
     }
 
   private:
@@ -48,6 +58,9 @@ class ControlSession {
     Plugin plugin_;
     PluginContext context_;
     CameraLink link_;
+    std::chrono::steady_clock::duration timeout_;
+    // Sends home who waits in the library.
+    Deadline deadline_;
 };
 
 }  // namespace lenswire::recorder
