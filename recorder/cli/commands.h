@@ -27,6 +27,8 @@ using Command = std::function<int(Console&)>;
 
 // `chosen` gets the command's body when the user picked it.
 void add_record(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_stream(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_snapshot(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_footage(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_verify(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_get(CLI::App& app, CommonOptions& common, Command& chosen);

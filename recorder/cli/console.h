@@ -24,6 +24,7 @@ class Console {
     void divert_library(const std::string& file, bool verbose);
 
     bool out_is_terminal() const;
+    int out_descriptor() const { return fileno(out_); }
     // Lines that fit on the terminal, and characters that fit in one; no limit where there is none.
     int terminal_lines() const;
     size_t terminal_columns() const;

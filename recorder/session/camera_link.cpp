@@ -3,9 +3,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstring>
 
 #include "recorder/support/failure.h"
+#include "recorder/support/port.h"
 
 namespace lenswire::recorder {
 
@@ -75,6 +78,14 @@ int CameraLink::release() {
     plugin_.PC_Delete(unit_);
     unit_ = nullptr;
     return socket;
+}
+
+void look_at_port(const CameraAddress& camera, std::chrono::steady_clock::duration patience) {
+    const int error = error_of_port(camera.ip, camera.port, patience);
+    if (error == 0) return;
+    std::string reason = error == ETIMEDOUT ? "no connection" : std::strerror(error);
+    reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
+    throw Failure(kUnreachable, "camera " + camera.name() + " cannot be reached: " + reason);
 }
 
 std::string login_failure(int result) {

@@ -59,6 +59,10 @@ class CameraLink {
     StreamConn* unit_;
 };
 
+// Throws an unreachable Failure with the reason when nothing listens where the camera should be: at once
+// where that is known at once, after `patience` else.
+void look_at_port(const CameraAddress& camera, std::chrono::steady_clock::duration patience);
+
 // Why a login failed, in words: "cannot be reached: ..." or "refused the login"; and its exit code.
 std::string login_failure(int result);
 ExitCode login_exit_code(int result);

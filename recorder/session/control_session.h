@@ -3,13 +3,14 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "recorder/host/host.h"
 #include "recorder/session/camera_link.h"
-#include "recorder/session/deadline.h"
 #include "recorder/session/plugin.h"
 #include "recorder/session/session_options.h"
+#include "recorder/support/deadline.h"
 #include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
@@ -18,6 +19,9 @@ class ControlSession {
   public:
     // Throws a Failure that says which way the login failed.
     ControlSession(CameraAddress camera, const SessionOptions& options);
+    ~ControlSession();
+    ControlSession(const ControlSession&) = delete;
+    ControlSession& operator=(const ControlSession&) = delete;
 
     Host& host() { return host_; }
     const Plugin& library() const { return plugin_; }
@@ -25,6 +29,11 @@ class ControlSession {
     int camera_channel() const { return camera_.channel; }
     int channel() const { return channel_; }  // the recorder's
     const CameraAddress& camera() const { return camera_; }
+    CameraLink& link() { return link_; }
+    std::chrono::steady_clock::duration timeout() const { return timeout_; }
+
+    // Ends the connections and stops the library; what it knows of a stream may go then.
+    void end();
 
     // Runs an operation of the library and, when it fails, throws a Failure that says which way.
     // `what` completes "the camera ... the request for".
@@ -42,9 +51,9 @@ class ControlSession {
     // Runs what may wait for the camera, and ends the wait when the camera has had its time.
     template <typename F>
     auto limited(F operation) {
-        deadline_.set(timeout_);
+        deadline_->set(timeout_);
         auto result = operation();
-        deadline_.clear();
+        deadline_->clear();
         return result;
     }
 
@@ -56,11 +65,11 @@ class ControlSession {
     Host host_;
     int channel_;
     Plugin plugin_;
-    PluginContext context_;
+    std::optional<PluginContext> context_;
     CameraLink link_;
     std::chrono::steady_clock::duration timeout_;
     // Sends home who waits in the library.
-    Deadline deadline_;
+    std::optional<Deadline> deadline_;
 };
 
 }  // namespace lenswire::recorder

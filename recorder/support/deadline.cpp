@@ -1,4 +1,4 @@
-#include "recorder/session/deadline.h"
+#include "recorder/support/deadline.h"
 
 namespace lenswire::recorder {
 

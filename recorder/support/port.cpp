@@ -1,4 +1,4 @@
-#include "recorder/session/port.h"
+#include "recorder/support/port.h"
 
 #include <arpa/inet.h>
 #include <poll.h>
@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace lenswire::recorder {
 namespace {
@@ -29,11 +28,11 @@ class Socket {
 };
 
 // 0, or the error that the attempt ended with; ETIMEDOUT when time was over.
-int error_of_connect(const Socket& socket, const CameraAddress& camera, Clock::time_point end) {
+int error_of_connect(const Socket& socket, uint32_t ip, int port, Clock::time_point end) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = camera.ip;
-    address.sin_port = htons(static_cast<uint16_t>(camera.port));
+    address.sin_addr.s_addr = ip;
+    address.sin_port = htons(static_cast<uint16_t>(port));
     if (connect(socket.fd(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return 0;
     if (errno != EINPROGRESS) return errno;
     pollfd wanted{.fd = socket.fd(), .events = POLLOUT, .revents = 0};
@@ -51,15 +50,9 @@ int error_of_connect(const Socket& socket, const CameraAddress& camera, Clock::t
 
 }  // namespace
 
-void look_at_port(const CameraAddress& camera, Clock::duration patience) {
+int error_of_port(uint32_t ip, int port, Clock::duration patience) {
     const Socket socket;
-    if (socket.fd() < 0) throw local_failure(std::string("no socket: ") + std::strerror(errno));
-    const int error = error_of_connect(socket, camera, Clock::now() + patience);
-    if (error == 0) return;
-    std::string reason = std::strerror(error);
-    std::ranges::transform(reason, reason.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
-    throw Failure(kUnreachable, "camera " + camera.name() +
-                                    " cannot be reached: " + (error == ETIMEDOUT ? "no connection" : reason));
+    return socket.fd() < 0 ? errno : error_of_connect(socket, ip, port, Clock::now() + patience);
 }
 
 }  // namespace lenswire::recorder
