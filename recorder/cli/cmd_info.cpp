@@ -4,6 +4,7 @@
 
 #include "lenswire/encoding.h"
 #include "recorder/cli/command_line.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -110,7 +111,7 @@ int show(const InfoOptions& options, const CommonOptions& common, Console& conso
     auto session = log_in(options.camera, common, console);
     const Info info = ask(*session);
     if (!common.json) {
-        console.print(text_of(info));
+        console.print(fit_lines(text_of(info), console.terminal_columns()));
         return kDone;
     }
     auto json = json_of(info);

@@ -6,6 +6,7 @@
 #include "recorder/cli/command_line.h"
 #include "recorder/session/settings.h"
 #include "recorder/support/files.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -55,7 +56,8 @@ int set(const SetOptions& options, const CommonOptions& common, Console& console
     write_setting(*session, setting, record);
     const Bytes now = setting.get != nullptr ? read_setting(*session, setting) : record;
     if (setting.steady) check_taken(*session, asked, record, now);
-    console.print(common.json ? setting_json(*session, setting, now) : record_text(*setting.layout, now));
+    console.note(common.json ? setting_json(*session, setting, now)
+                             : fit_lines(record_text(*setting.layout, now), console.terminal_columns()));
     return kDone;
 }
 

@@ -150,10 +150,10 @@ int64_t now_ms() {
 // Frames in, the bytes of a format out.
 class Pipe {
   public:
-    Pipe(const FormatRow& format, Output& output, std::string camera)
-        : format_(format), output_(output), camera_(std::move(camera)) {}
+    Pipe(const FormatRow& format, Output& output, std::string camera, uint64_t most_frames)
+        : format_(format), output_(output), camera_(std::move(camera)), most_frames_(most_frames) {}
 
-    // False when nobody wants more.
+    // False when no more is wanted.
     bool frame(const StreamFrameHead& head, std::span<const uint8_t> data) {
         const int64_t now = now_ms();
         reader_.follow(head);
@@ -166,7 +166,9 @@ class Pipe {
         const auto picture = reader_.video(head, data, now);
         if (!picture) return true;
         if (picture->key) check(*picture);
-        return put({.data = {}, .at_ms = picture->at_ms, .video = true, .key = picture->key}, data);
+        if (!put({.data = {}, .at_ms = picture->at_ms, .video = true, .key = picture->key}, data))
+            return false;
+        return ++frames_ != most_frames_;
     }
     bool finish() {
         if (!writer_ && !held_.empty() && !open()) return false;
@@ -226,6 +228,8 @@ class Pipe {
     const FormatRow& format_;
     Output& output_;
     std::string camera_;
+    uint64_t most_frames_;
+    uint64_t frames_ = 0;
     FrameReader reader_;
     std::unique_ptr<LiveWriter> writer_;
     TrackParameters parameters_;
@@ -259,6 +263,7 @@ struct StreamOptions {
     std::string output = "-";
     std::string format = "matroska";
     double seconds = 0;
+    uint64_t frames = 0;  // 0: no end
 };
 
 int stream(const StreamOptions& options, const CommonOptions& common, Console& console) {
@@ -266,7 +271,7 @@ int stream(const StreamOptions& options, const CommonOptions& common, Console& c
     Output output(options.output, console);
     stop_at_signals();
     auto session = log_in(options.camera, common, console);
-    Pipe pipe(format, output, session->camera().name());
+    Pipe pipe(format, output, session->camera().name(), options.frames);
     LiveSession live(*session);
     follow(
         *session, live, options.seconds,
@@ -332,6 +337,7 @@ void add_stream(CLI::App& app, CommonOptions& common, Command& chosen) {
                      "matroska, mpegts (without sound), or the codec's own bytes: h264, h265, mjpeg")
         ->capture_default_str();
     command->add_option("--seconds", options->seconds, "How long; until a signal or until nobody reads");
+    command->add_option("--frames", options->frames, "End after so many pictures");
     command->footer("For example: lenswire stream admin@192.0.2.7 -o - | ffplay -");
     run_when_chosen(command, options, common, chosen, stream);
 }

@@ -26,6 +26,8 @@ std::string setting_json(const ControlSession& session, const Setting& setting,
                          std::span<const uint8_t> record);
 // The same of anything else.
 std::string document(const nlohmann::ordered_json& json);
+// And as one line of several.
+std::string one_line_document(const nlohmann::ordered_json& json);
 
 // Makes `body(*options, common, console)` the program's work when the user picks the subcommand.
 template <typename Options, typename Body>

@@ -29,6 +29,7 @@ using Command = std::function<int(Console&)>;
 void add_record(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_stream(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_snapshot(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_probe(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_footage(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_verify(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_get(CLI::App& app, CommonOptions& common, Command& chosen);

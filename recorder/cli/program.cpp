@@ -75,8 +75,8 @@ int run_program(int argc, char** argv) {
     CommonOptions common;
     Command chosen;
     add_common(app, common);
-    for (const auto add : {add_record, add_stream, add_snapshot, add_footage, add_verify, add_get, add_set,
-                           add_ptz, add_cruise, add_time, add_info, add_firmware, add_upgrade}) {
+    for (const auto add : {add_record, add_stream, add_snapshot, add_probe, add_footage, add_verify, add_get,
+                           add_set, add_ptz, add_cruise, add_time, add_info, add_firmware, add_upgrade}) {
         add(app, common, chosen);
     }
     app.require_subcommand(1);
