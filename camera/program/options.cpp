@@ -95,7 +95,7 @@ void declare(CLI::App& app, Typed& typed) {
     app.add_option("--fisheye", typed.device.fisheye_type, "Fisheye type, 0 to 3")->check(CLI::Range(0, 3));
     app.add_option("--device-type", typed.device.type, "Device type, 0 to 255");
     app.add_option("--firmware-name", typed.device.firmware_name, "Firmware name")->check(at_most(63));
-    app.add_option("--platform", typed.device.platform, "Chip name")->check(at_most(7));
+    app.add_option("--platform", typed.device.platform, "Platform name, that of the chip")->check(at_most(7));
     app.add_option("--sensor", typed.device.sensor, "Image sensor name")->check(at_most(7));
     app.add_flag("--special-family", typed.device.special_family,
                  "Mark the property block of the special family");

@@ -1,5 +1,5 @@
 // lenswire firmware check FILE --camera CAMERA
-// lenswire firmware make STYLE [--camera CAMERA | --firmware NAME --chip NAME --sensor NAME]
+// lenswire firmware make STYLE [--camera CAMERA | --firmware NAME --platform NAME --sensor NAME]
 #include <CLI/CLI.hpp>
 #include <cstring>
 
@@ -31,7 +31,7 @@ IpcDeviceInfo device_of(ControlSession& session) {
 
 FirmwareTarget target_of(const IpcDeviceInfo& device) {
     return {.firmware = fixed_text(device.szFirmwareName, sizeof device.szFirmwareName),
-            .chip = fixed_text(device.platform, sizeof device.platform),
+            .platform = fixed_text(device.platform, sizeof device.platform),
             .sensor = fixed_text(device.sensortype, sizeof device.sensortype)};
 }
 
@@ -56,7 +56,7 @@ nlohmann::ordered_json describe(const FirmwareFile& file) {
     nlohmann::ordered_json json = {{"name", file.name}, {"size", file.size}, {"tagged", file.tagged}};
     if (!file.header) return json;
     const UpgradeFileHeader& header = *file.header;
-    json["header"] = {{"chip", fixed_text(header.platform, sizeof header.platform)},
+    json["header"] = {{"platform", fixed_text(header.platform, sizeof header.platform)},
                       {"sensor", fixed_text(header.sensortype, sizeof header.sensortype)},
                       {"length", uint32_t{header.upgrateDataLen}}};
     return json;
@@ -68,11 +68,11 @@ std::string check_text(const FirmwareFile& file, const IpcDeviceInfo& device,
     std::string text = "file       " + file.name + ", " + std::to_string(file.size) + " bytes" +
                        (file.tagged ? ", tagged" : "") + "\n";
     if (file.header && file.header->upgrateDataLen == file.size) {
-        text += "header     chip " + fixed_text(file.header->platform, sizeof file.header->platform) +
+        text += "header     platform " + fixed_text(file.header->platform, sizeof file.header->platform) +
                 ", sensor " + fixed_text(file.header->sensortype, sizeof file.header->sensortype) + "\n";
     }
     text += "camera     type " + std::to_string(device.ndevType) + ", firmware " + camera.firmware;
-    text += ", chip " + (camera.chip.empty() ? "not told" : camera.chip);
+    text += ", platform " + (camera.platform.empty() ? "not told" : camera.platform);
     text += ", sensor " + (camera.sensor.empty() ? "not told" : camera.sensor) + "\n";
     for (const Verdict& verdict : list) {
         std::string line = verdict.check;
@@ -102,7 +102,7 @@ int check(const CheckOptions& options, const CommonOptions& common, Console& con
     } else {
         console.print(check_text(file, device, list, fits));
     }
-    return fits ? kDone : kCameraFailed;
+    return fits ? kDone : kFileDoesNotFit;
 }
 
 int make(const MakeOptions& options, const CommonOptions& common, Console& console) {
@@ -130,7 +130,8 @@ void add_make(CLI::App* firmware, CommonOptions& common, Command& chosen) {
     command->add_option("STYLE", options->style, "name, tokens, header or tag")->required();
     command->add_option("--camera", options->camera, "Make it fit this camera: user:password@host:port");
     command->add_option("--firmware", options->target.firmware, "Firmware name to fit, for name and tokens");
-    command->add_option("--chip", options->target.chip, "Chip name, for header");
+    command->add_option("--platform", options->target.platform,
+                        "Platform name, that of the chip, for header");
     command->add_option("--sensor", options->target.sensor, "Sensor name, for header");
     command->add_option("--size", options->size, "Bytes")->capture_default_str();
     command->add_option("--out", options->directory, "Folder to write it to")->capture_default_str();

@@ -185,7 +185,7 @@ int verify_folder(const VerifyOptions& options, const CommonOptions& common, Con
                      (verdict.faults.empty() ? "all as the ledger says"
                                              : std::to_string(verdict.faults.size()) + " faults"));
     }
-    return verdict.faults.empty() ? kDone : kCameraFailed;
+    return verdict.faults.empty() ? kDone : kPartlyDone;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "recorder/cli/command_line.h"
 #include "recorder/session/settings.h"
 #include "recorder/support/files.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -20,7 +21,7 @@ int get(const GetOptions& options, const CommonOptions& common, Console& console
     const Bytes record = read_setting(*session, setting);
     if (!options.raw.empty()) write_file(options.raw, record);
     console.print(common.json ? setting_json(*session, setting, record)
-                              : record_text(*setting.layout, record));
+                              : fit_lines(record_text(*setting.layout, record), console.terminal_columns()));
     return kDone;
 }
 

@@ -4,6 +4,7 @@
 
 #include "lenswire/encoding.h"
 #include "recorder/cli/command_line.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -57,15 +58,17 @@ Info ask(ControlSession& session) {
     const Plugin& library = session.library();
     Info info;
     info.device = read_setting(session, readable_setting("device"));
-    info.special_platform = library.Private_Protocol_GetPlatFormType(session.channel()) == 1;
+    info.special_platform =
+        session.limited([&] { return library.Private_Protocol_GetPlatFormType(session.channel()); }) == 1;
     info.fisheye = read_setting(session, readable_setting("fisheye"));
     session.ask("the encoding scope", [&] {
         return library.Private_Protocol_GetEncodingScope(session.camera_channel(), session.ip(),
                                                          &info.scope) == 0;
     });
-    info.stream_mask = library.Private_Protocol_GetStreamType(session.channel());
+    info.stream_mask =
+        session.limited([&] { return library.Private_Protocol_GetStreamType(session.channel()); });
     const HostCameraRecord camera = host_record(session, session.camera_channel());
-    info.host_fisheye_type = library.GetFishType(&camera, 0, 0, 0);
+    info.host_fisheye_type = session.limited([&] { return library.GetFishType(&camera, 0, 0, 0); });
     return info;
 }
 
@@ -108,7 +111,7 @@ int show(const InfoOptions& options, const CommonOptions& common, Console& conso
     auto session = log_in(options.camera, common, console);
     const Info info = ask(*session);
     if (!common.json) {
-        console.print(text_of(info));
+        console.print(fit_lines(text_of(info), console.terminal_columns()));
         return kDone;
     }
     auto json = json_of(info);

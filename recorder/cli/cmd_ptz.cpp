@@ -6,6 +6,7 @@
 
 #include "lenswire/ptz_codes.h"
 #include "recorder/cli/command_line.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -84,8 +85,8 @@ int ptz(const PtzOptions& options, const CommonOptions& common, Console& console
     // The camera works off its commands in order, so this shows it after the operation was taken.
     const Setting& property = readable_setting("ptz");
     const Bytes record = read_setting(*session, property);
-    console.print(common.json ? setting_json(*session, property, record)
-                              : record_text(*property.layout, record));
+    console.note(common.json ? setting_json(*session, property, record)
+                             : fit_lines(record_text(*property.layout, record), console.terminal_columns()));
     return kDone;
 }
 

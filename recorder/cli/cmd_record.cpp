@@ -205,16 +205,16 @@ RecordingView::Kind view_kind(Console& console, bool json) {
 }
 
 int exit_code(const std::vector<StreamStatus>& streams, bool gave_up) {
-    if (gave_up) return kCameraFailed;
+    if (gave_up) return kUnreachable;
     const bool whole = std::ranges::all_of(
         streams, [](const StreamStatus& s) { return s.recording.gaps.empty() && streamed(s); });
-    return whole ? kDone : kFootageMissing;
+    return whole ? kDone : kPartlyDone;
 }
 
 void write_summary(const std::string& path, const std::vector<StreamStatus>& streams) {
     std::ofstream file(path);
     file << recording_summary_json(streams) << std::flush;
-    if (!file) throw camera_failed("cannot write " + path);
+    if (!file) throw local_failure("cannot write " + path);
 }
 
 void show_result(const RecordOptions& options, const CommonOptions& common, Console& console,

@@ -6,6 +6,7 @@
 #include "recorder/cli/command_line.h"
 #include "recorder/session/settings.h"
 #include "recorder/support/files.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -30,8 +31,8 @@ void check_taken(const ControlSession& session, std::span<const NamedField> aske
     for (const NamedField& field : asked) {
         const std::string shown = field_text(field.field, now);
         if (shown == field_text(field.field, wanted)) continue;
-        throw camera_failed("camera " + session.camera().name() + " did not take " + field.name +
-                            ", it has " + (shown.empty() ? "none" : shown));
+        throw Failure(kCameraRefused, "camera " + session.camera().name() + " did not take " + field.name +
+                                          ", it has " + (shown.empty() ? "none" : shown));
     }
 }
 
@@ -55,7 +56,8 @@ int set(const SetOptions& options, const CommonOptions& common, Console& console
     write_setting(*session, setting, record);
     const Bytes now = setting.get != nullptr ? read_setting(*session, setting) : record;
     if (setting.steady) check_taken(*session, asked, record, now);
-    console.print(common.json ? setting_json(*session, setting, now) : record_text(*setting.layout, now));
+    console.note(common.json ? setting_json(*session, setting, now)
+                             : fit_lines(record_text(*setting.layout, now), console.terminal_columns()));
     return kDone;
 }
 

@@ -6,6 +6,8 @@
 
 #include "lenswire/clock.h"
 #include "recorder/cli/command_line.h"
+#include "recorder/records/camera_clock.h"
+#include "recorder/records/zone_name.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -21,7 +23,7 @@ struct TimeOptions {
 // The library takes the time from this process's clock and local time, so a zone other than the machine's
 // must be the process's own.
 void use_zone(Host& host, const std::string& name) {
-    if (!name.empty()) host.store.set_current_zone(name);
+    if (!name.empty()) host.store.set_current_zone(zone_name(name));
     const Zone zone = host.store.current_zone();
     const int offset = zone.hours * 60 + zone.minutes;
     char variable[16];  // the sign counts westward there
@@ -29,27 +31,6 @@ void use_zone(Host& host, const std::string& name) {
                   std::abs(offset) / 60 % 24, std::abs(offset) % 60);
     setenv("TZ", variable, 1);
     tzset();
-}
-
-// A clock's fields as seconds, in its own zone. Hours and minutes may go beyond their range.
-time_t seconds_of(const IpcTimeInfo& clock) {
-    tm fields{};
-    fields.tm_year = clock.usYear - 1900;
-    fields.tm_mon = clock.ucMonth - 1;
-    fields.tm_mday = clock.ucDay;
-    fields.tm_hour = clock.ucHour;
-    fields.tm_min = clock.ucMinute;
-    fields.tm_sec = clock.ucSecond;
-    return timegm(&fields);
-}
-
-std::string clock_text(const IpcTimeInfo& clock) {
-    const time_t seconds = seconds_of(clock);
-    tm fields{};
-    gmtime_r(&seconds, &fields);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields);
-    return text;
 }
 
 IpcTimeInfo read_clock(ControlSession& session) {
@@ -72,7 +53,7 @@ void correct_date(ControlSession& session) {
     IpcTimeInfo clock = read_clock(session);
     tm local = local_time();
     const time_t expected = timegm(&local);
-    if (std::abs(static_cast<long>(seconds_of(clock) - expected)) < kSecondsOff) return;
+    if (std::abs(static_cast<long>(clock_seconds(clock) - expected)) < kSecondsOff) return;
     clock.usYear = static_cast<uint16_t>(local.tm_year + 1900);
     clock.ucMonth = static_cast<uint8_t>(local.tm_mon + 1);
     clock.ucDay = static_cast<uint8_t>(local.tm_mday);
@@ -95,14 +76,15 @@ int show(const TimeOptions& options, const CommonOptions& common, Console& conso
     if (options.set) set_clock(*session, options.zone);
     const IpcTimeInfo clock = read_clock(*session);
     if (!common.json) {
-        console.line(clock_text(clock) + "  zone " + std::to_string(clock.ucTimeZone));
+        console.line(clock_text(clock) + "  zone " + clock_zone(clock));
         return kDone;
     }
-    console.print(document(
-        {{"camera", session->camera().name()},
-         {"time", clock_text(clock)},
-         {"zone", clock.ucTimeZone},
-         {"server", std::string(clock.szNtpServer, strnlen(clock.szNtpServer, sizeof clock.szNtpServer))}}));
+    console.print(
+        document({{"camera", session->camera().name()},
+                  {"time", clock_text(clock)},
+                  {"zone", clock_zone(clock)},
+                  {"ntp-server",
+                   std::string(clock.szNtpServer, strnlen(clock.szNtpServer, sizeof clock.szNtpServer))}}));
     return kDone;
 }
 
@@ -114,7 +96,7 @@ void add_time(CLI::App& app, CommonOptions& common, Command& chosen) {
     command->add_option("CAMERA", options->camera, kCameraHelp)->required();
     command->add_flag("--set", options->set, "Set the clock first");
     command->add_option("--zone", options->zone,
-                        "The recorder's time zone, e.g. GMT+08:00, instead of the machine's");
+                        "The recorder's time zone instead of the machine's: GMT+08:00, +8, Asia/Shanghai");
     run_when_chosen(command, options, common, chosen, show);
 }
 

@@ -106,14 +106,14 @@ int upgrade(const UpgradeOptions& options, const CommonOptions& common, Console&
     UpgradeSession session(addresses, common);
     const auto objections = session.objections(options.file);
     for (const std::string& line : objections) console.error_line(line);
-    if (!objections.empty()) return kCameraFailed;
+    if (!objections.empty()) return kFailed;
     session.start(options.file);
     Progress progress(console, common.json);
     const auto alarms = watch(session, progress);
     if (common.json) console.print(result_json(options.file, session.cameras(), alarms));
     const bool all_done = std::ranges::all_of(
         session.cameras(), [](const Camera& camera) { return camera.state == UPGRADE_DONE; });
-    return all_done ? kDone : kCameraFailed;
+    return all_done ? kDone : kPartlyDone;
 }
 
 }  // namespace

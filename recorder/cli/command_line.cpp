@@ -25,6 +25,10 @@ std::string document(const nlohmann::ordered_json& json) {
     return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
+std::string one_line_document(const nlohmann::ordered_json& json) {
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
 std::string setting_json(const ControlSession& session, const Setting& setting,
                          std::span<const uint8_t> record) {
     return document({{"camera", session.camera().name()},

@@ -12,6 +12,7 @@
 namespace lenswire::recorder {
 
 inline constexpr const char* kCameraHelp = "user:password@host:port[/channel]";
+inline constexpr const char* kStreamHelp = "user:password@host:port[/channel[/stream]]";
 
 // Parses CAMERA, turns the library's lines away and logs in.
 std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOptions& common,
@@ -25,6 +26,8 @@ std::string setting_json(const ControlSession& session, const Setting& setting,
                          std::span<const uint8_t> record);
 // The same of anything else.
 std::string document(const nlohmann::ordered_json& json);
+// And as one line of several.
+std::string one_line_document(const nlohmann::ordered_json& json);
 
 // Makes `body(*options, common, console)` the program's work when the user picks the subcommand.
 template <typename Options, typename Body>

@@ -20,12 +20,16 @@ struct CommonOptions : SessionOptions {
     std::string log;
     bool verbose = false;
     bool json = false;
+    bool quiet = false;
 };
 
 using Command = std::function<int(Console&)>;
 
 // `chosen` gets the command's body when the user picked it.
 void add_record(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_stream(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_snapshot(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_probe(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_footage(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_verify(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_get(CLI::App& app, CommonOptions& common, Command& chosen);
@@ -38,7 +42,7 @@ void add_firmware(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_hostcheck(CLI::App& app, CommonOptions& common, Command& chosen);
 
-// Reads the command line, runs the subcommand and reports a Failure in one line.
+// Reads the command line, runs the subcommand and reports a Failure in one line. The exit code.
 int run_program(int argc, char** argv);
 
 }  // namespace lenswire::recorder

@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
-
-#include "recorder/support/failure.h"
+#include <nlohmann/json.hpp>
 
 namespace lenswire::recorder {
 namespace {
@@ -57,6 +57,13 @@ int Console::terminal_lines() const {
     return ioctl(fileno(out_), TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : kUsual;
 }
 
+size_t Console::terminal_columns() const {
+    winsize size{};
+    constexpr size_t kUsual = 80;
+    if (!out_is_terminal()) return SIZE_MAX;
+    return ioctl(fileno(out_), TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
 // A pipe that has room takes PIPE_BUF bytes without blocking.
 void Console::print_without_waiting(const std::string& text) {
     constexpr int kPatienceMs = 100;
@@ -78,8 +85,27 @@ void Console::line(const std::string& text) {
     print(text + "\n");
 }
 
-void Console::error_line(const std::string& text) {
+void Console::note(const std::string& text) {
+    if (!quiet_) print(text);
+}
+
+void Console::speak(bool json, bool quiet) {
+    json_ = json;
+    quiet_ = quiet;
+}
+
+void Console::error_line(const std::string& text, int code) {
     std::fflush(out_);
+    if (json_) {
+        const auto row =
+            std::ranges::find(kExitCodes, code, [](const ExitCodeRow& each) { return int{each.code}; });
+        const nlohmann::ordered_json error = {
+            {"error",
+             {{"code", code}, {"cause", row != std::end(kExitCodes) ? row->cause : ""}, {"message", text}}}};
+        std::fprintf(err_, "%s\n",
+                     error.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+        return;
+    }
     std::fprintf(err_, "lenswire: %s\n", text.c_str());
 }
 

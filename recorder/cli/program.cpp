@@ -1,6 +1,7 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <sstream>
@@ -32,22 +33,35 @@ void add_common(CLI::App& app, CommonOptions& common) {
     app.add_option("--library", common.library, "The library to load")->capture_default_str();
     app.add_option("--password-file", common.password_file,
                    "Password for cameras given without one; LENSWIRE_PASSWORD is the other way");
+    app.add_option("--timeout", common.timeout_s,
+                   "Seconds that a camera has for the connection, for the login and for each answer")
+        ->check(CLI::Range(0.05, 10.0))
+        ->capture_default_str();
     app.add_option("--db", common.database, "Database file; OUT/lenswire.db for recordings, else in memory");
     app.add_option("--log", common.log, "File for the library's diagnostics");
     app.add_flag("--verbose", common.verbose, "Show the library's diagnostics on standard error");
-    app.add_flag("--json", common.json, "Print the result as JSON");
+    app.add_flag("--json", common.json,
+                 "Print the result as JSON, and each error as an object on standard error");
+    app.add_flag("--quiet", common.quiet, "Print errors and what was asked for, but no progress");
     app.fallthrough();
+}
+
+std::string exit_codes_text() {
+    std::string text = "Exit codes:\n";
+    for (const ExitCodeRow& row : kExitCodes)
+        text += "  " + std::to_string(row.code) + "  " + std::string(row.text) + "\n";
+    return text;
 }
 
 int run_command(const Command& command, Console& console) {
     try {
         return command(console);
     } catch (const Failure& failure) {
-        console.error_line(failure.what());
+        console.error_line(failure.what(), failure.code());
         return failure.code();
     } catch (const std::exception& error) {
-        console.error_line(one_line(error.what()));
-        return kCameraFailed;
+        console.error_line(one_line(error.what()), kFailed);
+        return kFailed;
     }
 }
 
@@ -61,21 +75,26 @@ int run_program(int argc, char** argv) {
     CommonOptions common;
     Command chosen;
     add_common(app, common);
-    for (const auto add : {add_record, add_footage, add_verify, add_get, add_set, add_ptz, add_cruise,
-                           add_time, add_info, add_firmware, add_upgrade, add_hostcheck}) {
+    for (const auto add :
+         {add_record, add_stream, add_snapshot, add_probe, add_footage, add_verify, add_get, add_set, add_ptz,
+          add_cruise, add_time, add_info, add_firmware, add_upgrade, add_hostcheck}) {
         add(app, common, chosen);
     }
     app.require_subcommand(1);
     app.set_version_flag("--version", "lenswire " LENSWIRE_VERSION);
+    app.footer(exit_codes_text());
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {  // or version
         return app.exit(help, std::cout, std::cerr);
     } catch (const CLI::ParseError& error) {
-        console.error_line(one_line(error.what()));
+        // Parsing may have ended before it came to it.
+        console.speak(std::find(argv, argv + argc, std::string_view("--json")) != argv + argc, false);
+        console.error_line(one_line(error.what()), kBadInput);
         return kBadInput;
     }
     hide_credentials(argc, argv);
+    console.speak(common.json, common.quiet);
     return run_command(chosen, console);
 }
 

@@ -102,7 +102,8 @@ void resolve(CameraAddress& address) {
     addrinfo* found = nullptr;
     const int error = getaddrinfo(address.host.c_str(), nullptr, &wanted, &found);
     if (error != 0) {
-        throw camera_failed("camera " + address.name() + " cannot be reached: " + gai_strerror(error));
+        throw Failure(kUnreachable,
+                      "camera " + address.name() + " cannot be reached: " + gai_strerror(error));
     }
     sockaddr_in first{};
     std::memcpy(&first, found->ai_addr, sizeof first);

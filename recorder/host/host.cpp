@@ -47,6 +47,22 @@ RecorderStream* Host::stream(int channel, int stream) {
     return nullptr;
 }
 
+void Host::watch_login(int channel, int stream, LoginWatch* watch) {
+    const std::lock_guard lock(logins_mutex_);
+    logins_[{channel, stream}] = watch;
+}
+
+bool Host::login_over(int channel, int stream) {
+    if (stopping_) return true;
+    LoginWatch* watch = nullptr;
+    {
+        const std::lock_guard lock(logins_mutex_);
+        const auto found = logins_.find({channel, stream});
+        if (found != logins_.end()) watch = found->second;
+    }
+    return watch != nullptr && watch->over();
+}
+
 bool Host::restart_wanted(int channel, int stream) {
     RestartListener* listener = restart_listener_;
     if (RecorderStream* lost = this->stream(channel, stream); lost != nullptr)

@@ -5,12 +5,14 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "lenswire/records.h"
+#include "recorder/host/login_watch.h"
 #include "recorder/host/motion_board.h"
 #include "recorder/host/recorder_stream.h"
 #include "recorder/host/store.h"
@@ -62,6 +64,10 @@ class Host {
     // Ends logins that are under way.
     void stop_logins() { stopping_ = true; }
     bool logins_stopped() const { return stopping_; }
+    // Who looks at the login for that channel and stream; null for nobody any more.
+    void watch_login(int channel, int stream, LoginWatch* watch);
+    // Whether a login for that channel and stream should end. On the thread that logs in.
+    bool login_over(int channel, int stream);
 
     // Memory that the library took and has not given back.
     std::atomic<int64_t> library_allocations{0};
@@ -70,6 +76,8 @@ class Host {
     std::vector<std::unique_ptr<RecorderStream>> streams_;
     std::atomic<RestartListener*> restart_listener_{nullptr};
     std::atomic<bool> stopping_{false};
+    std::mutex logins_mutex_;  // logins_ only
+    std::map<std::pair<int, int>, LoginWatch*> logins_;
 };
 
 }  // namespace lenswire::recorder

@@ -36,9 +36,9 @@ int networkGetStreamUsedNum(int channel, int stream) {
     return found == nullptr || found->login_allowed() ? 1 : 0;
 }
 
-int networkGetRunFlag(int, int) {
-    const Host* host = Host::current();
-    return host == nullptr || host->logins_stopped() ? kStopped : kRunning;
+int networkGetRunFlag(int channel, int stream) {
+    Host* host = Host::current();
+    return host == nullptr || host->login_over(channel, stream) ? kStopped : kRunning;
 }
 
 void* networkGetStreampPrivateInfo(int first, int second) {

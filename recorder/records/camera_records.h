@@ -185,7 +185,7 @@ struct DeviceRecord {
     char hardware[32];
     uint8_t reserved104[264];
     char firmware[64];
-    char chip[8];
+    char platform[8];
     uint8_t reserved440[8];
     char sensor[8];
     uint8_t reserved456[8];

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "recorder/support/failure.h"
+#include "recorder/support/text.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -23,14 +24,6 @@ int64_t load_signed(std::span<const uint8_t> bytes) {
     return static_cast<int64_t>(load_unsigned(bytes) << unused) >> unused;
 }
 
-std::string load_text(std::span<const uint8_t> bytes) {
-    const auto end = std::ranges::find(bytes, uint8_t{0});
-    std::string text(bytes.begin(), end);
-    std::ranges::replace_if(
-        text, [](char c) { return c < 0x20 || c > 0x7E; }, '?');
-    return text;
-}
-
 std::span<const uint8_t> place(const Field& field, std::span<const uint8_t> record) {
     return record.subspan(field.offset, field.width);
 }
@@ -43,17 +36,46 @@ Failure refused(std::string_view name, const std::string& why) {
     return bad_input(std::string(name) + ": " + why);
 }
 
-void store_number(std::string_view name, const Field& field, std::string_view text, std::span<uint8_t> to) {
+// The lowest and the highest value that a field takes.
+std::pair<int64_t, int64_t> range_of(const Field& field) {
+    if (field.lowest <= field.highest) return {field.lowest, field.highest};
+    const unsigned bits = 8 * static_cast<unsigned>(field.width);
+    if (field.kind == Field::kUnsigned) return {0, (int64_t{1} << bits) - 1};
+    const int64_t highest = (int64_t{1} << (bits - 1)) - 1;
+    return {-highest - 1, highest};
+}
+
+const ValueName* name_of(const Field& field, int64_t value) {
+    const auto found = std::ranges::find(field.names, value, &ValueName::value);
+    return found != field.names.end() ? &*found : nullptr;
+}
+
+// "on, off, or a number from 0 to 255"
+std::string values_text(const Field& field) {
+    constexpr size_t kMostNames = 12;
+    std::string text;
+    for (const ValueName& each : field.names.first(std::min(field.names.size(), kMostNames)))
+        text += std::string(each.name) + ", ";
+    if (field.names.size() > kMostNames) text += "..., ";
+    const auto [lowest, highest] = range_of(field);
+    return text + (text.empty() ? "" : "or ") + "a number from " + std::to_string(lowest) + " to " +
+           std::to_string(highest);
+}
+
+int64_t number_of(std::string_view name, const Field& field, std::string_view text) {
+    const std::string spelt = field.spell != nullptr ? field.spell(text) : std::string(text);
+    const auto named = std::ranges::find(field.names, spelt, &ValueName::name);
+    if (named != field.names.end()) return named->value;
     int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    const unsigned bits = 8 * static_cast<unsigned>(field.width);
-    const int64_t highest =
-        field.kind == Field::kSigned ? (int64_t{1} << (bits - 1)) - 1 : (int64_t{1} << bits) - 1;
-    const int64_t lowest = field.kind == Field::kSigned ? -highest - 1 : 0;
-    if (error != std::errc{} || end != text.data() + text.size() || value < lowest || value > highest) {
-        throw refused(name,
-                      "must be a number from " + std::to_string(lowest) + " to " + std::to_string(highest));
-    }
+    const auto [lowest, highest] = range_of(field);
+    const bool number = error == std::errc{} && end == text.data() + text.size();
+    if (number && value >= lowest && value <= highest) return value;
+    throw refused(name, "must be " + values_text(field));
+}
+
+void store_number(std::string_view name, const Field& field, std::string_view text, std::span<uint8_t> to) {
+    int64_t value = number_of(name, field, text);
     for (uint8_t& byte : to) {
         byte = static_cast<uint8_t>(value);
         value >>= 8;
@@ -62,7 +84,7 @@ void store_number(std::string_view name, const Field& field, std::string_view te
 
 void store_text(std::string_view name, std::string_view text, std::span<uint8_t> to) {
     if (text.size() > to.size()) {
-        throw refused(name, "must not be longer than " + std::to_string(to.size()) + " characters");
+        throw refused(name, "must not be longer than " + std::to_string(to.size()) + " bytes");
     }
     std::ranges::fill(to, uint8_t{0});
     std::ranges::copy(text, to.begin());
@@ -110,10 +132,8 @@ void store_address(std::string_view name, std::string_view text, std::span<uint8
     std::memcpy(to.data(), &address.s_addr, to.size());
 }
 
-nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record) {
-    if (field.kind == Field::kUnsigned) return load_unsigned(place(field, record));
-    if (field.kind == Field::kSigned) return load_signed(place(field, record));
-    return field_text(field, record);
+int64_t load_number(const Field& field, std::span<const uint8_t> bytes) {
+    return field.kind == Field::kSigned ? load_signed(bytes) : static_cast<int64_t>(load_unsigned(bytes));
 }
 
 void add_gap(size_t from, size_t to, size_t base, std::vector<NamedField>& fields) {
@@ -157,17 +177,27 @@ std::string field_text(const Field& field, std::span<const uint8_t> record) {
     const auto bytes = place(field, record);
     switch (field.kind) {
         case Field::kUnsigned:
-            return std::to_string(load_unsigned(bytes));
-        case Field::kSigned:
-            return std::to_string(load_signed(bytes));
+        case Field::kSigned: {
+            const int64_t value = load_number(field, bytes);
+            const ValueName* name = name_of(field, value);
+            return name != nullptr ? std::string(name->name) : std::to_string(value);
+        }
         case Field::kText:
-            return load_text(bytes);
+            return printable(bytes);
         case Field::kAddress:
             return load_address(bytes);
         case Field::kBytes:
             break;
     }
     return hex(bytes);
+}
+
+nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record) {
+    if (field.kind != Field::kUnsigned && field.kind != Field::kSigned) return field_text(field, record);
+    const int64_t value = load_number(field, place(field, record));
+    const ValueName* name = name_of(field, value);
+    if (name != nullptr) return name->name;
+    return value;
 }
 
 std::string record_text(const Layout& layout, std::span<const uint8_t> record) {
@@ -195,23 +225,24 @@ const NamedField& apply_assignment(const std::vector<NamedField>& fields, std::s
     const std::string_view name = assignment.substr(0, equals), value = assignment.substr(equals + 1);
     const auto found = std::ranges::find(fields, name, &NamedField::name);
     if (found == fields.end()) throw refused(name, "no such field; there are " + known_names(fields));
-    const auto to = record.subspan(found->field.offset, found->field.width);
-    switch (found->field.kind) {
+    store_value(*found, value, record);
+    return *found;
+}
+
+void store_value(const NamedField& named, std::string_view value, std::span<uint8_t> record) {
+    const Field& field = named.field;
+    const auto to = record.subspan(field.offset, field.width);
+    switch (field.kind) {
         case Field::kUnsigned:
         case Field::kSigned:
-            store_number(name, found->field, value, to);
-            break;
+            return store_number(named.name, field, value, to);
         case Field::kText:
-            store_text(name, value, to);
-            break;
+            return store_text(named.name, value, to);
         case Field::kAddress:
-            store_address(name, value, to);
-            break;
+            return store_address(named.name, value, to);
         case Field::kBytes:
-            store_hex(name, value, to);
-            break;
+            return store_hex(named.name, value, to);
     }
-    return *found;
 }
 
 }  // namespace lenswire::recorder

@@ -14,12 +14,42 @@
 
 namespace lenswire::recorder {
 
+// What a number stands for.
+struct ValueName {
+    int64_t value;
+    std::string_view name;
+};
+
 struct Field {
     enum Kind { kUnsigned, kSigned, kText, kAddress, kBytes };
     std::string_view name;
     Kind kind;
     size_t offset;
     size_t width;
+    // -- Of numbers: the values that have names, and what may be set; all that fits when the range is empty.
+    std::span<const ValueName> names = {};
+    int64_t lowest = 0;
+    int64_t highest = -1;
+    // Turns other names for a value into the one in `names`.
+    std::string (*spell)(std::string_view text) = nullptr;
+
+    // -- Columns of a row.
+    constexpr Field called(std::span<const ValueName> values) const {
+        Field field = *this;
+        field.names = values;
+        return field;
+    }
+    constexpr Field within(int64_t least, int64_t most) const {
+        Field field = *this;
+        field.lowest = least;
+        field.highest = most;
+        return field;
+    }
+    constexpr Field spelt_by(std::string (*function)(std::string_view text)) const {
+        Field field = *this;
+        field.spell = function;
+        return field;
+    }
 };
 
 template <typename T>
@@ -61,12 +91,19 @@ struct NamedField {
 };
 std::vector<NamedField> fields_of(const Layout& layout);
 
-// A value as a text: numbers in decimal, bytes in hex. Text stops at its NUL; what does not print is '?'.
+// A value as a text: numbers by their name, else in decimal, bytes in hex. Text stops at its NUL; what does
+// not print is '?'.
 std::string field_text(const Field& field, std::span<const uint8_t> record);
 
 // A table of "name  value" lines, leaving out unnamed bytes that are all zero; or all fields as one object.
 std::string record_text(const Layout& layout, std::span<const uint8_t> record);
 nlohmann::ordered_json record_json(const Layout& layout, std::span<const uint8_t> record);
+
+// A field's value as JSON.
+nlohmann::ordered_json field_json(const Field& field, std::span<const uint8_t> record);
+
+// Puts a value into its place. Throws a bad-input Failure that says what the field takes.
+void store_value(const NamedField& field, std::string_view value, std::span<uint8_t> record);
 
 // One NAME=VALUE. Throws a bad-input Failure, with the known names when there is no such field.
 const NamedField& apply_assignment(const std::vector<NamedField>& fields, std::string_view assignment,

@@ -47,13 +47,13 @@ std::string name_for_tokens(const FirmwareTarget& target) {
 }
 
 void put_header(const FirmwareTarget& target, Bytes& bytes) {
-    if (target.chip.empty() || target.sensor.empty())
-        throw bad_input("style header needs a chip and a sensor");
-    if (target.chip.size() >= kNameSize || target.sensor.size() >= kNameSize) {
-        throw bad_input("chip and sensor names have at most 7 characters");
+    if (target.platform.empty() || target.sensor.empty())
+        throw bad_input("style header needs a platform and a sensor");
+    if (target.platform.size() >= kNameSize || target.sensor.size() >= kNameSize) {
+        throw bad_input("platform and sensor names have at most 7 characters");
     }
     UpgradeFileHeader header{};
-    std::ranges::copy(target.chip, header.platform);
+    std::ranges::copy(target.platform, header.platform);
     std::ranges::copy(target.sensor, header.sensortype);
     header.upgrateDataLen = static_cast<uint32_t>(bytes.size());
     header.ulCheck = 1;

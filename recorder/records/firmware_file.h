@@ -31,7 +31,7 @@ std::vector<char> path_for_library(const std::string& path);
 // What a file is made for.
 struct FirmwareTarget {
     std::string firmware;  // the camera's firmware name
-    std::string chip;
+    std::string platform;  // the name of the chip
     std::string sensor;
 };
 

@@ -3,9 +3,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstring>
 
 #include "recorder/support/failure.h"
+#include "recorder/support/port.h"
 
 namespace lenswire::recorder {
 
@@ -15,7 +18,7 @@ CameraLink::CameraLink(Plugin& plugin, CameraAddress address, int recorder_chann
       channel_(recorder_channel),
       stream_(recorder_stream),
       unit_(plugin.PC_CreateNew()) {
-    if (unit_ == nullptr) throw camera_failed("the library has no free unit for " + address_.name());
+    if (unit_ == nullptr) throw local_failure("the library has no free unit for " + address_.name());
 }
 
 CameraLink::~CameraLink() {
@@ -23,9 +26,31 @@ CameraLink::~CameraLink() {
     if (socket >= 0) close(socket);
 }
 
-int CameraLink::login() {
+int CameraLink::login(std::chrono::steady_clock::duration patience) {
+    using End = LoginWatch::End;
     const LoginInfo info = login_info(address_);
-    return plugin_.PC_Login(unit_, address_.ip, address_.port, &info, channel_, stream_);
+    LoginWatch watch(unit_->pCmdClient, patience);
+    Host* host = Host::current();
+    if (host != nullptr && unit_->pCmdClient != nullptr) host->watch_login(channel_, stream_, &watch);
+    const int result = plugin_.PC_Login(unit_, address_.ip, address_.port, &info, channel_, stream_);
+    if (host != nullptr) host->watch_login(channel_, stream_, nullptr);
+    if (result == kLoggedIn) return result;
+    switch (watch.end()) {
+        case End::kRefused:
+            return kLoginDenied;
+        case End::kClosed:
+            return kLoginClosed;
+        case End::kPortRefused:
+            return kLoginPortRefused;
+        case End::kNoConnection:
+            return kLoginNoConnection;
+        case End::kTimedOut:
+            if (result == kLoginFailed) return kLoginTimedOut;
+            break;
+        case End::kNone:
+            break;
+    }
+    return result;
 }
 
 bool CameraLink::invite() {
@@ -55,17 +80,35 @@ int CameraLink::release() {
     return socket;
 }
 
+void look_at_port(const CameraAddress& camera, std::chrono::steady_clock::duration patience) {
+    const int error = error_of_port(camera.ip, camera.port, patience);
+    if (error == 0) return;
+    std::string reason = error == ETIMEDOUT ? "no connection" : std::strerror(error);
+    reason[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(reason[0])));
+    throw Failure(kUnreachable, "camera " + camera.name() + " cannot be reached: " + reason);
+}
+
 std::string login_failure(int result) {
     switch (result) {
-        case -4:
+        case kLoginDenied:
             return "refused the login";
-        case -3:
+        case kLoginClosed:
+            return "closed the connection during the login";
+        case kLoginPortRefused:
             return "cannot be reached: connection refused";
-        case -2:
+        case kLoginNoConnection:
             return "cannot be reached: no connection";
+        case kLoginUnanswered:
+        case kLoginTimedOut:
+            return "did not answer the login";
         default:
-            return "cannot be reached: no answer to the login";
+            return "cannot be reached";
     }
+}
+
+ExitCode login_exit_code(int result) {
+    if (result == kLoginDenied) return kLoginRefused;
+    return result == kLoginUnanswered || result == kLoginTimedOut ? kTimedOut : kUnreachable;
 }
 
 }  // namespace lenswire::recorder

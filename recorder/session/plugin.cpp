@@ -12,7 +12,7 @@ Plugin::Plugin(const std::string& path) : path_(path) {
     // All of it now: a service that this program does not export shows here and not in the middle of a
     // recording.
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) throw camera_failed(std::string("the library cannot be loaded: ") + dlerror());
+    if (handle_ == nullptr) throw local_failure(std::string("the library cannot be loaded: ") + dlerror());
     try {
 #define LENSWIRE_PLUGIN_FIND(name) name = reinterpret_cast<decltype(name)>(find(#name));
         LENSWIRE_PLUGIN_SYMBOLS(LENSWIRE_PLUGIN_FIND)
@@ -29,7 +29,7 @@ Plugin::~Plugin() {
 
 void* Plugin::find(const char* name) const {
     void* symbol = dlsym(handle_, name);
-    if (symbol == nullptr) throw camera_failed(path_ + ": the library has no " + name);
+    if (symbol == nullptr) throw local_failure(path_ + ": the library has no " + name);
     return symbol;
 }
 
@@ -42,7 +42,7 @@ std::string Plugin::default_path() {
 }
 
 PluginContext::PluginContext(Plugin& plugin) : plugin_(plugin) {
-    if (plugin_.PC_InitCtx() != 0) throw camera_failed("the library's context cannot be started");
+    if (plugin_.PC_InitCtx() != 0) throw local_failure("the library's context cannot be started");
 }
 
 PluginContext::~PluginContext() {

@@ -18,9 +18,9 @@ PluginStreamLink::PluginStreamLink(Host& host, RecorderStream& recorder_stream, 
 int PluginStreamLink::login(bool first) {
     recorder_stream_.allow_login_for(first ? kFirstLogin : kNextLogin);
     next_heartbeat_ = RecorderStream::Clock::now() + kHeartbeatInterval;
-    const int result = camera_.login();
+    const int result = camera_.login(first ? kFirstLogin : kNextLogin);
     if (result != StreamPlan::kLoggedIn) {
-        const bool refused = result == StreamPlan::kLoginUnanswered;
+        const bool refused = StreamPlan::refused(result);
         recorder_stream_.trouble(refused ? Cause::kRefused : Cause::kUnreachable, login_failure(result));
     }
     return result;

@@ -37,7 +37,7 @@ void StreamPlan::login_ended(int result, Time now) {
         due_ = streaming_ ? now + kCheckInterval : now;
         return;
     }
-    const bool refused = result == kLoginUnanswered;
+    const bool refused = StreamPlan::refused(result);
     state_ = refused ? State::kRefused : State::kUnreachable;
     // A camera that has been recorded is known to take these credentials.
     due_ = now + (refused && !ever_streamed_ ? kRefusedDelay : back_off(++failed_logins_));

@@ -18,9 +18,11 @@ class StreamPlan {
     enum class Action { kLogin, kInvite, kCheck };
     enum class State { kConnecting, kInviting, kStreaming, kRestarting, kUnreachable, kRefused };
 
-    // Results of PC_Login.
+    // A login that was not answered and one that was refused; see LoginResult.
     static constexpr int kLoggedIn = 0;
     static constexpr int kLoginUnanswered = -4;
+    static constexpr int kLoginDenied = -5;
+    static bool refused(int result) { return result == kLoginUnanswered || result == kLoginDenied; }
 
     explicit StreamPlan(Time start) : due_(start) {}
 

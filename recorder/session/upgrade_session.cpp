@@ -93,7 +93,7 @@ void UpgradeSession::start(const std::string& path) {
     std::ranges::copy(path, request.szFilePath);
     threads_before_ = threads_of_process();
     if (plugin_.Prv_ipc_upgrade(&request, &job_) != 0)
-        throw camera_failed("the library does not start the upgrade");
+        throw local_failure("the library does not start the upgrade");
     running_ = true;
 }
 

@@ -1,12 +1,41 @@
-// How a command ends early: one line for the user and the exit code that goes with it.
+// How a command ends: with one line for the user and the exit code that goes with it.
 #pragma once
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace lenswire::recorder {
 
-enum ExitCode { kDone = 0, kCameraFailed = 1, kBadInput = 2, kFootageMissing = 8 };
+enum ExitCode {
+    kDone = 0,
+    kFailed = 1,
+    kBadInput = 2,
+    kUnreachable = 3,
+    kTimedOut = 4,
+    kLoginRefused = 5,
+    kCameraRefused = 6,
+    kFileDoesNotFit = 7,
+    kPartlyDone = 8,
+};
+
+struct ExitCodeRow {
+    ExitCode code;
+    std::string_view cause;  // what --json calls it
+    std::string_view text;
+};
+// What --help says.
+inline constexpr ExitCodeRow kExitCodes[] = {
+    {kDone, "done", "all done"},
+    {kFailed, "failed", "something on this machine: the library, the database, the disk"},
+    {kBadInput, "usage", "the command line, or a file it names, cannot be used; nothing was sent"},
+    {kUnreachable, "unreachable", "no connection to the camera, or the camera closed it"},
+    {kTimedOut, "timed-out", "the camera took the connection, and did not answer within --timeout"},
+    {kLoginRefused, "login-refused", "the camera refused user or password"},
+    {kCameraRefused, "camera-refused", "the camera answered with an error, or did not take a value"},
+    {kFileDoesNotFit, "does-not-fit", "the firmware file is not for the camera"},
+    {kPartlyDone, "partly-done", "some of it: a gap in a recording, one of several cameras"},
+};
 
 class Failure : public std::runtime_error {
   public:
@@ -22,9 +51,9 @@ inline Failure bad_input(const std::string& line) {
     return {kBadInput, line};
 }
 
-// The camera, the plug-in or the disk did not play along.
-inline Failure camera_failed(const std::string& line) {
-    return {kCameraFailed, line};
+// The library, the database or the disk did not play along.
+inline Failure local_failure(const std::string& line) {
+    return {kFailed, line};
 }
 
 }  // namespace lenswire::recorder

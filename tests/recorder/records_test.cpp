@@ -99,7 +99,7 @@ TEST(Fields, RefuseWhatDoesNotFit) {
     std::istringstream cases(  // and what is said of them
         "small=256:from 0 to 255|small=-1:from 0 to 255|small=:from 0 to 255|small=1x:from 0 to 255|"
         "small= 1:from 0 to 255|sign=128:from -128 to 127|sign=-129:from -128 to 127|"
-        "large=4294967296:to 4294967295|large=99999999999999999999:to 4294967295|text=seven77:6 characters|"
+        "large=4294967296:to 4294967295|large=99999999999999999999:to 4294967295|text=seven77:6 bytes|"
         "raw=0102:6 hex digits|raw=0102030:6 hex digits|raw=01020g:6 hex digits|ip=1.2.3:IPv4 address|"
         "smal=1:small, sign, bytes@2|small:FIELD=VALUE");
     for (std::string line; std::getline(cases, line, '|');) {

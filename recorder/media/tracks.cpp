@@ -1,0 +1,67 @@
+#include "recorder/media/tracks.h"
+
+#include <cstring>
+
+namespace lenswire::recorder {
+namespace {
+
+constexpr int kAudioRate = 8000;
+
+bool set_extradata(AVCodecParameters& parameters, std::span<const uint8_t> data) {
+    if (data.empty()) return true;
+    parameters.extradata = static_cast<uint8_t*>(av_mallocz(data.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (parameters.extradata == nullptr) return false;
+    std::memcpy(parameters.extradata, data.data(), data.size());
+    parameters.extradata_size = static_cast<int>(data.size());
+    return true;
+}
+
+}  // namespace
+
+AVCodecID codec_id(VideoCodec codec) {
+    switch (codec) {
+        case VideoCodec::kH264:
+            return AV_CODEC_ID_H264;
+        case VideoCodec::kH265:
+            return AV_CODEC_ID_HEVC;
+        case VideoCodec::kJpeg:
+            break;
+    }
+    return AV_CODEC_ID_MJPEG;
+}
+
+bool add_video(AVFormatContext* context, const TrackParameters& wanted, int frame_rate) {
+    AVStream* stream = avformat_new_stream(context, nullptr);
+    if (stream == nullptr) return false;
+    stream->time_base = kMilliseconds;
+    if (frame_rate > 0) stream->avg_frame_rate = {frame_rate, 1};
+    AVCodecParameters& parameters = *stream->codecpar;
+    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters.codec_id = codec_id(wanted.codec);
+    parameters.width = wanted.width;
+    parameters.height = wanted.height;
+    return set_extradata(parameters, wanted.parameter_sets);
+}
+
+bool add_audio(AVFormatContext* context) {
+    AVStream* stream = avformat_new_stream(context, nullptr);
+    if (stream == nullptr) return false;
+    stream->time_base = kMilliseconds;
+    AVCodecParameters& parameters = *stream->codecpar;
+    parameters.codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = AV_CODEC_ID_PCM_ALAW;
+    parameters.sample_rate = kAudioRate;
+    parameters.bits_per_coded_sample = 8;
+    parameters.bit_rate = kAudioRate * 8;
+    parameters.block_align = 1;
+    av_channel_layout_default(&parameters.ch_layout, 1);
+    return true;
+}
+
+std::string av_error_text(int error) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof text);
+    return text;
+}
+
+}  // namespace lenswire::recorder
