@@ -95,7 +95,7 @@ int hostcheck(const HostcheckOptions& options, const CommonOptions& common, Cons
     const std::string hint = exports.empty() ? "; it exports nothing at all: link it with -rdynamic" : "";
     console.error_line(options.files[0] + " lacks " + std::to_string(missing.size()) + " of " +
                        std::to_string(std::size(kServices)) + " services" + hint);
-    return kCameraFailed;
+    return kFailed;
 }
 
 }  // namespace
