@@ -67,11 +67,12 @@ struct RecorderZone {
 };
 
 RecorderZone recorder_zone(const char* operation) {
-    char name[12 + 1] = {};
+    char name[12 + 1] = {};  // the host may fill all of its 12 bytes, the NUL is ours
     int a = 0;
     int b = 0;
     const int result = GetTimeZone(name, &a, &b);
     if (result == -1) PRI_ERROR_AS(operation, ":**********Get timezome err****** \n");
+    // Bits 8 to 15 are the host's index; a failure, -1, leaves 255 and the camera is set all the same.
     return {.text = parse_zone(name), .index = static_cast<uint8_t>(result >> 8)};
 }
 
@@ -111,6 +112,7 @@ int Prv_SetIPCTimeAndDate(const void* camera) {
     }
     const RecorderZone zone = recorder_zone(__func__);
     IpcTimeInfo info = broken_down(shifted(time(nullptr), zone.text));
+    // The correction of the hour goes by the host's index, what is sent by the camera's.
     info.ucTimeZone = zone.index;
     Prv_TimInfoPacket(&info, zone.text.minutes);
     info.ucTimeZone = static_cast<uint8_t>(GetIpcTimeZoneMap(info.ucTimeZone));
@@ -128,7 +130,7 @@ int TZ_Process(const char* zone) {
         PRI_LOG("TZ_Process format error\n");
         return -1;
     }
-    if (text.sign == 0) return 0;
+    if (text.sign == 0) return 0;  // GMT alone, where GMT+00:00 is 24
     // Half hours from GMT-12:00 on; any minutes count as one. Unsigned: the hours may be any number.
     const unsigned half_hours = 2u * static_cast<unsigned>(text.hours) + (text.minutes != 0 ? 1 : 0);
     return static_cast<int>(text.sign > 0 ? 24u + half_hours : 24u - half_hours);

@@ -106,6 +106,7 @@ int read_records(const Row& row, const exchange::Message& answer, void* array96)
     return -1;
 }
 
+// The flag of stream type 0 is bit 2, of type 2 bit 0. Of a flag other than 0 and 1 all bits go along.
 uint32_t stream_mask(const exchange::Message& answer) {
     uint8_t mask = 0;
     const uint32_t count = answer.record_count(sizeof(EncodingRecord));

@@ -24,7 +24,7 @@ constexpr Row kOption{.operation = "Private_PTZ_OPTION",
                       .wire = {.command = LENSWIRE_CMD_PTZ_OPTION, .records = {LENSWIRE_PTZ_OPTION_SIZE}},
                       .wording = {.refused = "IP  error"}};
 
-constexpr int kPresetDone = 4;
+constexpr int kPresetDone = 4;  // what a host is told of a preset, whether it was sent or not
 
 uint8_t fisheye_byte(uint32_t channel) {
     HostChannelRecord record{};

@@ -6,6 +6,8 @@
 
 namespace {
 
+// Delivery says 0 or -1, so that one attempt is made; the budget and the pause are for a layer that can say
+// "later". The budget counts all the same: a command with none of it goes out and is reported as failed.
 constexpr int kTryLater = -2;
 constexpr useconds_t kPauseUs = 500000;
 
@@ -19,6 +21,7 @@ int Prv_Send_Cmd(uint32_t ip, void* pCmd, void* pData, int time) {
     int attempts = 0;
     int result;
     do {
+        // Half of it: delivery looks at nothing but its sign.
         result = Private_Protocol_CMDDelivery(ip, pCmd, pData, time / 2);
         if (result == 0 || result == -1) break;
         ++attempts;

@@ -45,7 +45,7 @@ constexpr Row kSmartIFrameSet{.operation = "Prv_SetSmartIFrame",
                               .wording = {.refused = "Prv_SetSmartIFrame input paramers error",
                                           .not_sent = "Prv_SetSmartIFrame Prv_Send_Cmd failed"}};
 
-constexpr uint32_t kLastCoverChannel = 64;
+constexpr uint32_t kLastCoverChannel = 64;  // one above the host's last, as with motion
 
 }  // namespace
 

@@ -119,7 +119,6 @@ TEST_F(Packets, VideoHeadsByCodecFrameTypeAndRate) {
         const char* name = "H264";
     } cases[] = {
         {{.codec = 1}, 0, 0, 3, 0, "H265"},
-        {{.codec = 1}, 0, 0, 3, 0, "H265"},
         {{.frame_type = 1, .codec = 2}, 0, 1, 0, 0},
         {{.frame_type = 2, .codec = 3}, 0, 0, 2, 0, "JPEG"},
         {{.frame_type = 3, .codec = 4, .frame_rate = 25}, 0, 3, 4, 25},

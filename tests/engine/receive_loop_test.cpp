@@ -89,27 +89,6 @@ class ReceiveLoop : public EngineTest {
     std::vector<std::unique_ptr<Stream>> streams_;
 };
 
-TEST_F(ReceiveLoop, FramesOfManyStreamsArriveByteForByte) {
-    std::vector<Stream*> streams;
-    for (int i = 0; i < 20; ++i) streams.push_back(new_stream(i, i % 2));
-    const auto seed = [](const Stream* stream, uint32_t frame) {
-        return frame + static_cast<uint32_t>(stream->channel);
-    };
-    for (uint32_t frame = 0; frame < 30; ++frame) {
-        for (Stream* stream : streams) stream->camera().sends(video(seed(stream, frame), 700));
-    }
-    for (Stream* stream : streams) stream->camera().sends(kTail);
-    for (Stream* stream : streams) {
-        ASSERT_TRUE(stream->queue.frames.waits_for(30));
-        const std::vector<Frame> frames = stream->queue.frames();
-        for (uint32_t frame = 0; frame < 30; ++frame) {
-            EXPECT_EQ(u16_at(frames[frame].head, 2), frame);
-            EXPECT_EQ(frames[frame].payload, pattern(700, seed(stream, frame)));
-        }
-    }
-    EXPECT_EQ(host().restarts.size(), 0u);
-}
-
 TEST_F(ReceiveLoop, ASilentStreamIsRestartedAfterMoreThanFiveSeconds) {
     // Also where the clock, or its signed reading, wraps.
     size_t restarts = 0;

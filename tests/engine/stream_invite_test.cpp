@@ -116,12 +116,12 @@ TEST_F(StreamInvitation, BadArgumentsChangeNothing) {
     Pair pair;
     Bytes out = repeated('G', 32);
     unit_->sockFd = pair.ours();
-    EXPECT_EQ(PC_GetStream(nullptr, 0, 0, out.data()), -1);
-    EXPECT_EQ(PC_GetStream(unit_, -1, 0, out.data()), -1);
-    EXPECT_EQ(PC_GetStream(unit_, 0, -1, out.data()), -1);
     StreamConn clientless{};
     clientless.sockFd = pair.ours();
-    EXPECT_EQ(PC_GetStream(&clientless, 0, 0, out.data()), -1);
+    EXPECT_THAT(
+        (std::vector{PC_GetStream(nullptr, 0, 0, out.data()), PC_GetStream(unit_, -1, 0, out.data()),
+                     PC_GetStream(unit_, 0, -1, out.data()), PC_GetStream(&clientless, 0, 0, out.data())}),
+        Each(-1));
     EXPECT_EQ(clientless.sockFd, pair.ours());
     EXPECT_EQ(unit_->sockFd, pair.ours());
     pair.theirs().sends(pattern(1));

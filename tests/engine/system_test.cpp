@@ -187,9 +187,11 @@ TEST_F(System, AHostThatReconnectsByItselfIsReadAgain) {
 TEST_F(System, ADescriptorThatTheHostClosedSilencesNoOtherCamera) {
     LoggedIn closed = new_login(camera_);
     LoggedIn living = new_login(other_);
-    close(closed.unit->pCmdClient->sockFd);
-    expects_push(living.wire, 1);
-    expects_push(living.wire, 2);
+    const int socket = closed.unit->pCmdClient->sockFd;
+    host().when(Service::kSetMotionStatus, [socket](int, int status) {
+        if (status == 1) close(socket);  // between two waits, the next of which fails
+    });
+    for (const uint8_t state : {1, 2, 3}) expects_push(living.wire, state);
     poke(closed.unit->pCmdClient->sockFd, -1);  // the number may be somebody else's by now
 }
 
@@ -307,7 +309,7 @@ TEST_F(System, WhatBeginsDuringAStopEndsWithIt) {
     EXPECT_NE(login.unit->pCmdClient, nullptr) << "the second stop emptied the tables";
     while (g_rs_num < 128) Init_Cond_Msg(0x7777, 0, camera_.address());
     auto request = std::async(std::launch::async, [] { return Prv_PacketMsg(0x7777, 0, 100, 1); });
-    ASSERT_TRUE(wait_until([] { return host().dumped_count("please wait") == 1; }));
+    ASSERT_TRUE(wait_until([] { return host().dumped_count("please wait") >= 1; }));
     go_on.set_value();
     stopping.get();
     EXPECT_EQ(stream.get(), -1);

@@ -270,7 +270,8 @@ TEST_F(Gets, RefuseChannelsOutOfTheirRangeAndMissingArgumentsWithoutTakingASlot)
     REFUSES(prv_set_alarm_property_ex, args(nullptr, out, 20), args(text, nullptr, 20));
     REFUSES(GetFishType, args(nullptr, 1, 0, 0));
     REFUSES(GetFiashEve, args(nullptr, out, out), args(&camera, nullptr, out), args(&camera, out, nullptr));
-    REFUSES(Prv_Send_Cmd, args(ip, out, out, -1), args(0, out, out, 20), args(ip, nullptr, out, 20));
+    REFUSES(Prv_Send_Cmd, args(ip, out, out, -1), args(0, out, out, 20), args(ip, nullptr, out, 20),
+            args(ip, out, nullptr, 20));
     REFUSES(Parse_EncodingResolution, args(out, nullptr), args(nullptr, "@@@H264:1x1;"));
     REFUSES(Parse_SinResolution, args(nullptr, "H264:1x1;"));
     REFUSES(Parse_DouResolution, args(out, nullptr));
@@ -333,14 +334,6 @@ TEST_F(Sets, SendTheRecordAsItIsOrSayWhyNot) {
         }
     }
     EXPECT_EQ(host().calls(Service::kMalloc), 0);
-}
-
-TEST_F(Sets, DeliveryWithoutAnAttemptIsAFailure) {
-    Bytes message = command(0x1005, pattern(36)).bytes();
-    Capture capture;
-    EXPECT_EQ(Prv_Send_Cmd(ip(), message.data(), message.data(), 0), -1);
-    EXPECT_EQ(printed(capture), undelivered(ip()));
-    EXPECT_EQ(wire_.reads_command().payload, pattern(36));
 }
 
 }  // namespace

@@ -80,6 +80,11 @@ TEST_F(Fisheye, WaitsForASilentCameraUntilTheContextStops) {
         {camera_, true, false, 3000}, {camera_, false, true, 3000}, {camera_, true, true, 100},
         {busy, true, false, 5000},    {busy, true, true, 100},
     };
+    {
+        const Timewarp warp;
+        EXPECT_EQ(SK_SelectWaitReadable(queued.descriptor(), 1050), -1);
+        EXPECT_THAT(warp.selected_ms, ElementsAre(1050)) << "seconds and milliseconds add up";
+    }
     for (const auto& row : cases) {
         Timewarp warp;
         poke(PC_G_EventLoopSwitch, row.runs);

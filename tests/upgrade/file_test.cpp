@@ -307,13 +307,12 @@ TEST(Arguments, MayBeMissing) {
     Capture capture;
     Bytes info = device_info(0, kFirmware);
     std::string path = kFileName;
-    EXPECT_EQ(CompareUpgradeFile(nullptr, path.data()), -1);
-    EXPECT_EQ(CompareUpgradeFile(info.data(), nullptr), -1);
-    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(nullptr, path.data()), -1);
-    EXPECT_EQ(QM_VT_NewUpgradeFileCheck(kFirmware, nullptr), -1);
-    EXPECT_EQ(CheckUpgradFile(info.data(), nullptr), -1);
-    EXPECT_EQ(CheckUpgradFile2(11, nullptr), -1);
-    EXPECT_EQ(CheckUpgradFile3(nullptr, path.data()), -1);
+    EXPECT_THAT(
+        (std::vector{CompareUpgradeFile(nullptr, path.data()), CompareUpgradeFile(info.data(), nullptr),
+                     QM_VT_NewUpgradeFileCheck(nullptr, path.data()),
+                     QM_VT_NewUpgradeFileCheck(kFirmware, nullptr), CheckUpgradFile(info.data(), nullptr),
+                     CheckUpgradFile2(11, nullptr), CheckUpgradFile3(nullptr, path.data())}),
+        Each(-1));
     EXPECT_EQ(occurrences(capture.err(), "\n"), 7);
 }
 

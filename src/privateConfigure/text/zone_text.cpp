@@ -9,6 +9,7 @@ namespace lenswire {
 ZoneText parse_zone(const char* text) {
     ZoneText zone{.is_gmt = std::strstr(text, "GMT") != nullptr, .sign = 0, .hours = 0, .minutes = 0};
     if (!zone.is_gmt) return zone;
+    // A host's text has one sign. Of a text with both the '+' counts, wherever it stands.
     const char* sign = std::strchr(text, '+');
     if (sign == nullptr) sign = std::strchr(text, '-');
     if (sign == nullptr) return zone;

@@ -16,6 +16,8 @@ namespace lenswire::upgrade {
 
 namespace {
 
+// What the texts of a check hold at most. One that is longer is never cut to fit: it fits no camera by its
+// names.
 constexpr size_t kFirmwareNameMax = 63;
 constexpr size_t kPathMax = LENSWIRE_UPGRADE_PATH_SIZE - 1;
 constexpr size_t kFileNameMax = 63;

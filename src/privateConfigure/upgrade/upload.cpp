@@ -25,11 +25,11 @@ namespace lenswire::upgrade {
 namespace {
 
 constexpr const char* kThread = "ipc_upgrade_thread";
-constexpr int kUnexpectedMax = 30;
+constexpr int kUnexpectedMax = 30;  // messages that are no answer, the last one of which fails the camera
 constexpr int64_t kPauseUs =
-    1'000'000;  // after a send of nothing, so that a full socket does not spin the loop
-constexpr int kPiecesAtOnce = 4;
-constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;
+    1'000'000;                    // after a send of nothing, so that a full socket does not spin the loop
+constexpr int kPiecesAtOnce = 4;  // then the other cameras have their turn
+constexpr uint64_t kFileSizeMax = UINT32_MAX - ARG_HEAD_LEN;  // header and file are counted in 32 bits
 
 // One camera of a job. Descriptor 0 is a socket like any other; none is -1.
 struct Camera {
