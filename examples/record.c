@@ -112,7 +112,7 @@ int main(int argc, char** argv) {
 
     plugin = dlopen(strcmp(argv[1], "-") == 0 ? NULL : argv[1], RTLD_NOW | RTLD_LOCAL);
     if (plugin == NULL || CALL(PC_InitCtx) == NULL) return fprintf(stderr, "%s\n", dlerror()), 1;
-    frame_queue_open(&frames, 0, 0, 8 << 20);
+    frame_queue_open(&frames, 0, 0, 16 << 20);
     if (ring_open(&buffer, LENSWIRE_RING_LEAST) != 0 || CALL(PC_InitCtx)() != 0) return 1;
     struct StreamConn* unit = CALL(PC_CreateNew)();
     if (unit == NULL) return 1;
