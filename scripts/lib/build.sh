@@ -8,8 +8,8 @@ source scripts/lib/packages.sh
 # The purposes whose packages a preset needs.
 purposes_of() {
     case $1 in
-        release | debug | asan | tsan) echo build programs abi ;;
-        i386 | armhf) echo build abi "$1" ;;
+        release | debug | asan | tsan) echo build programs ;;
+        i386 | armhf) echo build "$1" ;;
         *) return 1 ;;
     esac
 }
