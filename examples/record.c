@@ -84,7 +84,7 @@ static void show_time(void) {
 }
 
 /* Until there are enough frames, or none came for ten seconds. A stream that failed is asked for again. */
-static long count_frames(struct StreamConn* unit, long wanted) {
+static long count_frames(struct StreamConn* unit, long wanted, int* restarts) {
     long count = 0;
     for (int quiet = 0; count < wanted && quiet < 100; ++quiet) {
         struct Frame* frame = frame_queue_wait(&frames, 100);
@@ -96,7 +96,7 @@ static long count_frames(struct StreamConn* unit, long wanted) {
         pthread_mutex_lock(&mutex);
         const int restart = restart_wanted;
         pthread_mutex_unlock(&mutex);
-        if (restart) connect_camera(unit);
+        if (restart) *restarts += connect_camera(unit);
     }
     return count;
 }
@@ -112,20 +112,22 @@ int main(int argc, char** argv) {
 
     plugin = dlopen(strcmp(argv[1], "-") == 0 ? NULL : argv[1], RTLD_NOW | RTLD_LOCAL);
     if (plugin == NULL || CALL(PC_InitCtx) == NULL) return fprintf(stderr, "%s\n", dlerror()), 1;
-    frame_queue_open(&frames, 0, 0, 8 << 20);
+    frame_queue_open(&frames, 0, 0, 16 << 20);
     if (ring_open(&buffer, LENSWIRE_RING_LEAST) != 0 || CALL(PC_InitCtx)() != 0) return 1;
     struct StreamConn* unit = CALL(PC_CreateNew)();
     if (unit == NULL) return 1;
     long count = 0;
+    int restarts = 0;
     if (connect_camera(unit)) {
         show_time();
-        count = count_frames(unit, wanted);
+        count = count_frames(unit, wanted, &restarts);
     }
     const int stream_socket = unit->sockFd;
     CALL(PC_Delete)(unit);
     CALL(PC_UnInitCtx)(); /* from here on nobody is in the services, nor touches the objects and the socket */
     if (stream_socket >= 0) close(stream_socket);
-    printf("\n%ld frames of %.5s, %u lost\n", count, info.szCodec, frame_queue_lost(&frames));
+    printf("\n%ld frames of %.5s, %u lost, %d restarts\n", count, info.szCodec, frame_queue_lost(&frames),
+           restarts);
     ring_close(&buffer);
     frame_queue_close(&frames);
     return dlclose(plugin) != 0 || count < wanted;

@@ -8,9 +8,9 @@ source scripts/lib/packages.sh
 # The purposes whose packages a preset needs.
 purposes_of() {
     case $1 in
-        release | debug | asan | tsan) echo build programs abi ;;
+        release | debug | asan | tsan) echo build programs ;;
         fuzz) echo build programs fuzz ;;
-        i386 | armhf) echo build abi "$1" ;;
+        i386 | armhf) echo build "$1" ;;
         *) return 1 ;;
     esac
 }

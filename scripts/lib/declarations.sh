@@ -3,10 +3,10 @@
 
 # The declarations of headers, one a line, without comments, directives and attributes.
 declarations() {
+    # A directive may span lines.
     # shellcheck disable=SC2154 # whoever sources this has set it
-    cat "$@" | sed -e ':again' -e '/\\$/ { N; s/\\\n//; b again' -e '}' |
-        "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - | sed '/^[[:space:]]*#/d' | tr '\n' ' ' |
-        sed -E 's/extern "C" \{//g; s/__attribute__ *\(\([^;]*\)\)//g' | tr ';' '\n'
+    cat "$@" | sed -e ':again' -e '/\\$/ { N; s/\\\n//; b again' -e '}' | "${cc[@]}" -w -fpreprocessed -dD -E -P -x c - |
+        sed '/^[[:space:]]*#/d' | tr '\n' ' ' | sed -E 's/extern "C" \{//g; s/__attribute__ *\(\([^;]*\)\)//g' | tr ';' '\n'
 }
 
 # The names that declarations on standard input declare: a function's, or each of an object list's.

@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# Simulated cameras whose stream breaks off once, and the example counting their frames. Sourced.
+# Simulated cameras, and the example counting their frames. A stream breaks off once. All of it is more than a ring
+# holds and less than a queue does, so that nothing may be lost, however slow a machine is. Sourced.
 
 work=$(mktemp -d)
 camera_pid=
@@ -9,7 +10,7 @@ export LENSWIRE_PASSWORD="let me see" LENSWIRE_CAMERA_PASSWORD="let me see"
 
 # start_cameras PROGRAM NUMBER: their addresses and ports are in cameras.
 start_cameras() {
-    "${launcher[@]}" "$1" --cameras "$2" --port 0 --fps 100 --fault reset@15 >"$work/cameras" &
+    "${launcher[@]}" "$1" --cameras "$2" --port 0 --fps 100 --synthetic 100 --frames 45 --fault reset@15 >"$work/cameras" &
     camera_pid=$!
     until (($(grep -c '^camera ' "$work/cameras") == $2)) || ! kill -0 $camera_pid; do read -rt 0.02 <> <(:); done
     # shellcheck disable=SC2034 # for whoever sources this
@@ -21,7 +22,7 @@ counts() {
     local at
     read -ra at <<<"$3"
     "${launcher[@]}" "$1" "$2" "${at[@]}" admin 40 >"$work/out" 2>"$work/err" &&
-        grep -q '^camera time 20' "$work/out" && grep -q '^40 frames of H264, 0 lost' "$work/out" && return
+        grep -q '^camera time 20' "$work/out" && grep -q '^40 frames of H264, 0 lost, 1 restarts' "$work/out" && return
     cat "$work"/{out,err}
     return 1
 }

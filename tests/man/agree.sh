@@ -8,10 +8,17 @@ trap 'rm -rf "$work"' EXIT
 # shellcheck source=/dev/null # made for bash at its prompt
 source "$3"
 
+# The program, which is asked everything once: it takes its time to load.
+ask() {
+    local said=$work/said-${*//[^a-z]/-}
+    [[ -f $said ]] || "$program" "$@" >"$said" || return
+    cat "$said"
+}
+
 # Every option with its command, as COMMAND --option; beside them the commands. Walks down the subcommands.
 in_help() { # command...
     local help sub
-    help=$("$program" "$@" --help) || { echo "no help of $*" && return; }
+    help=$(ask "$@" --help) || { echo "no help of $*" && return; }
     _lenswire_names options <<<"$help" | grep -vx -- --help | sed "s/^/$*: /"
     for sub in $(_lenswire_names commands <<<"$help"); do
         echo "$* $sub"
@@ -49,7 +56,7 @@ completes() { # word...
     local missing wanted
     wanted=$(sort)
     COMP_WORDS=("$name" "$@") COMP_CWORD=$# COMPREPLY=()
-    _lenswire "$program"
+    _lenswire ask
     missing=$(printf '%s\n' "${COMPREPLY[@]}" | sort | comm -13 - <(echo "$wanted"))
     [[ -z $missing ]] || fault "not completed: ${*:1:$#-1}" "$missing"
 }
