@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+#include "recorder/archive/dated_log.h"
 #include "recorder/cli/commands.h"
 #include "recorder/cli/recording_summary.h"
 #include "recorder/cli/recording_view.h"
@@ -241,10 +242,12 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
                                               .buffer = *parse_size(options.buffer)};
     make_room_for(cameras.size());
     make_directory(options.directory);
-    console.divert_library(common.log.empty() ? options.directory + "/lenswire.log" : common.log,
-                           common.verbose);
+    StopSignals signals;  // before any thread
+    const std::string log_file = common.log.empty() ? options.directory + "/lenswire.log" : common.log;
+    std::optional<DatedLog> log;
+    if (!common.verbose) log.emplace(log_file);
+    console.divert_library(log ? log->path() : "", common.verbose);
     console.be_impatient();
-    StopSignals signals;
     RecordingSession session(session_options);
     RecordingView view(console, view_kind(console, common.json));
     Watch watch(session, view, options);
@@ -256,7 +259,10 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     const int code = exit_code(streams, gave_up);
     show_result(options, common, console, streams);
     // Who sent a signal does not wait for cameras that do not answer: every file is finished.
-    if (stopped) _exit(code);
+    if (stopped) {
+        if (log) log->drain();
+        _exit(code);
+    }
     session.stop();
     return code;
 }

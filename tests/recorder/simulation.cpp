@@ -46,6 +46,14 @@ struct Camera {
     unsigned picture = 0;
 };
 
+// A board whose monotonic clock runs fast or slow, and whose wall clock is right but for being set.
+struct Board : ArchiveClock {
+    Ms monotonic() const override { return 5'000'000 + elapsed + elapsed * drift_ppm / 1'000'000; }
+    Ms wall() const override { return 1'795'442'700'000 + elapsed + set; }
+    Ms elapsed = 0, set = 0;
+    Ms drift_ppm = 0;
+};
+
 class Simulation : public NoteTaker {
   public:
     Simulation(unsigned seed, const Scale& scale, const std::vector<media::Bytes>& clip)
@@ -57,6 +65,7 @@ class Simulation : public NoteTaker {
           disk_(quota_ * 2, folder_ / "scratch"),
           cameras_(static_cast<size_t>(scale.cameras)) {
         for (size_t i = 0; i < cameras_.size(); ++i) names_.push_back("camera" + std::to_string(i));
+        board_.drift_ppm = static_cast<Ms>(random_() % 1001) - 500;
     }
     ~Simulation() {
         recordings_.clear();
@@ -67,12 +76,12 @@ class Simulation : public NoteTaker {
     // What went wrong first; empty when nothing did.
     std::string run() {
         start();
-        const Ms end = mono_ + Ms{scale_.hours} * 3'600'000;
-        for (; mono_ < end && fault_.empty(); advance()) {
+        const Ms end = Ms{scale_.hours} * 3'600'000;
+        for (; board_.elapsed < end && fault_.empty(); advance(scale_.frame)) {
             for (size_t i = 0; i < cameras_.size(); ++i) live(i);
             keep();
             if (chance(7200)) incident();
-            if (mono_ % 900'000 < scale_.frame) check("in passing");
+            if (board_.elapsed % 900'000 < scale_.frame) check("in passing");
         }
         if (fault_.empty()) end_run();
         check("at the end");
@@ -90,16 +99,19 @@ class Simulation : public NoteTaker {
         return folder;
     }
     bool chance(unsigned one_in) { return random_() % one_in == 0; }
-    void advance() {
-        mono_ += scale_.frame;
-        wall_ += scale_.frame;
+    void advance(Ms length) {
+        board_.elapsed += length;
+        mono_ = clock_->monotonic();
     }
 
     void start() {
+        clock_.emplace(board_);
+        mono_ = clock_->monotonic();
         ledger_.emplace(folder_ / "ledger.db");
         keeper_.emplace(disk_, *ledger_, KeepLimits{.quota = quota_, .free_share = 0.1}, names_);
-        keeper_->reopen(UtcAnchor(mono_, wall_, ledger_->last_instant()).utc(mono_));
-        anchor_.emplace(mono_, wall_, ledger_->last_instant());
+        keeper_->reopen(UtcAnchor(mono_, board_.wall(), ledger_->last_instant()).utc(mono_));
+        anchor_.emplace(mono_, board_.wall(), ledger_->last_instant());
+        ahead_at_start_ = anchor_->utc(mono_) - board_.elapsed;
         for (size_t i = 0; i < cameras_.size(); ++i) {
             const auto number = static_cast<int>(i);
             cameras_[i].first_of_connection = true;
@@ -125,9 +137,7 @@ class Simulation : public NoteTaker {
         deaf_ = false;
         stop();
         if (power) disk_.cut_power(random_);
-        const Ms away = static_cast<Ms>(random_() % 600'000);
-        mono_ += away;
-        wall_ += away;
+        advance(static_cast<Ms>(random_() % 600'000));
         start();
     }
     void end_run() {
@@ -186,7 +196,7 @@ class Simulation : public NoteTaker {
         if (kind == 1) crash(true);
         if (kind == 2) disk_.occupy(random_() % (quota_ * 2));
         if (kind == 3) disk_.occupy(0);
-        if (kind == 4) wall_ += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
+        if (kind == 4) board_.set += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
         if (kind == 5) stalled_until_ = mono_ + static_cast<Ms>(random_() % 60'000);
         check("after incident " + std::to_string(kind));
     }
@@ -194,6 +204,7 @@ class Simulation : public NoteTaker {
     // The archive's two threads, one step of each.
     void keep() {
         if (mono_ < stalled_until_) return;
+        clock_->look();
         for (Keeper::Job& job : jobs_) {
             Keeper::work(job, disk_);
             keeper_->done(std::move(job));
@@ -234,6 +245,8 @@ class Simulation : public NoteTaker {
 
     void check(const std::string& when) {
         if (!fault_.empty() || !ledger_) return;
+        const Ms off = anchor_->utc(mono_) - board_.elapsed - ahead_at_start_;
+        if (std::abs(off) > 200) return fault(when + ": dated " + std::to_string(off) + " ms off");
         for (const SegmentRow& row : ledger_->segments()) {
             const int64_t size = disk_.size(row.path);
             if (size < 0) return fault(when + ": the ledger names " + row.path + ", which is not there");
@@ -261,8 +274,10 @@ class Simulation : public NoteTaker {
     SimDisk disk_;
     std::vector<Camera> cameras_;
     std::vector<std::string> names_;
-    Ms mono_ = 5'000'000;
-    Ms wall_ = 1'795'442'700'000;
+    Board board_;
+    std::optional<SteeredClock> clock_;
+    Ms mono_ = 0;  // as it is steered
+    Ms ahead_at_start_ = 0;
     std::optional<UtcAnchor> anchor_;
     std::optional<Ledger> ledger_;
     std::optional<Keeper> keeper_;
