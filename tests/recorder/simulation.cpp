@@ -205,11 +205,7 @@ class Simulation : public NoteTaker {
     void keep() {
         if (mono_ < stalled_until_) return;
         clock_->look();
-        for (Keeper::Job& job : jobs_) {
-            Keeper::work(job, disk_);
-            keeper_->done(std::move(job));
-        }
-        jobs_.clear();
+        finish_jobs();
         error_ = 0;
         while (!waiting_.empty()) {
             error_ = keeper_->take(waiting_.front());
@@ -223,6 +219,14 @@ class Simulation : public NoteTaker {
         std::ranges::move(keeper_->take_digests(), std::back_inserter(jobs_));
         if (keeper_->bytes() > quota_)
             fault("the quota is exceeded by " + std::to_string(keeper_->bytes() - quota_));
+    }
+
+    void finish_jobs() {
+        for (Keeper::Job& job : jobs_) {
+            Keeper::work(job, disk_);
+            keeper_->done(std::move(job));
+        }
+        jobs_.clear();
     }
 
     static size_t size_of(const Note& note) {
@@ -245,6 +249,8 @@ class Simulation : public NoteTaker {
 
     void check(const std::string& when) {
         if (!fault_.empty() || !ledger_) return;
+        finish_jobs();
+        keeper_->settle(anchor_->utc(mono_));
         const Ms off = anchor_->utc(mono_) - board_.elapsed - ahead_at_start_;
         if (std::abs(off) > 200) return fault(when + ": dated " + std::to_string(off) + " ms off");
         for (const SegmentRow& row : ledger_->segments()) {
@@ -253,13 +259,16 @@ class Simulation : public NoteTaker {
             if (!row.to) continue;
             if (size != static_cast<int64_t>(row.bytes))
                 return fault(when + ": " + row.path + " has another size");
+            if (disk_.whole(row.path) && disk_.contents(row.path).pictures != row.frames)
+                return fault(when + ": " + row.path + " does not hold " + std::to_string(row.frames) +
+                             " pictures");
             const Ms length = *row.to - row.from;
             if (std::abs(length - static_cast<Ms>(row.frames) * scale_.frame) > 10 * scale_.frame)
                 return fault(when + ": " + row.path + " lasts " + length_text(length) + " with " +
                              std::to_string(row.frames) + " pictures");
         }
         Verdict verdict;
-        verify_account(*ledger_, verdict, anchor_->utc(mono_));
+        verify_account(*ledger_, verdict, anchor_->utc(mono_), true);
         if (!verdict.faults.empty()) fault(when + ": " + verdict.faults.front());
     }
     void fault(const std::string& text) {
