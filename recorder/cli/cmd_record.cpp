@@ -1,4 +1,5 @@
 // lenswire record CAMERA... [--seconds N] [--out DIR] [--keep SIZE] ...
+#include <malloc.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -139,6 +140,13 @@ void make_room_for(size_t streams) {
                     std::to_string(fit) + " streams; see ulimit -n");
 }
 
+// Clusters come and go some hundred times a second: memory that went back to the system each time would have
+// to be cleared by it each time.
+void keep_freed_memory() {
+    mallopt(M_MMAP_THRESHOLD, 8 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
+}
+
 bool tried(const StreamStatus& s) {
     return s.view.login_tried;
 }
@@ -241,6 +249,7 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
                                               .limits = keep_limits(options),
                                               .buffer = *parse_size(options.buffer)};
     make_room_for(cameras.size());
+    keep_freed_memory();
     make_directory(options.directory);
     StopSignals signals;  // before any thread
     const std::string log_file = common.log.empty() ? options.directory + "/lenswire.log" : common.log;

@@ -57,7 +57,7 @@ void RecorderStream::record_waiting_frames() {
     if (const Ms opened = opened_; opened > 0) recording_.stream_opened(opened);
     recording_.stopped_in_packet(receive_buffer_.ring.ends_in_packet());
     for (const FrameBuffer* frame : frames_) {
-        recording_.frame(frame->head(), frame->data(), frame->first_of_connection(), now);
+        recording_.frame(frame->head(), frame->data(), frame->first_of_connection(), frame->received());
     }
     queue_.give_back(frames_);
     frames_.clear();

@@ -79,6 +79,7 @@ class RecorderStream : private FrameQueue::Listener, private FrameWorker::Stream
         std::string kind, text;
     };
     void frames_waiting() override { worker_.schedule(*this); }
+    int64_t now() override { return clock_.monotonic(); }
 
     const ArchiveClock& clock_;
     FrameWorker& worker_;

@@ -1,4 +1,4 @@
-// archive_simulation [--seed N | --seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS]
+// archive_simulation [--seed N] [--seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS] [--limit SECONDS]
 //
 // Cameras over days in virtual time: outages, flapping, silence, lying clocks, restarts and power cuts of the
 // recorder, full disks, a wall clock that is set. After every incident and every simulated quarter of an hour
@@ -30,6 +30,7 @@ struct Scale {
     Ms frame = 2000;  // between pictures; every fifth is a key frame
 };
 
+constexpr Ms kAlive = 10'000;  // less often than a recorder says so: each costs a transaction
 constexpr size_t kBuffer = 256 * 1024;
 constexpr uint64_t kQuotaPerCamera = 400'000;
 
@@ -213,7 +214,7 @@ class Simulation : public NoteTaker {
             buffered_ -= size_of(waiting_.front());
             waiting_.pop_front();
         }
-        keeper_->alive(anchor_->utc(mono_));
+        if (board_.elapsed % kAlive < scale_.frame) keeper_->alive(anchor_->utc(mono_));
         keeper_->settle(anchor_->utc(mono_));
         jobs_ = keeper_->take_jobs();
         std::ranges::move(keeper_->take_digests(), std::back_inserter(jobs_));
@@ -315,7 +316,7 @@ int simulate(int argc, char** argv) {
     CLI::App app("Simulates recordings over days");
     unsigned first = 1, count = 1;
     Scale scale;
-    double frame = 2;
+    double frame = 2, limit = 0;
     app.add_option("--seed", first, "The first seed")->capture_default_str();
     app.add_option("--seeds", count, "How many")->capture_default_str();
     app.add_option("--cameras", scale.cameras, "")->capture_default_str();
@@ -323,24 +324,29 @@ int simulate(int argc, char** argv) {
     app.add_option("--frame", frame, "Seconds between pictures, 2 at most")
         ->check(CLI::Range(0.04, 2.0))
         ->capture_default_str();
+    app.add_option("--limit", limit, "Begin no other seed after so many seconds; 0: never")
+        ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
     scale.frame = static_cast<Ms>(frame * 1000);
     const auto clip = load_clip();
     const auto began = std::chrono::steady_clock::now();
     uint64_t frames = 0;
-    int failed = 0;
-    for (unsigned seed = first; seed < first + count; ++seed) {
+    unsigned failed = 0, done = 0;
+    std::chrono::duration<double> taken{};
+    for (unsigned seed = first; seed < first + count && (limit <= 0 || taken.count() < limit); ++seed) {
         Simulation simulation(seed, scale, clip);
         const std::string fault = simulation.run();
         frames += simulation.frames();
+        ++done;
+        taken = std::chrono::steady_clock::now() - began;
         if (fault.empty()) continue;
         ++failed;
         std::cout << fault << "\n  " << argv[0] << " --seed " << seed << " --cameras " << scale.cameras
                   << " --hours " << scale.hours << " --frame " << frame << std::endl;
     }
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
-    std::cout << count << " seeds, " << scale.cameras << " cameras, " << scale.hours << " hours, " << frames
-              << " pictures, " << taken.count() << " s: " << failed << " failed" << std::endl;
+    std::cout << done << " of " << count << " seeds, " << scale.cameras << " cameras, " << scale.hours
+              << " hours, " << frames << " pictures, " << taken.count() << " s: " << failed << " failed"
+              << std::endl;
     return failed > 0 ? 1 : 0;
 }
 
