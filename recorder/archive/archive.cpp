@@ -27,12 +27,11 @@ Ms present(Ledger& ledger, const ArchiveClock& clock) {
 
 }  // namespace
 
-Archive::Archive(const Options& options, const ArchiveClock& clock, Disk& disk)
+Archive::Archive(const Options& options, SteeredClock& clock, Disk& disk)
     : clock_(clock),
       disk_(disk),
       ledger_(options.ledger),
       keeper_(disk, ledger_, options.limits, options.streams),
-      steps_(clock.monotonic(), clock.wall()),
       buffer_(options.buffer) {
     keeper_.reopen(present(ledger_, clock));
     anchor_.emplace(clock.monotonic(), clock.wall(), ledger_.last_instant());
@@ -66,8 +65,8 @@ void Archive::take(std::vector<Note> notes) {
     wake_keeper_.notify_one();
 }
 
-// While nothing finds room, events would pile up behind what waits for the disk. Of gaps there is one for each
-// stream by then.
+// While nothing finds room, events would pile up behind what waits for the disk. Of gaps there is one for
+// each stream by then.
 size_t Archive::leave_out_events(std::vector<Note>& notes) {
     return std::erase_if(notes, [](const Note& note) { return std::holds_alternative<EventNote>(note); });
 }
@@ -144,7 +143,7 @@ void Archive::tick() {
     next_tick_ = now() + kTick;
     keeper_.alive(anchor_->utc(now()));
     if (!failing_) ledger_.keep_reserve();
-    if (const auto step = steps_.step(now(), clock_.wall())) {
+    if (const auto step = clock_.look()) {
         Note note = EventNote{
             std::nullopt, anchor_->utc(now()), "clock",
             "the wall clock was set by " + std::to_string(*step) + " ms; this run goes on as it began"};

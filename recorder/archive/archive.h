@@ -24,7 +24,7 @@ class Archive final : public NoteTaker {
     };
 
     // Takes in what an earlier run left. `clock` and `disk` must outlive it. Throws a Failure.
-    Archive(const Options& options, const ArchiveClock& clock, Disk& disk);
+    Archive(const Options& options, SteeredClock& clock, Disk& disk);
     ~Archive();
     Archive(const Archive&) = delete;
     Archive& operator=(const Archive&) = delete;
@@ -52,12 +52,11 @@ class Archive final : public NoteTaker {
     size_t leave_out_events(std::vector<Note>& notes);
     void note_trouble(int error);
 
-    const ArchiveClock& clock_;
+    SteeredClock& clock_;
     Disk& disk_;
     Ledger ledger_;
     Keeper keeper_;
     std::optional<UtcAnchor> anchor_;
-    UtcAnchor steps_;  // the keeper thread's, to see the wall clock being set
     const size_t buffer_;
 
     std::atomic<size_t> buffered_{0};
@@ -75,7 +74,7 @@ class Archive final : public NoteTaker {
     uint64_t unnoted_ = 0;  // events that found no room
     bool syncing_ = false;
     bool closing_ = false, helpers_end_ = false;
-    int error_ = 0;  // of the disk, lately
+    int error_ = 0;            // of the disk, lately
     mutable int refusal_ = 0;  // the latest since the buffer was full: the reason until there is room in it
     std::vector<std::string> news_;
 

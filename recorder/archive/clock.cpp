@@ -1,13 +1,17 @@
 #include "recorder/archive/clock.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 namespace lenswire::recorder {
 namespace {
 
-constexpr Ms kStep = 500;  // less than this is a clock being steered
+constexpr Ms kStep = 500;               // less than this is a clock being steered
+constexpr Ms kSteerEvery = 1000;        // by a millisecond
+constexpr Ms kLongestUnspent = 10'000;  // time that passed long ago does not count
 constexpr Ms kLongestSetBack =
     25 * 3600 * 1000L;  // more than this, and the archive's last instant was the wrong one
 
@@ -38,14 +42,25 @@ Ms SystemClock::wall() const {
     return now(CLOCK_REALTIME);
 }
 
-UtcAnchor::UtcAnchor(Ms monotonic, Ms wall, Ms not_before) : offset_(wall - monotonic), seen_(offset_) {
-    if (wall < not_before && not_before - wall <= kLongestSetBack) offset_ = not_before - monotonic;
+SteeredClock::SteeredClock(const ArchiveClock& source)
+    : source_(source), looked_(source.monotonic()), apart_(source.wall() - looked_) {}
+
+std::optional<Ms> SteeredClock::look() {
+    const Ms now = source_.monotonic();
+    const Ms moved = source_.wall() - now - apart_;
+    unspent_ = std::min(unspent_ + now - std::exchange(looked_, now), kLongestUnspent);
+    apart_ += moved;
+    if (std::abs(moved) >= kStep) return moved;
+    wanted_ += moved;
+    const Ms most = unspent_ / kSteerEvery;
+    const Ms steer = std::clamp(wanted_ - ahead_, -most, most);
+    ahead_ += steer;
+    unspent_ -= std::abs(steer) * kSteerEvery;
+    return std::nullopt;
 }
 
-std::optional<Ms> UtcAnchor::step(Ms monotonic, Ms wall) {
-    const Ms moved = wall - monotonic - seen_;
-    seen_ += moved;
-    return std::abs(moved) >= kStep ? std::optional(moved) : std::nullopt;
+UtcAnchor::UtcAnchor(Ms monotonic, Ms wall, Ms not_before) : offset_(wall - monotonic) {
+    if (wall < not_before && not_before - wall <= kLongestSetBack) offset_ = not_before - monotonic;
 }
 
 std::string utc_text(Ms utc) {

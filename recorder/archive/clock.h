@@ -1,10 +1,12 @@
 // Time as the archive sees it: milliseconds on the monotonic clock, and in UTC since 1970.
 //
-// Lengths come from the monotonic clock alone. UTC is anchored to it once, when a recorder starts: a wall
-// clock that is set later moves nothing that has been or will be recorded in this run, and is noted as an
-// event.
+// Lengths come from the monotonic clock, and UTC is anchored to it once, when a recorder starts. The two
+// drift apart, by 500 ppm on a poor board: so the monotonic clock is steered to the wall clock, a thousandth
+// of the time at most. A wall clock that is set moves nothing that has been or will be recorded in this run,
+// and is noted as an event.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,6 +28,26 @@ class SystemClock : public ArchiveClock {
     Ms wall() const override;
 };
 
+// The monotonic clock, steered. Goes on evenly: it never jumps, and never back.
+class SteeredClock : public ArchiveClock {
+  public:
+    // `source` must outlive it.
+    explicit SteeredClock(const ArchiveClock& source);
+
+    Ms monotonic() const override { return source_.monotonic() + ahead_; }
+    Ms wall() const override { return source_.wall(); }
+    // Once a second or so, by one thread. How far the wall clock was set since the last call, when it was.
+    std::optional<Ms> look();
+
+  private:
+    const ArchiveClock& source_;
+    Ms looked_;       // source_'s monotonic clock at the latest look
+    Ms apart_;        // how far the wall clock was from it then
+    Ms wanted_ = 0;   // how far they drifted apart since the first look
+    Ms unspent_ = 0;  // time that went by since it was steered last
+    std::atomic<Ms> ahead_{0};
+};
+
 class UtcAnchor {
   public:
     // `not_before` is the last instant that the archive holds. A clock that was set back since, by up to a
@@ -34,12 +56,9 @@ class UtcAnchor {
 
     Ms utc(Ms monotonic) const { return monotonic + offset_; }
     Ms monotonic(Ms utc) const { return utc - offset_; }
-    // How far the wall clock was set since the last call, when it was.
-    std::optional<Ms> step(Ms monotonic, Ms wall);
 
   private:
     Ms offset_;
-    Ms seen_;  // the wall clock's distance from the monotonic clock
 };
 
 // 2026-11-23T14:05:00.120Z

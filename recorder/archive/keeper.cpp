@@ -177,9 +177,8 @@ int Keeper::take(SegmentEnds& note) {
         slot.segment->camera_to = note.camera_to;
         slot.segment->frames = note.frames;
         slot.segment->state = "finished";
-        finished_.push_back({.path = slot.segment->path,
-                             .file = std::move(slot.file),
-                             .finished = std::move(slot.segment)});
+        finished_.push_back(
+            {.path = slot.segment->path, .file = std::move(slot.file), .finished = std::move(slot.segment)});
     }
     slot.segment.reset();
     slot.file.reset();
@@ -254,7 +253,8 @@ void Keeper::done(Job job) {
     }
     if (!job.finished) return;
     ledger_.segment_ends(*job.finished);
-    if (job.file) digests_.push_back({.path = job.path, .file = nullptr, .finished = std::move(job.finished)});
+    if (job.file)
+        digests_.push_back({.path = job.path, .file = nullptr, .finished = std::move(job.finished)});
 }
 
 // Retention.
@@ -303,8 +303,7 @@ bool Keeper::make_room(uint64_t incoming, bool at_once) {
 
 // What may go, without what has gone already.
 std::vector<SegmentRow> Keeper::oldest(int count, bool latest_too) {
-    std::vector<SegmentRow> rows =
-        ledger_.oldest(count + static_cast<int>(forgotten_.size()), latest_too);
+    std::vector<SegmentRow> rows = ledger_.oldest(count + static_cast<int>(forgotten_.size()), latest_too);
     std::erase_if(rows, [this](const SegmentRow& row) { return forgotten_.contains(row.path); });
     return rows;
 }

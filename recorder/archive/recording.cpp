@@ -94,7 +94,6 @@ void Recording::video(const StreamFrameHead& head, std::span<const uint8_t> data
     }
     camera_ms_ = head.ulTimeStamp;
     picture_received_ = received_;
-    sound_since_ = false;
     const bool key = reader_->read(data);
     if (begun_ && !lasts(at)) gap(received_, Cause::kSilent, "no picture");
     if (!room()) return skip(&RecordingReport::refused);
@@ -110,7 +109,7 @@ bool Recording::lasts(Ms at) const {
 
 void Recording::audio(std::span<const uint8_t> data) {
     audio_seen_ = true;
-    sound_since_ = true;
+    sound_received_ = received_;
     if (need_key_ || !begun_) return skip(&RecordingReport::skipped);
     if (!audio_decided_) parameters_.audio = true;
     if (!parameters_.audio)
@@ -242,6 +241,7 @@ void Recording::close_file(Ms to) {
 }
 
 void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
+    trouble_at_ = at;
     if (at <= connected_ && begun_) return;
     // A camera may be recorded although its control connection is gone.
     if (begun_ && (cause == Cause::kUnreachable || cause == Cause::kRefused)) return;
@@ -249,9 +249,9 @@ void Recording::trouble(Ms at, Cause cause, const std::string& detail) {
     if (account_.in_gap() && notes_.trouble()) return;
     // A connection that is given up in the end says nothing new of a gap that has its reason.
     if (account_.in_gap() && cause == Cause::kLost) return;
-    const Ms quiet = at - std::max(picture_received_, connected_);
-    const bool silent = begun_ && cause == Cause::kLost && quiet >= kLongestInterval;
-    gap(at, silent ? Cause::kSilent : cause, silent ? "no picture, started again" : detail);
+    const Ms away = at - std::max(picture_received_, connected_);
+    const bool silent = begun_ && cause == Cause::kLost && away >= kLongestInterval;
+    gap(at, silent ? quiet(at) : cause, silent ? "no picture, started again" : detail);
     send();
 }
 
@@ -261,17 +261,31 @@ void Recording::event(Ms at, const std::string& kind, const std::string& text) {
 
 void Recording::tick(Ms now) {
     if (writer_ && now - cluster_from_ >= 2 * kCluster) end_cluster();
-    if (begun_ && now - picture_received_ >= kSilence) {
-        if (!sound_since_) gap(now, Cause::kSilent, "no picture");
-        if (sound_since_ && now - picture_received_ >= kSoundOnly) gap(now, Cause::kSoundOnly, "");
-    }
-    if (!begun_) account_.tick(anchor_.utc(now), quiet());
+    const Ms patience = hears(now) ? kSoundOnly : kSilence;
+    if (begun_ && now - picture_received_ >= patience) gap(now, quiet(now), "no picture");
+    if (!begun_ && (!opened_ || now - std::max(picture_received_, *opened_) >= patience)) tick_gap(now);
     send();
 }
 
+// Why a camera that agreed to send, if it did, brings no picture.
+Cause Recording::quiet(Ms now) const {
+    if (!opened_ && connected_ == 0) return Cause::kUnreachable;
+    if (hears(now)) return Cause::kSoundOnly;
+    return in_packet_ ? Cause::kStalled : Cause::kSilent;
+}
+
+// A gap that began with the connection's end goes on for another reason when there is one again.
+void Recording::tick_gap(Ms now) {
+    account_.tick(anchor_.utc(now), quiet(now));
+    const Cause cause = account_.cause();
+    const bool connection = cause == Cause::kLost || cause == Cause::kUnreachable || cause == Cause::kRefused;
+    if (account_.in_gap() && connection && opened_ && *opened_ > trouble_at_)
+        account_.trouble(anchor_.utc(now), quiet(now), "no picture");
+}
+
 void Recording::finish(Ms now) {
-    if (begun_ && now - picture_received_ >= kLongestInterval) gap(now, Cause::kSilent, "no picture");
-    account_.end(anchor_.utc(now), quiet());
+    if (begun_ && now - picture_received_ >= kLongestInterval) gap(now, quiet(now), "no picture");
+    account_.end(anchor_.utc(now), quiet(now));
     close_file(anchor_.monotonic(account_.footage_end()));
     send();
 }

@@ -58,8 +58,10 @@ class Recording {
     void frame(const StreamFrameHead& head, std::span<const uint8_t> data, bool first_of_connection, Ms now);
     // What keeps pictures away, as others see it; what is older than the present connection is ignored.
     void trouble(Ms at, Cause cause, const std::string& detail);
-    // The camera agreed to send, from now on or some time ago.
-    void stream_opened() { opened_ = true; }
+    // The camera agreed to send, at that moment the last time.
+    void stream_opened(Ms at) { opened_ = at; }
+    // Whether what came last ended within a packet: then it is the network that keeps the rest.
+    void stopped_in_packet(bool stopped) { in_packet_ = stopped; }
     // Frames found no room in the queue.
     void queue_was_full() { queue_was_full_ = true; }
     void event(Ms at, const std::string& kind, const std::string& text);
@@ -95,7 +97,9 @@ class Recording {
     void end_cluster();
     void gap(Ms at, Cause cause, const std::string& detail);
     void close_file(Ms to);
-    Cause quiet() const { return opened_ ? Cause::kSilent : Cause::kUnreachable; }
+    bool hears(Ms now) const { return now - sound_received_ < kSilence; }
+    Cause quiet(Ms now) const;
+    void tick_gap(Ms now);
     void post_pieces();
     void post_account();
     void send();
@@ -118,14 +122,16 @@ class Recording {
     bool need_key_ = true;
     bool audio_seen_ = false;
     bool audio_decided_ = false;
-    bool opened_ = false;
+    std::optional<Ms> opened_;
+    bool in_packet_ = false;
     bool queue_was_full_ = false;
     bool complained_ = false;
     uint64_t sequence_ = 0;
     Ms connected_ = 0;  // when the present connection brought its first frame
     Ms received_ = 0;   // of the latest frame
     Ms picture_received_ = 0;
-    bool sound_since_ = false;  // since the latest picture
+    Ms sound_received_ = -kSilence;
+    Ms trouble_at_ = -1;  // the latest
     uint32_t camera_ms_ = 0;
     uint32_t camera_last_ = 0;      // of the latest picture recorded
     uint32_t camera_at_start_ = 0;  // of the segment

@@ -23,7 +23,8 @@ Span span_of(const Row& row, Ms now) {
 
 // Footage and gaps of a stream in order of time. What is open lasts until now, or to what is noted next: a
 // segment is finished in the ledger some time after its end.
-std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Verdict& verdict, Ms now) {
+std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Verdict& verdict, Ms now,
+                           bool settled) {
     std::vector<Span> spans;
     for (const SegmentRow& row : ledger.segments(stream)) spans.push_back(span_of(row, now));
     for (size_t i = 0; i < spans.size(); ++i) {
@@ -36,7 +37,9 @@ std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Verdict& v
     }
     std::ranges::stable_sort(spans, {}, &Span::from);
     for (size_t i = 0; i + 1 < spans.size(); ++i) {
-        if (spans[i].open) spans[i].to = spans[i + 1].from;
+        if (!spans[i].open) continue;
+        spans[i].to = spans[i + 1].from;
+        if (settled) verdict.faults.push_back(stream + ": left open, from " + utc_text(spans[i].from));
     }
     return spans;
 }
@@ -67,9 +70,9 @@ void check_file(const SegmentRow& row, Disk& disk, Verdict& verdict) {
 
 }  // namespace
 
-void verify_account(Ledger& ledger, Verdict& verdict, Ms now) {
+void verify_account(Ledger& ledger, Verdict& verdict, Ms now, bool settled) {
     for (const std::string& stream : ledger.streams()) {
-        const std::vector<Span> spans = spans_of(ledger, stream, verdict, now);
+        const std::vector<Span> spans = spans_of(ledger, stream, verdict, now, settled);
         size_t next = 0;
         for (const WatchRow& watch : ledger.watches(stream)) {
             Ms at = watch.from;

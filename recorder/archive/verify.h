@@ -20,8 +20,11 @@ struct Verdict {
 // Reads and decodes every file. A segment that a recorder at work has open is left out.
 Verdict verify(Ledger& ledger, Disk& disk, Ms now);
 
-// Footage and gaps of every stream follow each other without a hole or an overlap; adds to the verdict.
-void verify_account(Ledger& ledger, Verdict& verdict, Ms now);
+// Footage and gaps of every stream follow each other without a hole or an overlap; adds to the verdict. A
+// recorder at work finishes a segment in the ledger some time after its end: what is open may hide a hole up
+// to the next thing noted. `settled`: it has none of that under way, so only the latest of a stream may be
+// open.
+void verify_account(Ledger& ledger, Verdict& verdict, Ms now, bool settled = false);
 
 // Takes in what a crash left, and notes a gap where a file is gone. Not while a recorder is at work.
 void repair(Ledger& ledger, Disk& disk, Ms now);

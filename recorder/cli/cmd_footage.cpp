@@ -23,14 +23,15 @@ struct VerifyOptions {
     bool repair = false;
 };
 
-// Footage without an interruption, or a gap.
+// Footage without an interruption, or a gap, or a time between two runs.
 struct Span {
     Ms from = 0;
     Ms to = 0;
     bool open = false;
     int files = 0;  // 0: a gap
     uint64_t bytes = 0;
-    std::string side, cause, detail;
+    std::string side = {}, cause = {}, detail = {};
+    bool watched = true;
 };
 
 std::string ledger_file(const std::string& directory, const CommonOptions& common) {
@@ -54,10 +55,7 @@ std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Ms from, M
                         .to = std::min(row.to.value_or(now), to),
                         .open = !row.to,
                         .files = 1,
-                        .bytes = row.bytes,
-                        .side = {},
-                        .cause = {},
-                        .detail = {}};
+                        .bytes = row.bytes};
         const bool goes_on = !spans.empty() && spans.back().to == span.from;
         if (!goes_on) {
             spans.push_back(span);
@@ -76,6 +74,14 @@ std::vector<Span> spans_of(Ledger& ledger, const std::string& stream, Ms from, M
                          .cause = row.cause,
                          .detail = row.detail});
     }
+    // Between two runs that were ended nobody watched: nothing is missing then, and nothing is there.
+    std::optional<Ms> ended;
+    for (const WatchRow& watch : ledger.watches(stream, from, to)) {
+        if (ended && watch.from > *ended) {
+            spans.push_back({.from = *ended, .to = watch.from, .watched = false});
+        }
+        ended = watch.to;
+    }
     std::ranges::stable_sort(spans, {}, &Span::from);
     return spans;
 }
@@ -84,6 +90,7 @@ std::string text_of(const std::string& stream, const Span& span) {
     std::string line = utc_text(span.from) + "  " +
                        (span.open ? "now                     " : utc_text(span.to)) + "  " + stream + "  " +
                        length_text(span.to - span.from);
+    if (!span.watched) return line + "  not watched\n";
     if (span.files == 0)
         return line + "  GAP: " + span.side + ", " + span.cause +
                (span.detail.empty() ? "" : " (" + span.detail + ")") + "\n";
@@ -94,7 +101,9 @@ Json json_of(const Span& span) {
     Json json{{"from", utc_text(span.from)},
               {"to", span.open ? Json(nullptr) : Json(utc_text(span.to))},
               {"seconds", static_cast<double>(span.to - span.from) / 1000}};
-    if (span.files == 0) {
+    if (!span.watched) {
+        json["watched"] = false;
+    } else if (span.files == 0) {
         json.update({{"gap", {{"side", span.side}, {"cause", span.cause}, {"detail", span.detail}}}});
     } else {
         json.update({{"files", span.files}, {"bytes", span.bytes}});
@@ -132,7 +141,7 @@ int footage(const FootageOptions& options, const CommonOptions& common, Console&
         Ms recorded = 0, missing = 0;
         Json spans = Json::array();
         for (const Span& span : spans_of(ledger, stream, from, to, now)) {
-            (span.files > 0 ? recorded : missing) += span.to - span.from;
+            if (span.watched) (span.files > 0 ? recorded : missing) += span.to - span.from;
             if (common.json) spans.push_back(json_of(span));
             if (!common.json) console.print(text_of(stream, span));
         }

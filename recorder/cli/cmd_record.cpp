@@ -1,4 +1,5 @@
 // lenswire record CAMERA... [--seconds N] [--out DIR] [--keep SIZE] ...
+#include <malloc.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "recorder/archive/dated_log.h"
 #include "recorder/cli/commands.h"
 #include "recorder/cli/recording_summary.h"
 #include "recorder/cli/recording_view.h"
@@ -138,6 +140,13 @@ void make_room_for(size_t streams) {
                     std::to_string(fit) + " streams; see ulimit -n");
 }
 
+// Clusters come and go some hundred times a second: memory that went back to the system each time would have
+// to be cleared by it each time.
+void keep_freed_memory() {
+    mallopt(M_MMAP_THRESHOLD, 8 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
+}
+
 bool tried(const StreamStatus& s) {
     return s.view.login_tried;
 }
@@ -240,11 +249,14 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
                                               .limits = keep_limits(options),
                                               .buffer = *parse_size(options.buffer)};
     make_room_for(cameras.size());
+    keep_freed_memory();
     make_directory(options.directory);
-    console.divert_library(common.log.empty() ? options.directory + "/lenswire.log" : common.log,
-                           common.verbose);
+    StopSignals signals;  // before any thread
+    const std::string log_file = common.log.empty() ? options.directory + "/lenswire.log" : common.log;
+    std::optional<DatedLog> log;
+    if (!common.verbose) log.emplace(log_file);
+    console.divert_library(log ? log->path() : "", common.verbose);
     console.be_impatient();
-    StopSignals signals;
     RecordingSession session(session_options);
     RecordingView view(console, view_kind(console, common.json));
     Watch watch(session, view, options);
@@ -256,7 +268,10 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     const int code = exit_code(streams, gave_up);
     show_result(options, common, console, streams);
     // Who sent a signal does not wait for cameras that do not answer: every file is finished.
-    if (stopped) _exit(code);
+    if (stopped) {
+        if (log) log->drain();
+        _exit(code);
+    }
     session.stop();
     return code;
 }

@@ -84,6 +84,7 @@ bool FrameQueue::insert(void* frame) {
     if (handed_out_ == nullptr || frame != handed_out_->bytes_.get()) return false;
     handed_out_->first_of_connection_ = begin_connection_;
     begin_connection_ = false;
+    if (listener_ != nullptr) handed_out_->received_ = listener_->now();
     waiting_.push_back(handed_out_);
     handed_out_ = nullptr;
     inserted_ = true;

@@ -30,11 +30,13 @@ class FrameBuffer {
     // The frame's bytes after the head; never more than the buffer holds, whatever the head says.
     std::span<const uint8_t> data() const;
     bool first_of_connection() const { return first_of_connection_; }
+    int64_t received() const { return received_; }  // on the listener's clock
 
   private:
     friend class FrameQueue;
     uint32_t capacity_;
     bool first_of_connection_ = false;
+    int64_t received_ = 0;
     std::unique_ptr<uint8_t[]> bytes_;
 };
 
@@ -44,10 +46,12 @@ class FrameQueue {
     static constexpr uint32_t kLargestFrame = 1024 * 1024;
     static constexpr size_t kDefaultLimit = 8 * 1024 * 1024;
 
-    // Called after each unlock that follows an insertion, without the lock.
     class Listener {
       public:
+        // Called after each unlock that follows an insertion, without the lock.
         virtual void frames_waiting() = 0;
+        // Called with each insertion.
+        virtual int64_t now() { return 0; }
 
       protected:
         ~Listener() = default;

@@ -1,6 +1,14 @@
 #include "recorder/host/frame_worker.h"
 
+#include <chrono>
+
 namespace lenswire::recorder {
+
+namespace {
+
+constexpr auto kGather = std::chrono::milliseconds(20);
+
+}  // namespace
 
 FrameWorker::FrameWorker() : thread_([this] { run(); }) {}
 
@@ -10,11 +18,13 @@ FrameWorker::~FrameWorker() {
 
 void FrameWorker::schedule(Stream& stream) {
     if (stream.scheduled_.exchange(true)) return;
+    bool first = false;
     {
         const std::lock_guard lock(mutex_);
+        first = ready_.empty();
         ready_.push_back(&stream);
     }
-    wake_.notify_one();
+    if (first) wake_.notify_one();
 }
 
 void FrameWorker::stop() {
@@ -32,6 +42,8 @@ void FrameWorker::run() {
         {
             std::unique_lock lock(mutex_);
             wake_.wait(lock, [this] { return stop_ || !ready_.empty(); });
+            // Frames know when they came: a few more at a time cost less than one by one.
+            wake_.wait_for(lock, kGather, [this] { return stop_; });
             if (ready_.empty()) return;
             streams.swap(ready_);
         }

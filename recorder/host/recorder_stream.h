@@ -32,7 +32,7 @@ class RecorderStream final : private FrameQueue::Listener, private FrameWorker::
     using Clock = std::chrono::steady_clock;
 
     RecorderStream(int channel, int stream, FrameWorker& worker, Recording::Target target,
-                   const UtcAnchor& anchor, NoteTaker& notes);
+                   const ArchiveClock& clock, const UtcAnchor& anchor, NoteTaker& notes);
 
     int channel() const { return object_.words.lFirst; }
     int stream() const { return object_.words.lSecond; }
@@ -61,8 +61,10 @@ class RecorderStream final : private FrameQueue::Listener, private FrameWorker::
     // -- Called by any thread.
     // What keeps pictures away.
     void trouble(Cause cause, const std::string& detail);
+    // Something to be noted beside the gaps.
+    void event(const std::string& kind, const std::string& text);
     // The camera agreed to send.
-    void opened() { opened_ = true; }
+    void opened();
     // Time passed: has the worker look, also when no frame comes.
     void look() { worker_.schedule(*this); }
 
@@ -72,8 +74,14 @@ class RecorderStream final : private FrameQueue::Listener, private FrameWorker::
         Cause cause;
         std::string detail;
     };
+    struct Event {
+        Ms at;
+        std::string kind, text;
+    };
     void frames_waiting() override { worker_.schedule(*this); }
+    int64_t now() override { return clock_.monotonic(); }
 
+    const ArchiveClock& clock_;
     FrameWorker& worker_;
     StreamObject object_;
     HostStreamInfo private_info_{};
@@ -82,10 +90,11 @@ class RecorderStream final : private FrameQueue::Listener, private FrameWorker::
     Recording recording_;
     std::vector<FrameBuffer*> frames_;  // the worker's, like the next
     uint64_t lost_ = 0;                 // in the queue, when it was looked at last
-    std::mutex troubles_mutex_;         // troubles_ only
+    std::mutex words_mutex_;            // of the next two
     std::vector<Trouble> troubles_;
+    std::vector<Event> events_;
     std::atomic<Clock::rep> login_deadline_{0};
-    std::atomic<bool> opened_{false};
+    std::atomic<Ms> opened_{0};  // when it did so last; 0: never
     std::atomic<int> bytes_per_second_{0};
     std::atomic<int> frames_per_second_{0};
 };

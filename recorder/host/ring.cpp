@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "lenswire/records.h"
+
 namespace lenswire::recorder {
 
 // Mapped rather than allocated: pages that no packet has reached yet cost nothing.
@@ -40,7 +42,17 @@ uint8_t* Ring::write_position() {
 bool Ring::commit(uint32_t length) {
     if (length > capacity_ - read_ - used_) return false;
     used_ += length;
+    note_end();
     return true;
+}
+
+void Ring::note_end() {
+    StreamHeadInfo head{};
+    const bool headless = used_ < sizeof head;
+    if (!headless) std::memcpy(&head, bytes_ + read_, sizeof head);
+    const bool cut =
+        headless ? used_ > 0 : used_ - sizeof head < head.ulDataInfo >> LENSWIRE_PACKET_LENGTH_SHIFT;
+    ends_in_packet_.store(cut, std::memory_order_relaxed);
 }
 
 uint32_t Ring::peek(void* destination, uint32_t length) const {
@@ -54,6 +66,7 @@ uint32_t Ring::pop(void* destination, uint32_t length, uint32_t capacity) {
     peek(destination, std::min(count, capacity));
     read_ += count;
     used_ -= count;
+    note_end();
     return count;
 }
 

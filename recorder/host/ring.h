@@ -9,9 +9,10 @@
 // frame as a rule, moves to the front before the next receive: that keeps the room behind it in one piece
 // and the memory in use small. A packet of the largest possible size always fits.
 //
-// Used by the library's receive loop only; no lock.
+// Used by the library's receive loop only, but for what is marked; no lock.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -38,14 +39,21 @@ class Ring {
     // Removes `length` bytes and copies at most `capacity` of them; the number removed.
     uint32_t pop(void* destination, uint32_t length, uint32_t capacity);
 
+    // -- By any thread.
+    // Whether the sender stopped within a packet, as far as it has come.
+    bool ends_in_packet() const { return ends_in_packet_; }
+    void forget_end() { ends_in_packet_ = false; }
+
   private:
     void make_room();
+    void note_end();
 
     uint32_t capacity_;
     uint32_t slack_;
     uint32_t read_ = 0;
     uint32_t used_ = 0;  // the word that the library clears
     uint8_t* bytes_;
+    std::atomic<bool> ends_in_packet_{false};
 };
 
 // The object behind pRecvBuf.

@@ -22,7 +22,8 @@
 namespace lenswire::recorder {
 
 inline constexpr int kChannels = LENSWIRE_CHANNELS;
-inline constexpr int kMostChannels = 192;  // that can be recorded
+inline constexpr int kMostChannels = 192;   // that can be recorded
+inline constexpr int kMotionChannels = 64;  // the library looks no further when a camera tells of motion
 
 struct Zone {
     int index = 0;

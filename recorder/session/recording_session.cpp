@@ -42,7 +42,7 @@ RecordingSession::RecordingSession(const Options& options)
       titles_(make_titles(options)) {
     if (cameras_.size() > LENSWIRE_STREAM_SLOTS) {
         throw bad_input(std::to_string(cameras_.size()) + " streams: no more than " +
-                        std::to_string(LENSWIRE_STREAM_SLOTS) + " can be recorded, and their motion counted");
+                        std::to_string(LENSWIRE_STREAM_SLOTS) + " can be recorded");
     }
     archive_ = std::make_unique<Archive>(Archive::Options{.ledger = ledger_file(options),
                                                           .streams = titles_,
@@ -81,6 +81,12 @@ void RecordingSession::add_streams(const Options& options) {
         if (host_.stream(channel, camera.stream) != nullptr) {
             throw bad_input("camera " + camera.name() + ": the same stream is listed twice");
         }
+        if (options.armed && channel >= kMotionChannels) {
+            throw bad_input("camera " + camera.name() + " is channel " + std::to_string(channel) +
+                            " of the database, and motion is counted on channels 0 to " +
+                            std::to_string(kMotionChannels - 1) +
+                            " only: record fewer cameras with one --db, or --disarmed");
+        }
         host_.motion.set_armed(channel, options.armed);
         const size_t index = streams_.size();
         FrameWorker& worker = *workers_[index % workers_.size()];
@@ -91,7 +97,7 @@ void RecordingSession::add_streams(const Options& options) {
                                                                .title = titles_[index],
                                                                .segment = options.segment,
                                                                .resumes = archive_->resumes(number)},
-                                             archive_->anchor(), *archive_));
+                                             clock_, archive_->anchor(), *archive_));
         streams_.push_back({.stream = &stream, .link = nullptr});
     }
 }

@@ -79,7 +79,8 @@ class RecordingSession {
     void connect(const Options& options);
     void close_streams();
 
-    SystemClock clock_;
+    SystemClock system_clock_;
+    SteeredClock clock_{system_clock_};
     FolderLock lock_;
     RealDisk disk_;
     std::unique_ptr<Archive> archive_;

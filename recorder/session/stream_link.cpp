@@ -1,5 +1,7 @@
 #include "recorder/session/stream_link.h"
 
+#include <utility>
+
 namespace lenswire::recorder {
 namespace {
 
@@ -9,6 +11,8 @@ constexpr auto kHeartbeatInterval = seconds(10);
 // The library gives up after 10 seconds by itself. A camera that is being restarted is tried more often.
 constexpr auto kFirstLogin = seconds(15);
 constexpr auto kNextLogin = seconds(4);
+// The library does not tell these apart: a camera that refuses is waited for like one that says nothing.
+constexpr const char* kRefusal = "wrong user name or password, or no answer to the login";
 
 }  // namespace
 
@@ -19,9 +23,13 @@ int PluginStreamLink::login(bool first) {
     recorder_stream_.allow_login_for(first ? kFirstLogin : kNextLogin);
     next_heartbeat_ = RecorderStream::Clock::now() + kHeartbeatInterval;
     const int result = camera_.login(first ? kFirstLogin : kNextLogin);
-    if (result != StreamPlan::kLoggedIn) {
-        const bool refused = StreamPlan::refused(result);
-        recorder_stream_.trouble(refused ? Cause::kRefused : Cause::kUnreachable, login_failure(result));
+    const bool refused = StreamPlan::refused(result);
+    if (refused && !std::exchange(refused_, refused)) recorder_stream_.event("login", kRefusal);
+    refused_ = refused;
+    if (refused) {
+        recorder_stream_.trouble(Cause::kRefused, kRefusal);
+    } else if (result != StreamPlan::kLoggedIn) {
+        recorder_stream_.trouble(Cause::kUnreachable, login_failure(result));
     }
     return result;
 }

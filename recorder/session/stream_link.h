@@ -23,6 +23,7 @@ class PluginStreamLink : public StreamLink {
     RecorderStream& recorder_stream_;
     CameraLink& camera_;
     RecorderStream::Clock::time_point next_heartbeat_{};
+    bool refused_ = false;  // the latest login
 };
 
 }  // namespace lenswire::recorder

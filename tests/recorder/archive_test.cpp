@@ -48,11 +48,19 @@ TEST(Archive, WritesAndReadsTimes) {
 
 TEST(Archive, KeepsUtcThroughAWallClockThatIsSet) {
     constexpr Ms kHour = 3'600'000;
-    UtcAnchor anchor(1000, kDay);
-    EXPECT_EQ(anchor.step(2000, kDay + 1300), std::nullopt) << "steered, not set";
-    EXPECT_EQ(anchor.step(3000, kDay + 2300 + kHour), kHour);
-    EXPECT_EQ(anchor.step(4000, kDay + 3300 + kHour), std::nullopt) << "told once";
-    EXPECT_EQ(anchor.utc(4000), kDay + 3000);
+    // The monotonic clock runs fast by 500 ppm; the wall clock is set after half an hour.
+    struct : ArchiveClock {
+        Ms monotonic() const override { return seconds * 1000 + seconds / 2; }
+        Ms wall() const override { return kDay + seconds * 1000 + set; }
+        Ms seconds = 0, set = 0;
+    } board;
+    SteeredClock clock(board);
+    const UtcAnchor anchor(clock.monotonic(), clock.wall());
+    for (; board.seconds <= 3600; ++board.seconds) {
+        board.set = board.seconds < 1800 ? 0 : kHour;
+        ASSERT_EQ(clock.look().has_value(), board.seconds == 1800);
+        ASSERT_NEAR(anchor.utc(clock.monotonic()), board.wall() - board.set, 5);
+    }
     EXPECT_EQ(UtcAnchor(0, kDay, kDay + kHour).utc(0), kDay + kHour)
         << "set back since the last run: no overlap";
     EXPECT_EQ(UtcAnchor(0, kDay, kDay + 48 * kHour).utc(0), kDay) << "the last run's clock was the wrong one";

@@ -1,8 +1,8 @@
 // Preloaded into a program, logs what it does to the files below LENSWIRE_DISK_LOG_ROOT into the file
 // LENSWIRE_DISK_LOG: scripts/power-cut makes from it what a disk could hold at any moment.
 //
-// With LENSWIRE_DISK_STALL=FROM_MS,LENGTH_MS the disk below that folder stands still for a while, counted from
-// the program's start: what touches it then returns when that is over. See scripts/stalled-disk.
+// With LENSWIRE_DISK_STALL=FROM_MS,LENGTH_MS the disk below that folder stands still for a while, counted
+// from the program's start: what touches it then returns when that is over. See scripts/stalled-disk.
 //
 // An entry is a line of text, "KIND TIME_MS PATH OFFSET LENGTH BEGAN", and after a write its bytes. BEGAN is
 // how many entries there were when a sync began: only what was logged before that is on the disk when it

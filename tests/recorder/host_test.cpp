@@ -249,12 +249,13 @@ TEST(HostServices, KnowTheStreamsThatAreRecorded) {
         void take(std::vector<Note>) override {}
         std::optional<Trouble> trouble() const override { return {}; }
     } notes;
+    const SystemClock clock;
     const UtcAnchor anchor(0, 0);
     Host host;
     FrameWorker worker;
     const auto add = [&](int channel, int stream) -> RecorderStream& {
         return host.add_stream(
-            std::make_unique<RecorderStream>(channel, stream, worker, Recording::Target{}, anchor, notes));
+            std::make_unique<RecorderStream>(channel, stream, worker, Recording::Target{}, clock, anchor, notes));
     };
     add(3, 0);
     RecorderStream& stream = add(3, 1);

@@ -136,6 +136,18 @@ class RecordingTest : public testing::Test, public NoteTaker {
     uint32_t camera_ms_ = 0xFFFFFC00;  // its clock wraps after a second
     Ms now_ms_ = 1'000'000;
 
+    // Nothing but sound, if so, from a camera that agreed to send.
+    void quiet(int seconds, bool sounds, bool in_packet) {
+        recording_->stream_opened(now_ms_);
+        recording_->stopped_in_packet(in_packet);
+        for (int i = 0; i < seconds; ++i) {
+            if (sounds) sound(Bytes(320, 1));
+            now_ms_ += 1000;
+            camera_ms_ += 1000;
+            recording_->tick(now_ms_);
+        }
+    }
+
   private:
     void take(std::vector<Note> notes) override {
         for (Note& note : notes) EXPECT_EQ(keeper_->take(note), 0);
@@ -297,6 +309,14 @@ TEST_F(RecordingTest, AccountsForEveryInterruption) {
              restart();
          },
          2000},
+        {"camera: sound but no picture", [&] { quiet(10, true, false); }, 10'000},
+        {"network: stalled", [&] { quiet(5, false, true); }, 5000},
+        {"camera: silent",
+         [&] {
+             recording_->trouble(now_ms_ - 1, Cause::kLost, "");
+             quiet(9, false, false);
+         },
+         9000},
         {"recorder: disk full",
          [&] {
              disk_trouble_ = {Cause::kDiskFull, "No space"};
@@ -337,7 +357,7 @@ TEST_F(RecordingTest, SaysWhatNeverCame) {
           Case{"network: unreachable", [&] { now_ms_ += 6000; }},
           Case{"camera: silent",
                [&] {
-                   recording_->stream_opened();
+                   recording_->stream_opened(now_ms_);
                    now_ms_ += 6000;
                    recording_->tick(now_ms_);
                }},

@@ -72,7 +72,9 @@ int64_t SimDisk::size(const std::string& path) {
 }
 
 FileContents SimDisk::contents(const std::string& path) {
-    const Content& content = *files_.at(path);
+    const auto found = files_.find(path);
+    if (found == files_.end()) return {};
+    const Content& content = *found->second;
     if (content.whole) return content.contents;
     std::ofstream(scratch_, std::ios::binary)
         .write(reinterpret_cast<const char*>(content.bytes.data()), static_cast<long>(content.bytes.size()));
@@ -83,6 +85,7 @@ std::string SimDisk::digest(const std::string& path, const std::atomic<bool>*) {
     const auto found = files_.find(path);
     if (found == files_.end()) return "";
     Content& content = *found->second;
+    if (content.synced.size() != content.bytes.size()) return path;  // may be cut yet
     if (!content.whole) content.contents = contents(path);
     content.whole = true;
     content.bytes = {};

@@ -37,6 +37,9 @@ class SimDisk : public Disk {
     FileContents decoded(const std::string& path) override { return contents(path); }
     std::string digest(const std::string& path, const std::atomic<bool>* stop) override;
 
+    // Its digest was taken: what it contains is known.
+    bool whole(const std::string& path) const { return files_.contains(path) && files_.at(path)->whole; }
+
     void cut_power(std::mt19937& random);
     // So much is taken by others.
     void occupy(uint64_t bytes) { occupied_ = bytes; }

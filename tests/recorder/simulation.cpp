@@ -1,4 +1,4 @@
-// archive_simulation [--seed N | --seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS]
+// archive_simulation [--seed N] [--seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS] [--limit SECONDS]
 //
 // Cameras over days in virtual time: outages, flapping, silence, lying clocks, restarts and power cuts of the
 // recorder, full disks, a wall clock that is set. After every incident and every simulated quarter of an hour
@@ -30,6 +30,7 @@ struct Scale {
     Ms frame = 2000;  // between pictures; every fifth is a key frame
 };
 
+constexpr Ms kAlive = 4000;  // less often than a recorder says so: each costs a transaction
 constexpr size_t kBuffer = 256 * 1024;
 constexpr uint64_t kQuotaPerCamera = 400'000;
 
@@ -46,6 +47,14 @@ struct Camera {
     unsigned picture = 0;
 };
 
+// A board whose monotonic clock runs fast or slow, and whose wall clock is right but for being set.
+struct Board : ArchiveClock {
+    Ms monotonic() const override { return 5'000'000 + elapsed + elapsed * drift_ppm / 1'000'000; }
+    Ms wall() const override { return 1'795'442'700'000 + elapsed + set; }
+    Ms elapsed = 0, set = 0;
+    Ms drift_ppm = 0;
+};
+
 class Simulation : public NoteTaker {
   public:
     Simulation(unsigned seed, const Scale& scale, const std::vector<media::Bytes>& clip)
@@ -57,6 +66,7 @@ class Simulation : public NoteTaker {
           disk_(quota_ * 2, folder_ / "scratch"),
           cameras_(static_cast<size_t>(scale.cameras)) {
         for (size_t i = 0; i < cameras_.size(); ++i) names_.push_back("camera" + std::to_string(i));
+        board_.drift_ppm = static_cast<Ms>(random_() % 1001) - 500;
     }
     ~Simulation() {
         recordings_.clear();
@@ -66,22 +76,29 @@ class Simulation : public NoteTaker {
 
     // What went wrong first; empty when nothing did.
     std::string run() {
-        start();
-        const Ms end = mono_ + Ms{scale_.hours} * 3'600'000;
-        for (; mono_ < end && fault_.empty(); advance()) {
-            for (size_t i = 0; i < cameras_.size(); ++i) live(i);
-            keep();
-            if (chance(7200)) incident();
-            if (mono_ % 900'000 < scale_.frame) check("in passing");
+        try {
+            live_on();
+        } catch (const std::exception& error) {
+            fault(error.what());
         }
-        if (fault_.empty()) end_run();
-        check("at the end");
         return fault_;
     }
 
     uint64_t frames() const { return frames_; }
 
   private:
+    void live_on() {
+        start();
+        const Ms end = Ms{scale_.hours} * 3'600'000;
+        for (; board_.elapsed < end && fault_.empty(); advance(scale_.frame)) {
+            for (size_t i = 0; i < cameras_.size(); ++i) live(i);
+            keep();
+            if (chance(7200)) incident();
+            if (board_.elapsed % 900'000 < scale_.frame) check("in passing");
+        }
+        if (fault_.empty()) end_run();
+        check("at the end");
+    }
     static fs::path make_folder(unsigned seed) {
         const fs::path base = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
         const fs::path folder =
@@ -90,16 +107,19 @@ class Simulation : public NoteTaker {
         return folder;
     }
     bool chance(unsigned one_in) { return random_() % one_in == 0; }
-    void advance() {
-        mono_ += scale_.frame;
-        wall_ += scale_.frame;
+    void advance(Ms length) {
+        board_.elapsed += length;
+        mono_ = clock_->monotonic();
     }
 
     void start() {
+        clock_.emplace(board_);
+        mono_ = clock_->monotonic();
         ledger_.emplace(folder_ / "ledger.db");
         keeper_.emplace(disk_, *ledger_, KeepLimits{.quota = quota_, .free_share = 0.1}, names_);
-        keeper_->reopen(UtcAnchor(mono_, wall_, ledger_->last_instant()).utc(mono_));
-        anchor_.emplace(mono_, wall_, ledger_->last_instant());
+        keeper_->reopen(UtcAnchor(mono_, board_.wall(), ledger_->last_instant()).utc(mono_));
+        anchor_.emplace(mono_, board_.wall(), ledger_->last_instant());
+        ahead_at_start_ = anchor_->utc(mono_) - board_.elapsed;
         for (size_t i = 0; i < cameras_.size(); ++i) {
             const auto number = static_cast<int>(i);
             cameras_[i].first_of_connection = true;
@@ -125,10 +145,19 @@ class Simulation : public NoteTaker {
         deaf_ = false;
         stop();
         if (power) disk_.cut_power(random_);
-        const Ms away = static_cast<Ms>(random_() % 600'000);
-        mono_ += away;
-        wall_ += away;
+        const Ms cut = anchor_->utc(mono_);
+        const bool kept_up = mono_ - behind_at_ > 3 * scale_.frame;
+        advance(static_cast<Ms>(random_() % 600'000));
         start();
+        if (kept_up) check_loss(cut);
+    }
+    // A picture is posted with the next one, written then, and synced a step later; signs of life are rarer.
+    void check_loss(Ms cut) {
+        const Ms most = std::max(4 * scale_.frame, kAlive) + scale_.frame;
+        for (const GapRow& gap : ledger_->gaps("", cut - 1, cut + 1)) {
+            if (gap.cause == words_of(Cause::kNotRunning).words && gap.from < cut - most)
+                fault(gap.stream + ": a cut took " + length_text(cut - gap.from));
+        }
     }
     void end_run() {
         disk_.occupy(0);
@@ -186,32 +215,41 @@ class Simulation : public NoteTaker {
         if (kind == 1) crash(true);
         if (kind == 2) disk_.occupy(random_() % (quota_ * 2));
         if (kind == 3) disk_.occupy(0);
-        if (kind == 4) wall_ += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
+        if (kind == 4) board_.set += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
         if (kind == 5) stalled_until_ = mono_ + static_cast<Ms>(random_() % 60'000);
         check("after incident " + std::to_string(kind));
     }
 
     // The archive's two threads, one step of each.
     void keep() {
-        if (mono_ < stalled_until_) return;
+        if (mono_ < stalled_until_) {
+            behind_at_ = mono_;
+            return;
+        }
+        clock_->look();
+        finish_jobs();
+        error_ = 0;
+        while (!waiting_.empty()) {
+            error_ = keeper_->take(waiting_.front());
+            if (keeper_->bytes() > quota_)
+                return fault("the quota is exceeded by " + std::to_string(keeper_->bytes() - quota_));
+            if (error_ != 0) break;
+            buffered_ -= size_of(waiting_.front());
+            waiting_.pop_front();
+        }
+        if (board_.elapsed % kAlive < scale_.frame) keeper_->alive(anchor_->utc(mono_));
+        keeper_->settle(anchor_->utc(mono_));
+        jobs_ = keeper_->take_jobs();
+        std::ranges::move(keeper_->take_digests(), std::back_inserter(jobs_));
+        if (error_ != 0) behind_at_ = mono_;
+    }
+
+    void finish_jobs() {
         for (Keeper::Job& job : jobs_) {
             Keeper::work(job, disk_);
             keeper_->done(std::move(job));
         }
         jobs_.clear();
-        error_ = 0;
-        while (!waiting_.empty()) {
-            error_ = keeper_->take(waiting_.front());
-            if (error_ != 0) break;
-            buffered_ -= size_of(waiting_.front());
-            waiting_.pop_front();
-        }
-        keeper_->alive(anchor_->utc(mono_));
-        keeper_->settle(anchor_->utc(mono_));
-        jobs_ = keeper_->take_jobs();
-        std::ranges::move(keeper_->take_digests(), std::back_inserter(jobs_));
-        if (keeper_->bytes() > quota_)
-            fault("the quota is exceeded by " + std::to_string(keeper_->bytes() - quota_));
     }
 
     static size_t size_of(const Note& note) {
@@ -234,19 +272,26 @@ class Simulation : public NoteTaker {
 
     void check(const std::string& when) {
         if (!fault_.empty() || !ledger_) return;
+        finish_jobs();
+        keeper_->settle(anchor_->utc(mono_));
+        const Ms off = anchor_->utc(mono_) - board_.elapsed - ahead_at_start_;
+        if (std::abs(off) > 200) return fault(when + ": dated " + std::to_string(off) + " ms off");
         for (const SegmentRow& row : ledger_->segments()) {
             const int64_t size = disk_.size(row.path);
             if (size < 0) return fault(when + ": the ledger names " + row.path + ", which is not there");
             if (!row.to) continue;
             if (size != static_cast<int64_t>(row.bytes))
                 return fault(when + ": " + row.path + " has another size");
+            if (disk_.whole(row.path) && disk_.contents(row.path).pictures != row.frames)
+                return fault(when + ": " + row.path + " does not hold " + std::to_string(row.frames) +
+                             " pictures");
             const Ms length = *row.to - row.from;
             if (std::abs(length - static_cast<Ms>(row.frames) * scale_.frame) > 10 * scale_.frame)
                 return fault(when + ": " + row.path + " lasts " + length_text(length) + " with " +
                              std::to_string(row.frames) + " pictures");
         }
         Verdict verdict;
-        verify_account(*ledger_, verdict, anchor_->utc(mono_));
+        verify_account(*ledger_, verdict, anchor_->utc(mono_), true);
         if (!verdict.faults.empty()) fault(when + ": " + verdict.faults.front());
     }
     void fault(const std::string& text) {
@@ -261,8 +306,10 @@ class Simulation : public NoteTaker {
     SimDisk disk_;
     std::vector<Camera> cameras_;
     std::vector<std::string> names_;
-    Ms mono_ = 5'000'000;
-    Ms wall_ = 1'795'442'700'000;
+    Board board_;
+    std::optional<SteeredClock> clock_;
+    Ms mono_ = 0;  // as it is steered
+    Ms ahead_at_start_ = 0;
     std::optional<UtcAnchor> anchor_;
     std::optional<Ledger> ledger_;
     std::optional<Keeper> keeper_;
@@ -273,6 +320,7 @@ class Simulation : public NoteTaker {
     bool deaf_ = false;
     int error_ = 0;
     Ms stalled_until_ = 0;
+    Ms behind_at_ = 0;  // when the disk last did not keep up
     std::vector<Keeper::Job> jobs_;
     uint64_t frames_ = 0;
     std::string fault_;
@@ -291,7 +339,7 @@ int simulate(int argc, char** argv) {
     CLI::App app("Simulates recordings over days");
     unsigned first = 1, count = 1;
     Scale scale;
-    double frame = 2;
+    double frame = 2, limit = 0;
     app.add_option("--seed", first, "The first seed")->capture_default_str();
     app.add_option("--seeds", count, "How many")->capture_default_str();
     app.add_option("--cameras", scale.cameras, "")->capture_default_str();
@@ -299,24 +347,29 @@ int simulate(int argc, char** argv) {
     app.add_option("--frame", frame, "Seconds between pictures, 2 at most")
         ->check(CLI::Range(0.04, 2.0))
         ->capture_default_str();
+    app.add_option("--limit", limit, "Begin no other seed after so many seconds; 0: never")
+        ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
     scale.frame = static_cast<Ms>(frame * 1000);
     const auto clip = load_clip();
     const auto began = std::chrono::steady_clock::now();
     uint64_t frames = 0;
-    int failed = 0;
-    for (unsigned seed = first; seed < first + count; ++seed) {
+    unsigned failed = 0, done = 0;
+    std::chrono::duration<double> taken{};
+    for (unsigned seed = first; seed < first + count && (limit <= 0 || taken.count() < limit); ++seed) {
         Simulation simulation(seed, scale, clip);
         const std::string fault = simulation.run();
         frames += simulation.frames();
+        ++done;
+        taken = std::chrono::steady_clock::now() - began;
         if (fault.empty()) continue;
         ++failed;
         std::cout << fault << "\n  " << argv[0] << " --seed " << seed << " --cameras " << scale.cameras
                   << " --hours " << scale.hours << " --frame " << frame << std::endl;
     }
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
-    std::cout << count << " seeds, " << scale.cameras << " cameras, " << scale.hours << " hours, " << frames
-              << " pictures, " << taken.count() << " s: " << failed << " failed" << std::endl;
+    std::cout << done << " of " << count << " seeds, " << scale.cameras << " cameras, " << scale.hours
+              << " hours, " << frames << " pictures, " << taken.count() << " s: " << failed << " failed"
+              << std::endl;
     return failed > 0 ? 1 : 0;
 }
 

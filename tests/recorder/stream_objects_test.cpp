@@ -15,6 +15,7 @@ namespace lenswire::recorder {
 namespace {
 
 using testing::Each;
+using testing::ElementsAre;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kMiB = 1024 * 1024;
@@ -229,6 +230,21 @@ TEST_F(RingTest, AlwaysHasRoomForTheLargestPacketAfterEveryHistory) {
     }
     Ring ring;
     EXPECT_GE(ring.free_size(), 32u + 4194303 + 33) << "the largest packet of the protocol";
+}
+
+TEST(Ring, KnowsWhetherTheSenderStoppedWithinAPacket) {
+    Ring ring;
+    StreamHeadInfo head{};
+    head.ulDataInfo = 10 << LENSWIRE_PACKET_LENGTH_SHIFT;
+    std::memcpy(ring.write_position(), &head, sizeof head);
+    std::vector<bool> within;
+    for (const uint32_t bytes : {20, 21, 1, 1}) {
+        ring.commit(bytes);
+        within.push_back(ring.ends_in_packet());
+    }
+    ring.pop(nullptr, 42, 0);
+    within.push_back(ring.ends_in_packet());
+    EXPECT_THAT(within, ElementsAre(true, true, false, false, true));
 }
 
 TEST_F(RingTest, RefusesWhatCannotBe) {

@@ -68,6 +68,8 @@ class Report:
         yield Goal("upload: processor time per gigabyte by the plain loop's", 0.5, upload)
         size = figures.figure([self.sizes["armhf"][0] / 1000])
         yield Goal("size of the stripped armhf library, KB", 100, size, 1)
+        whole = figures.ratio(self.groups["recording"], "recorder", "ffmpeg", "cpu_s_per_gb")
+        yield Goal("recording, 64 streams: processor time by ffmpeg's", 0.25, whole)
         yield from self._prompt_goals()
         for way, limit in (("nothing", 0.3), ("192 silent streams and cameras", 0.8)):
             yield Goal(f"idle, {way}: % of a core", limit, figures.of(self.groups["idle"], way, "core_percent"))
@@ -198,6 +200,13 @@ class Report:
         rows.append(["PC_UnInitCtx", figures.of(group, "library", "stop_ms").text(), ""])
         return table(["from, to", "median ms", "longest ms"], rows)
 
+    def recording_table(self):
+        group = self.groups["recording"]
+        return table(["way", "CPU s/GB", "of ffmpeg's", "GB/s"],
+                     [[way, figures.of(group, way, "cpu_s_per_gb").text(),
+                       figures.ratio(group, way, "ffmpeg", "cpu_s_per_gb").text(),
+                       figures.of(group, way, "gb_per_s").text(3)] for way in group.ways])
+
     def memory_table(self):
         group = self.groups["memory"]
         rows = []
@@ -258,6 +267,7 @@ class Report:
         yield "Threads and growth: the plug-in, whole frames", self.thread_table()
         yield "Control: round trips of a get", self.control_table()
         yield "Upload: 16 MiB to 64 cameras", self.upload_table()
+        yield "Recording: 64 streams of 4 Mbit/s to Matroska files", self.recording_table()
         yield "Promptness", self.prompt_table()
         yield "Idle", self.idle_table()
         yield "Memory and size", self.memory_table()

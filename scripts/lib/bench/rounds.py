@@ -5,13 +5,14 @@ import subprocess
 import sys
 from dataclasses import dataclass, field
 
+RECORDING = "scripts/lib/bench/recording.py"
 PACINGS = ("whole", "spread", "unpaced")
 RECEIVERS = ("plugin", "bare", "gather", "copy", "avformat")
 
 
 @dataclass
 class Group:
-    """Ways of doing the same thing, run in turn. ways: name to arguments of lenswire-bench."""
+    """Ways of doing the same thing, run in turn. ways: name to arguments of lenswire-bench, or to a script's."""
 
     name: str
     ways: dict
@@ -26,13 +27,14 @@ class Extent:
     measure_ms: int
     control_ms: int
     idle_ms: int
+    recording_s: int
 
 
 FEW = (64, 192)
 FULL = Extent(rounds=5, streams={"whole": (1, 16, *FEW), "spread": FEW, "unpaced": FEW},
-              warm_up_ms=1000, measure_ms=3000, control_ms=3000, idle_ms=4000)
+              warm_up_ms=1000, measure_ms=3000, control_ms=3000, idle_ms=4000, recording_s=20)
 QUICK = Extent(rounds=3, streams=dict.fromkeys(PACINGS, FEW),
-               warm_up_ms=1000, measure_ms=2000, control_ms=1000, idle_ms=2000)
+               warm_up_ms=1000, measure_ms=2000, control_ms=1000, idle_ms=2000, recording_s=10)
 
 # The library polls the host's queue closely for ten seconds after something that announces a request.
 EXPECTING_MS = 10300
@@ -69,16 +71,19 @@ def all_groups(extent):
         "nothing, a request expected": [*idle, "--settle-ms=0"],
     }))
     groups.append(Group("memory", {"full": ["memory"]}))
+    groups.append(Group("recording", {way: [RECORDING, f"--way={way}", f"--measure-s={extent.recording_s}"]
+                                      for way in ("recorder", "ffmpeg")}))
     return groups
 
 
 def run_one(program, arguments, say):
     """A round that gives up, on a machine that was busy elsewhere for a moment, is tried once more."""
+    command = [sys.executable, *arguments] if arguments[0] == RECORDING else [program, *arguments]
     for _ in range(2):
-        done = subprocess.run([program, *arguments], capture_output=True, text=True, timeout=120, check=False)
+        done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
         if done.returncode == 0:
             return json.loads(done.stdout)
-        say(f"{program} {' '.join(arguments)} failed:\n{done.stderr}")
+        say(f"{' '.join(command)} failed:\n{done.stderr}")
     return sys.exit(2)
 
 
