@@ -27,8 +27,8 @@ void forget_left_services(Inside& services, uintptr_t stack) {
         const Inside::Entry& last = services.entries[services.depth - 1];
         if (last.stack > stack) return;
         --services.depth;
-        report(kServiceLeft, last.service, "its call at %p has not returned and is gone",
-               reinterpret_cast<void*>(last.stack));
+        report(kServiceLeft, last.service, "its call at %#lx has not returned and is gone",
+               static_cast<unsigned long>(last.stack));
     }
 }
 

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 namespace lenswire::check {
 
@@ -15,15 +14,17 @@ namespace {
 
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 
+const auto g_page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+
 // No two neighbours are alike, and a shift by a few bytes shows.
 uint8_t mark_at(size_t index) {
     return static_cast<uint8_t>(0xA5 ^ (index * 31));
 }
 
-bool is_page_there(uintptr_t address, uintptr_t page_size) {
+bool is_page_there(const uint8_t* place) {
     unsigned char state;
-    return mincore(reinterpret_cast<void*>(address & ~(page_size - 1)), page_size, &state) == 0 ||
-           errno != ENOMEM;
+    auto* page = const_cast<uint8_t*>(place) - reinterpret_cast<uintptr_t>(place) % g_page_size;
+    return mincore(page, g_page_size, &state) == 0 || errno != ENOMEM;
 }
 
 }  // namespace
@@ -104,10 +105,9 @@ bool Kept::is_changed() const {
 }
 
 bool is_mapped(const void* start, size_t length) {
-    static const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto first = reinterpret_cast<uintptr_t>(start);
-    const uintptr_t last = first + length - 1;
-    return last >= first && is_page_there(first, page_size) && is_page_there(last, page_size);
+    const auto* first = static_cast<const uint8_t*>(start);
+    return reinterpret_cast<uintptr_t>(start) <= UINTPTR_MAX - length && is_page_there(first) &&
+           is_page_there(first + length - 1);
 }
 
 bool overlap(const void* a, size_t a_length, const void* b, size_t b_length) {
@@ -120,9 +120,9 @@ bool is_aligned(const void* pointer, size_t alignment) {
     return reinterpret_cast<uintptr_t>(pointer) % alignment == 0;
 }
 
-int64_t steady_us() {
+int64_t steady_us(clockid_t clock) {
     timespec now;
-    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return -1;
+    if (clock_gettime(clock, &now) != 0) return -1;
     return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1'000;
 }
 

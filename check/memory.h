@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 
 namespace lenswire::check {
 
@@ -73,7 +74,7 @@ bool is_mapped(const void* start, size_t length);
 bool overlap(const void* a, size_t a_length, const void* b, size_t b_length);
 bool is_aligned(const void* pointer, size_t alignment);
 
-// Microseconds of the clock that nobody sets, -1 when it cannot be read.
-int64_t steady_us();
+// Microseconds of a clock that nobody sets, -1 when it cannot be read.
+int64_t steady_us(clockid_t clock = CLOCK_MONOTONIC);
 
 }  // namespace lenswire::check

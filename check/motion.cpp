@@ -86,7 +86,8 @@ int checked_GetTimeZoneTime(uint32_t zoneIndex, uint8_t* hours, uint8_t* minutes
                                  lent_minutes.bytes<uint8_t>());
     call.expect(lent_hours.is_intact() && lent_minutes.is_intact(), kZoneTimeOverrun,
                 "zone %u, more than a byte is written", zoneIndex);
-    const int signed_hours = *lent_hours.bytes<int8_t>();
+    const int byte = *lent_hours.bytes<uint8_t>();
+    const int signed_hours = byte > INT8_MAX ? byte - 256 : byte;
     call.expect(signed_hours >= kFirstHour && signed_hours <= kLastHour, kZoneHours, "zone %u, %d hours",
                 zoneIndex, signed_hours);
     lent_hours.give_back();

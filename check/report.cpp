@@ -42,16 +42,17 @@ struct Settings {
 Settings g_settings;
 std::atomic<bool> g_reported[kRules][static_cast<int>(Service::kCount)];
 
-// The environment is read while the loader holds the host still, so that no thread changes it.
+// The environment is read once, when the library is loaded. A program with more rights than its user keeps to
+// the defaults.
 [[gnu::constructor]] void read_settings() {
-    const char* file = std::getenv("LENSWIRE_CHECK_FILE");
+    const char* file = secure_getenv("LENSWIRE_CHECK_FILE");
     if (file != nullptr && *file != '\0') {
         const int descriptor = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
         if (descriptor >= 0) g_settings.descriptor = descriptor;
     }
-    const char* ends = std::getenv("LENSWIRE_CHECK_ABORT");
+    const char* ends = secure_getenv("LENSWIRE_CHECK_ABORT");
     g_settings.ends_process = ends != nullptr && *ends != '\0' && *ends != '0';
-    const char* slow = std::getenv("LENSWIRE_CHECK_SLOW_MS");
+    const char* slow = secure_getenv("LENSWIRE_CHECK_SLOW_MS");
     if (slow != nullptr && *slow != '\0') g_settings.slow_ms = std::atoi(slow);
 }
 

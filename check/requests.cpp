@@ -36,6 +36,10 @@ size_t entries(const T* table) {
     return size == 0 ? kChannels : size / sizeof(T);
 }
 
+// Read while the library is loaded, before there are threads that ask.
+const size_t g_audio_channels =
+    std::min({kChannels, entries(ucAudioTypeFlag), entries(uFreamCount), entries(uFreamType)});
+
 // Open slots other than the request's own are looked at on the thread that opens them all.
 template <typename Is>
 bool is_in_a_slot(Is is) {
@@ -89,9 +93,7 @@ void check_request(const Call& call, const StreamRequest& request) {
 }  // namespace
 
 size_t audio_channels() {
-    static const size_t channels =
-        std::min({kChannels, entries(ucAudioTypeFlag), entries(uFreamCount), entries(uFreamType)});
-    return channels;
+    return g_audio_channels;
 }
 
 }  // namespace lenswire::check

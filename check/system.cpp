@@ -13,6 +13,8 @@ namespace {
 // What malloc promises on every platform.
 constexpr size_t kAlignment = 2 * sizeof(void*);
 constexpr int32_t kMostAhead_s = 60;
+// Goes on while the machine sleeps, as a host's may.
+constexpr clockid_t kClock = CLOCK_BOOTTIME;
 
 // Memory that the host gave and did not get back. What does not fit in here is not watched.
 struct Block {
@@ -64,7 +66,7 @@ int32_t difference(uint32_t later, uint32_t earlier) {
 
 void note_reading(uint32_t seconds, bool is_anew) {
     const Lock lock;
-    if (is_anew || !g_clock.is_known) g_clock = {true, seconds, seconds, steady_us()};
+    if (is_anew || !g_clock.is_known) g_clock = {true, seconds, seconds, steady_us(kClock)};
     if (difference(seconds, g_clock.latest) > 0) g_clock.latest = seconds;
 }
 
@@ -112,7 +114,7 @@ uint32_t checked_uptime(void) {
     }
     const bool goes_on = call.expect(difference(seconds, before.latest) >= 0, kClockBack, "%u after %u",
                                      seconds, before.latest);
-    const int64_t now_us = steady_us();
+    const int64_t now_us = steady_us(kClock);
     const int64_t passed_s = (now_us - before.first_us) / 1'000'000;
     const bool is_timed = now_us >= 0 && before.first_us >= 0;
     const bool is_slow = call.expect(

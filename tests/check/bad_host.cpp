@@ -1,12 +1,8 @@
 #include "bad_host.h"
 
-namespace lenswire::test {
-BadHost bad;
-}
-
-extern "C" {
 using namespace lenswire::test;
 
+extern "C" {
 uint8_t ucAudioTypeFlag[256];
 uint32_t uFreamCount[256];
 uint32_t uFreamType[100];  // enough for the channels 0 to 99

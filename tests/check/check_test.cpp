@@ -39,6 +39,8 @@ void* g_library;
 
 constexpr int kChannel = 5;
 constexpr size_t kRingSize = 1 << 16;
+constexpr int kLines = 3 * sizeof(CruiseLine);
+constexpr int kSampled = 115;  // of the second payload, a byte that the check knows
 
 // What a host has for one stream, and a library that is loaded for this scene alone.
 struct Scene {
@@ -46,15 +48,15 @@ struct Scene {
     ReceiveBuffer buffer{kRingSize};
     FakeStream stream;
     StreamConn unit{.sockFd = pair.ours(), .pCmdClient = nullptr, .reserved = {}};
+    int channel = 0;
+    int stream_shift = 0;  // of the stream object in the open request
     int calls = 0;
 
     Scene() {
         host().reset();
         host().shows_channels(1);
-        host().has_record(LENSWIRE_TABLE_CRUISE, 0, Bytes(3 * sizeof(CruiseLine)));
+        host().has_record(LENSWIRE_TABLE_CRUISE, 0, Bytes(kLines));
         host().has_channel(kChannel, {.address = "127.0.0.1", .armed = 1});
-        // The body of the queue thread ends with the requests.
-        host().when(Service::kGetRequest, [](int, int) { CALL(PC_G_RecvQueue) = 0; });
         std::memset(ucAudioTypeFlag, 0, 256);
         g_library = dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         if (g_library == nullptr) ADD_FAILURE() << dlerror();
@@ -67,14 +69,19 @@ struct Scene {
     Scene& operator=(const Scene&) = delete;
 
     bool first() { return calls++ == 0; }
-    void posts() { host().posts_open(0, 0, &unit, buffer, stream); }
+    void posts() {
+        StreamRequest request = open_request(channel, 0, &unit, buffer, stream);
+        request.info.pStream = static_cast<uint8_t*>(stream.object()) + stream_shift;
+        host().posts(request);
+    }
     // A frame of the library's making, without a payload.
-    void delivers() {
+    void* delivers() {
         int32_t words[5]{};
         const Bytes header = Packet{}.bytes();
         CALL(PacketToFrameQueue)
         (header.data(), 0, buffer.object(), stream.object(), stream.object(), 0, &words[0], &words[1],
          &words[2], &words[3], &words[4], 0);
+        return nullptr;
     }
 };
 
@@ -93,6 +100,8 @@ void receives(Scene& scene) {
 
 void takes_requests(Scene& scene) {
     scene.posts();
+    // The body of the queue thread, which ends with the requests.
+    host().when(Service::kGetRequest, [](int, int) { CALL(PC_G_RecvQueue) = 0; });
     CALL(PC_G_RecvQueue) = 1;
     CALL(PC_GetQueueThread)();
 }
@@ -175,11 +184,26 @@ uint8_t& byte(void* memory, int index) {
     return static_cast<uint8_t*>(memory)[index];
 }
 
+// Does what it should, and then changes a byte of what one of its arguments names.
+template <size_t Argument, typename R, typename... A>
+void spoil(std::function<R(A...)>& service, R (*good)(A...), int offset) {
+    service = [=](A... arguments) {
+        const R result = good(arguments...);
+        ++byte(std::get<Argument>(std::tuple(arguments...)), offset);
+        return result;
+    };
+}
+
+using Step = void (*)(Scene&);
+#define SPOILS(name, argument, offset) [](Scene&) { spoil<argument>(bad.name, good_##name, offset); }
+#define RETURNS(name, ...) [](Scene&) { bad.name = [](auto...) { return __VA_ARGS__; }; }
+#define DOES(name, parameters, ...) \
+    [](Scene& scene) { bad.name = [&scene] parameters { return __VA_ARGS__; }; }
+
 alignas(16) uint8_t g_memory[3 * 4096];
 
-void gives_memory_at(std::initializer_list<int> offsets) {
-    const std::vector<int> places = offsets;
-    bad.MeMalloc = [places, call = size_t{0}](int, auto...) mutable { return g_memory + places[call++]; };
+void give_memory_at(int first, int second) {
+    bad.MeMalloc = [=, calls = 0](auto...) mutable { return g_memory + (calls++ == 0 ? first : second); };
     bad.MeFree = [](auto...) {};
 }
 
@@ -191,279 +215,149 @@ uint8_t* no_memory() {
     return static_cast<uint8_t*>(page);
 }
 
-void posts_another(Scene& scene, int socket, ReceiveBuffer& buffer) {
+void post_another(Scene& scene, int socket, ReceiveBuffer& buffer) {
     static StreamConn unit;
     unit.sockFd = socket;
     scene.posts();
     host().posts_open(1, 0, &unit, buffer, scene.stream);
+    host().posts_close(0, 0);
+    host().posts_close(1, 0);
 }
 
-using Step = void (*)(Scene&);
+int block_a_signal() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR1);
+    return pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+int wait_for_an_answer() {
+    RecvSendSlot* slot = CALL(Init_Cond_Msg)(1, 0, 1);
+    CALL(Prv_GetCond_Property)(slot, 0);
+    CALL(prv_destroy_msg)(slot);
+    return 1;
+}
+
+// A service that takes what is taken out of the ring away from its end as well.
+int lose_a_byte(Scene& scene, int result) {
+    if (scene.first()) --scene.buffer.ring().fill;
+    return result;
+}
+
 struct Row {
     const char* rule;
     Step drive;
     Step plant;
 };
 const Row kRows[] = {
-    {"service-slow", reads_cruise_lines,
-     [](Scene&) { bad.configGetDisplayNum = [] { return usleep(20'000), 1; }; }},
-    {"service-left", is_left_by_a_jump,
-     [](Scene&) { bad.configGetDisplayNum = []() -> int { std::longjmp(g_jump, 1); }; }},
-    {"signal-mask", reads_cruise_lines,
-     [](Scene&) {
-         bad.configGetDisplayNum = [] {
-             sigset_t set;
-             sigemptyset(&set);
-             sigaddset(&set, SIGUSR1);
-             return pthread_sigmask(SIG_BLOCK, &set, nullptr);
-         };
-     }},
-    {"stop-inside", restarts_while_it_runs,
-     [](Scene&) { bad.networkInsertMessageToQueue = [](auto...) { return CALL(PC_UnInitCtx)(); }; }},
-    {"wait-inside", is_pushed_to,
-     [](Scene&) {
-         bad.MD_Disarming_Time = [](int) {
-             RecvSendSlot* slot = CALL(Init_Cond_Msg)(1, 0, 1);
-             CALL(Prv_GetCond_Property)(slot, 0);
-             CALL(prv_destroy_msg)(slot);
-             return 1;
-         };
-     }},
-    {"channel-overrun", takes_a_push,
-     [](Scene&) {
-         bad.DbMainMsgChannelInfo = [](int channel, char* ip, int* port, char* user, char* password) {
-             user[64] = 'x';
-             return good_DbMainMsgChannelInfo(channel, ip, port, user, password);
-         };
-     }},
-    {"channel-address", takes_a_push,
-     [](Scene&) { host().has_channel(kChannel, {.address = "camera.local"}); }},
+    {"service-slow", reads_cruise_lines, RETURNS(configGetDisplayNum, usleep(20'000))},
+    {"service-left", is_left_by_a_jump, RETURNS(configGetDisplayNum, std::longjmp(g_jump, 1), 0)},
+    {"signal-mask", reads_cruise_lines, RETURNS(configGetDisplayNum, block_a_signal())},
+    {"stop-inside", restarts_while_it_runs, RETURNS(networkInsertMessageToQueue, CALL(PC_UnInitCtx)())},
+    {"wait-inside", is_pushed_to, RETURNS(MD_Disarming_Time, wait_for_an_answer())},
+    {"channel-overrun", takes_a_push, SPOILS(DbMainMsgChannelInfo, 3, 64)},
+    {"channel-address", takes_a_push, [](Scene&) { host().has_channel(kChannel, {.address = "a.local"}); }},
     {"channel-port", takes_a_push,
-     [](Scene&) { host().has_channel(kChannel, {.address = "127.0.0.1", .port = 70000}); }},
-    {"table-result", reads_cruise_lines,
-     [](Scene&) { bad.databaseOperate = [](auto...) { return 3 * 390 + 1; }; }},
-    {"table-written", writes_a_cruise_line, [](Scene&) { bad.databaseOperate = [](auto...) { return 0; }; }},
-    {"table-overrun", reads_cruise_lines,
-     [](Scene&) {
-         bad.databaseOperate = [](int, int, void*, int, void* buffer, int size) {
-             return ++byte(buffer, size), size;
-         };
-     }},
+     [](Scene&) { host().has_channel(kChannel, {.address = "1.2.3.4", .port = 70000}); }},
+    {"table-result", reads_cruise_lines, RETURNS(databaseOperate, kLines + 1)},
+    {"table-written", writes_a_cruise_line, RETURNS(databaseOperate, 0)},
+    {"table-overrun", reads_cruise_lines, SPOILS(databaseOperate, 4, kLines)},
     {"table-beyond", reads_cruise_lines,
-     [](Scene&) {
-         bad.databaseOperate = [](int, int, void*, int, void* buffer, int) {
-             return ++byte(buffer, 390), 390;
-         };
-     }},
-    {"table-part", reads_cruise_lines, [](Scene&) { bad.databaseOperate = [](auto...) { return 389; }; }},
-    {"table-input", writes_a_cruise_line,
-     [](Scene&) {
-         bad.databaseOperate = [](int, int, void*, int, void* buffer, int size) {
-             return ++byte(buffer, 0), size;
-         };
-     }},
-    {"table-key", reads_cruise_lines,
-     [](Scene&) { bad.databaseOperate = [](int, int, void* key, auto...) { return ++byte(key, 0), -1; }; }},
-    {"display-number", reads_cruise_lines, [](Scene&) { bad.configGetDisplayNum = [] { return 1000; }; }},
-    {"protocol-number", takes_a_push, [](Scene&) { bad.get_channel_protocol = [](int) { return 260; }; }},
+     DOES(databaseOperate, (int, int, void*, int, void* buffer, int),
+          scene.calls + 390 * ++byte(buffer, 390))},
+    {"table-part", reads_cruise_lines, RETURNS(databaseOperate, 389)},
+    {"table-input", writes_a_cruise_line, SPOILS(databaseOperate, 4, 0)},
+    {"table-key", reads_cruise_lines, SPOILS(databaseOperate, 2, 0)},
+    {"display-number", reads_cruise_lines, RETURNS(configGetDisplayNum, 1000)},
+    {"protocol-number", takes_a_push, RETURNS(get_channel_protocol, 260)},
     {"request-empty", takes_requests,
-     [](Scene& scene) {
-         bad.Private_Protocol_GetRequestFromQueue = [&scene](StreamRequest* request) {
-             return scene.first() ? 0 : good_Private_Protocol_GetRequestFromQueue(request);
-         };
-     }},
+     DOES(Private_Protocol_GetRequestFromQueue, (StreamRequest * request),
+          scene.first() ? 0 : good_Private_Protocol_GetRequestFromQueue(request))},
     {"request-overrun", takes_requests,
-     [](Scene&) {
-         bad.Private_Protocol_GetRequestFromQueue = [](StreamRequest* request) {
-             return ++byte(request, sizeof *request), good_Private_Protocol_GetRequestFromQueue(request);
-         };
-     }},
+     SPOILS(Private_Protocol_GetRequestFromQueue, 0, sizeof(StreamRequest))},
     {"request-type", takes_requests, [](Scene&) { host().posts(stream_request(STREAM_REQ_RESTART, 0, 0)); }},
     {"open-null", takes_requests, [](Scene&) { host().posts(stream_request(STREAM_REQ_OPEN, 0, 0)); }},
     {"open-socket", takes_requests, [](Scene& scene) { scene.unit.sockFd = 1024; }},
     {"open-socket-twice", takes_requests,
      [](Scene& scene) {
          static ReceiveBuffer other;
-         posts_another(scene, scene.pair.ours(), other);
-         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
-     }},
-    {"open-unaligned", takes_requests,
-     [](Scene& scene) {
-         StreamRequest request = open_request(0, 0, &scene.unit, scene.buffer, scene.stream);
-         request.info.pStream = &byte(scene.stream.object(), 2);
-         host().posts(request);
-         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
+         post_another(scene, scene.pair.ours(), other);
      }},
     {"open-buffer-twice", takes_requests,
-     [](Scene& scene) {
-         posts_another(scene, scene.pair.theirs().descriptor(), scene.buffer);
-         host().posts(stream_request(STREAM_REQ_CLOSE, 0, 0));
-         host().posts(stream_request(STREAM_REQ_CLOSE, 1, 0));
-     }},
-    {"open-channel", takes_requests,
-     [](Scene& scene) {
-         host().posts_open(100, 0, &scene.unit, scene.buffer, scene.stream);
-         host().posts(stream_request(STREAM_REQ_CLOSE, 100, 0));
-     }},
-    {"message-changed", tells_of_a_restart,
-     [](Scene&) {
-         bad.networkInsertMessageToQueue = [](int, int, void* message, int) { return ++byte(message, 9), 0; };
-     }},
-    {"used-number", logs_in, [](Scene&) { bad.networkGetStreamUsedNum = [](int, int) { return -1; }; }},
-    {"info-unaligned", receives,
-     [](Scene&) { bad.networkGetStreampPrivateInfo = [](int, int) { return g_memory + 2; }; }},
-    {"ring-room", receives, [](Scene&) { bad.ring_free_size_ex = [](void*) { return 512 << 20; }; }},
+     [](Scene& scene) { post_another(scene, scene.pair.theirs().descriptor(), scene.buffer); }},
+    {"open-unaligned", takes_requests, [](Scene& scene) { scene.stream_shift = 2; }},
+    {"open-channel", takes_requests, [](Scene& scene) { scene.channel = 100; }},
+    {"message-changed", tells_of_a_restart, SPOILS(networkInsertMessageToQueue, 2, 9)},
+    {"used-number", logs_in, RETURNS(networkGetStreamUsedNum, -1)},
+    {"info-unaligned", receives, RETURNS(networkGetStreampPrivateInfo, g_memory + 2)},
+    {"ring-room", receives, RETURNS(ring_free_size_ex, 512 << 20)},
     {"ring-no-room", receives,
-     [](Scene& scene) {
-         bad.ring_free_size_ex = [&scene](void* ring) {
-             return scene.first() ? good_ring_free_size_ex(ring) : 0;
-         };
-     }},
-    {"ring-start-null", receives, [](Scene&) { bad.ring_get_start_buf = [](void*) { return nullptr; }; }},
-    {"ring-start-outside", receives,
-     [](Scene&) { bad.ring_get_start_buf = [](void*) { return no_memory(); }; }},
+     DOES(ring_free_size_ex, (void* ring), scene.first() ? good_ring_free_size_ex(ring) : 0)},
+    {"ring-start-null", receives, RETURNS(ring_get_start_buf, nullptr)},
+    {"ring-start-outside", receives, RETURNS(ring_get_start_buf, no_memory())},
     {"ring-not-emptied", receives_what_it_opened,
-     [](Scene& scene) {
-         bad.ring_free_size_ex = [&scene](void* ring) {
-             if (scene.first()) scene.buffer.holds(Bytes(5));
-             return good_ring_free_size_ex(ring);
-         };
-     }},
+     DOES(ring_free_size_ex, (void* ring), scene.first() ? scene.buffer.holds(Bytes(5)) : void(),
+          good_ring_free_size_ex(ring))},
     {"ring-commit", receives,
-     [](Scene& scene) {
-         bad.ring_set_data_end = [&scene](void* ring, int length) {
-             return good_ring_set_data_end(ring, scene.first() ? length : length - 1);
-         };
-     }},
+     DOES(ring_set_data_end, (void* ring, int length),
+          good_ring_set_data_end(ring, scene.first() ? length : length - 1))},
     {"ring-pop", receives_what_it_opened,
-     [](Scene& scene) {
-         bad.ring_pop_n = [&scene](void* ring, void* dst, int length, int capacity) {
-             good_ring_pop_n(ring, dst, length, capacity);
-             if (length == 200) --scene.buffer.ring().fill;
-             return length;
-         };
-     }},
+     DOES(ring_pop_n, (void* ring, void* dst, int length, int capacity),
+          lose_a_byte(scene, good_ring_pop_n(ring, dst, length, capacity)))},
     {"ring-peek", receives,
-     [](Scene& scene) {
-         bad.ring_pop_temp = [&scene](void* ring, void* dst, int length) {
-             if (scene.first()) --scene.buffer.ring().fill;
-             return good_ring_pop_temp(ring, dst, length);
-         };
-     }},
+     DOES(ring_pop_temp, (void* ring, void* dst, int length),
+          lose_a_byte(scene, good_ring_pop_temp(ring, dst, length)))},
     {"ring-peek-short", receives,
-     [](Scene&) {
-         bad.ring_pop_temp = [](void* ring, void* dst, int) { return good_ring_pop_temp(ring, dst, 20); };
-     }},
-    {"ring-peek-overrun", receives,
-     [](Scene&) {
-         bad.ring_pop_temp = [](void* ring, void* dst, int length) {
-             return ++byte(dst, length), good_ring_pop_temp(ring, dst, length);
-         };
-     }},
-    {"ring-pop-overrun", receives,
-     [](Scene&) {
-         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
-             return ++byte(dst, length), good_ring_pop_n(ring, dst, length, capacity);
-         };
-     }},
-    {"ring-peek-differs", receives,
-     [](Scene&) {
-         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
-             const int result = good_ring_pop_n(ring, dst, length, capacity);
-             if (length == 32) ++byte(dst, 8);
-             return result;
-         };
-     }},
+     DOES(ring_pop_temp, (void* ring, void* dst, int), scene.calls + good_ring_pop_temp(ring, dst, 20))},
+    {"ring-peek-overrun", receives, SPOILS(ring_pop_temp, 1, 32)},
+    {"ring-pop-overrun", receives, SPOILS(ring_pop_n, 1, 300)},
+    {"ring-peek-differs", receives, SPOILS(ring_pop_n, 1, 0)},
     {"ring-bytes", receives,
-     [](Scene&) {
-         bad.ring_pop_n = [](void* ring, void* dst, int length, int capacity) {
-             const int result = good_ring_pop_n(ring, dst, length, capacity);
-             for (int i = 0; length == 200 && i < length; ++i) ++byte(dst, i);
-             return result;
-         };
-     }},
+     DOES(ring_pop_n, (void* ring, void* dst, int length, int capacity),
+          good_ring_pop_n(ring, dst, length, capacity) +
+              (length == 200 ? ++byte(dst, kSampled) : scene.calls))},
     {"frame-twice", receives,
      [](Scene& scene) {
          bad.streamGetFrameQueueBuffer = [](void*, int) { return g_memory; };
          bad.streamInsertFrameToFrameQueue = [](void*, void*) { return 0; };
-         bad.networkGetStreampPrivateInfo = [&scene](int, int) -> void* {
-             if (scene.first()) scene.delivers();
-             return nullptr;
+         bad.networkGetStreampPrivateInfo = [&scene](int, int) {
+             return scene.first() ? scene.delivers() : nullptr;
          };
      }},
     {"frame-overlap", receives,
-     [](Scene& scene) {
-         bad.streamGetFrameQueueBuffer = [&scene](void*, int) { return scene.buffer.ring().data + 30'000; };
-     }},
+     DOES(streamGetFrameQueueBuffer, (void*, int), scene.buffer.ring().data + 30'000)},
     {"frame-changed", receives,
      [](Scene&) {
          bad.streamGetFrameQueueBuffer = [](void*, int) { return g_memory; };
-         bad.streamFrameQueueLock = [](void*) { return ++byte(g_memory, 10), 0; };
+         bad.streamFrameQueueLock = [](void*) { return ++byte(g_memory, 10); };
      }},
     {"frame-nested", receives,
-     [](Scene& scene) {
-         bad.streamInsertFrameToFrameQueue = [&scene](void*, void*) {
-             if (scene.first()) scene.delivers();
-             return 0;
-         };
-     }},
+     DOES(streamInsertFrameToFrameQueue, (void*, void*), scene.first() ? scene.delivers() : nullptr, 0)},
     {"frame-lock", receives,
-     [](Scene& scene) {
-         bad.streamInsertFrameToFrameQueue = [&scene](void*, void*) {
-             if (scene.first()) std::thread([&scene] { scene.delivers(); }).join();
-             return 0;
-         };
-     }},
+     DOES(streamInsertFrameToFrameQueue, (void*, void*),
+          scene.first() ? std::thread(&Scene::delivers, &scene).join() : void(), 0)},
     {"audio-flag", receives, [](Scene&) { ucAudioTypeFlag[7] = 9; }},
-    {"motion-overrun", takes_a_push,
-     [](Scene&) {
-         bad.motion_data_copy = [](int channel, void* data) {
-             return ++byte(data, 88), good_motion_data_copy(channel, data);
-         };
-     }},
+    {"motion-overrun", takes_a_push, SPOILS(motion_data_copy, 1, 88)},
     {"motion-short", takes_a_push,
-     [](Scene&) { bad.motion_data_copy = [](int, void* data) { return std::memset(data, 1, 84), 0; }; }},
-    {"motion-input", takes_a_push,
-     [](Scene&) { bad.VideoMDSetStatus = [](int, int, void* data) { return ++byte(data, 87), 0; }; }},
-    {"armed", takes_a_push, [](Scene&) { bad.MD_Disarming_Time = [](int) { return -1; }; }},
-    {"alarm-input", ends_motion,
-     [](Scene&) {
-         bad.streamInsertAlarmToAlarmQueue = [](int, void* record) { return ++byte(record, 3), 0; };
-     }},
-    {"zone-overrun", sets_a_clock,
-     [](Scene&) {
-         bad.GetTimeZone = [](char* name, int* a, int* b) {
-             return ++name[12], good_GetTimeZone(name, a, b);
-         };
-     }},
+     DOES(motion_data_copy, (int, void* data), std::memset(data, 1, 84) == &scene)},
+    {"motion-input", takes_a_push, SPOILS(VideoMDSetStatus, 2, 87)},
+    {"armed", takes_a_push, RETURNS(MD_Disarming_Time, -1)},
+    {"alarm-input", ends_motion, SPOILS(streamInsertAlarmToAlarmQueue, 1, 3)},
+    {"zone-overrun", sets_a_clock, SPOILS(GetTimeZone, 0, 12)},
     {"zone-endless", sets_a_clock, [](Scene&) { host().is_in({.name = "GMT+08:00:00"}); }},
     {"zone-text", sets_a_clock, [](Scene&) { host().is_in({.name = "UTC+08:00"}); }},
-    {"zone-time-overrun", sets_a_clock,
-     [](Scene&) {
-         bad.GetTimeZoneTime = [](uint32_t, uint8_t* hours, uint8_t*) { return *hours = 8, ++hours[3], 0; };
-     }},
+    {"zone-time-overrun", sets_a_clock, SPOILS(GetTimeZoneTime, 1, 3)},
     {"zone-hours", sets_a_clock, [](Scene&) { host().is_in({.hours = 15}); }},
     {"camera-zone", sets_a_clock, [](Scene&) { host().is_in({.camera_index = 256}); }},
-    {"memory-unaligned", asks_twice,
-     [](Scene&) {
-         gives_memory_at({1, 4112});
-     }},
-    {"memory-twice", asks_twice,
-     [](Scene&) {
-         gives_memory_at({0, 0});
-     }},
-    {"memory-small", asks_twice,
-     [](Scene&) {
-         gives_memory_at({0, 2048});
-     }},
-    {"clock-back", takes_requests,
-     [](Scene& scene) { bad.uptime = [&scene] { return scene.first() ? 100u : 99u; }; }},
-    {"clock-fast", takes_requests,
-     [](Scene& scene) { bad.uptime = [&scene] { return scene.first() ? 0u : 1000u; }; }},
+    {"memory-unaligned", asks_twice, [](Scene&) { give_memory_at(1, 4112); }},
+    {"memory-twice", asks_twice, [](Scene&) { give_memory_at(0, 0); }},
+    {"memory-small", asks_twice, [](Scene&) { give_memory_at(0, 2048); }},
+    {"clock-back", takes_requests, DOES(uptime, (), scene.first() ? 100u : 99u)},
+    {"clock-fast", takes_requests, DOES(uptime, (), scene.first() ? 0u : 1000u)},
 };
 
-// The reports of one row, without what stands behind the rule's name.
-std::vector<std::string> reports(const Row& row) {
+// The rules that were broken in one row, however many services broke them: on a busy machine any may be slow.
+std::set<std::string> reports(const Row& row) {
     const Capture capture;
     {
         Scene scene;
@@ -472,9 +366,8 @@ std::vector<std::string> reports(const Row& row) {
     }
     const std::string text = capture.err();
     const std::regex report("lenswire-check: (LW-\\d+ [a-z-]+): [^\n]*thread \\d+");
-    std::vector<std::string> found;
-    for (std::sregex_iterator i(text.begin(), text.end(), report), end; i != end; ++i)
-        found.push_back((*i)[1]);
+    std::set<std::string> found;
+    for (std::sregex_iterator i(text.begin(), text.end(), report), end; i != end; ++i) found.insert((*i)[1]);
     return found;
 }
 
