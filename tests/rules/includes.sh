@@ -8,7 +8,8 @@ root=$1
 # What each folder may include, beside system headers.
 declare -A allowed=([recorder]="recorder/* lenswire/*"
     [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h"
-    [bench]="bench/* lenswire/* pteClient/message_cutter.h")
+    [bench]="bench/* lenswire/* pteClient/message_cutter.h camera/media/frame_source.h recorder/archive/keeper.h
+        recorder/host/host.h recorder/session/plugin.h")
 for folder in "$root"/src/*/; do
     name=$(basename "$folder")
     allowed[src/$name]="$name/* common/* lenswire/*"
@@ -16,7 +17,7 @@ done
 # The rooms of each folder, from the top floor down.
 declare -A floor_of rooms=([recorder]="support records media archive host session cli"
     [camera]="wire media device serve program"
-    [bench]="support cameras host receivers rounds micro")
+    [bench]="support cameras host receivers rounds micro cost soak")
 for folder in "${!rooms[@]}"; do
     floor=0
     for room in ${rooms[$folder]}; do floor_of[$folder/$room]=$((floor++)); done
