@@ -24,4 +24,4 @@ imports=$("$READELF" --dyn-syms -W "$library" | awk '$7 == "UND" && $8 != "" { s
 [[ -n $imports ]] || { echo "$library imports nothing" && exit 1; }
 # shellcheck disable=SC2086 # words are what is wanted
 unknown=$(comm -23 <(echo "$imports") <({ "$@" && printf '%s\n' $never_fails; } | sort -u))
-[[ -z $unknown ]] || { echo "imported, and neither a point of failure nor known never to fail:" $unknown && exit 1; }
+[[ -z $unknown ]] || { echo "imported, and neither a point of failure nor known never to fail: ${unknown//$'\n'/ }" && exit 1; }
