@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "bench/cameras/camera_process.h"
 #include "lenswire/records.h"
 
 namespace lenswire::bench {

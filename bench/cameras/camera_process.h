@@ -11,11 +11,6 @@
 
 namespace lenswire::bench {
 
-// What the device information of these cameras says, and a name that a firmware file for them begins with.
-constexpr uint8_t kDeviceType = 60;
-constexpr const char* kFirmwareName = "BENCH_W";
-constexpr const char* kFirmwareFile = "BENCH_W.bin";
-
 class CameraProcess {
   public:
     explicit CameraProcess(uint32_t cameras);

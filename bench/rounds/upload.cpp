@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/cameras/answers.h"
 #include "bench/cameras/video.h"
 #include "bench/host/thread_notes.h"
 #include "bench/receivers/library_clients.h"

@@ -70,10 +70,10 @@ int PC_InitCtx(void) {
     g_running = true;
     expect_stream_request();
     pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    if (pthread_attr_setstacksize(&attributes, kStackSize) != 0) {
+    const bool made = pthread_attr_init(&attributes) == 0;
+    if (!made || pthread_attr_setstacksize(&attributes, kStackSize) != 0) {
         std::puts("pthread_create pthread_attr_setstacksize error ");
-        pthread_attr_destroy(&attributes);
+        if (made) pthread_attr_destroy(&attributes);
         return -1;
     }
     for (Worker& worker : g_workers) {

@@ -9,7 +9,8 @@ root=$1
 declare -A allowed=([recorder]="recorder/* lenswire/*"
     [check]="check/* lenswire/*"
     [camera]="camera/* lenswire/protocol.h lenswire/ptz_codes.h lenswire/version.h"
-    [bench]="bench/* lenswire/* pteClient/message_cutter.h"
+    [bench]="bench/* lenswire/* pteClient/message_cutter.h camera/media/frame_source.h recorder/archive/keeper.h
+        recorder/host/host.h recorder/session/plugin.h"
     [examples]="lenswire/* ring.h frame_queue.h"
     [fuzz]="fuzz/* lenswire/* pteClient/* privateConfigure/* camera/* recorder/host/ring.h recorder/media/*
         tests/support/*")
@@ -20,7 +21,7 @@ done
 # The rooms of each folder, from the top floor down.
 declare -A floor_of rooms=([recorder]="support records media archive host session cli"
     [camera]="wire media device serve program"
-    [bench]="support cameras host receivers rounds micro"
+    [bench]="support cameras host receivers rounds micro cost soak"
     [fuzz]="support targets cut")
 for folder in "${!rooms[@]}"; do
     floor=0
