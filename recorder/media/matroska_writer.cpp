@@ -9,6 +9,8 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include "recorder/media/h265_sequence.h"
+
 namespace lenswire::recorder {
 namespace {
 
@@ -110,6 +112,8 @@ int64_t MatroskaWriter::seek(void* self, int64_t offset, int whence) {
 
 int MatroskaWriter::open(const TrackParameters& parameters, const std::string& title, int frame_rate,
                          int64_t created_ms) {
+    if (parameters.codec == VideoCodec::kH265 && !are_whole_h265_sequences(parameters.parameter_sets))
+        return AVERROR_INVALIDDATA;
     const int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
     if (error < 0) return error;
     auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
