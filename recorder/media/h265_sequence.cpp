@@ -8,6 +8,7 @@
 namespace lenswire::recorder {
 namespace {
 
+constexpr size_t kHeader = 2;  // of a unit, as it stands
 constexpr uint32_t kMostSets = 64;
 constexpr uint32_t kMostPictures = 32;  // of one set; the standard allows 16
 
@@ -16,14 +17,16 @@ class Bits {
   public:
     explicit Bits(std::span<const uint8_t> unit) {
         int zeros = 0;
-        for (const uint8_t byte : unit) {
+        bytes_.assign(unit.begin(), unit.begin() + static_cast<long>(std::min(unit.size(), kHeader)));
+        for (const uint8_t byte : unit.subspan(bytes_.size())) {
             const bool inserted = zeros >= 2 && byte == 3;
             zeros = byte == 0 ? zeros + 1 : 0;
             if (!inserted) bytes_.push_back(byte);
         }
     }
 
-    bool overrun() const { return at_ > bytes_.size() * 8; }
+    bool overrun() const { return broken_ || at_ > bytes_.size() * 8; }
+    void expect(bool holds) { broken_ = broken_ || !holds; }
     void skip(size_t bits) { at_ += bits; }
     bool flag() {
         const size_t byte = at_ / 8;
@@ -40,7 +43,8 @@ class Bits {
     uint32_t golomb() {
         int zeros = 0;
         while (zeros < 32 && !overrun() && !flag()) ++zeros;
-        return zeros < 32 ? (uint32_t{1} << zeros) - 1 + number(zeros) : UINT32_MAX;
+        expect(zeros < 32);
+        return overrun() ? 0 : (uint32_t{1} << zeros) - 1 + number(zeros);
     }
     void skip_golombs(int count) {
         for (int i = 0; i < count; ++i) golomb();
@@ -49,6 +53,7 @@ class Bits {
   private:
     std::vector<uint8_t> bytes_;
     size_t at_ = 0;
+    bool broken_ = false;  // what no set says, and others read as they like
 };
 
 void skip_profile(Bits& bits, uint32_t sub_layers) {
@@ -75,13 +80,15 @@ void skip_scaling_lists(Bits& bits) {
 
 // What stands before the reference picture sets.
 void skip_to_reference_sets(Bits& bits) {
-    bits.skip(16 + 4);
+    bits.skip(8 * kHeader + 4);
     const uint32_t sub_layers = bits.number(3);
     bits.skip(1);
     skip_profile(bits, sub_layers);
     bits.golomb();
-    if (bits.golomb() == 3) bits.skip(1);  // colour planes apart
-    bits.skip_golombs(2);                  // the size
+    const uint32_t chroma = bits.golomb();
+    bits.expect(chroma <= 3);
+    if (chroma == 3) bits.skip(1);  // colour planes apart
+    bits.skip_golombs(2);           // the size
     if (bits.flag()) bits.skip_golombs(4);
     bits.skip_golombs(3);
     const uint32_t orders = bits.flag() ? sub_layers + 1 : 1;
