@@ -98,6 +98,15 @@ void write_commands() {
     seed("event_loop", "answers", number(255, 1) + said);
     seed("event_loop", "pieces", number(1, 1) + said);
     seed("cutter", "answers", said);
+    // The largest message there may be, and one byte more, of which the header announces more still.
+    for (const size_t length : {MAX_CMD_SIZE - ARG_HEAD_LEN, MAX_CMD_SIZE - ARG_HEAD_LEN + 1}) {
+        Command command = request(LENSWIRE_CMD_IMAGE_GET, Bytes(length));
+        if (length > MAX_CMD_SIZE - ARG_HEAD_LEN) command.buffer_size = 5000;
+        const Bytes message = to_bytes(command);
+        seed("event_loop", std::to_string(length), number(255, 1) + message + push);
+        seed("cutter", std::to_string(length), message + push);
+        seed("gets", std::to_string(length), number(0, 1) + message);
+    }
     seed("motion", "push", push);
     seed("simulator", "asked", number(255, 1) + asked);
     for (const uint16_t code : {LENSWIRE_CMD_TIME_SET, LENSWIRE_CMD_CRUISE_SET, LENSWIRE_CMD_ENCODING_SET,

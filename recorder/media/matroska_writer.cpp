@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "recorder/media/h265_sequence.h"
 #include "recorder/media/tracks.h"
 
 namespace lenswire::recorder {
@@ -51,6 +52,8 @@ int64_t MatroskaWriter::seek(void* self, int64_t offset, int whence) {
 
 int MatroskaWriter::open(const TrackParameters& parameters, const std::string& title, int frame_rate,
                          int64_t created_ms) {
+    if (parameters.codec == VideoCodec::kH265 && !are_whole_h265_sequences(parameters.parameter_sets))
+        return AVERROR_INVALIDDATA;
     const int made = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
     if (made < 0) return made;
     auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
