@@ -4,7 +4,7 @@
 declare -A packages=(
     [build]="g++ cmake ninja-build googletest"
     [programs]="pkg-config libsqlite3-dev libssl-dev libavformat-dev libavcodec-dev libavutil-dev libcli11-dev
-        nlohmann-json3-dev libbenchmark-dev ffmpeg"
+        nlohmann-json3-dev libtomlplusplus-dev libbenchmark-dev ffmpeg"
     [demo]="jq"
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"
