@@ -4,7 +4,9 @@
 #include <cinttypes>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "camera/device/layouts.h"
 #include "camera/program/options.h"
@@ -41,6 +43,10 @@ void show_commands(Camera& camera) {
         std::printf("%s %s\n", name.c_str(), describe(command).c_str());
         std::fflush(stdout);
     });
+    camera.watch_faults([name](const std::string& line) {
+        std::printf("%s %s\n", name.c_str(), line.c_str());
+        std::fflush(stdout);
+    });
 }
 
 void announce(const Camera& camera) {
@@ -71,6 +77,19 @@ void summarise(const Camera& camera) {
     }
 }
 
+// A process list shows the command line.
+void hide_passwords(int argc, char** argv) {
+    constexpr std::string_view kOption = "--password";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        char* secret = nullptr;
+        if (word == kOption && i + 1 < argc) secret = argv[i + 1];
+        if (word.starts_with(kOption) && word.substr(kOption.size()).starts_with("="))
+            secret = argv[i] + kOption.size() + 1;
+        if (secret != nullptr) std::memset(secret, '*', std::strlen(secret));
+    }
+}
+
 void wait_for_end(double seconds, const sigset_t& signals) {
     if (seconds == 0) {
         int signal = 0;
@@ -88,6 +107,7 @@ void wait_for_end(double seconds, const sigset_t& signals) {
 int main(int argc, char** argv) {
     int exit_code = 0;
     const auto options = parse_options(argc, argv, &exit_code);
+    hide_passwords(argc, argv);
     if (!options) return exit_code;
     sigset_t signals;
     sigemptyset(&signals);

@@ -61,8 +61,12 @@ void declare(CLI::App& app, Typed& typed) {
     app.add_option("--address", typed.address, "Address of the first camera")->check(CLI::ValidIPV4);
     app.add_option("--port", typed.port, "Port of all cameras; 0 takes a free one for each");
     app.add_option("--user", typed.user, "User name");
-    app.add_option("--password", typed.password, "Password")->envname("LENSWIRE_CAMERA_PASSWORD");
-    app.add_option("--password-file", typed.password_file, "File whose first line is the password");
+    app.add_option(
+           "--password", typed.password,
+           "Password; on the command line others may see it for a moment, so better in the environment")
+        ->envname("LENSWIRE_CAMERA_PASSWORD");
+    app.add_option("--password-file", typed.password_file,
+                   "File whose first line is the password, or with a line for each camera");
     app.add_option("--clips", typed.clips, "Folder of the clips (the ones that come with the program)");
     app.add_option(
         "--codecs", typed.codecs,
@@ -79,17 +83,12 @@ void declare(CLI::App& app, Typed& typed) {
     app.add_option("--frames", typed.frames, "Video frames after which a stream falls silent");
     app.add_option("--motion", typed.motion, "Push motion every so many seconds")
         ->check(CLI::Range(0.0, 86'400.0));
-    app.add_option(
-        "--fault", typed.faults,
-        "What goes wrong, [CAMERA/]NAME[=VALUE][@FRAME][:CODE][*TIMES]; cameras count from 1.\n"
-        "Answers: refuse-login silent late=MS dribble answer-flag=N answer-state=N answer-length=N "
-        "garbage=N cut-answer=N close-answer\n"
-        "Streams: stop close-mid close reset stall[=MS] one-byte bad-flag wrong-length=N\n"
-        "Uploads: upload-fail[=STATE] upload-late=MS upload-silent upload-close=BYTES upload-full[=BYTES] "
-        "upload-slow=BYTES_PER_SECOND upload-babble[=N]");
+    app.add_option("--fault", typed.faults,
+                   "What goes wrong, [CAMERA/]NAME[=VALUE][@FRAME][:CODE][*TIMES]; see below. May be given "
+                   "several times");
     app.add_flag("--ignore-heartbeats", typed.ignore_heartbeats, "Do not answer heartbeats");
     app.add_flag("--any-login-id", typed.any_login_id, "Serve commands that carry a wrong login id, too");
-    app.add_flag("--show", typed.show, "Say in words what is received");
+    app.add_flag("--show", typed.show, "Say in words what is received, and when a fault strikes");
     app.add_option("--state", typed.state,
                    "Keep the settings in files, in a folder per camera below this one");
     app.add_option("--fisheye", typed.device.fisheye_type, "Fisheye type, 0 to 3")->check(CLI::Range(0, 3));
@@ -210,11 +209,22 @@ std::vector<Streams> make_streams(const Typed& typed) {
     return turns;
 }
 
-std::string read_password(const std::string& path) {
-    std::ifstream file(path);
-    std::string line;
-    if (!std::getline(file, line)) refuse("--password-file: " + path + ": cannot be read");
-    return line;
+// One for each camera, or one for all.
+std::vector<std::string> read_passwords(const Typed& typed) {
+    std::vector<std::string> passwords;
+    if (typed.password_file.empty()) {
+        passwords.push_back(typed.password);
+    } else {
+        std::ifstream file(typed.password_file);
+        for (std::string line; passwords.size() < typed.cameras && std::getline(file, line);)
+            passwords.push_back(line);
+        if (passwords.empty()) refuse("--password-file: " + typed.password_file + ": cannot be read");
+    }
+    for (const std::string& password : passwords) {
+        if (password.size() > 32) refuse("the password is longer than the 32 characters of a login");
+    }
+    passwords.resize(passwords.size() == typed.cameras ? passwords.size() : 1);
+    return passwords;
 }
 
 // One --fault, for the camera it names or for all.
@@ -242,9 +252,7 @@ Options make_options(const Typed& typed) {
     options.seconds = typed.seconds;
     options.show = typed.show;
     if (typed.user.size() > 31) refuse("--user: longer than the 31 characters of a login");
-    const std::string password =
-        typed.password_file.empty() ? typed.password : read_password(typed.password_file);
-    if (password.size() > 32) refuse("the password is longer than the 32 characters of a login");
+    const std::vector<std::string> passwords = read_passwords(typed);
     const auto turns = make_streams(typed);
     for (uint32_t number = 0; number < typed.cameras; ++number) {
         CameraConfig camera;
@@ -252,7 +260,7 @@ Options make_options(const Typed& typed) {
         if (camera.address.empty()) refuse("--cameras: no addresses left above " + typed.address);
         camera.port = typed.port;
         camera.user = typed.user;
-        camera.password = password;
+        camera.password = passwords[number % passwords.size()];
         camera.number = number;
         camera.streams = turns[number % turns.size()];
         camera.answer_heartbeats = !typed.ignore_heartbeats;
@@ -289,8 +297,16 @@ std::optional<Options> parse_options(int argc, char** argv, int* exit_code) {
     Typed typed;
     CLI::App app("Simulated IP cameras: they take logins, answer commands and stream video.",
                  "lenswire-camera");
+    app.option_defaults()->always_capture_default();
     declare(app, typed);
     app.set_version_flag("--version", "lenswire-camera " LENSWIRE_VERSION);
+    app.footer(faults_help() +
+               "For example, a camera that refuses the first two logins, and whose second stream breaks:\n"
+               "  lenswire-camera --show --fault 'refuse-login*2' --fault close@100\n"
+               "Exit codes:\n"
+               "  0  ended by --seconds or a signal\n"
+               "  1  a camera cannot be started: its address or port is not to be had\n"
+               "  2  the command line, or a file it names, cannot be used\n");
     try {
         app.parse(argc, argv);
         return make_options(typed);

@@ -119,6 +119,11 @@ void Camera::watch_commands(std::function<void(const Command&)> watcher) {
     core_->watcher = std::move(watcher);
 }
 
+void Camera::watch_faults(std::function<void(const std::string&)> watcher) {
+    const auto guard = loop_->lock();
+    core_->fault_watcher = std::move(watcher);
+}
+
 size_t Camera::push_motion(uint8_t state) {
     const auto guard = loop_->lock();
     return core_->push_motion(state);

@@ -57,6 +57,8 @@ class Camera {
 
     // Called with every command that is received, on the thread that serves the cameras.
     void watch_commands(std::function<void(const Command& command)> watcher);
+    // Called with a line for every fault that strikes, on the same thread.
+    void watch_faults(std::function<void(const std::string& line)> watcher);
 
     // Pushes a motion state to all logged-in control connections; returns how many there are.
     size_t push_motion(uint8_t state);

@@ -1,5 +1,6 @@
 // What a camera makes of the commands that it receives.
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "camera/serve/camera_core.h"
@@ -137,7 +138,12 @@ void CameraCore::on_stream(Connection& connection, const Command& command) {
                              .faults = take_stream_faults(),
                              .stats = std::move(stats),
                              .timestamp_base_ms = static_cast<uint32_t>((loop_.now_us() - start_us_) / 1000),
-                             .gather_us = config.gather_us});
+                             .gather_us = config.gather_us,
+                             .struck = [this, channel, stream](const StreamFault& fault) {
+                                 strike(fault.name, "channel " + std::to_string(channel) + " stream " +
+                                                        std::to_string(stream) + " frame " +
+                                                        std::to_string(fault.at_frame));
+                             }});
 }
 
 bool CameraCore::is_upload(const Connection& connection, const Command& header) const {
@@ -156,8 +162,10 @@ void CameraCore::on_upload(Connection& connection, const Command& header) {
         keep_as =
             config.keep_firmware_dir + "/" + config.address + "-" + std::to_string(++upload_number_) + ".bin";
     }
+    UploadFault fault = take_upload_faults();
+    strike(fault.name, "firmware upload");
     connection.start_upload({.announced = announced_length(header),
-                             .fault = take_upload_faults(),
+                             .fault = std::move(fault),
                              .keep_as = std::move(keep_as),
                              .stats = std::move(stats)});
 }
@@ -198,12 +206,19 @@ void CameraCore::on_setting(Connection& connection, const Command& command) {
     if (reply) answer(connection, *reply);
 }
 
+void CameraCore::strike(const std::string& name, const std::string& where) {
+    if (fault_watcher && !name.empty()) fault_watcher("fault " + name + " strikes: " + where);
+}
+
 bool CameraCore::answer(Connection& connection, const Command& answer) {
     const auto fault = take_answer_fault(answer.code);
     if (!fault) {
         connection.send({.bytes = to_bytes(answer)});
         return true;
     }
+    char where[32];
+    std::snprintf(where, sizeof where, "answer to 0x%04x", answer.code);
+    strike(fault->name, where);
     if (fault->silent) return false;
     connection.send({.bytes = spoil(answer, *fault),
                      .piece = fault->piece,

@@ -40,6 +40,7 @@ class CameraCore final : public ConnectionOwner {
     std::vector<UploadFault> upload_faults;
     std::map<uint16_t, CommandHook> hooks;
     std::function<void(const Command&)> watcher;
+    std::function<void(const std::string&)> fault_watcher;
     std::deque<std::shared_ptr<StreamStats>> streams;
     std::deque<std::shared_ptr<UploadStats>> uploads;
     std::deque<Received> received;
@@ -83,6 +84,8 @@ class CameraCore final : public ConnectionOwner {
     void on_stream(Connection& connection, const Command& command);
     void on_setting(Connection& connection, const Command& command);
     bool answer(Connection& connection, const Command& answer);  // false when it is never sent
+    // Says that a fault strikes, and at what.
+    void strike(const std::string& name, const std::string& where);
     std::optional<AnswerFault> take_answer_fault(uint16_t code);
     std::vector<StreamFault> take_stream_faults();
     UploadFault take_upload_faults();

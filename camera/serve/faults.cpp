@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
+#include <span>
 #include <string_view>
 
 #include "lenswire/protocol.h"
@@ -168,7 +170,82 @@ std::optional<Fault> make_stream_fault(const StreamRow& row, const FaultText& pa
     return fault;
 }
 
+struct FaultHelp {
+    std::string_view name;
+    const char* example;
+    const char* text;
+};
+
+constexpr FaultHelp kAnswerHelp[] = {
+    {"refuse-login", "refuse-login*2", "refuses logins with a state, 1; here the first two"},
+    {"silent", "silent:0x1004", "does not answer; here only the request for the image settings"},
+    {"late", "late=1500", "answers so many ms later; other answers may overtake it"},
+    {"dribble", "dribble=5", "answers byte by byte with so many ms between, 1"},
+    {"answer-flag", "answer-flag=7", "answers with another flag in the header"},
+    {"answer-state", "answer-state=1:0x1023", "answers with a state, of which 0 alone is success"},
+    {"answer-length", "answer-length=-4", "announces so many bytes more than follow, or fewer"},
+    {"garbage", "garbage=100", "sends so many bytes of rubbish behind the answer"},
+    {"cut-answer", "cut-answer=20", "sends only the first so many bytes of the answer"},
+    {"close-answer", "close-answer:0x1000", "closes the connection behind the answer"},
+};
+constexpr FaultHelp kStreamHelp[] = {
+    {"stop", "stop@50", "stops in the middle of a packet and keeps the connection"},
+    {"close-mid", "close-mid@50", "closes in the middle of a packet"},
+    {"close", "close@50*3", "closes before a packet; here on the first three connections"},
+    {"reset", "reset@50", "the same with a reset"},
+    {"stall", "stall=2000@50", "pauses for so many ms before a packet, without a value for ever"},
+    {"one-byte", "one-byte@50", "sends in writes of one byte from there on"},
+    {"bad-flag", "bad-flag=9@50", "another flag in the packet's header, 0"},
+    {"wrong-length", "wrong-length=100@50", "announces so many bytes more than follow, or fewer"},
+};
+constexpr FaultHelp kUploadHelp[] = {
+    {"upload-fail", "upload-fail=3", "answers a whole file with a state, 1"},
+    {"upload-late", "upload-late=3000", "answers so many ms later"},
+    {"upload-silent", "upload-silent", "does not answer"},
+    {"upload-close", "upload-close=70000", "closes when so many bytes have come"},
+    {"upload-full", "upload-full=70000", "says that there is no room when more bytes have come, 0"},
+    {"upload-slow", "upload-slow=100000", "reads no faster than so many bytes a second"},
+    {"upload-babble", "upload-babble=10", "sends so many messages that are no answer, 30"},
+};
+
+// A fault that nobody explains does not compile.
+template <typename Rows, typename Helps>
+constexpr bool all_explained(const Rows& rows, const Helps& helps) {
+    if (std::size(rows) != std::size(helps)) return false;
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        if (rows[i].name != helps[i].name) return false;
+    }
+    return true;
+}
+static_assert(all_explained(kAnswerRows, kAnswerHelp));
+static_assert(all_explained(kStreamRows, kStreamHelp));
+static_assert(all_explained(kUploadRows, kUploadHelp));
+
+std::string section(const char* title, std::span<const FaultHelp> rows) {
+    std::string text = title;
+    for (const FaultHelp& row : rows) {
+        char line[160];
+        std::snprintf(line, sizeof line, "  %-22s %s\n", row.example, row.text);
+        text += line;
+    }
+    return text;
+}
+
 }  // namespace
+
+std::string faults_help() {
+    return "Faults, [CAMERA/]NAME[=VALUE][@FRAME][:CODE][*TIMES], each shown by an example. Cameras count "
+           "from 1;\n"
+           "without one it is all of them. Where a value may be left out, the text ends with the one "
+           "taken.\n" +
+           section("Of answers, of the command with that CODE or of every one, TIMES times or always:\n",
+                   kAnswerHelp) +
+           section(
+               "Of streams, at that video FRAME of a connection, counted from 0, on TIMES connections, 1,\n"
+               "0 for all:\n",
+               kStreamHelp) +
+           section("Of firmware uploads, of TIMES uploads or of all:\n", kUploadHelp);
+}
 
 std::optional<Fault> parse_fault(const std::string& text, std::string* error) {
     const auto parts = take_apart(text);
@@ -188,6 +265,7 @@ std::optional<Fault> parse_fault(const std::string& text, std::string* error) {
     look_in(kAnswerRows, make_answer_fault);
     look_in(kStreamRows, make_stream_fault);
     look_in(kUploadRows, make_upload_fault);
+    if (fault) std::visit([&text](auto& each) { each.name = text; }, *fault);
     if (!fault) *error = text + (known ? ": not a value that this fault takes" : ": no such fault");
     return fault;
 }
@@ -202,6 +280,7 @@ UploadFault merge(const std::vector<UploadFault>& faults) {
         all.silent = all.silent || each.silent;
         all.bytes_per_second = std::max(all.bytes_per_second, each.bytes_per_second);
         all.babble = std::max(all.babble, each.babble);
+        all.name += (all.name.empty() || each.name.empty() ? "" : " ") + each.name;
     }
     return all;
 }

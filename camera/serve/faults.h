@@ -28,6 +28,7 @@ struct AnswerFault {
     uint32_t garbage = 0;                 // bytes of rubbish right behind the answer
     std::optional<uint32_t> cut_at = {};  // only the first so many bytes go out
     bool close_after = false;             // the connection is closed once the answer is out
+    std::string name = {};                // as it was asked for
 };
 
 enum class StreamFaultKind {
@@ -46,6 +47,7 @@ struct StreamFault {
     uint64_t at_frame = 0;  // the video frame of a connection, from 0, where it happens
     int64_t value = 0;
     uint32_t times = 1;  // on how many connections it happens; 0: on all
+    std::string name = {};
 };
 
 // Spoils firmware uploads. Several of the fields may be set, and several faults hold together.
@@ -58,20 +60,17 @@ struct UploadFault {
     std::optional<uint64_t> full_at = {};   // answers that there is no room when more than these have come
     uint32_t bytes_per_second = 0;          // reads no faster; 0: as fast as it comes
     uint32_t babble = 0;                    // messages that are no answer, one after the other
+    std::string name = {};                  // of several faults all names
 };
 
 using Fault = std::variant<AnswerFault, StreamFault, UploadFault>;
 
-// A fault as the command line has it: NAME[=VALUE][@FRAME][:CODE][*TIMES].
-//   answers  refuse-login[=STATE]  silent  late=MS  dribble[=GAP_MS]  answer-flag=N  answer-state=N
-//            answer-length=DELTA  garbage=BYTES  cut-answer=BYTES  close-answer
-//            all but refuse-login take :CODE, the one command they apply to (0x1004, say)
-//   streams  stop  close-mid  close  reset  stall[=MS]  one-byte  bad-flag[=N]  wrong-length=DELTA
-//            all take @FRAME, the video frame where it happens
-//   uploads  upload-fail[=STATE]  upload-late=MS  upload-silent  upload-close=BYTES  upload-full[=BYTES]
-//            upload-slow=BYTES_PER_SECOND  upload-babble[=MESSAGES]
-// Nothing and a reason when the text is none of these.
+// A fault as the command line has it: NAME[=VALUE][@FRAME][:CODE][*TIMES]. Nothing and a reason when the text
+// is none of these.
 std::optional<Fault> parse_fault(const std::string& text, std::string* error);
+
+// Every fault with what it does and an example, for --help.
+std::string faults_help();
 
 // What several faults of one upload come to.
 UploadFault merge(const std::vector<UploadFault>& faults);

@@ -95,6 +95,7 @@ bool StreamSender::apply_faults(int64_t now) {
         }
         const StreamFault what = *fault;
         fault = setup_.faults.erase(fault);
+        if (setup_.struck) setup_.struck(what);
         switch (what.kind) {
             case StreamFaultKind::kStop:
             case StreamFaultKind::kCloseMid:

@@ -24,6 +24,7 @@ struct SenderSetup {
     std::shared_ptr<StreamStats> stats;
     uint32_t timestamp_base_ms = 0;
     int64_t gather_us = 0;  // frames that fall due within such a span are sent in one go
+    std::function<void(const StreamFault&)> struck = {};  // told of each fault that is made
 };
 
 class StreamSender {

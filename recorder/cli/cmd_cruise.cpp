@@ -22,28 +22,9 @@ uint32_t channel_of(const ControlSession& session) {
     return static_cast<uint32_t>(session.channel());
 }
 
-// The camera's version of a line. Whether the camera has it enabled stands in its own record only.
-CruiseLine line_of_camera(ControlSession& session, int line) {
-    uint8_t bytes[sizeof(CruiseLine)] = {};
-    bytes[0] = static_cast<uint8_t>(line - 1);
-    CameraCruise own{};
-    own.ucLineNo = bytes[0];
-    session.ask("a cruise line", [&] {
-        return session.library().Private_GetPtzCruiseAllPreset(channel_of(session), bytes) == sizeof bytes &&
-               session.library().Private_PTZ_CRUISE_GET(session.ip(), &own) == 0;
-    });
-    CruiseLine record{};
-    std::memcpy(&record, bytes, sizeof record);
-    record.ucEnable = own.ucEnable;
-    return record;
-}
-
 void set(ControlSession& session, const CruiseOptions& options) {
     const CruiseLine record = parse_cruise_line(options.line, options.points, options.enable);
-    session.tell("the cruise line", [&] {
-        return session.library().Private_SetPtzCruiseAllPreset(channel_of(session), &record,
-                                                               options.enable) == 0;
-    });
+    write_cruise_line(session, record, options.enable);
 }
 
 // The library starts a line by sending its own version first. A recorder that has none takes the camera's.
@@ -54,7 +35,7 @@ void adopt(ControlSession& session, int line) {
                     sizeof lines);
     const CruiseLine& known = lines[line - 1];
     if (std::ranges::any_of(known.points, [](const CruisePoint& point) { return point.ucUsed == 1; })) return;
-    CruiseLine own = line_of_camera(session, line);
+    CruiseLine own = read_cruise_line(session, line);
     own.ucEnable = 0;
     session.library().Private_ChangeCruiseParamToMemory(channel_of(session), &own);
 }
@@ -72,12 +53,10 @@ void start(ControlSession& session, const CruiseOptions& options) {
 void stop(ControlSession& session, const CruiseOptions&) {
     const Plugin& library = session.library();
     for (int line = 1; line <= LENSWIRE_CRUISE_LINES; ++line) {
-        CruiseLine record = line_of_camera(session, line);
+        CruiseLine record = read_cruise_line(session, line);
         if (record.ucEnable == 0) continue;
         record.ucEnable = 0;
-        session.tell("the stop of a cruise line", [&] {
-            return library.Private_SetPtzCruiseAllPreset(channel_of(session), &record, 1) == 0;
-        });
+        write_cruise_line(session, record, true);
     }
     library.Private_StartPtzCruiseLine(channel_of(session), 0, 0);
 }
@@ -122,7 +101,7 @@ int cruise(const CruiseOptions& options, const CommonOptions& common, Console& c
     std::string text;
     for (int line = 1; line <= LENSWIRE_CRUISE_LINES; ++line) {
         if (options.line != 0 && options.line != line) continue;
-        const CruiseLine record = line_of_camera(*session, line);
+        const CruiseLine record = read_cruise_line(*session, line);
         text += cruise_text(record);
         lines.push_back(cruise_json(record));
     }

@@ -66,7 +66,7 @@ std::string json_of(const ProbeResult& result) {
 }
 
 int probe(const ProbeOptions& options, const CommonOptions& common, Console& console) {
-    const auto cameras = camera_addresses(options.cameras, common.password_file);
+    const auto cameras = camera_addresses(options.cameras, common.password_files());
     console.divert_library(common.log, common.verbose);
     SessionOptions session = common;
     session.timeout_s = std::min(session.timeout_s, kLongest_s);

@@ -208,8 +208,9 @@ class Watch {
     std::optional<Clock::time_point> end_;  // counted from the first stream, or when all have been tried
 };
 
-RecordingView::Kind view_kind(Console& console, bool json) {
-    if (json) return RecordingView::Kind::kSilent;
+RecordingView::Kind view_kind(Console& console, bool json, bool quiet) {
+    if (quiet) return RecordingView::Kind::kSilent;
+    if (json) return RecordingView::Kind::kJson;
     return console.out_is_terminal() ? RecordingView::Kind::kTable : RecordingView::Kind::kLines;
 }
 
@@ -239,7 +240,7 @@ void show_result(const RecordOptions& options, const CommonOptions& common, Cons
 int record(const RecordOptions& options, const CommonOptions& common, Console& console) {
     std::vector<std::string> cameras = options.cameras;
     std::vector<std::string> names = take_names(cameras);
-    RecordingSession::Options session_options{.cameras = camera_addresses(cameras, common.password_file),
+    RecordingSession::Options session_options{.cameras = camera_addresses(cameras, common.password_files()),
                                               .names = std::move(names),
                                               .directory = options.directory,
                                               .library = common.library,
@@ -258,7 +259,7 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     console.divert_library(log ? log->path() : "", common.verbose);
     console.be_impatient();
     RecordingSession session(session_options);
-    RecordingView view(console, view_kind(console, common.json));
+    RecordingView view(console, view_kind(console, common.json, common.quiet));
     Watch watch(session, view, options);
     const bool stopped = watch.run(signals);
     const bool gave_up = watch.gave_up();

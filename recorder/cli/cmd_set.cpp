@@ -1,8 +1,6 @@
 // lenswire set CAMERA WHAT FIELD=VALUE... [--from FILE]
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-
 #include "recorder/cli/command_line.h"
 #include "recorder/session/settings.h"
 #include "recorder/support/files.h"
@@ -23,17 +21,6 @@ Bytes starting_record(ControlSession& session, const Setting& setting, const std
     if (!from.empty()) return read_file(from, setting.layout->whole_size());
     if (setting.get != nullptr) return read_setting(session, setting);
     return Bytes(setting.layout->whole_size());
-}
-
-// A set has no answer, so only a look shows whether the camera took it.
-void check_taken(const ControlSession& session, std::span<const NamedField> asked,
-                 std::span<const uint8_t> wanted, std::span<const uint8_t> now) {
-    for (const NamedField& field : asked) {
-        const std::string shown = field_text(field.field, now);
-        if (shown == field_text(field.field, wanted)) continue;
-        throw Failure(kCameraRefused, "camera " + session.camera().name() + " did not take " + field.name +
-                                          ", it has " + (shown.empty() ? "none" : shown));
-    }
 }
 
 int set(const SetOptions& options, const CommonOptions& common, Console& console) {

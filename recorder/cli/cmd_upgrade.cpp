@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iostream>
 
 #include "recorder/cli/command_line.h"
 #include "recorder/records/firmware_file.h"
@@ -18,6 +19,8 @@ constexpr int kBarWidth = 40;
 struct UpgradeOptions {
     std::string file;
     std::vector<std::string> cameras;
+    bool yes = false;
+    double restart = 120;
 };
 
 using Camera = UpgradeSession::Camera;
@@ -30,20 +33,23 @@ std::string bar(const Camera& camera) {
     return text + std::to_string(camera.percent) + "% " + upgrade_state_name(camera.state) + "\n";
 }
 
-// Bars that are drawn over each other on a terminal, elsewhere a line per camera now and then.
+// Bars that are drawn over each other on a terminal, elsewhere a line per camera now and then; objects, one
+// per line, for programs.
 class Progress {
   public:
-    Progress(Console& console, bool silent)
-        : console_(console), silent_(silent), bars_(console.out_is_terminal()) {}
+    Progress(Console& console, bool json, bool quiet)
+        : console_(console), silent_(quiet), json_(json), bars_(!json && console.out_is_terminal()) {}
 
     void event(const std::string& line) {
         if (silent_) return;
         erase();
+        if (json_) return console_.print(one_line_document({{"event", "alarm"}, {"text", line}}));
         console_.line(line);
     }
 
-    void show(const std::vector<Camera>& cameras) {
+    void show(std::vector<Camera> cameras) {
         if (silent_) return;
+        std::erase_if(cameras, [](const Camera& camera) { return !camera.reached(); });
         if (!bars_) return lines(cameras);
         erase();
         for (const Camera& camera : cameras) console_.print(bar(camera));
@@ -61,6 +67,13 @@ class Progress {
             const std::pair now(cameras[i].percent / kLineStep, cameras[i].state);
             if (shown_[i] == now) continue;
             shown_[i] = now;
+            if (json_) {
+                console_.print(one_line_document({{"event", "progress"},
+                                                  {"camera", cameras[i].name},
+                                                  {"percent", cameras[i].percent},
+                                                  {"state", upgrade_state_name(cameras[i].state)}}));
+                continue;
+            }
             console_.line(cameras[i].name + " " + std::to_string(cameras[i].percent) + "% " +
                           upgrade_state_name(cameras[i].state));
         }
@@ -68,13 +81,16 @@ class Progress {
 
     Console& console_;
     bool silent_;
+    bool json_;
     bool bars_;
     size_t drawn_ = 0;
     std::vector<std::pair<unsigned, UpgradeCameraState>> shown_;
 };
 
-std::vector<std::string> watch(UpgradeSession& session, Progress& progress) {
-    std::vector<std::string> alarms;
+// Runs a job to its end.
+void run(UpgradeSession& session, const std::string& file, std::vector<size_t> which, Progress& progress,
+         std::vector<std::string>& alarms) {
+    session.start(file, std::move(which));
     for (bool running = true; running;) {
         running = session.poll();
         while (auto event = session.host().motion.next_event()) {
@@ -84,7 +100,6 @@ std::vector<std::string> watch(UpgradeSession& session, Progress& progress) {
         progress.show(session.cameras());
         if (running) usleep(kPollInterval);
     }
-    return alarms;
 }
 
 std::string result_json(const std::string& file, const std::vector<Camera>& cameras,
@@ -93,27 +108,82 @@ std::string result_json(const std::string& file, const std::vector<Camera>& came
     for (const Camera& camera : cameras) {
         list.push_back({{"camera", camera.name},
                         {"channel", camera.channel},
-                        {"state", upgrade_state_name(camera.state)},
-                        {"percent", camera.percent}});
+                        {"code", int{camera.code}},
+                        {"state", camera.code == kDone ? upgrade_state_name(camera.state) : "failed"},
+                        {"percent", camera.percent},
+                        {"firmware", camera.firmware},
+                        {"firmware_after", camera.firmware_after}});
     }
-    return document({{"file", file}, {"cameras", std::move(list)}, {"alarms", alarms}});
+    return one_line_document(
+        {{"event", "result"}, {"file", file}, {"cameras", std::move(list)}, {"alarms", alarms}});
+}
+
+// A name says little of what is inside: somebody has to stand for it.
+void confirm(const UpgradeSession& session, const UpgradeOptions& options, Console& console) {
+    for (const Camera& camera : session.cameras()) {
+        if (!camera.only_name_fits || options.yes) continue;
+        const std::string what =
+            "nothing but its name says that " + options.file + " is for camera " + camera.name;
+        if (isatty(STDIN_FILENO) == 0) throw bad_input(what + "; --yes sends it all the same");
+        console.print(what + ". Send it to all? [y/N] ");
+        std::string answer;
+        if (!std::getline(std::cin, answer) || (answer != "y" && answer != "yes"))
+            throw bad_input("nothing was sent");
+        return;
+    }
+}
+
+// One camera first; the others when it has come back well. The cameras that have the file.
+void upgrade_all(UpgradeSession& session, const UpgradeOptions& options, Progress& progress,
+                 std::vector<std::string>& alarms) {
+    std::vector<size_t> waiting;
+    for (size_t i = 0; i < session.cameras().size(); ++i) {
+        if (session.cameras()[i].code == kDone) waiting.push_back(i);
+    }
+    const auto patience = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(options.restart));
+    bool well = true;
+    for (size_t begin = 0, end = 1; begin < waiting.size() && well; begin = end, end = waiting.size()) {
+        const std::vector<size_t> turn(waiting.begin() + static_cast<ptrdiff_t>(begin),
+                                       waiting.begin() + static_cast<ptrdiff_t>(end));
+        run(session, options.file, turn, progress, alarms);
+        for (const size_t index : turn) {
+            session.settle(index, patience);
+            const Camera& camera = session.cameras()[index];
+            well = well && camera.code == kDone;
+            if (camera.code == kDone)
+                progress.event(camera.name + " has firmware " + camera.firmware_after + ", had " +
+                               camera.firmware);
+        }
+    }
+    if (!well) session.leave_out();
 }
 
 int upgrade(const UpgradeOptions& options, const CommonOptions& common, Console& console) {
     look_at_firmware(options.file);
-    const auto addresses = camera_addresses(options.cameras, common.password_file);
+    const auto addresses = camera_addresses(options.cameras, common.password_files());
     console.divert_library(common.log, common.verbose);
     UpgradeSession session(addresses, common);
     const auto objections = session.objections(options.file);
-    for (const std::string& line : objections) console.error_line(line);
-    if (!objections.empty()) return kFailed;
-    session.start(options.file);
-    Progress progress(console, common.json);
-    const auto alarms = watch(session, progress);
-    if (common.json) console.print(result_json(options.file, session.cameras(), alarms));
-    const bool all_done = std::ranges::all_of(
-        session.cameras(), [](const Camera& camera) { return camera.state == UPGRADE_DONE; });
-    return all_done ? kDone : kPartlyDone;
+    const auto& cameras = session.cameras();
+    for (const Camera& camera : cameras) {
+        if (!camera.reached()) console.error_line(camera.error, camera.code);
+    }
+    for (const std::string& line : objections) console.error_line(line, kFileDoesNotFit);
+    const auto objecting = std::ranges::find_if(
+        cameras, [](const Camera& camera) { return camera.reached() && camera.code != kDone; });
+    if (objecting != cameras.end()) return objecting->code;
+    confirm(session, options, console);
+    Progress progress(console, common.json, common.quiet);
+    std::vector<std::string> alarms;
+    upgrade_all(session, options, progress, alarms);
+    for (const Camera& camera : cameras) {
+        if (camera.reached() && !camera.error.empty()) console.error_line(camera.error, camera.code);
+    }
+    if (common.json) console.print(result_json(options.file, cameras, alarms));
+    const bool alike = std::ranges::all_of(
+        cameras, [&](const Camera& camera) { return camera.code == cameras.front().code; });
+    return alike ? cameras.front().code : kPartlyDone;
 }
 
 }  // namespace
@@ -122,7 +192,14 @@ void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen) {
     auto options = std::make_shared<UpgradeOptions>();
     CLI::App* command = app.add_subcommand("upgrade", "Send a firmware file to cameras");
     command->add_option("FILE", options->file)->required();
-    command->add_option("CAMERA", options->cameras, "user:password@host:port")->required();
+    command->add_option("CAMERA", options->cameras, kCameraHelp)->required();
+    command->add_flag("--yes", options->yes, "Send it also when nothing but its name says that it fits");
+    command->add_option("--restart", options->restart, "Seconds that a camera may take to come back with it")
+        ->check(CLI::Range(0.0, 3600.0))
+        ->capture_default_str();
+    command->footer(
+        "The first camera goes first; the others follow when it has come back. Those that cannot be reached\n"
+        "are left out, and the exit code is 8. A camera to which the file does not fit stops it all.");
     run_when_chosen(command, options, common, chosen, upgrade);
 }
 

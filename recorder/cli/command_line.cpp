@@ -6,7 +6,7 @@ namespace lenswire::recorder {
 
 std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOptions& common,
                                        Console& console) {
-    CameraAddress address = camera_addresses({camera}, common.password_file).front();
+    CameraAddress address = camera_addresses({camera}, common.password_files()).front();
     console.divert_library(common.log, common.verbose);
     return std::make_unique<ControlSession>(std::move(address), common);
 }

@@ -11,8 +11,8 @@
 
 namespace lenswire::recorder {
 
-inline constexpr const char* kCameraHelp = "user:password@host:port[/channel]";
-inline constexpr const char* kStreamHelp = "user:password@host:port[/channel[/stream]]";
+inline constexpr const char* kCameraHelp = "[user:password@]host[:port][/channel]";
+inline constexpr const char* kStreamHelp = "[user:password@]host[:port][/channel[/stream]]";
 
 // Parses CAMERA, turns the library's lines away and logs in.
 std::unique_ptr<ControlSession> log_in(const std::string& camera, const CommonOptions& common,

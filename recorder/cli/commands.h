@@ -6,6 +6,7 @@
 #include <string>
 
 #include "recorder/cli/console.h"
+#include "recorder/host/camera_address.h"
 #include "recorder/session/session_options.h"
 
 namespace CLI {
@@ -17,10 +18,13 @@ namespace lenswire::recorder {
 // What every subcommand takes.
 struct CommonOptions : SessionOptions {
     std::string password_file;
+    std::string passwords;
     std::string log;
     bool verbose = false;
     bool json = false;
     bool quiet = false;
+
+    PasswordFiles password_files() const { return {password_file, passwords}; }
 };
 
 using Command = std::function<int(Console&)>;
@@ -34,6 +38,7 @@ void add_footage(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_verify(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_get(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_set(CLI::App& app, CommonOptions& common, Command& chosen);
+void add_settings_file(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_ptz(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_cruise(CLI::App& app, CommonOptions& common, Command& chosen);
 void add_time(CLI::App& app, CommonOptions& common, Command& chosen);

@@ -33,6 +33,10 @@ void add_common(CLI::App& app, CommonOptions& common) {
     app.add_option("--library", common.library, "The library to load")->capture_default_str();
     app.add_option("--password-file", common.password_file,
                    "Password for cameras given without one; LENSWIRE_PASSWORD is the other way");
+    app.add_option(
+        "--passwords", common.passwords,
+        "File of lines HOST[:PORT] PASSWORD for cameras given without one; * is every other HOST.\n"
+        "LENSWIRE_PASSWORD_10_0_0_7 is the other way, for the camera 10.0.0.7");
     app.add_option("--timeout", common.timeout_s,
                    "Seconds that a camera has for the connection, for the login and for each answer")
         ->check(CLI::Range(0.05, 10.0))
@@ -46,8 +50,11 @@ void add_common(CLI::App& app, CommonOptions& common) {
     app.fallthrough();
 }
 
-std::string exit_codes_text() {
-    std::string text = "Exit codes:\n";
+std::string footer_text() {
+    std::string text = "CAMERA is user:password@host:port/channel/stream. Without a user it is " +
+                       std::string(kDefaultUser) + ", without a port " + std::to_string(kDefaultPort) +
+                       ", without channel and stream 0.\nA password there can be seen by others for a "
+                       "moment; in a file or the environment it cannot.\n\nExit codes:\n";
     for (const ExitCodeRow& row : kExitCodes)
         text += "  " + std::to_string(row.code) + "  " + std::string(row.text) + "\n";
     return text;
@@ -75,14 +82,14 @@ int run_program(int argc, char** argv) {
     CommonOptions common;
     Command chosen;
     add_common(app, common);
-    for (const auto add :
-         {add_record, add_stream, add_snapshot, add_probe, add_footage, add_verify, add_get, add_set, add_ptz,
-          add_cruise, add_time, add_info, add_firmware, add_upgrade, add_hostcheck}) {
+    for (const auto add : {add_record, add_stream, add_snapshot, add_probe, add_footage, add_verify, add_get,
+                           add_set, add_settings_file, add_ptz, add_cruise, add_time, add_info, add_firmware,
+                           add_upgrade, add_hostcheck}) {
         add(app, common, chosen);
     }
     app.require_subcommand(1);
     app.set_version_flag("--version", "lenswire " LENSWIRE_VERSION);
-    app.footer(exit_codes_text());
+    app.footer(footer_text());
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {  // or version

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <nlohmann/json.hpp>
 
 namespace lenswire::recorder {
 namespace {
@@ -54,6 +55,24 @@ std::string report_line(const StreamStatus& s, const RateMeter& rate) {
                   static_cast<unsigned long long>(s.recording.frames), s.view.restarts);
 }
 
+std::string object(const char* event, const nlohmann::ordered_json& more) {
+    nlohmann::ordered_json json = {{"event", event}, {"at", utc_text(SystemClock().wall())}};
+    json.update(more);
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string report_object(const StreamStatus& s, const RateMeter& rate) {
+    return object("report", {{"stream", s.title},
+                             {"state", state_name(s.view.state)},
+                             {"codec", s.recording.codec},
+                             {"size", size_text(s.recording)},
+                             {"pictures_per_second", rate.pictures_per_second()},
+                             {"megabits_per_second", rate.megabits_per_second()},
+                             {"frames", s.recording.frames},
+                             {"lost", s.lost()},
+                             {"restarts", s.view.restarts}});
+}
+
 }  // namespace
 
 void RateMeter::update(uint64_t pictures, uint64_t bytes, Clock::time_point now) {
@@ -74,11 +93,12 @@ void RecordingView::show(const std::vector<StreamStatus>& streams) {
         shown(s).rate.update(s.recording.pictures, s.recording.bytes, Clock::now());
     }
     if (kind_ == Kind::kTable) draw_table(streams);
-    if (kind_ == Kind::kLines) show_lines(streams);
+    if (kind_ == Kind::kLines || kind_ == Kind::kJson) show_lines(streams);
 }
 
 void RecordingView::event(const std::string& line) {
     if (kind_ == Kind::kSilent) return;
+    if (kind_ == Kind::kJson) return console_.line(object("note", {{"text", line}}));
     erase_table();
     console_.line(dated(line));
 }
@@ -115,10 +135,13 @@ void RecordingView::show_lines(const std::vector<StreamStatus>& streams) {
         const bool changed = !last.any || last.state != s.view.state;
         last.any = true;
         last.state = s.view.state;
+        const bool json = kind_ == Kind::kJson;
         if (report) {
-            console_.line(dated(report_line(s, last.rate)));
+            console_.line(json ? report_object(s, last.rate) : dated(report_line(s, last.rate)));
         } else if (changed) {
-            console_.line(dated(s.title + " " + state_name(s.view.state)));
+            const char* state = state_name(s.view.state);
+            console_.line(json ? object("state", {{"stream", s.title}, {"state", state}})
+                               : dated(s.title + " " + state));
         }
     }
 }

@@ -1,5 +1,5 @@
 // What the user sees while a recording runs: on a terminal a table that is drawn again and again, elsewhere a
-// line when something changes and now and then how it stands.
+// line when something changes and now and then how it stands; for programs the lines are objects.
 #pragma once
 
 #include <chrono>
@@ -30,7 +30,7 @@ class RateMeter {
 
 class RecordingView {
   public:
-    enum class Kind { kTable, kLines, kSilent };
+    enum class Kind { kTable, kLines, kJson, kSilent };
 
     RecordingView(Console& console, Kind kind) : console_(console), kind_(kind) {}
 

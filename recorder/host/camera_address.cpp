@@ -3,10 +3,13 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 
 #include "recorder/support/failure.h"
 
@@ -48,7 +51,7 @@ void parse_place(std::string_view text, std::string_view what, CameraAddress& ad
     const auto [machine, path] = cut(text, '/');
     const auto [host, port_text] = cut(machine, ':');
     if (host.empty()) throw fail("the host is missing");
-    const auto port = port_text ? number(*port_text, 1, kMaxPort) : std::nullopt;
+    const auto port = port_text ? number(*port_text, 1, kMaxPort) : std::optional(kDefaultPort);
     if (!port) throw fail("the port must be a number from 1 to 65535");
     address.host = host;
     address.port = *port;
@@ -84,13 +87,17 @@ std::string CameraAddress::dotted_ip() const {
 CameraAddress parse_camera_address(std::string_view text, std::string_view what) {
     // The last '@' divides, so that a password may contain one. Nothing before it is ever shown, and
     // without one nothing at all, since then the whole text may be a password.
+    // Only what can be nothing but an address goes without.
     const size_t at = text.rfind('@');
-    if (at == std::string_view::npos) {
+    const bool bare = at == std::string_view::npos;
+    if (bare && (text.find('.') == std::string_view::npos ||
+                 text.find_first_not_of("0123456789.:/") != std::string_view::npos)) {
         throw bad_input(std::string(what) + ": expected user:password@host:port[/channel[/stream]]");
     }
     CameraAddress address;
-    parse_credentials(text.substr(0, at), what, address);
-    parse_place(text.substr(at + 1), what, address);
+    address.user = kDefaultUser;
+    if (!bare) parse_credentials(text.substr(0, at), what, address);
+    parse_place(bare ? text : text.substr(at + 1), what, address);
     if (address.password) check_password(*address.password, what);
     return address;
 }
@@ -112,34 +119,72 @@ void resolve(CameraAddress& address) {
     if (address.ip == 0) throw bad_input("camera " + address.name() + ": 0.0.0.0 is no camera's address");
 }
 
-std::optional<std::string> default_password(const std::string& file) {
-    if (!file.empty()) {
-        std::ifstream stream(file);
-        std::string line;
-        if (!std::getline(stream, line)) throw bad_input("cannot read a password from " + file);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        check_password(line, file);
-        return line;
-    }
-    const char* variable = std::getenv("LENSWIRE_PASSWORD");
-    if (variable == nullptr) return std::nullopt;
-    check_password(variable, "LENSWIRE_PASSWORD");
-    return variable;
+namespace {
+
+std::optional<std::string> password_of_file(const std::string& file) {
+    if (file.empty()) return std::nullopt;
+    std::ifstream stream(file);
+    std::string line;
+    if (!std::getline(stream, line)) throw bad_input("cannot read a password from " + file);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    check_password(line, file);
+    return line;
 }
 
+// HOST[:PORT] or * and the password, which may contain spaces.
+std::map<std::string, std::string> passwords_of_list(const std::string& file) {
+    std::map<std::string, std::string> passwords;
+    if (file.empty()) return passwords;
+    std::ifstream stream(file);
+    if (!stream) throw bad_input("cannot read passwords from " + file);
+    std::string line;
+    for (int number = 1; std::getline(stream, line); ++number) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line[0] == '#') continue;
+        const size_t space = line.find(' ');
+        const std::string where = file + ":" + std::to_string(number);
+        if (space == 0 || space == std::string::npos)
+            throw bad_input(where + ": expected HOST[:PORT] PASSWORD");
+        check_password(line.substr(space + 1), where);
+        passwords[line.substr(0, space)] = line.substr(space + 1);
+    }
+    return passwords;
+}
+
+std::optional<std::string> password_of_environment(const std::string& variable) {
+    const char* password = std::getenv(variable.c_str());
+    if (password == nullptr) return std::nullopt;
+    check_password(password, variable);
+    return password;
+}
+
+std::string variable_of(const std::string& host) {
+    std::string name = "LENSWIRE_PASSWORD_" + host;
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
+}
+
+}  // namespace
+
 std::vector<CameraAddress> camera_addresses(const std::vector<std::string>& arguments,
-                                            const std::string& password_file) {
-    const auto fallback = default_password(password_file);
+                                            const PasswordFiles& files) {
+    const auto list = passwords_of_list(files.list);
+    const auto for_all = password_of_file(files.for_all);
     std::vector<CameraAddress> addresses;
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string what =
             arguments.size() == 1 ? "CAMERA" : "CAMERA " + std::to_string(i + 1) + " of the list";
         CameraAddress address = parse_camera_address(arguments[i], what);
-        if (!address.password) address.password = fallback;
+        for (const std::string& key : {address.name(), address.host, std::string("*")}) {
+            const auto listed = list.find(key);
+            if (!address.password && listed != list.end()) address.password = listed->second;
+        }
+        if (!address.password) address.password = for_all;
+        if (!address.password) address.password = password_of_environment(variable_of(address.host));
+        if (!address.password) address.password = password_of_environment("LENSWIRE_PASSWORD");
         if (!address.password) {
-            throw bad_input(what +
-                            ": no password: write user:password@..., or use LENSWIRE_PASSWORD or "
-                            "--password-file");
+            throw bad_input(what + ": no password: use --passwords, --password-file or LENSWIRE_PASSWORD");
         }
         addresses.push_back(std::move(address));
     }

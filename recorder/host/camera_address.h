@@ -1,7 +1,7 @@
-// The CAMERA argument of every command: user:password@host:port[/channel[/stream]].
+// The CAMERA argument of every command: [user[:password]@]host[:port][/channel[/stream]].
 //
-// The password may also come from a file or from the environment. No message built here contains any part
-// of the credentials.
+// The password may also come from a file or from the environment, for one camera or for all. No message built
+// here contains any part of the credentials.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +13,9 @@
 #include "lenswire/records.h"
 
 namespace lenswire::recorder {
+
+inline constexpr const char* kDefaultUser = "admin";
+inline constexpr int kDefaultPort = 7788;
 
 struct CameraAddress {
     std::string user;
@@ -34,13 +37,21 @@ CameraAddress parse_camera_address(std::string_view text, std::string_view what 
 // Looks the host up. Throws a camera Failure when it has no IPv4 address.
 void resolve(CameraAddress& address);
 
-// The password for cameras whose text has none: the first line of `file` if it is named, else the
-// environment's LENSWIRE_PASSWORD, else none.
-std::optional<std::string> default_password(const std::string& file);
+// Where passwords come from for cameras whose text has none.
+struct PasswordFiles {
+    std::string for_all = {};  // whose first line is the password
+    std::string list = {};     // of lines HOST[:PORT] PASSWORD, and * PASSWORD for all others
 
-// Parses, fills in passwords and resolves every argument.
+    PasswordFiles(const char* file) : for_all(file) {}
+    PasswordFiles(std::string file = {}, std::string lines = {})
+        : for_all(std::move(file)), list(std::move(lines)) {}
+};
+
+// Parses, fills in passwords and resolves every argument. Of passwords counts, in this order: that of the
+// text; of the list; of the file for all; the environment's LENSWIRE_PASSWORD_10_0_0_7 for the
+// camera 10.0.0.7, and LENSWIRE_PASSWORD.
 std::vector<CameraAddress> camera_addresses(const std::vector<std::string>& arguments,
-                                            const std::string& password_file);
+                                            const PasswordFiles& files);
 
 LoginInfo login_info(const CameraAddress& address);
 

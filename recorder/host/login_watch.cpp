@@ -43,7 +43,7 @@ LoginWatch::End LoginWatch::look() {
         int error = 0;
         socklen_t size = sizeof error;
         getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
-        if (error == 0 || error == ECONNRESET) return End::kClosed;
+        if (client_->ulLoginStep > 0) return End::kClosed;
         return error == ECONNREFUSED ? End::kPortRefused : End::kNoConnection;
     }
     if (known && client_->ulLoginStep == kLoginSent) {

@@ -3,11 +3,6 @@
 #include "recorder/media/tracks.h"
 
 namespace lenswire::recorder {
-namespace {
-
-constexpr int kIoBuffer = 64 * 1024;
-
-}  // namespace
 
 int LiveWriter::receive(void* self, uint8_t* data, int size) {
     auto& writer = *static_cast<LiveWriter*>(self);
@@ -21,15 +16,11 @@ int LiveWriter::open(LiveFormat format, const TrackParameters& parameters, int f
     const int error =
         avformat_alloc_output_context2(&context_, nullptr, matroska ? "matroska" : "mpegts", nullptr);
     if (error < 0) return error;
-    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
-    if (buffer == nullptr) return AVERROR(ENOMEM);
-    context_->pb = avio_alloc_context(buffer, kIoBuffer, 1, this, nullptr, receive, nullptr);
-    if (context_->pb == nullptr) {
-        av_free(buffer);
-        return AVERROR(ENOMEM);
-    }
+    if (!open_output(context_, this, receive, nullptr)) return AVERROR(ENOMEM);
     context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-    if (!add_video(context_, parameters, frame_rate)) return AVERROR(ENOMEM);
+    if (!add_video(context_, parameters.codec, parameters.width, parameters.height, parameters.parameter_sets,
+                   frame_rate))
+        return AVERROR(ENOMEM);
     if (parameters.audio && matroska && !add_audio(context_)) return AVERROR(ENOMEM);
     AVDictionary* options = nullptr;
     if (matroska) av_dict_set(&options, "live", "1", 0);
@@ -53,10 +44,7 @@ std::unique_ptr<LiveWriter> LiveWriter::create(LiveFormat format, const TrackPar
 }
 
 LiveWriter::~LiveWriter() {
-    if (context_ == nullptr) return;
-    if (context_->pb != nullptr) av_freep(&context_->pb->buffer);
-    avio_context_free(&context_->pb);
-    avformat_free_context(context_);
+    close_output(context_);
 }
 
 // A cluster for every picture: a reader waits for the end of one before it looks into it.

@@ -13,7 +13,6 @@ namespace {
 
 constexpr int kVideoTrack = 0;
 constexpr int kAudioTrack = 1;
-constexpr int kIoBuffer = 64 * 1024;
 
 std::string iso_time(int64_t utc_ms) {
     const time_t seconds = utc_ms / 1000;
@@ -54,16 +53,12 @@ int MatroskaWriter::open(const TrackParameters& parameters, const std::string& t
                          int64_t created_ms) {
     if (parameters.codec == VideoCodec::kH265 && !are_whole_h265_sequences(parameters.parameter_sets))
         return AVERROR_INVALIDDATA;
-    const int made = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
-    if (made < 0) return made;
-    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
-    if (buffer == nullptr) return AVERROR(ENOMEM);
-    context_->pb = avio_alloc_context(buffer, kIoBuffer, 1, this, nullptr, receive, seek);
-    if (context_->pb == nullptr) {
-        av_free(buffer);
+    const int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
+    if (error < 0) return error;
+    if (!open_output(context_, this, receive, seek)) return AVERROR(ENOMEM);
+    if (!add_video(context_, parameters.codec, parameters.width, parameters.height, parameters.parameter_sets,
+                   frame_rate))
         return AVERROR(ENOMEM);
-    }
-    if (!add_video(context_, parameters, frame_rate)) return AVERROR(ENOMEM);
     if (parameters.audio && !add_audio(context_)) return AVERROR(ENOMEM);
     av_dict_set(&context_->metadata, "title", title.c_str(), 0);
     av_dict_set(&context_->metadata, "creation_time", iso_time(created_ms).c_str(), 0);
@@ -86,10 +81,7 @@ std::unique_ptr<MatroskaWriter> MatroskaWriter::create(const TrackParameters& pa
 }
 
 MatroskaWriter::~MatroskaWriter() {
-    if (context_ == nullptr) return;
-    if (context_->pb != nullptr) av_freep(&context_->pb->buffer);
-    avio_context_free(&context_->pb);
-    avformat_free_context(context_);
+    close_output(context_);
 }
 
 bool MatroskaWriter::write_video(std::span<const uint8_t> data, int64_t time_ms, bool key) {

@@ -6,6 +6,7 @@ namespace lenswire::recorder {
 namespace {
 
 constexpr int kAudioRate = 8000;
+constexpr int kIoBuffer = 64 * 1024;
 
 bool set_extradata(AVCodecParameters& parameters, std::span<const uint8_t> data) {
     if (data.empty()) return true;
@@ -30,17 +31,18 @@ AVCodecID codec_id(VideoCodec codec) {
     return AV_CODEC_ID_MJPEG;
 }
 
-bool add_video(AVFormatContext* context, const TrackParameters& wanted, int frame_rate) {
+bool add_video(AVFormatContext* context, VideoCodec codec, int width, int height,
+               std::span<const uint8_t> parameter_sets, int frame_rate) {
     AVStream* stream = avformat_new_stream(context, nullptr);
     if (stream == nullptr) return false;
     stream->time_base = kMilliseconds;
     if (frame_rate > 0) stream->avg_frame_rate = {frame_rate, 1};
     AVCodecParameters& parameters = *stream->codecpar;
     parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-    parameters.codec_id = codec_id(wanted.codec);
-    parameters.width = wanted.width;
-    parameters.height = wanted.height;
-    return set_extradata(parameters, wanted.parameter_sets);
+    parameters.codec_id = codec_id(codec);
+    parameters.width = width;
+    parameters.height = height;
+    return set_extradata(parameters, parameter_sets);
 }
 
 bool add_audio(AVFormatContext* context) {
@@ -56,6 +58,22 @@ bool add_audio(AVFormatContext* context) {
     parameters.block_align = 1;
     av_channel_layout_default(&parameters.ch_layout, 1);
     return true;
+}
+
+bool open_output(AVFormatContext* context, void* self, int (*receive)(void*, uint8_t*, int),
+                 int64_t (*seek)(void*, int64_t, int)) {
+    auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
+    if (buffer == nullptr) return false;
+    context->pb = avio_alloc_context(buffer, kIoBuffer, 1, self, nullptr, receive, seek);
+    if (context->pb == nullptr) av_free(buffer);
+    return context->pb != nullptr;
+}
+
+void close_output(AVFormatContext* context) {
+    if (context == nullptr) return;
+    if (context->pb != nullptr) av_freep(&context->pb->buffer);
+    avio_context_free(&context->pb);
+    avformat_free_context(context);
 }
 
 std::string av_error_text(int error) {

@@ -1,9 +1,11 @@
 // The tracks of a file as libavformat wants them described.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
 
-#include "recorder/media/matroska_writer.h"
+#include "recorder/media/access_unit.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -14,8 +16,15 @@ namespace lenswire::recorder {
 inline constexpr AVRational kMilliseconds = {1, 1000};
 
 // Both false for want of memory. Sound is A-law, 8000 samples a second.
-bool add_video(AVFormatContext* context, const TrackParameters& wanted, int frame_rate);
+bool add_video(AVFormatContext* context, VideoCodec codec, int width, int height,
+               std::span<const uint8_t> parameter_sets, int frame_rate);
 bool add_audio(AVFormatContext* context);
+
+// Has what is written go to `receive`, with `self`; `seek` is null for what cannot be written over. False for
+// want of memory. And gives back the context with all of it; null is none.
+bool open_output(AVFormatContext* context, void* self, int (*receive)(void* self, uint8_t* data, int size),
+                 int64_t (*seek)(void* self, int64_t offset, int whence));
+void close_output(AVFormatContext* context);
 
 AVCodecID codec_id(VideoCodec codec);
 std::string av_error_text(int error);

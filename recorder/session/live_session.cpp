@@ -18,8 +18,8 @@ LiveSession::LiveSession(ControlSession& session) : session_(session), queue_(th
     object_.words.lFirst = session.channel();
     object_.words.lSecond = session.camera().stream;
     object_.queue = &queue_;
-    session_.host().set_restart_listener(this);
     session_.ask("a stream", [&] { return session_.link().invite(); });
+    session_.host().set_restart_listener(this);
     post(STREAM_REQ_OPEN);
 }
 

@@ -16,6 +16,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A login ends by itself, within one step of it; only then may the context be stopped over the rest.
+constexpr auto kLastStep = std::chrono::milliseconds(250);
+
 // What is still to be learnt when the time is over stays unknown; the rest counts.
 class Question {
   public:
@@ -81,7 +84,7 @@ void probe_round(const std::vector<CameraAddress>& cameras, const std::vector<si
         links.push_back(std::make_unique<CameraLink>(library, cameras[index], channel, 0));
     }
     const auto start = Clock::now();
-    const auto end = start + options.timeout();
+    const auto end = start + std::max<Clock::duration>(options.timeout() - kLastStep, options.timeout() / 2);
     Deadline deadline([&library] { library.PC_UnInitCtx(); });
     deadline.set(options.timeout());
     std::vector<std::jthread> threads;

@@ -1,6 +1,7 @@
 #include "recorder/session/settings.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "recorder/session/camera_request.h"
 
@@ -88,6 +89,14 @@ std::string writable_names() {
     return names([](const Setting& setting) { return setting.set != nullptr; });
 }
 
+std::vector<const Setting*> lasting_settings() {
+    std::vector<const Setting*> lasting;
+    for (const Setting& setting : kSettings) {
+        if (setting.get != nullptr && setting.set != nullptr && setting.steady) lasting.push_back(&setting);
+    }
+    return lasting;
+}
+
 const Setting& readable_setting(std::string_view name) {
     const Setting* setting = find(name);
     if (setting != nullptr && setting->get != nullptr) return *setting;
@@ -108,6 +117,40 @@ Bytes read_setting(ControlSession& session, const Setting& setting) {
 
 void write_setting(ControlSession& session, const Setting& setting, Bytes& record) {
     session.tell(setting.what, [&] { return setting.set(session, record.data()); });
+}
+
+void check_taken(const ControlSession& session, std::span<const NamedField> asked,
+                 std::span<const uint8_t> wanted, std::span<const uint8_t> now) {
+    for (const NamedField& field : asked) {
+        const std::string shown = field_text(field.field, now);
+        if (shown == field_text(field.field, wanted)) continue;
+        throw Failure(kCameraRefused, "camera " + session.camera().name() + " did not take " + field.name +
+                                          ", it has " + (shown.empty() ? "none" : shown));
+    }
+}
+
+// The camera's version of a line. Whether the camera has it enabled stands in its own record only.
+CruiseLine read_cruise_line(ControlSession& session, int line) {
+    uint8_t bytes[sizeof(CruiseLine)] = {};
+    bytes[0] = static_cast<uint8_t>(line - 1);
+    CameraCruise own{};
+    own.ucLineNo = bytes[0];
+    const auto channel = static_cast<uint32_t>(session.channel());
+    session.ask("a cruise line", [&] {
+        return session.library().Private_GetPtzCruiseAllPreset(channel, bytes) == sizeof bytes &&
+               session.library().Private_PTZ_CRUISE_GET(session.ip(), &own) == 0;
+    });
+    CruiseLine record{};
+    std::memcpy(&record, bytes, sizeof record);
+    record.ucEnable = own.ucEnable;
+    return record;
+}
+
+void write_cruise_line(ControlSession& session, const CruiseLine& line, bool start_or_stop) {
+    const auto channel = static_cast<uint32_t>(session.channel());
+    session.tell("the cruise line", [&] {
+        return session.library().Private_SetPtzCruiseAllPreset(channel, &line, start_or_stop ? 1 : 0) == 0;
+    });
 }
 
 }  // namespace lenswire::recorder

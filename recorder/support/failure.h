@@ -34,7 +34,8 @@ inline constexpr ExitCodeRow kExitCodes[] = {
     {kLoginRefused, "login-refused", "the camera refused user or password"},
     {kCameraRefused, "camera-refused", "the camera answered with an error, or did not take a value"},
     {kFileDoesNotFit, "does-not-fit", "the firmware file is not for the camera"},
-    {kPartlyDone, "partly-done", "some of it: a gap in a recording, one of several cameras"},
+    {kPartlyDone, "partly-done",
+     "some of it: a gap in a recording, one of several cameras, a setting that differs"},
 };
 
 class Failure : public std::runtime_error {

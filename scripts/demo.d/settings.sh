@@ -11,7 +11,7 @@ await_stand() { # camera
     local tries moving
     for ((tries = 0; tries < 50; ++tries)); do
         moving=$(field "$1" ptz moving) || break
-        [[ $moving != 0 ]] || return 0
+        [[ $moving != '"no"' ]] || return 0
         sleep 0.2
     done
     problem "$1: does not come to a stand"

@@ -11,9 +11,9 @@ upgrade_page() {
     file=$(lenswire firmware make name --size 2000000 --camera "${cameras[0]}" --out "$out")
     show firmware check "$file" --camera "${cameras[0]}"
 
-    show upgrade "$file" "${cameras[@]}" | tee "$out/upgrade.out"
+    show upgrade --yes --restart 30 "$file" "${cameras[@]}" 2>&1 | tee "$out/upgrade.out"
     code=$?
-    ((code == 1)) || problem "the upgrade of a camera that fails was no failure"
+    ((code == 8)) || problem "the upgrade of a camera that fails was no failure"
     grep -q "alarm: firmware upgrade failed on channel 1" "$out/upgrade.out" || problem "no alarm of the failed upgrade"
 
     cmp "$out"/kept/* "$file" || problem "the good camera, and it alone, should have the file as it is"

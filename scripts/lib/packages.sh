@@ -4,7 +4,7 @@
 declare -A packages=(
     [build]="g++ cmake make ninja-build googletest libcli11-dev scdoc"
     [programs]="pkg-config libsqlite3-dev libssl-dev libelf-dev libavformat-dev libavcodec-dev libavutil-dev
-        nlohmann-json3-dev libbenchmark-dev ffmpeg"
+        nlohmann-json3-dev libtomlplusplus-dev libbenchmark-dev ffmpeg"
     [demo]="jq"
     [i386]="g++-12-multilib"
     [armhf]="g++-arm-linux-gnueabihf qemu-user-static"

@@ -52,6 +52,15 @@ void expect_rows(const std::vector<Row>& rows, const camera::CameraConfig& confi
     }
 }
 
+TEST(Faults, AreExplainedByExamplesThatHold) {
+    std::istringstream help(camera::faults_help());
+    std::string error;
+    for (std::string line; std::getline(help, line);) {
+        if (!line.starts_with("  ")) continue;
+        EXPECT_TRUE(camera::parse_fault(line.substr(2, line.find(' ', 2) - 2), &error)) << error;
+    }
+}
+
 TEST(Faults, OfAnswers) {
     const std::vector<Row> rows = {
         {"", "0:68 0:32", 0, kImage + kBeat},

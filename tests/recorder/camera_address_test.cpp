@@ -27,6 +27,7 @@ TEST(CameraAddress, ReadsEveryForm) {
         {"admin:secret@camera.lan:1/3", "admin", "secret", "camera.lan:1/3/0"},
         {"admin:p@ss:w/rd@10.0.0.7:65535/255/2", "admin", "p@ss:w/rd", "10.0.0.7:65535/255/2"},
         {"admin:@10.0.0.7:80", "admin", "", "10.0.0.7:80/0/0"},
+        {"admin:secret@10.0.0.7/1", "admin", "secret", "10.0.0.7:7788/1/0"},
         {user + ":" + password + "@10.0.0.7:80", user, password, "10.0.0.7:80/0/0"}};
     for (const Case& c : cases) {
         const CameraAddress address = parse_camera_address(c.text);
@@ -46,10 +47,9 @@ TEST(CameraAddress, RefusesBadTextWithOneLineThatHidesTheCredentials) {
     std::vector<std::string> cases = {"", "Secret", "user:Secret", "@10.0.0.7:80", ":Secret@10.0.0.7:80"};
     cases.push_back(std::string(32, 'u') + ":Secret@10.0.0.7:80");
     cases.push_back("user:" + std::string(33, 'S') + "@10.0.0.7:80");
-    for (const char* place :
-         {"", "10.0.0.7", ":80", "10.0.0.7:", "10.0.0.7:0", "10.0.0.7:65536", "10.0.0.7:80x", "10.0.0.7:-80",
-          "10.0.0.7:80/", "10.0.0.7:80/256", "10.0.0.7:80/1/", "10.0.0.7:80/1/256", "10.0.0.7:80/1/2/3",
-          "10.0.0.7:80/one"}) {
+    for (const char* place : {"", ":80", "10.0.0.7:", "10.0.0.7:0", "10.0.0.7:65536", "10.0.0.7:80x",
+                              "10.0.0.7:-80", "10.0.0.7:80/", "10.0.0.7:80/256", "10.0.0.7:80/1/",
+                              "10.0.0.7:80/1/256", "10.0.0.7:80/1/2/3", "10.0.0.7:80/one"}) {
         cases.push_back(std::string("user:Secret@") + place);
     }
     for (const std::string& text : cases) {
@@ -82,6 +82,21 @@ TEST(CameraAddress, TakesThePasswordFromTextBeforeFileBeforeEnvironment) {
     EXPECT_EQ(password_of("user@127.0.0.1:80", ""), "from-environment");
     for (const std::string& bad : {long_one, empty, folder.path("missing")})
         EXPECT_THROW(password_of("user@127.0.0.1:80", bad), Failure) << bad;
+    const std::string list = folder.path("list");
+    std::ofstream(list) << "# cameras\n127.0.0.1:80 of one\n127.0.0.1 of-host\r\n* of-others\n";
+    setenv("LENSWIRE_PASSWORD_127_0_0_9", "of-environment", 1);
+    const std::pair<const char*, const char*> cases[] = {{"127.0.0.1:80", "of one"},
+                                                         {"u@127.0.0.1:81", "of-host"},
+                                                         {"u@127.0.0.2", "of-others"},
+                                                         {"u:own@127.0.0.1:80", "own"}};
+    for (const auto& [text, password] : cases)
+        EXPECT_EQ(camera_addresses({text}, {"", list}).front().password, password) << text;
+    EXPECT_EQ(password_of("127.0.0.9", ""), "of-environment");
+    for (const char* bad : {"127.0.0.1\n", " secret\n"}) {
+        std::ofstream(list) << bad;
+        EXPECT_THROW(camera_addresses({"u:p@127.0.0.1"}, {"", list}), Failure) << bad;
+    }
+    unsetenv("LENSWIRE_PASSWORD_127_0_0_9");
     setenv("LENSWIRE_PASSWORD", std::string(33, 'x').c_str(), 1);
     EXPECT_THROW(password_of("user@127.0.0.1:80", ""), Failure);
     unsetenv("LENSWIRE_PASSWORD");

@@ -28,13 +28,17 @@ Outcome ProgramTest::lenswire(const std::string& line, const std::string& librar
     return {code, capture.out(), capture.err(), std::move(words)};
 }
 
-camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device) {
+camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device, const std::string& clip) {
     camera::CameraConfig config;
     config.address = camera::address_above("127.0.0.1", static_cast<uint32_t>(farm_.size()));
     config.password = "Secret";
     config.device = std::move(device);
     config.reboot_ms = 1;
     std::string error;
+    for (camera::StreamConfig& stream : config.streams) {
+        if (!clip.empty()) stream.video = camera::Clip::open(clip, &error);
+        stream.pace = camera::Pace::kUnpaced;
+    }
     camera::Camera* camera = farm_.add(config, &error);
     EXPECT_NE(camera, nullptr) << error;
     addresses_.push_back("admin:Secret@" + config.address + ":" + std::to_string(camera->port()));

@@ -26,7 +26,7 @@ struct Outcome {
 class ProgramTest : public testing::Test {
   protected:
     // Each camera has an address of its own.
-    camera::Camera& add_camera(camera::DeviceConfig device = {});
+    camera::Camera& add_camera(camera::DeviceConfig device = {}, const std::string& clip = "");
 
     // Runs a command line, words between spaces, where CAM is the first camera and DIR/ the test's folder.
     // Nothing else may write to the standard streams meanwhile.

@@ -10,6 +10,7 @@
 #include "recorder/records/cruise_line.h"
 #include "recorder/records/firmware_file.h"
 #include "recorder/records/layouts.h"
+#include "recorder/records/settings_file.h"
 #include "recorder/support/failure.h"
 #include "support/folder.h"
 
@@ -133,6 +134,35 @@ TEST(Fields, OfEveryLayoutCoverItsRecordOnce) {
         std::ranges::sort(names);
         EXPECT_EQ(std::ranges::adjacent_find(names), names.end()) << "a name stands twice";
     }
+}
+
+TEST(SettingsFiles, SayInWhichLineSomethingIsWrong) {
+    const FileSetting known[] = {
+        {"image", &kImageLayout}, {"encoding", &kEncodingLayout}, {"osd", &kOsdLayout}};
+    std::istringstream cases(  // and what is said of them
+        "[image]|hue = 256#2: image.hue: must be a number from 0|[image]|hue = \"x\"#2: image.hue: must|"
+        "[image]|hue = 1.5#2: image.hue: must be a number or|[osd]||name = 3#3: osd.name: must be a text|"
+        "[image]|channel = 1#2: image.channel: no such field|[camera]#1: camera: no such setting|"
+        "image = 3#1: image: must be a table|[encoding.main]|codec = \"mpeg\"#2: encoding.main.codec: must "
+        "be h264|"
+        "[image]|hue = 1|hue = 2#3: |[image#1: |[[cruise]]|line = 4#1: cruise.line: must|"
+        "[[cruise]]|line = 1#1: cruise.points: must|[[cruise]]|line = 1|points = [\"0\"]#3: cruise: point "
+        "'0'|"
+        "[[cruise]]|line = 1|points = [3]#3: cruise.points: must be|cruise = 1#1: cruise: must be tables|"
+        "[[cruise]]|line = 1|points = []|[[cruise]]|line = 1|points = []#5: cruise.line: stands there twice|"
+        "[[cruise]]|line = 1|points = []|enabled = 1#4: cruise.enabled: must be|");
+    for (std::string text, line; std::getline(cases, line, '|');) {
+        const size_t mark = line.find('#');
+        text += line.substr(0, mark) + "\n";
+        if (mark == std::string::npos) continue;
+        const auto problems = parse_settings(std::exchange(text, ""), "a.toml", known).problems;
+        ASSERT_EQ(problems.size(), 1u) << line;
+        EXPECT_THAT(problems[0], testing::StartsWith("a.toml:" + line.substr(mark + 1)));
+    }
+    const char* good = "[image]\nmirror = true\nhue = 9\n[encoding]\nsub.codec = \"h265\"\n";
+    const SettingsFile file = parse_settings(good, "", known);
+    EXPECT_THAT(file.problems, testing::IsEmpty());
+    EXPECT_EQ(file.tables.size(), 2u);
 }
 
 TEST(CruiseLines, ReadPointsAndShowThemAgain) {

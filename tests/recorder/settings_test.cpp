@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <numeric>
@@ -93,6 +94,29 @@ TEST_F(SettingsTest, ComeFromTheCameraByteForByteAndChangeInNothingButWhatIsName
     }
 }
 
+TEST_F(SettingsTest, GoToAFileAndBack) {
+    run("cruise CAM set 2 7:3:9 2");
+    std::string file = lenswire("dump CAM").out;
+    std::ofstream(folder_.path("same.toml")) << file;
+    EXPECT_EQ(run("diff DIR/same.toml CAM")["differences"], json::array()) << file;
+    const std::pair<const char*, const char*> edits[] = {{"main.codec = \"h264\"", "main.codec = \"h265\""},
+                                                         {"\"7:3:9\"", "\"8\""}};
+    for (const auto& [from, to] : edits) {
+        const size_t at = file.find(from);
+        ASSERT_NE(at, std::string::npos) << from << " in " << file;
+        file.replace(at, std::strlen(from), to);
+    }
+    std::ofstream(folder_.path("other.toml")) << file;
+    const Bytes before = camera_->record(LENSWIRE_CMD_ENCODING_GET);
+    const json wanted = run("apply DIR/other.toml CAM --dry-run")["differences"];
+    EXPECT_THAT(wanted, SizeIs(2));
+    EXPECT_EQ(wanted[0], (json{{"what", "encoding.main.codec"}, {"camera", "h264"}, {"file", "h265"}}));
+    EXPECT_EQ(camera_->record(LENSWIRE_CMD_ENCODING_GET), before);
+    EXPECT_EQ(run("apply DIR/other.toml CAM")["differences"], wanted);
+    EXPECT_EQ(run("diff DIR/other.toml CAM")["differences"], json::array());
+    EXPECT_EQ(run("get CAM encoding")["fields"]["main.codec"], "h265");
+}
+
 TEST_F(SettingsTest, ThatDoNotReadBackAreSentAsTyped) {
     run("set CAM smart-iframe enabled=1 interval=250");
     const Bytes sent = last_payload(LENSWIRE_CMD_SMART_IFRAME_SET);
@@ -108,7 +132,7 @@ struct Ending {
     const char* line;   // NOBODY is an address where nothing listens
     const char* fault;  // of the camera; none when empty
     int code;
-    const char* words;  // on standard error
+    const char* words;  // on standard error; null where the result says it
 };
 const Ending kEndings[] = {
     {"get CAM image", "", 0, ""},
@@ -116,16 +140,22 @@ const Ending kEndings[] = {
     {"get NOBODY image", "", 3, "cannot be reached: connection refused"},
     {"get CAM image", "close-answer", 3, "closed the connection during the login"},
     {"get CAM image --timeout 0.3", "silent", 4, "did not answer the login"},
-    {"get CAM image --timeout 0.5", "silent:0x1004", 4, "did not answer the request for image settings"},
+    {"get CAM image --timeout 0.5", "silent:0x1004", 4, "did not answer"},
     {"get CAM image", "refuse-login", 5, "refused the login"},
     {"get CAM image", "answer-state=1:0x1004", 6, "answered the request for image settings with an error"},
     {"get CAM device", "answer-flag=1:0x2003", 6,
      "answered the request for device information with an error"},
     {"set CAM image brightness=3 hue=99", "DEAF", 6, "did not take hue, it has 6"},
+    {"firmware check DIR/unfit.bin --camera CAM", "", 7, nullptr},
+    {"probe CAM NOBODY", "", 8, nullptr},
+    {"probe NOBODY", "", 3, nullptr},
+    {"diff DIR/settings.toml CAM", "", 8, nullptr},
 };
 
 TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
-    const Bytes before = put_record(LENSWIRE_CMD_IMAGE_GET, 36);
+    put_record(LENSWIRE_CMD_IMAGE_GET, 36);
+    folder_.write("unfit.bin", Bytes(1000));
+    std::ofstream(folder_.path("settings.toml")) << "[image]\nhue = 99\n";
     for (const Ending& ending : kEndings) {
         SCOPED_TRACE(std::string(ending.line) + ", " + ending.fault);
         camera_->clear_faults();
@@ -140,6 +170,7 @@ TEST_F(SettingsTest, SayWhichWayTheCameraDidNotPlayAlong) {
         for (const std::string form : {"", " --json"}) {
             const Outcome outcome = lenswire(line + form);
             EXPECT_EQ(outcome.code, ending.code) << outcome.err;
+            if (ending.words == nullptr) continue;
             EXPECT_THAT(outcome.err, AllOf(HasSubstr(ending.words), Not(HasSubstr("ecret"))));
             if (ending.code == 0) continue;
             EXPECT_THAT(outcome.out, IsEmpty());
@@ -204,7 +235,10 @@ TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
         "ptz CAM preset 256|ptz CAM left 0|ptz CAM left 256|cruise CAM start|cruise CAM start 4|"
         "cruise CAM show -1|cruise CAM start 1 2|cruise CAM set 1 0:1|cruise CAM dance|"
         "time CAM --zone GMT+08:00|time CAM --set --zone|firmware check /nonexistent --camera CAM|"
-        "firmware make wooden|upgrade /nonexistent CAM|dance CAM| ");
+        "firmware make wooden|upgrade /nonexistent CAM|dance CAM|set CAM encoding main.codec=mpeg2|"
+        "set CAM time month=13|set CAM time zone=Mars|stream CAM -o DIR/s --format avi|apply DIR/missing CAM|"
+        "apply DIR/bad.toml CAM| ");
+    std::ofstream(folder_.path("bad.toml")) << "[image]\nhue = 256\n";
     for (std::string line; std::getline(lines, line, '|');) {
         const Outcome outcome = lenswire(line);
         SCOPED_TRACE(line + ": " + outcome.err);

@@ -31,7 +31,7 @@ class UpgradeTest : public ProgramTest {
     }
     Outcome upgrade(const std::string& file, std::string more = "") {
         for (const std::string& address : addresses_) more += " " + address;
-        return lenswire("upgrade " + file + " " + more);
+        return lenswire("upgrade --yes " + file + " " + more);
     }
     Outcome check(const std::string& file) { return lenswire("firmware check --camera CAM " + file); }
 };
@@ -53,7 +53,7 @@ TEST_F(UpgradeTest, BringsAFileOfEachStyleToTheCameraThatItWasMadeFor) {
         EXPECT_EQ(fit.json()["checks"][std::string("by ") + style], "fits");
         const Outcome outcome = upgrade(file);
         EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
-        EXPECT_THAT(outcome.out, testing::EndsWith(name + " 100% done\n"));
+        EXPECT_THAT(outcome.out, AllOf(HasSubstr(name + " 100% done\n"), HasSubstr(name + " has firmware ")));
         ASSERT_THAT(camera.uploads(), SizeIs(1));
         EXPECT_EQ(camera.uploads()[0].received, 70'000u);
         EXPECT_TRUE(camera.uploads()[0].complete);
@@ -81,6 +81,12 @@ TEST_F(UpgradeTest, SaysWhetherAndWhyAFileFits) {
     EXPECT_EQ(bad.json()["file"]["header"]["length"], 70'000);
 }
 
+// The last line of several objects.
+json last_object(const Outcome& outcome) {
+    const std::string lines = outcome.out.substr(0, outcome.out.size() - 1);
+    return json::parse(lines.substr(lines.rfind('\n') + 1), nullptr, false);
+}
+
 TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
     for (const bool as_json : {true, false}) {
         addresses_.clear();
@@ -88,9 +94,11 @@ TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
         camera::UploadFault fault;
         fault.close_at = 10'000;
         add_camera().add_fault(fault);
+        addresses_.push_back("admin:Secret@127.0.0.250:1");
         const Outcome outcome = upgrade(make("name", "3000000"), as_json ? "--json" : "");
         EXPECT_EQ(outcome.code, 8);
-        EXPECT_THAT(outcome.err, IsEmpty());
+        EXPECT_THAT(outcome.err,
+                    AllOf(HasSubstr("127.0.0.250:1 cannot be reached"), HasSubstr("upgrade failed")));
         EXPECT_EQ(good.uploads().at(0).received, 3'000'000u);
         const std::string alarm = "alarm: firmware upgrade failed on channel 1";
         if (!as_json) {
@@ -98,12 +106,27 @@ TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
                         AllOf(HasSubstr(alarm + "\n"), HasSubstr("% failed\n"), HasSubstr(" 100% done\n")));
             continue;
         }
-        const json result = outcome.json();
+        const json result = last_object(outcome);
         EXPECT_EQ(result["cameras"][0]["state"], "done");
-        EXPECT_EQ(result["cameras"][0]["percent"], 100);
+        EXPECT_NE(result["cameras"][0]["firmware_after"], result["cameras"][0]["firmware"]);
         EXPECT_EQ(result["cameras"][1]["state"], "failed");
+        EXPECT_EQ(result["cameras"][2]["code"], 3);
         EXPECT_THAT(result["alarms"], ElementsAre(alarm));
     }
+}
+
+TEST_F(UpgradeTest, TriesOneCameraFirstAndAsksWhenOnlyTheNameFits) {
+    camera::UploadFault fault;
+    fault.state = 1;
+    add_camera().add_fault(fault);
+    const camera::Camera& second = add_camera();
+    const std::string file = make("name");
+    EXPECT_THAT(lenswire("upgrade " + file + " CAM").err, HasSubstr("--yes"));
+    EXPECT_THAT(farm_[0].uploads(), IsEmpty());
+    const Outcome outcome = upgrade(file);
+    EXPECT_EQ(outcome.code, 8);
+    EXPECT_THAT(outcome.err, HasSubstr("was left out"));
+    EXPECT_THAT(second.uploads(), IsEmpty());
 }
 
 TEST_F(UpgradeTest, SendsNothingToAnyCameraWhenOneOfThemCannotTakeTheFile) {
@@ -123,7 +146,7 @@ TEST_F(UpgradeTest, SendsNothingToAnyCameraWhenOneOfThemCannotTakeTheFile) {
         store.set_channel_record(3, record);
     }
     const Outcome outcome = upgrade(file, "--db " + database);
-    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.code, 7);
     for (const char* objection :
          {"does not fit it", "does not tell what it is", "is on channel 3, which is of another protocol"})
         EXPECT_THAT(outcome.err, HasSubstr(objection));
@@ -145,7 +168,7 @@ TEST_F(UpgradeTest, RefusesWhatItCannotDo) {
     const std::string fitting = folder_.path(std::string(127 - folder_.path("").size(), 'x'));
     std::filesystem::copy(file, fitting);
     std::filesystem::copy(file, fitting + "x");
-    EXPECT_EQ(upgrade(fitting).code, 1) << "the longest path";
+    EXPECT_EQ(upgrade(fitting).code, 7) << "the longest path";
     const Outcome too_long = upgrade(fitting + "x");
     EXPECT_EQ(too_long.code, 2);
     EXPECT_THAT(too_long.err, HasSubstr("127 characters"));
