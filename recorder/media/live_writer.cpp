@@ -13,15 +13,14 @@ int LiveWriter::receive(void* self, uint8_t* data, int size) {
 int LiveWriter::open(LiveFormat format, const TrackParameters& parameters, int frame_rate) {
     if (format == LiveFormat::kVideo) return 0;
     const bool matroska = format == LiveFormat::kMatroska;
-    const int error =
-        avformat_alloc_output_context2(&context_, nullptr, matroska ? "matroska" : "mpegts", nullptr);
+    int error = avformat_alloc_output_context2(&context_, nullptr, matroska ? "matroska" : "mpegts", nullptr);
     if (error < 0) return error;
-    if (!open_output(context_, this, receive, nullptr)) return AVERROR(ENOMEM);
+    if ((error = open_output(context_, this, receive, nullptr)) < 0) return error;
     context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-    if (!add_video(context_, parameters.codec, parameters.width, parameters.height, parameters.parameter_sets,
-                   frame_rate))
-        return AVERROR(ENOMEM);
-    if (parameters.audio && matroska && !add_audio(context_)) return AVERROR(ENOMEM);
+    error = add_video(context_, parameters.codec, parameters.width, parameters.height,
+                      parameters.parameter_sets, frame_rate);
+    if (error < 0) return error;
+    if (parameters.audio && matroska && (error = add_audio(context_)) < 0) return error;
     AVDictionary* options = nullptr;
     if (matroska) av_dict_set(&options, "live", "1", 0);
     const int result = avformat_write_header(context_, &options);

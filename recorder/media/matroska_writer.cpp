@@ -5,7 +5,6 @@
 #include <cstring>
 #include <ctime>
 
-#include "recorder/media/h265_sequence.h"
 #include "recorder/media/tracks.h"
 
 namespace lenswire::recorder {
@@ -51,15 +50,13 @@ int64_t MatroskaWriter::seek(void* self, int64_t offset, int whence) {
 
 int MatroskaWriter::open(const TrackParameters& parameters, const std::string& title, int frame_rate,
                          int64_t created_ms) {
-    if (parameters.codec == VideoCodec::kH265 && !are_whole_h265_sequences(parameters.parameter_sets))
-        return AVERROR_INVALIDDATA;
-    const int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
+    int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
     if (error < 0) return error;
-    if (!open_output(context_, this, receive, seek)) return AVERROR(ENOMEM);
-    if (!add_video(context_, parameters.codec, parameters.width, parameters.height, parameters.parameter_sets,
-                   frame_rate))
-        return AVERROR(ENOMEM);
-    if (parameters.audio && !add_audio(context_)) return AVERROR(ENOMEM);
+    if ((error = open_output(context_, this, receive, seek)) < 0) return error;
+    error = add_video(context_, parameters.codec, parameters.width, parameters.height,
+                      parameters.parameter_sets, frame_rate);
+    if (error < 0) return error;
+    if (parameters.audio && (error = add_audio(context_)) < 0) return error;
     av_dict_set(&context_->metadata, "title", title.c_str(), 0);
     av_dict_set(&context_->metadata, "creation_time", iso_time(created_ms).c_str(), 0);
     // A sum over each cluster costs a sixth of a recorder's time, and the ledger has one of the whole file.
