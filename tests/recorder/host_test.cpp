@@ -254,8 +254,8 @@ TEST(HostServices, KnowTheStreamsThatAreRecorded) {
     Host host;
     FrameWorker worker;
     const auto add = [&](int channel, int stream) -> RecorderStream& {
-        return host.add_stream(
-            std::make_unique<RecorderStream>(channel, stream, worker, Recording::Target{}, clock, anchor, notes));
+        return host.add_stream(std::make_unique<RecorderStream>(channel, stream, worker, Recording::Target{},
+                                                                clock, anchor, notes));
     };
     add(3, 0);
     RecorderStream& stream = add(3, 1);
