@@ -140,8 +140,9 @@ Outcome tries_motion(Side& side) {
     if (!logs_in(side)) return Outcome::kNotBegun;
     const int fd = side.unit->pCmdClient->sockFd;
     // Until the event loop has read it all; of a whole push it then tells the host.
-    const bool whole = side.cut == ARG_HEAD_LEN + 3;
-    wait_until([&] { return motions > 0 || (!whole && waiting_bytes(fd) <= 0); }, std::chrono::seconds(20));
+    const bool is_told =
+        side.cut == ARG_HEAD_LEN + 3 && (side.ending == Ending::kClosed || side.ending == Ending::kStalled);
+    wait_for([&] { return motions > 0 || (!is_told && waiting_bytes(fd) <= 0); });
     return motions > 0 ? Outcome::kDone : Outcome::kFailed;
 }
 
