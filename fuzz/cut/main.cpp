@@ -23,7 +23,7 @@ namespace {
 using namespace lenswire::fuzz;
 
 constexpr int kNeighbour = 63;
-constexpr int kAttempts = 6;  // a busy machine may be late for a clock that runs fast
+constexpr int kAttempts = 12;  // a busy machine may be late for a clock that runs fast
 
 struct Cut {
     const Kind* kind;
