@@ -7,11 +7,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <future>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "fuzz/cut/neighbour.h"
 #include "fuzz/cut/session.h"
@@ -22,7 +23,7 @@ namespace {
 using namespace lenswire::fuzz;
 
 constexpr int kNeighbour = 63;
-constexpr int kAttempts = 6;  // a busy machine may be late for a clock that runs fast
+constexpr int kAttempts = 12;  // a busy machine may be late for a clock that runs fast
 
 struct Cut {
     const Kind* kind;
@@ -77,20 +78,28 @@ Outcome play(const Cut& cut, int worker) {
     ScriptedCamera camera(address), uploads(address);
     host().has_channel(worker, Channel{.address = address, .port = uploads.port(), .armed = 1});
     Part part(camera, uploads, cut.after, cut.ending);
-    auto played = std::async(std::launch::async, [&] {
+    std::atomic<bool> played{false};
+    std::thread camera_thread([&] {
         try {
             cut.kind->camera(part);
         } catch (const Part::Over&) {
         }
+        played = true;
     });
-    Side side{
-        .camera = camera, .uploads = uploads, .channel = worker, .cut = cut.after, .unit = PC_CreateNew()};
+    Side side{.camera = camera,
+              .uploads = uploads,
+              .channel = worker,
+              .cut = cut.after,
+              .ending = cut.ending,
+              .unit = PC_CreateNew()};
     const Outcome outcome = cut.kind->recorder(side);
-    // A camera that still waits to be called is called.
-    while (played.wait_for(std::chrono::seconds(1)) != std::future_status::ready) {
+    // A camera that still waits to be called is called. Not by a future's wait: its deadline would be the
+    // fast clock's, and the system's clock is not.
+    while (!wait_until([&] { return played.load(); }, std::chrono::seconds(g_time_scale))) {
         close(SK_ConnectTo(camera.address(), camera.port()));
         close(SK_ConnectTo(camera.address(), uploads.port()));
     }
+    camera_thread.join();
     const int stream_socket = side.unit->sockFd;
     PC_Delete(side.unit);
     if (stream_socket > 0) close(stream_socket);  // the host's

@@ -140,8 +140,9 @@ Outcome tries_motion(Side& side) {
     if (!logs_in(side)) return Outcome::kNotBegun;
     const int fd = side.unit->pCmdClient->sockFd;
     // Until the event loop has read it all; of a whole push it then tells the host.
-    const bool whole = side.cut == ARG_HEAD_LEN + 3;
-    wait_until([&] { return motions > 0 || (!whole && waiting_bytes(fd) <= 0); }, std::chrono::seconds(20));
+    const bool is_told =
+        side.cut == ARG_HEAD_LEN + 3 && (side.ending == Ending::kClosed || side.ending == Ending::kStalled);
+    wait_for([&] { return motions > 0 || (!is_told && waiting_bytes(fd) <= 0); });
     return motions > 0 ? Outcome::kDone : Outcome::kFailed;
 }
 
@@ -162,9 +163,19 @@ Outcome tries_upgrade(Side& side) {
     std::strcpy(request.szFilePath, g_file);
     pthread_t job{};
     if (Prv_ipc_upgrade(&request, &job) != 0) return Outcome::kNotBegun;
+    // A job's record is another's soon after its end: what it said last is missed then, and it is tried
+    // again.
     UpgradeJobStatus status{};
-    if (!wait_for([&] { return Prv_ipc_upgrade_get_status(job, &status) == 0 && status.ulUsed == 0; }))
-        return Outcome::kNotBegun;
+    int found = 0;
+    const auto is_another = [&] {
+        return found != 0 || (status.ulCameraCount > 0 &&
+                              status.camera[0].ulChannel != static_cast<uint32_t>(side.channel));
+    };
+    const bool ended = wait_for([&] {
+        found = Prv_ipc_upgrade_get_status(job, &status);
+        return is_another() || status.ulUsed == 0;
+    });
+    if (!ended || is_another() || status.ulCameraCount == 0) return Outcome::kNotBegun;
     return status.camera[0].ulState == UPGRADE_DONE ? Outcome::kDone : Outcome::kFailed;
 }
 

@@ -57,6 +57,7 @@ struct Side {
     ScriptedCamera& uploads;
     int channel;  // of this session alone
     size_t cut;
+    Ending ending;
     StreamConn* unit = nullptr;
 };
 

@@ -62,7 +62,7 @@ int MatroskaWriter::open(const TrackParameters& parameters, const std::string& t
     // A sum over each cluster costs a sixth of a recorder's time, and the ledger has one of the whole file.
     AVDictionary* options = nullptr;
     av_dict_set(&options, "write_crc32", "0", 0);
-    const int error = avformat_write_header(context_, &options);
+    error = avformat_write_header(context_, &options);
     av_dict_free(&options);
     return error;
 }
