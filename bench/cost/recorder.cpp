@@ -55,8 +55,8 @@ class Recorder {
         worker_.stop();  // its work is done in keep()
         for (int i = 0; i < kStreams; ++i) {
             const Recording::Target target{.stream = i, .title = "camera", .segment = kSegment};
-            auto& stream =
-                host_.add_stream(std::make_unique<RecorderStream>(i, 0, worker_, target, anchor_, notes_));
+            auto& stream = host_.add_stream(
+                std::make_unique<RecorderStream>(i, 0, worker_, target, clock_, anchor_, notes_));
             arrayfd[i] = fds_[i] = dup(STDERR_FILENO);
             stream.describe(devchannelinfo[i], nullptr);
             stream.opened();
@@ -96,10 +96,15 @@ class Recorder {
         notes_.waiting.clear();
         if (network().now_us < next_settling_us_) return;
         next_settling_us_ = network().now_us + 1'000'000;
-        const Ms now = anchor_.utc(SystemClock().monotonic());
+        const Ms now = anchor_.utc(clock_.monotonic());
         keeper_.alive(now);
         keeper_.settle(now);
-        for (Keeper::Job& job : keeper_.take_jobs()) {
+        work_off(keeper_.take_jobs());
+        work_off(keeper_.take_digests());
+    }
+
+    void work_off(std::vector<Keeper::Job> jobs) {
+        for (Keeper::Job& job : jobs) {
             Keeper::work(job, disk_);
             keeper_.done(std::move(job));
         }
@@ -109,7 +114,8 @@ class Recorder {
     RealDisk disk_;
     Ledger ledger_;
     Keeper keeper_;
-    UtcAnchor anchor_{SystemClock().monotonic(), 1'795'442'700'000};
+    SystemClock clock_;
+    UtcAnchor anchor_{clock_.monotonic(), 1'795'442'700'000};
     Notes notes_;
     FrameWorker worker_;
     int fds_[kStreams]{};

@@ -91,8 +91,12 @@ void declare(CLI::App& app, Typed& typed) {
     app.add_flag("--show", typed.show, "Say in words what is received, and when a fault strikes");
     app.add_option("--state", typed.state,
                    "Keep the settings in files, in a folder per camera below this one");
-    app.add_option("--fisheye", typed.device.fisheye_type, "Fisheye type, 0 to 3")->check(CLI::Range(0, 3));
-    app.add_option("--device-type", typed.device.type, "Device type, 0 to 255");
+    // A byte's default would be shown as a character.
+    app.add_option("--fisheye", typed.device.fisheye_type, "Fisheye type, 0 to 3")
+        ->check(CLI::Range(0, 3))
+        ->default_str(std::to_string(typed.device.fisheye_type));
+    app.add_option("--device-type", typed.device.type, "Device type, 0 to 255")
+        ->default_str(std::to_string(typed.device.type));
     app.add_option("--firmware-name", typed.device.firmware_name, "Firmware name")->check(at_most(63));
     app.add_option("--platform", typed.device.platform, "Platform name, that of the chip")->check(at_most(7));
     app.add_option("--sensor", typed.device.sensor, "Image sensor name")->check(at_most(7));

@@ -49,8 +49,8 @@ void RecorderStream::opened() {
     opened_ = clock_.monotonic();
 }
 
-// What came before the word of a break is recorded before it: the words are taken first, the frames that wait by
-// then go before them.
+// What came before the word of a break is recorded before it: the words are taken first, the frames that wait
+// by then go before them.
 void RecorderStream::record_waiting_frames() {
     std::vector<Trouble> troubles;
     std::vector<Event> events;

@@ -54,7 +54,7 @@ struct Scene {
 
     Scene() {
         host().reset();
-        host().shows_channels(1);
+        host().displayed = 1;
         host().has_record(LENSWIRE_TABLE_CRUISE, 0, Bytes(kLines));
         host().has_channel(kChannel, {.address = "127.0.0.1", .armed = 1});
         std::memset(ucAudioTypeFlag, 0, 256);
