@@ -25,7 +25,7 @@ WORKS = {
 }
 # The work's own cameras and network.
 DRIVERS = re.compile(r"lenswire::(bench|camera)::|count_instructions|^main$|^\(below main\)$")
-# Neither the machine's processor nor the length of an environment changes what libc and libcrypto do.
+# Keeps what libc and libcrypto do from depending on much of the processor, or on the length of an environment.
 ENVIRONMENT = {"GLIBC_TUNABLES": "glibc.cpu.hwcaps=-AVX2,-AVX,-ERMS,-FSRM,-SSSE3,-SSE4_1,-SSE4_2",
                "OPENSSL_ia32cap": "~0x1200020000000000:0"}
 
@@ -34,9 +34,18 @@ def first_line(*command):
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()[0]
 
 
+def processor():
+    match = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8"), re.M)
+    return match[1] if match else platform.machine()
+
+
+# What the figures depend on beside this project. libcrypto and libav choose their code by the processor.
 def toolchain():
-    return {"machine": platform.machine(), "compiler": first_line("g++", "--version"),
-            "libc": first_line("ldd", "--version"), "valgrind": first_line("valgrind", "--version")}
+    versions = [subprocess.run(["pkg-config", "--modversion", name], capture_output=True, text=True, check=True).stdout
+                for name in ("libcrypto", "libavformat", "libavutil")]
+    return {"machine": platform.machine(), "processor": processor(), "compiler": first_line("g++", "--version"),
+            "libc": first_line("ldd", "--version"), "valgrind": first_line("valgrind", "--version"),
+            "libcrypto, libavformat, libavutil": " ".join(versions).split()}
 
 
 def profile(command, out):
