@@ -189,7 +189,7 @@ std::vector<StreamFault> CameraCore::take_stream_faults() {
 }
 
 UploadFault CameraCore::take_upload_faults() {
-    const UploadFault all = merge(upload_faults);
+    UploadFault all = merge(upload_faults);
     std::erase_if(upload_faults, [](UploadFault& fault) { return fault.times != 0 && --fault.times == 0; });
     return all;
 }

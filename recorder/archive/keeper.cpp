@@ -104,8 +104,8 @@ void Keeper::reopen(Ms now) {
     ledger_.write();
     bytes_ = ledger_.bytes();
     // A run that had to end at once left these to the next.
-    for (SegmentRow& row : ledger_.without_digest())
-        digests_.push_back({.path = row.path, .file = nullptr, .finished = std::move(row)});
+    for (const SegmentRow& row : ledger_.without_digest())
+        digests_.push_back({.path = row.path, .file = nullptr, .finished = row});
 }
 
 // What the recordings hand over.
