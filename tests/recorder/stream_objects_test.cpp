@@ -242,7 +242,7 @@ TEST(Ring, KnowsWhetherTheSenderStoppedWithinAPacket) {
         ring.commit(bytes);
         within.push_back(ring.ends_in_packet());
     }
-    ring.pop(nullptr, 42, 0);
+    ring.pop(&head, 42, sizeof head);
     within.push_back(ring.ends_in_packet());
     EXPECT_THAT(within, ElementsAre(true, true, false, false, true));
 }
