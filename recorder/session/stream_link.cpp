@@ -11,8 +11,7 @@ constexpr auto kHeartbeatInterval = seconds(10);
 // The library gives up after 10 seconds by itself. A camera that is being restarted is tried more often.
 constexpr auto kFirstLogin = seconds(15);
 constexpr auto kNextLogin = seconds(4);
-// The library does not tell these apart: a camera that refuses is waited for like one that says nothing.
-constexpr const char* kRefusal = "wrong user name or password, or no answer to the login";
+constexpr const char* kRefusal = "wrong user name or password";
 
 }  // namespace
 
@@ -23,7 +22,7 @@ int PluginStreamLink::login(bool first) {
     recorder_stream_.allow_login_for(first ? kFirstLogin : kNextLogin);
     next_heartbeat_ = RecorderStream::Clock::now() + kHeartbeatInterval;
     const int result = camera_.login(first ? kFirstLogin : kNextLogin);
-    const bool refused = StreamPlan::refused(result);
+    const bool refused = result == StreamPlan::kLoginDenied;
     if (refused && !std::exchange(refused_, refused)) recorder_stream_.event("login", kRefusal);
     refused_ = refused;
     if (refused) {
