@@ -4,6 +4,7 @@ set(LENSWIRE_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/lenswire)
 
 # -- The plug-in, in a folder of its own: it is loaded by its path, not found by the linker.
 install(TARGETS lenswire EXPORT lenswire LIBRARY DESTINATION ${LENSWIRE_PLUGIN_DIR} COMPONENT library)
+install(TARGETS lenswire_check LIBRARY DESTINATION ${LENSWIRE_PLUGIN_DIR} COMPONENT development)
 
 # -- What a host is built with. All paths in it are relative to where it stands, so a staged tree works as well.
 install(TARGETS lenswire_headers EXPORT lenswire)

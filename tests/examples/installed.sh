@@ -18,6 +18,7 @@ plugin=$(pkg-config --variable=plugindir lenswire)/liblenswire.so
 expect "pkg-config" "$(pkg-config --modversion lenswire)" "$version"
 note=$(readelf -p .note.lenswire "$plugin" | awk '/\[/ { print $NF }' | xargs)
 expect "the plug-in's note" "$note" "lenswire $version"
+[[ -f ${plugin%.so}-check.so ]] || fault "the checking plug-in is not installed beside the plug-in"
 for program in lenswire lenswire-camera; do
     expect "$program --version" "$("$work/root/bin/$program" --version)" "$program $version"
 done
