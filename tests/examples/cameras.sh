@@ -10,6 +10,7 @@ export LENSWIRE_PASSWORD="let me see" LENSWIRE_CAMERA_PASSWORD="let me see"
 
 # start_cameras PROGRAM NUMBER: their addresses and ports are in cameras.
 start_cameras() {
+    : >"$work/cameras" # it is looked into at once
     "${launcher[@]}" "$1" --cameras "$2" --port 0 --fps 100 --synthetic 100 --frames 45 --fault reset@15 >"$work/cameras" &
     camera_pid=$!
     until (($(grep -c '^camera ' "$work/cameras") == $2)) || ! kill -0 $camera_pid; do read -rt 0.02 <> <(:); done
