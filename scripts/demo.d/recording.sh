@@ -51,7 +51,7 @@ recording_page() {
     start_cameras "$out/moving.log" --address 127.0.0.4 --codecs h264+audio --motion 2 || return
     mapfile -t addresses < <(addresses_in "$out"/{cameras,moving}.log)
     ((${#addresses[@]} == 4)) || problem "${#addresses[@]} of 4 cameras started"
-    start_cameras "$out/silent.log" --address 127.0.0.5 --fault stop@26 || return
+    start_cameras "$out/silent.log" --address 127.0.0.5 --fault stall@26 || return
     silent=$(addresses_in "$out/silent.log")
     names=("door=admin@${addresses[0]}" "yard=admin@${addresses[1]}" "hall=admin@${addresses[2]}"
         "gate=admin@${addresses[3]}" "shed=admin@$silent")
