@@ -12,26 +12,13 @@
 #include <cstring>
 #include <filesystem>
 
+#include "recorder/support/descriptor.h"
 #include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 namespace {
 
 namespace fs = std::filesystem;
-
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return number_; }
-
-  private:
-    int number_;
-};
 
 class RealFile : public DiskFile {
   public:

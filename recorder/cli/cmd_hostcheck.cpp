@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <gelf.h>
 #include <libelf.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -14,6 +13,7 @@
 
 #include "lenswire/host_services.h"
 #include "recorder/cli/command_line.h"
+#include "recorder/support/descriptor.h"
 #include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
@@ -34,13 +34,13 @@ class ElfFile {
   public:
     explicit ElfFile(const std::string& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
         elf_version(EV_CURRENT);
-        if (descriptor_ < 0) throw bad_input(path + ": cannot be read");
-        elf_ = elf_begin(descriptor_, ELF_C_READ, nullptr);
+        if (descriptor_.number() < 0) throw bad_input(path + ": cannot be read");
+        elf_ = elf_begin(descriptor_.number(), ELF_C_READ, nullptr);
         if (elf_kind(elf_) == ELF_K_ELF) return;
-        release();
+        elf_end(elf_);
         throw bad_input(path + ": is no ELF file");
     }
-    ~ElfFile() { release(); }
+    ~ElfFile() { elf_end(elf_); }
     ElfFile(const ElfFile&) = delete;
     ElfFile& operator=(const ElfFile&) = delete;
 
@@ -65,12 +65,8 @@ class ElfFile {
                 names.insert(name);
         }
     }
-    void release() {
-        elf_end(elf_);
-        close(descriptor_);
-    }
 
-    int descriptor_;
+    Descriptor descriptor_;
     Elf* elf_ = nullptr;
 };
 
