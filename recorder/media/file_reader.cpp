@@ -1,10 +1,10 @@
 #include "recorder/media/file_reader.h"
 
 #include <algorithm>
-#include <memory>
+
+#include "recorder/media/libav.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 }
 
@@ -15,15 +15,6 @@ struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 using Input = std::unique_ptr<AVFormatContext, CloseInput>;
-
-struct FreeDecoder {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-using Decoder = std::unique_ptr<AVCodecContext, FreeDecoder>;
-
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
 
 // A head is all that is read here: looking for more would decode.
 Input open_input(const std::string& path) {
@@ -40,9 +31,9 @@ const AVStream* video_of(const AVFormatContext& input) {
     return nullptr;
 }
 
-Decoder open_decoder(const AVStream& stream) {
+Codec open_decoder(const AVStream& stream) {
     const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
-    Decoder decoder(codec != nullptr ? avcodec_alloc_context3(codec) : nullptr);
+    Codec decoder(codec != nullptr ? avcodec_alloc_context3(codec) : nullptr);
     if (!decoder || avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0) return nullptr;
     decoder->thread_count = 1;
     decoder->err_recognition = AV_EF_EXPLODE;
@@ -67,8 +58,8 @@ FileContents read_contents(const std::string& path, bool decode_all) {
     av_log_set_level(AV_LOG_QUIET);
     const Input input = open_input(path);
     const AVStream* video = input ? video_of(*input) : nullptr;
-    const Decoder decoder = video != nullptr && decode_all ? open_decoder(*video) : nullptr;
-    const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
+    const Codec decoder = video != nullptr && decode_all ? open_decoder(*video) : nullptr;
+    const Packet packet(av_packet_alloc());
     int64_t last_ms = 0;
     uint64_t decoded = 0;
     while (video != nullptr && av_read_frame(input.get(), packet.get()) >= 0) {

@@ -2,29 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 
+#include "recorder/media/libav.h"
 #include "recorder/media/tracks.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
 
 namespace lenswire::recorder {
 namespace {
-
-struct FreeCodec {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-using Codec = std::unique_ptr<AVCodecContext, FreeCodec>;
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-using Frame = std::unique_ptr<AVFrame, FreeFrame>;
-struct FreePacket {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-using Packet = std::unique_ptr<AVPacket, FreePacket>;
 
 constexpr int kQuality = 3;  // of 2, the best, to 31
 

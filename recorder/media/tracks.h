@@ -21,8 +21,8 @@ int add_video(AVFormatContext* context, VideoCodec codec, int width, int height,
               std::span<const uint8_t> parameter_sets, int frame_rate);
 int add_audio(AVFormatContext* context);
 
-// Has what is written go to `receive`, with `self`; `seek` is null for what cannot be written over. False for
-// want of memory. And gives back the context with all of it; null is none.
+// Has what is written go to `receive`, with `self`; `seek` is null for what cannot be written over. 0, or an
+// error of libav. And gives back the context with all of it; null is none.
 int open_output(AVFormatContext* context, void* self, int (*receive)(void* self, uint8_t* data, int size),
                 int64_t (*seek)(void* self, int64_t offset, int whence));
 void close_output(AVFormatContext* context);
