@@ -6,6 +6,9 @@
 
 namespace lenswire::recorder {
 
+// Of a camera, where none is named.
+inline constexpr int kDefaultPort = 7788;
+
 struct StreamIdentity {
     std::string name;  // as given on the command line; may be empty
     std::string host;

@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "lenswire/records.h"
+#include "recorder/archive/names.h"
 
 namespace lenswire::recorder {
 
 inline constexpr const char* kDefaultUser = "admin";
-inline constexpr int kDefaultPort = 7788;
 
 struct CameraAddress {
     std::string user;
