@@ -35,8 +35,7 @@ void adopt(ControlSession& session, int line) {
                     sizeof lines);
     const CruiseLine& known = lines[line - 1];
     if (std::ranges::any_of(known.points, [](const CruisePoint& point) { return point.ucUsed == 1; })) return;
-    CruiseLine own = read_cruise_line(session, line);
-    own.ucEnable = 0;
+    const CruiseLine own = read_cruise_line(session, line);
     session.library().Private_ChangeCruiseParamToMemory(channel_of(session), &own);
 }
 
