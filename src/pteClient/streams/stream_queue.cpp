@@ -11,7 +11,7 @@
 #include "lenswire/stream.h"
 #include "pteClient/client_table.h"
 #include "pteClient/expected_requests.h"
-#include "pteClient/stream_slots.h"
+#include "pteClient/streams/stream_slots.h"
 #include "pteClient/waits.h"
 
 using namespace lenswire;

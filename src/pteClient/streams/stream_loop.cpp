@@ -16,7 +16,7 @@
 #include "lenswire/connection.h"
 #include "lenswire/host_services.h"
 #include "lenswire/stream.h"
-#include "pteClient/stream_slots.h"
+#include "pteClient/streams/stream_slots.h"
 #include "pteClient/waits.h"
 #include "pteClient/wake_up.h"
 

@@ -1,4 +1,4 @@
-#include "pteClient/stream_slots.h"
+#include "pteClient/streams/stream_slots.h"
 
 #include <pthread.h>
 

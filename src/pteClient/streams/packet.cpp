@@ -2,7 +2,7 @@
 // receive loop's thread for every piece of data that arrives: one recv, one copy of each payload, nothing
 // allocated, no line printed unless the stream ends. The bytes are the camera's: a length in them is used
 // only once the ring holds as much.
-#include "pteClient/packet.h"
+#include "pteClient/streams/packet.h"
 
 #include <sys/socket.h>
 #include <algorithm>
