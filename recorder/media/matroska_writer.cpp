@@ -53,6 +53,7 @@ int MatroskaWriter::open(const TrackParameters& parameters, const std::string& t
     int error = avformat_alloc_output_context2(&context_, nullptr, "matroska", nullptr);
     if (error < 0) return error;
     if ((error = open_output(context_, this, receive, seek)) < 0) return error;
+    context_->pb->direct = 1;  // whole clusters come in one piece: no copy of them in between
     error = add_video(context_, parameters.codec, parameters.width, parameters.height,
                       parameters.parameter_sets, frame_rate);
     if (error < 0) return error;
