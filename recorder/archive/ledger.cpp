@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <utility>
 
 #include "recorder/archive/ledger_schema.h"
@@ -42,7 +43,19 @@ SegmentRow segment_of(const Query& query) {
             .state = query.text(9)};
 }
 
+int64_t version_of(Database& database) {
+    Query query = database.query("PRAGMA user_version");
+    return query.row() ? query.integer(0) : 0;
+}
+
 }  // namespace
+
+bool Ledger::is_there(const std::string& file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error)) return false;
+    Database database(file);
+    return version_of(database) > 0;
+}
 
 Ledger::Ledger(const std::string& file)
     : reserve_file_(file.empty() ? "" : file + "-reserve"), database_(file) {
@@ -52,8 +65,7 @@ Ledger::Ledger(const std::string& file)
 }
 
 void Ledger::migrate() {
-    int64_t version = 0;
-    if (Query query = database_.query("PRAGMA user_version"); query.row()) version = query.integer(0);
+    int64_t version = version_of(database_);
     if (version > kVersion) throw bad_input("the ledger was written by a later version of this program");
     static_assert(std::size(kSchemaSteps) == kVersion);
     for (; version < kVersion; ++version) {
