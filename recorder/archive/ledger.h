@@ -74,6 +74,7 @@ class Ledger {
     void segment_ends(const SegmentRow& row);  // by its path: everything but stream, from and camera_from
     void forget_segment(
         const SegmentRow& row);  // the oldest of its stream; what is accounted for before goes, too
+    void forget_events();        // of before the first watch
     void account(const std::string& stream, const AccountEntry& entry);
     void event(const EventRow& row);
     void alive(Ms at);
