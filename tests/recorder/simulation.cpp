@@ -40,7 +40,8 @@ struct Scale {
 };
 
 constexpr Ms kAlive = 4000;  // less often than a recorder says so: each costs a transaction
-constexpr size_t kBuffer = 256 * 1024;
+constexpr size_t kBufferPerCamera = 64 * 1024;
+constexpr Ms kDay = 86'400'000;
 constexpr uint64_t kQuotaPerCamera = 400'000;
 
 // A camera, its clock, and what it is up to.
@@ -229,9 +230,16 @@ class Simulation : public NoteTaker {
         if (kind == 1) crash(true);
         if (kind == 2) disk_.occupy(random_() % (quota_ * 2));
         if (kind == 3) disk_.occupy(0);
-        if (kind == 4) board_.set += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
+        if (kind == 4) set_clock((chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : kDay));
         if (kind == 5) stalled_until_ = mono_ + static_cast<Ms>(random_() % 60'000);
         check("after incident " + std::to_string(kind));
+    }
+
+    // By a day at most behind what it was before: from a clock that was set back further a recorder takes it
+    // that the later time was the wrong one, and records the days once more.
+    void set_clock(Ms step) {
+        board_.set = std::max(board_.set + step, most_set_ - kDay);
+        most_set_ = std::max(most_set_, board_.set);
     }
 
     // The archive's two threads, one step of each.
@@ -278,8 +286,9 @@ class Simulation : public NoteTaker {
         }
     }
     std::optional<Trouble> trouble() const override {
-        if (buffered_ <= kBuffer / 2) choked_ = false;
-        if (buffered_ >= kBuffer) choked_ = true;
+        const size_t buffer = kBufferPerCamera * cameras_.size();
+        if (buffered_ <= buffer / 2) choked_ = false;
+        if (buffered_ >= buffer) choked_ = true;
         if (!choked_) return std::nullopt;
         return Trouble{error_ != 0 ? Cause::kDiskFull : Cause::kDiskSlow, ""};
     }
@@ -326,6 +335,7 @@ class Simulation : public NoteTaker {
     std::optional<SteeredClock> clock_;
     Ms mono_ = 0;  // as it is steered
     Ms ahead_at_start_ = 0;
+    Ms most_set_ = 0;  // of the wall clock, since the beginning
     std::optional<UtcAnchor> anchor_;
     std::optional<Ledger> ledger_;
     std::optional<Keeper> keeper_;
@@ -404,19 +414,17 @@ void share_seeds(const Work& work, Tally& tally, const char* program) {
 int simulate(int argc, char** argv) {
     CLI::App app("Simulates recordings over days");
     Work work;
-    app.add_option("--seed", work.first, "The first seed")->capture_default_str();
-    app.add_option("--seeds", work.count, "How many")->capture_default_str();
-    app.add_option("--cameras", work.scale.cameras, "")->capture_default_str();
-    app.add_option("--hours", work.scale.hours, "")->capture_default_str();
-    app.add_option("--frame", work.frame, "Seconds between pictures, 2 at most")
-        ->check(CLI::Range(0.04, 2.0))
-        ->capture_default_str();
-    app.add_option("--segment", work.segment, "Seconds of a file")
-        ->check(CLI::Range(1.0, 3600.0))
-        ->capture_default_str();
-    app.add_option("--limit", work.limit, "Begin no other seed after so many seconds; 0: never")
-        ->capture_default_str();
-    app.add_option("--jobs", work.jobs, "Processes")->check(CLI::Range(1, 64))->capture_default_str();
+    const auto option = [&app](const char* name, auto& value, const char* text = "") {
+        return app.add_option(name, value, text)->capture_default_str();
+    };
+    option("--seed", work.first, "The first seed");
+    option("--seeds", work.count, "How many");
+    option("--cameras", work.scale.cameras);
+    option("--hours", work.scale.hours);
+    option("--frame", work.frame, "Seconds between pictures, 2 at most")->check(CLI::Range(0.04, 2.0));
+    option("--segment", work.segment, "Seconds of a file")->check(CLI::Range(1.0, 3600.0));
+    option("--limit", work.limit, "Begin no other seed after so many seconds; 0: never");
+    option("--jobs", work.jobs, "Processes")->check(CLI::Range(1, 64));
     CLI11_PARSE(app, argc, argv);
     work.scale.frame = static_cast<Ms>(work.frame * 1000);
     work.scale.segment = static_cast<Ms>(work.segment * 1000);
