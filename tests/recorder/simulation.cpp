@@ -396,7 +396,6 @@ void run_seeds(const Work& work, Tally& tally, const char* program) {
     }
 }
 
-// In this process and in others beside it.
 void share_seeds(const Work& work, Tally& tally, const char* program) {
     for (unsigned i = 1; i < work.jobs; ++i) {
         if (fork() != 0) continue;
