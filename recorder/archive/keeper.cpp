@@ -257,6 +257,11 @@ void Keeper::done(Job job) {
         digests_.push_back({.path = job.path, .file = nullptr, .finished = std::move(job.finished)});
 }
 
+void Keeper::alive(Ms now) {
+    ledger_.alive(now);
+    if (std::exchange(removed_, false)) ledger_.forget_events();  // it costs a look at every watch
+}
+
 // Retention.
 
 void Keeper::settle(Ms now) {
@@ -287,9 +292,9 @@ bool Keeper::make_room(uint64_t incoming, bool at_once) {
     if (!at_once && incoming == 0) wanted = to_free(0);  // asking the disk costs
     if (over_quota()) wanted = std::max(wanted, bytes_ + incoming - limits_.quota);
     uint64_t freed = 0;
-    while (freed < wanted) {
+    for (int most = 2; freed < wanted; most = std::min(2 * most, kRemovedAtOnce)) {
         if (ledger_.write()) forgotten_.clear();
-        std::vector<SegmentRow> rows = oldest(kRemovedAtOnce, false);
+        std::vector<SegmentRow> rows = oldest(most, false);
         if (rows.empty()) rows = oldest(1, true);
         size_t count = 0;
         for (uint64_t sum = 0; count < rows.size() && freed + sum < wanted; ++count) sum += rows[count].bytes;
@@ -311,6 +316,7 @@ std::vector<SegmentRow> Keeper::oldest(int count, bool latest_too) {
 bool Keeper::remove(const std::vector<SegmentRow>& rows) {
     if (rows.empty()) return false;
     for (const SegmentRow& row : rows) ledger_.forget_segment(row);
+    removed_ = true;
     const bool noted = ledger_.write();
     if (noted) forgotten_.clear();
     bool removed = false;

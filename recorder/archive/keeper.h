@@ -51,7 +51,7 @@ class Keeper {
     int take(Note& note);
     // Once a second, and after each batch of notes: writes the ledger, removes what has to go.
     void settle(Ms now);
-    void alive(Ms now) { ledger_.alive(now); }
+    void alive(Ms now);
     // Nothing more can be written: what the disk has of each open segment is all there is.
     void abandon(Ms now, Cause cause, const std::string& detail);
 
@@ -98,7 +98,8 @@ class Keeper {
     std::vector<Job> digests_;
     std::set<std::string> forgotten_;  // files removed whose rows are not, since the ledger cannot be written
     std::vector<std::string> news_;
-    uint64_t bytes_ = 0;  // of all files
+    bool removed_ = false;  // since events were looked at
+    uint64_t bytes_ = 0;    // of all files
 };
 
 }  // namespace lenswire::recorder

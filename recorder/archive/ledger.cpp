@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <utility>
 
 #include "recorder/archive/ledger_schema.h"
@@ -42,7 +43,19 @@ SegmentRow segment_of(const Query& query) {
             .state = query.text(9)};
 }
 
+int64_t version_of(Database& database) {
+    Query query = database.query("PRAGMA user_version");
+    return query.row() ? query.integer(0) : 0;
+}
+
 }  // namespace
+
+bool Ledger::is_there(const std::string& file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error)) return false;
+    Database database(file);
+    return version_of(database) > 0;
+}
 
 Ledger::Ledger(const std::string& file)
     : reserve_file_(file.empty() ? "" : file + "-reserve"), database_(file) {
@@ -52,8 +65,7 @@ Ledger::Ledger(const std::string& file)
 }
 
 void Ledger::migrate() {
-    int64_t version = 0;
-    if (Query query = database_.query("PRAGMA user_version"); query.row()) version = query.integer(0);
+    int64_t version = version_of(database_);
     if (version > kVersion) throw bad_input("the ledger was written by a later version of this program");
     static_assert(std::size(kSchemaSteps) == kVersion);
     for (; version < kVersion; ++version) {
@@ -85,9 +97,15 @@ void Ledger::segment_ends(const SegmentRow& row) {
 // What is accounted for before the end of the segment goes with it: the rest adds up by itself.
 void Ledger::forget_segment(const SegmentRow& row) {
     note("DELETE FROM segment WHERE path = ?1", {row.path});
-    note("DELETE FROM gap WHERE stream = " STREAM " AND to_ms <= ?2", {row.stream, *row.to});
-    note("DELETE FROM watch WHERE stream = " STREAM " AND to_ms <= ?2", {row.stream, *row.to});
+    // What ends by then began by then, too: the index knows where that is.
+    note("DELETE FROM gap WHERE stream = " STREAM " AND from_ms <= ?2 AND to_ms <= ?2",
+         {row.stream, *row.to});
+    note("DELETE FROM watch WHERE stream = " STREAM " AND from_ms <= ?2 AND to_ms <= ?2",
+         {row.stream, *row.to});
     note("UPDATE watch SET from_ms = ?2 WHERE stream = " STREAM " AND from_ms < ?2", {row.stream, *row.to});
+}
+
+void Ledger::forget_events() {
     note("DELETE FROM event WHERE at_ms < (SELECT min(from_ms) FROM watch)", {});
 }
 
@@ -205,14 +223,27 @@ bool Ledger::write_once() {
     return true;
 }
 
-// The rows of a table that touch a time, for one stream or all. An open end reaches on.
-#define TOUCHING                                                                                        \
-    "(?1 = '' OR s.name = ?1) AND g.from_ms < ?3 AND ifnull(g.to_ms, ?2 + 1) > ?2 ORDER BY g.from_ms, " \
-    "s.name"
+namespace {
+
+// The rows of a table that touch a time, for one stream or all. An open end reaches on. Each has a statement
+// of its own, so that those of one stream are found by its index.
+struct Touching {
+    explicit Touching(const std::string& columns)
+        : of_all(columns + "WHERE " + kTouches + ", s.name"),
+          of_one(columns + "WHERE g.stream = " STREAM " AND " + kTouches) {}
+
+    const char* sql(const std::string& stream) const { return (stream.empty() ? of_all : of_one).c_str(); }
+
+    static constexpr const char* kTouches =
+        "g.from_ms < ?3 AND ifnull(g.to_ms, ?2 + 1) > ?2 ORDER BY g.from_ms";
+    const std::string of_all, of_one;
+};
+
+}  // namespace
 
 std::vector<SegmentRow> Ledger::segments(const std::string& stream, Ms from, Ms to) {
-    static const std::string sql = std::string(kSegmentColumns) + "WHERE " TOUCHING;
-    Query query = database_.query(sql.c_str());
+    static const Touching touching(kSegmentColumns);
+    Query query = database_.query(touching.sql(stream));
     query.bind(stream).bind(from).bind(to);
     std::vector<SegmentRow> rows;
     while (query.row()) rows.push_back(segment_of(query));
@@ -220,10 +251,10 @@ std::vector<SegmentRow> Ledger::segments(const std::string& stream, Ms from, Ms 
 }
 
 std::vector<GapRow> Ledger::gaps(const std::string& stream, Ms from, Ms to) {
-    Query query = database_.query(
+    static const Touching touching(
         "SELECT s.name, g.from_ms, g.to_ms, g.side, g.cause, g.detail FROM gap g JOIN stream s ON s.id = "
-        "g.stream "
-        "WHERE " TOUCHING);
+        "g.stream ");
+    Query query = database_.query(touching.sql(stream));
     query.bind(stream).bind(from).bind(to);
     std::vector<GapRow> rows;
     while (query.row()) {
@@ -234,8 +265,9 @@ std::vector<GapRow> Ledger::gaps(const std::string& stream, Ms from, Ms to) {
 }
 
 std::vector<WatchRow> Ledger::watches(const std::string& stream, Ms from, Ms to) {
-    Query query = database_.query(
-        "SELECT s.name, g.from_ms, g.to_ms FROM watch g JOIN stream s ON s.id = g.stream WHERE " TOUCHING);
+    static const Touching touching(
+        "SELECT s.name, g.from_ms, g.to_ms FROM watch g JOIN stream s ON s.id = g.stream ");
+    Query query = database_.query(touching.sql(stream));
     query.bind(stream).bind(from).bind(to);
     std::vector<WatchRow> rows;
     while (query.row()) rows.push_back({query.text(0), query.integer(1), time_or_none(query, 2)});

@@ -55,6 +55,13 @@ class Ledger {
   public:
     static constexpr int kVersion = 1;
 
+    // The file of a folder of recordings; `named` when that is not empty.
+    static std::string file_of(const std::string& folder, const std::string& named) {
+        return named.empty() ? folder + "/lenswire.db" : named;
+    }
+    // Whether the file has been a ledger before. Throws a bad-input Failure when it is no database.
+    static bool is_there(const std::string& file);
+
     // Opens the file and brings it to the present version. Throws a bad-input Failure when it cannot be used,
     // or is of a later version.
     explicit Ledger(const std::string& file);
@@ -67,6 +74,7 @@ class Ledger {
     void segment_ends(const SegmentRow& row);  // by its path: everything but stream, from and camera_from
     void forget_segment(
         const SegmentRow& row);  // the oldest of its stream; what is accounted for before goes, too
+    void forget_events();        // of before the first watch
     void account(const std::string& stream, const AccountEntry& entry);
     void event(const EventRow& row);
     void alive(Ms at);

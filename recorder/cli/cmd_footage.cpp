@@ -35,7 +35,7 @@ struct Span {
 };
 
 std::string ledger_file(const std::string& directory, const CommonOptions& common) {
-    std::string file = common.database.empty() ? directory + "/lenswire.db" : common.database;
+    std::string file = Ledger::file_of(directory, common.database);
     std::error_code error;
     if (!std::filesystem::exists(file, error)) throw bad_input("there is no ledger " + file);
     return file;

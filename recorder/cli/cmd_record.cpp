@@ -111,18 +111,6 @@ KeepLimits keep_limits(const RecordOptions& options) {
     return limits;
 }
 
-// Takes the names off: front=admin@192.0.2.7. What stands before the first '=' is one when it can be.
-std::vector<std::string> take_names(std::vector<std::string>& cameras) {
-    std::vector<std::string> names;
-    for (std::string& camera : cameras) {
-        const size_t mark = camera.find_first_of("=@:/");
-        const bool named = mark != std::string::npos && mark > 0 && camera[mark] == '=';
-        names.push_back(named ? camera.substr(0, mark) : "");
-        if (named) camera.erase(0, mark + 1);
-    }
-    return names;
-}
-
 // As many descriptors as the streams need, or a word before anything is begun.
 void make_room_for(size_t streams) {
     rlimit limit{};

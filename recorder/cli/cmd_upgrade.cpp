@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "recorder/archive/side_notes.h"
 #include "recorder/cli/command_line.h"
 #include "recorder/records/firmware_file.h"
 #include "recorder/session/upgrade_session.h"
@@ -19,6 +20,7 @@ constexpr int kBarWidth = 40;
 struct UpgradeOptions {
     std::string file;
     std::vector<std::string> cameras;
+    std::string directory = "recordings";
     bool yes = false;
     double restart = 120;
 };
@@ -87,10 +89,46 @@ class Progress {
     std::vector<std::pair<unsigned, UpgradeCameraState>> shown_;
 };
 
-// Runs a job to its end.
-void run(UpgradeSession& session, const std::string& file, std::vector<size_t> which, Progress& progress,
-         std::vector<std::string>& alarms) {
-    session.start(file, std::move(which));
+// What the ledger of the recordings is told: a gap at that time has its reason beside it.
+class UpgradeNotes {
+  public:
+    UpgradeNotes(const std::string& ledger, const std::string& file,
+                 const std::vector<CameraAddress>& cameras, const std::vector<std::string>& names)
+        : notes_(ledger), file_(file) {
+        for (size_t i = 0; i < cameras.size(); ++i) {
+            identities_.push_back({.name = names[i],
+                                   .host = cameras[i].host,
+                                   .port = cameras[i].port,
+                                   .channel = cameras[i].channel});
+        }
+    }
+    void begun(const UpgradeSession& session, const std::vector<size_t>& which) {
+        for (const size_t i : which)
+            notes_.event(identities_[i], "upgrade",
+                         "begun with " + file_ + ", firmware is " + session.cameras()[i].firmware);
+        notes_.write();
+    }
+    void over(const UpgradeSession& session, const std::vector<size_t>& which) {
+        for (const size_t i : which) {
+            const Camera& camera = session.cameras()[i];
+            notes_.event(identities_[i], "upgrade",
+                         camera.code == kDone ? "done with " + file_ + ", firmware is " +
+                                                    camera.firmware_after + ", was " + camera.firmware
+                                              : "failed with " + file_ + ", firmware was " + camera.firmware +
+                                                    ": " + camera.error);
+        }
+        notes_.write();
+    }
+    std::string trouble() const { return notes_.trouble(); }
+
+  private:
+    SideNotes notes_;
+    const std::string file_;
+    std::vector<StreamIdentity> identities_;
+};
+
+// Runs a job that was started to its end.
+void run(UpgradeSession& session, Progress& progress, std::vector<std::string>& alarms) {
     for (bool running = true; running;) {
         running = session.poll();
         while (auto event = session.host().motion.next_event()) {
@@ -135,7 +173,7 @@ void confirm(const UpgradeSession& session, const UpgradeOptions& options, Conso
 
 // One camera first; the others when it has come back well. The cameras that have the file.
 void upgrade_all(UpgradeSession& session, const UpgradeOptions& options, Progress& progress,
-                 std::vector<std::string>& alarms) {
+                 UpgradeNotes& notes, std::vector<std::string>& alarms) {
     std::vector<size_t> waiting;
     for (size_t i = 0; i < session.cameras().size(); ++i) {
         if (session.cameras()[i].code == kDone) waiting.push_back(i);
@@ -146,7 +184,9 @@ void upgrade_all(UpgradeSession& session, const UpgradeOptions& options, Progres
     for (size_t begin = 0, end = 1; begin < waiting.size() && well; begin = end, end = waiting.size()) {
         const std::vector<size_t> turn(waiting.begin() + static_cast<ptrdiff_t>(begin),
                                        waiting.begin() + static_cast<ptrdiff_t>(end));
-        run(session, options.file, turn, progress, alarms);
+        session.start(options.file, turn);
+        notes.begun(session, turn);
+        run(session, progress, alarms);
         for (const size_t index : turn) {
             session.settle(index, patience);
             const Camera& camera = session.cameras()[index];
@@ -155,13 +195,16 @@ void upgrade_all(UpgradeSession& session, const UpgradeOptions& options, Progres
                 progress.event(camera.name + " has firmware " + camera.firmware_after + ", had " +
                                camera.firmware);
         }
+        notes.over(session, turn);
     }
     if (!well) session.leave_out();
 }
 
 int upgrade(const UpgradeOptions& options, const CommonOptions& common, Console& console) {
-    look_at_firmware(options.file);
-    const auto addresses = camera_addresses(options.cameras, common.password_files());
+    const FirmwareFile file = look_at_firmware(options.file);
+    std::vector<std::string> cameras_given = options.cameras;
+    const std::vector<std::string> names = take_names(cameras_given);
+    const auto addresses = camera_addresses(cameras_given, common.password_files());
     console.divert_library(common.log, common.verbose);
     UpgradeSession session(addresses, common);
     const auto objections = session.objections(options.file);
@@ -176,7 +219,10 @@ int upgrade(const UpgradeOptions& options, const CommonOptions& common, Console&
     confirm(session, options, console);
     Progress progress(console, common.json, common.quiet);
     std::vector<std::string> alarms;
-    upgrade_all(session, options, progress, alarms);
+    UpgradeNotes notes(Ledger::file_of(options.directory, common.database), file.name, addresses, names);
+    upgrade_all(session, options, progress, notes, alarms);
+    if (!notes.trouble().empty())
+        console.error_line("the ledger does not have all of this: " + notes.trouble());
     for (const Camera& camera : cameras) {
         if (camera.reached() && !camera.error.empty()) console.error_line(camera.error, camera.code);
     }
@@ -192,7 +238,14 @@ void add_upgrade(CLI::App& app, CommonOptions& common, Command& chosen) {
     auto options = std::make_shared<UpgradeOptions>();
     CLI::App* command = app.add_subcommand("upgrade", "Send a firmware file to cameras");
     command->add_option("FILE", options->file)->required();
-    command->add_option("CAMERA", options->cameras, kCameraHelp)->required();
+    command
+        ->add_option("CAMERA", options->cameras,
+                     std::string("[name=]") + kCameraHelp + "; the name is what a recorder calls it")
+        ->required();
+    command
+        ->add_option("--out", options->directory,
+                     "Folder of the recordings; what became of each camera is noted in their ledger, if any")
+        ->capture_default_str();
     command->add_flag("--yes", options->yes, "Send it also when nothing but its name says that it fits");
     command->add_option("--restart", options->restart, "Seconds that a camera may take to come back with it")
         ->check(CLI::Range(0.0, 3600.0))

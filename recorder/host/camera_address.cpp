@@ -84,6 +84,17 @@ std::string CameraAddress::dotted_ip() const {
     return text;
 }
 
+std::vector<std::string> take_names(std::vector<std::string>& cameras) {
+    std::vector<std::string> names;
+    for (std::string& camera : cameras) {
+        const size_t mark = camera.find_first_of("=@:/");
+        const bool named = mark != std::string::npos && mark > 0 && camera[mark] == '=';
+        names.push_back(named ? camera.substr(0, mark) : "");
+        if (named) camera.erase(0, mark + 1);
+    }
+    return names;
+}
+
 CameraAddress parse_camera_address(std::string_view text, std::string_view what) {
     // The last '@' divides, so that a password may contain one. Nothing before it is ever shown, and
     // without one nothing at all, since then the whole text may be a password.

@@ -31,6 +31,10 @@ struct CameraAddress {
     std::string dotted_ip() const;
 };
 
+// Takes the names off: front=admin@192.0.2.7. What stands before the first '=' is one when it can be. A name
+// each; empty where none is given.
+std::vector<std::string> take_names(std::vector<std::string>& cameras);
+
 // Throws a bad-input Failure. `what` says which argument is meant, for the message.
 CameraAddress parse_camera_address(std::string_view text, std::string_view what = "CAMERA");
 

@@ -17,10 +17,6 @@ constexpr size_t kWorkers = 2;
 constexpr size_t kMostLogins = 16;  // at a time
 constexpr auto kClosePatience = std::chrono::seconds(1);
 
-std::string ledger_file(const RecordingSession::Options& options) {
-    return options.database.empty() ? options.directory + "/lenswire.db" : options.database;
-}
-
 // Whether the receive loop serves a stream still.
 bool any_slot_open(const Plugin& plugin) {
     return std::ranges::any_of(*plugin.arrayfd, [](int32_t& fd) {
@@ -37,18 +33,19 @@ std::string StreamStatus::name() const {
 RecordingSession::RecordingSession(const Options& options)
     : lock_(options.directory),
       disk_(options.directory),
-      host_(ledger_file(options)),
+      host_(Ledger::file_of(options.directory, options.database)),
       cameras_(options.cameras),
       titles_(make_titles(options)) {
     if (cameras_.size() > LENSWIRE_STREAM_SLOTS) {
         throw bad_input(std::to_string(cameras_.size()) + " streams: no more than " +
                         std::to_string(LENSWIRE_STREAM_SLOTS) + " can be recorded");
     }
-    archive_ = std::make_unique<Archive>(Archive::Options{.ledger = ledger_file(options),
-                                                          .streams = titles_,
-                                                          .limits = options.limits,
-                                                          .buffer = options.buffer},
-                                         clock_, disk_);
+    archive_ = std::make_unique<Archive>(
+        Archive::Options{.ledger = Ledger::file_of(options.directory, options.database),
+                         .streams = titles_,
+                         .limits = options.limits,
+                         .buffer = options.buffer},
+        clock_, disk_);
     for (size_t i = 0; i < std::min(kWorkers, cameras_.size()); ++i) {
         workers_.push_back(std::make_unique<FrameWorker>());
     }

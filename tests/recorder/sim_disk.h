@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "recorder/archive/disk.h"
@@ -17,12 +19,12 @@ namespace lenswire::recorder {
 class SimDisk : public Disk {
   public:
     struct Content {
-        std::vector<uint8_t> bytes;   // dropped when the file is whole and its digest was taken
-        std::vector<uint8_t> synced;  // as it was at the latest sync
-        int64_t size = 0;
-        bool named = false;  // its name was synced
-        bool whole = false;
-        FileContents contents;
+        std::vector<uint8_t> bytes;
+        size_t synced = 0;  // so many of them are on the disk, but for what was written over since
+        std::vector<std::pair<size_t, std::vector<uint8_t>>> written_over;  // at, what the disk has there
+        bool named = false;                                                 // its name was synced
+        bool looked_at = false;            // it was cut off, and read for what is left
+        std::optional<uint64_t> pictures;  // of a file whose digest was taken
     };
 
     SimDisk(uint64_t total, std::string scratch) : total_(total), scratch_(std::move(scratch)) {}
@@ -37,8 +39,11 @@ class SimDisk : public Disk {
     FileContents decoded(const std::string& path) override { return contents(path); }
     std::string digest(const std::string& path, const std::atomic<bool>* stop) override;
 
-    // Its digest was taken: what it contains is known.
-    bool whole(const std::string& path) const { return files_.contains(path) && files_.at(path)->whole; }
+    // None until its digest was taken.
+    std::optional<uint64_t> pictures(const std::string& path) const {
+        const auto found = files_.find(path);
+        return found != files_.end() ? found->second->pictures : std::nullopt;
+    }
 
     void cut_power(std::mt19937& random);
     // So much is taken by others.
@@ -52,6 +57,7 @@ class SimDisk : public Disk {
     uint64_t total_;
     uint64_t occupied_ = 0;
     uint64_t recorded_ = 0;
+    unsigned digests_ = 0;
     std::string scratch_;
     std::map<std::string, std::shared_ptr<Content>> files_;
     std::map<std::string, std::shared_ptr<Content>> removed_;  // lately

@@ -1,17 +1,25 @@
-// archive_simulation [--seed N] [--seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS] [--limit SECONDS]
+// archive_simulation [--seed N] [--seeds COUNT] [--cameras N] [--hours N] [--frame SECONDS] [--segment
+// SECONDS]
+//                    [--limit SECONDS] [--jobs N]
 //
 // Cameras over days in virtual time: outages, flapping, silence, lying clocks, restarts and power cuts of the
 // recorder, full disks, a wall clock that is set. After every incident and every simulated quarter of an hour
 // the ledger must add up, name only what there is, and stay below the quota. A seed that fails is printed as
 // the command that shows it again.
+#include <sqlite3.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <chrono>
 #include <deque>
 #include <filesystem>
 #include <iostream>
+#include <new>
 #include <optional>
+#include <sstream>
 
 #include "media.h"
 #include "recorder/archive/keeper.h"
@@ -28,10 +36,12 @@ struct Scale {
     int cameras = 4;
     int hours = 6;
     Ms frame = 2000;  // between pictures; every fifth is a key frame
+    Ms segment = 60'000;
 };
 
 constexpr Ms kAlive = 4000;  // less often than a recorder says so: each costs a transaction
-constexpr size_t kBuffer = 256 * 1024;
+constexpr size_t kBufferPerCamera = 64 * 1024;
+constexpr Ms kDay = 86'400'000;
 constexpr uint64_t kQuotaPerCamera = 400'000;
 
 // A camera, its clock, and what it is up to.
@@ -62,6 +72,8 @@ class Simulation : public NoteTaker {
           scale_(scale),
           clip_(clip),
           folder_(make_folder(seed)),
+          ledger_file_(folder_ / "ledger.db"),
+          ledger_holder_(ledger_file_),
           quota_(kQuotaPerCamera * static_cast<uint64_t>(scale.cameras)),
           disk_(quota_ * 2, folder_ / "scratch"),
           cameras_(static_cast<size_t>(scale.cameras)) {
@@ -115,7 +127,7 @@ class Simulation : public NoteTaker {
     void start() {
         clock_.emplace(board_);
         mono_ = clock_->monotonic();
-        ledger_.emplace(folder_ / "ledger.db");
+        ledger_.emplace(ledger_file_);
         keeper_.emplace(disk_, *ledger_, KeepLimits{.quota = quota_, .free_share = 0.1}, names_);
         keeper_->reopen(UtcAnchor(mono_, board_.wall(), ledger_->last_instant()).utc(mono_));
         anchor_.emplace(mono_, board_.wall(), ledger_->last_instant());
@@ -123,9 +135,12 @@ class Simulation : public NoteTaker {
         for (size_t i = 0; i < cameras_.size(); ++i) {
             const auto number = static_cast<int>(i);
             cameras_[i].first_of_connection = true;
-            recordings_.push_back(std::make_unique<Recording>(
-                Recording::Target{.stream = number, .title = names_[i], .resumes = keeper_->resumes(number)},
-                *anchor_, *this, mono_));
+            recordings_.push_back(
+                std::make_unique<Recording>(Recording::Target{.stream = number,
+                                                              .title = names_[i],
+                                                              .segment = scale_.segment,
+                                                              .resumes = keeper_->resumes(number)},
+                                            *anchor_, *this, mono_));
         }
         check("after a start");
     }
@@ -215,9 +230,16 @@ class Simulation : public NoteTaker {
         if (kind == 1) crash(true);
         if (kind == 2) disk_.occupy(random_() % (quota_ * 2));
         if (kind == 3) disk_.occupy(0);
-        if (kind == 4) board_.set += (chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : Ms{86'400'000});
+        if (kind == 4) set_clock((chance(2) ? 1 : -1) * (chance(2) ? Ms{3'600'000} : kDay));
         if (kind == 5) stalled_until_ = mono_ + static_cast<Ms>(random_() % 60'000);
         check("after incident " + std::to_string(kind));
+    }
+
+    // By a day at most behind what it was before: from a clock that was set back further a recorder takes it
+    // that the later time was the wrong one, and records the days once more.
+    void set_clock(Ms step) {
+        board_.set = std::max(board_.set + step, most_set_ - kDay);
+        most_set_ = std::max(most_set_, board_.set);
     }
 
     // The archive's two threads, one step of each.
@@ -264,8 +286,9 @@ class Simulation : public NoteTaker {
         }
     }
     std::optional<Trouble> trouble() const override {
-        if (buffered_ <= kBuffer / 2) choked_ = false;
-        if (buffered_ >= kBuffer) choked_ = true;
+        const size_t buffer = kBufferPerCamera * cameras_.size();
+        if (buffered_ <= buffer / 2) choked_ = false;
+        if (buffered_ >= buffer) choked_ = true;
         if (!choked_) return std::nullopt;
         return Trouble{error_ != 0 ? Cause::kDiskFull : Cause::kDiskSlow, ""};
     }
@@ -282,7 +305,7 @@ class Simulation : public NoteTaker {
             if (!row.to) continue;
             if (size != static_cast<int64_t>(row.bytes))
                 return fault(when + ": " + row.path + " has another size");
-            if (disk_.whole(row.path) && disk_.contents(row.path).pictures != row.frames)
+            if (disk_.pictures(row.path).value_or(row.frames) != row.frames)
                 return fault(when + ": " + row.path + " does not hold " + std::to_string(row.frames) +
                              " pictures");
             const Ms length = *row.to - row.from;
@@ -302,6 +325,8 @@ class Simulation : public NoteTaker {
     Scale scale_;
     const std::vector<media::Bytes>& clip_;
     fs::path folder_;
+    std::string ledger_file_;
+    Database ledger_holder_;  // it goes with the last who has it open
     uint64_t quota_;
     SimDisk disk_;
     std::vector<Camera> cameras_;
@@ -310,6 +335,7 @@ class Simulation : public NoteTaker {
     std::optional<SteeredClock> clock_;
     Ms mono_ = 0;  // as it is steered
     Ms ahead_at_start_ = 0;
+    Ms most_set_ = 0;  // of the wall clock, since the beginning
     std::optional<UtcAnchor> anchor_;
     std::optional<Ledger> ledger_;
     std::optional<Keeper> keeper_;
@@ -335,42 +361,85 @@ std::vector<media::Bytes> load_clip() {
     return units;
 }
 
-int simulate(int argc, char** argv) {
-    CLI::App app("Simulates recordings over days");
-    unsigned first = 1, count = 1;
+// What the processes that share the seeds tell each other.
+struct Tally {
+    std::atomic<unsigned> begun{0}, done{0}, failed{0};
+    std::atomic<uint64_t> frames{0};
+};
+
+struct Work {
+    unsigned first = 1, count = 1, jobs = 1;
+    double frame = 2, segment = 60, limit = 0;
     Scale scale;
-    double frame = 2, limit = 0;
-    app.add_option("--seed", first, "The first seed")->capture_default_str();
-    app.add_option("--seeds", count, "How many")->capture_default_str();
-    app.add_option("--cameras", scale.cameras, "")->capture_default_str();
-    app.add_option("--hours", scale.hours, "")->capture_default_str();
-    app.add_option("--frame", frame, "Seconds between pictures, 2 at most")
-        ->check(CLI::Range(0.04, 2.0))
-        ->capture_default_str();
-    app.add_option("--limit", limit, "Begin no other seed after so many seconds; 0: never")
-        ->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
-    scale.frame = static_cast<Ms>(frame * 1000);
+};
+
+void run_seeds(const Work& work, Tally& tally, const char* program) {
     const auto clip = load_clip();
     const auto began = std::chrono::steady_clock::now();
-    uint64_t frames = 0;
-    unsigned failed = 0, done = 0;
-    std::chrono::duration<double> taken{};
-    for (unsigned seed = first; seed < first + count && (limit <= 0 || taken.count() < limit); ++seed) {
-        Simulation simulation(seed, scale, clip);
+    const auto taken = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - began);
+    };
+    while (work.limit <= 0 || taken().count() < work.limit) {
+        const unsigned number = tally.begun++;
+        if (number >= work.count) return;
+        Simulation simulation(work.first + number, work.scale, clip);
         const std::string fault = simulation.run();
-        frames += simulation.frames();
-        ++done;
-        taken = std::chrono::steady_clock::now() - began;
+        tally.frames += simulation.frames();
+        ++tally.done;
         if (fault.empty()) continue;
-        ++failed;
-        std::cout << fault << "\n  " << argv[0] << " --seed " << seed << " --cameras " << scale.cameras
-                  << " --hours " << scale.hours << " --frame " << frame << std::endl;
+        ++tally.failed;
+        std::ostringstream text;  // in one piece, since others write, too
+        text << fault << "\n  " << program << " --seed " << work.first + number << " --cameras "
+             << work.scale.cameras << " --hours " << work.scale.hours << " --frame " << work.frame
+             << " --segment " << work.segment << "\n";
+        std::cout << text.str() << std::flush;
     }
-    std::cout << done << " of " << count << " seeds, " << scale.cameras << " cameras, " << scale.hours
-              << " hours, " << frames << " pictures, " << taken.count() << " s: " << failed << " failed"
-              << std::endl;
-    return failed > 0 ? 1 : 0;
+}
+
+void share_seeds(const Work& work, Tally& tally, const char* program) {
+    for (unsigned i = 1; i < work.jobs; ++i) {
+        if (fork() != 0) continue;
+        run_seeds(work, tally, program);
+        _exit(0);
+    }
+    run_seeds(work, tally, program);
+    for (int status = 0; wait(&status) > 0;) {
+        if (status == 0) continue;
+        ++tally.failed;
+        std::cout << "a process ended with status " << status << std::endl;
+    }
+}
+
+int simulate(int argc, char** argv) {
+    CLI::App app("Simulates recordings over days");
+    Work work;
+    const auto option = [&app](const char* name, auto& value, const char* text = "") {
+        return app.add_option(name, value, text)->capture_default_str();
+    };
+    option("--seed", work.first, "The first seed");
+    option("--seeds", work.count, "How many");
+    option("--cameras", work.scale.cameras);
+    option("--hours", work.scale.hours);
+    option("--frame", work.frame, "Seconds between pictures, 2 at most")->check(CLI::Range(0.04, 2.0));
+    option("--segment", work.segment, "Seconds of a file")->check(CLI::Range(1.0, 3600.0));
+    option("--limit", work.limit, "Begin no other seed after so many seconds; 0: never");
+    option("--jobs", work.jobs, "Processes")->check(CLI::Range(1, 64));
+    CLI11_PARSE(app, argc, argv);
+    work.scale.frame = static_cast<Ms>(work.frame * 1000);
+    work.scale.segment = static_cast<Ms>(work.segment * 1000);
+    // Ledgers in memory: what a cut leaves of their files is SQLite's promise, and tried by
+    // scripts/power-cut.
+    sqlite3_vfs_register(sqlite3_vfs_find("memdb"), 1);
+    void* shared = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) throw std::runtime_error("no memory");
+    auto& tally = *new (shared) Tally;
+    const auto began = std::chrono::steady_clock::now();
+    share_seeds(work, tally, argv[0]);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - began;
+    std::cout << tally.done << " of " << work.count << " seeds, " << work.scale.cameras << " cameras, "
+              << work.scale.hours << " hours, " << tally.frames << " pictures, " << taken.count()
+              << " s: " << tally.failed << " failed" << std::endl;
+    return tally.failed > 0 ? 1 : 0;
 }
 
 }  // namespace

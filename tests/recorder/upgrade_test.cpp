@@ -2,11 +2,14 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 
 #include <filesystem>
 #include <thread>
 
 #include "program.h"
+#include "recorder/archive/ledger.h"
+#include "recorder/session/recording_session.h"
 #include "recorder/session/upgrade_session.h"
 #include "support/capture.h"
 
@@ -19,6 +22,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::ThrowsMessage;
 
 class UpgradeTest : public ProgramTest {
   protected:
@@ -32,6 +36,18 @@ class UpgradeTest : public ProgramTest {
     Outcome upgrade(const std::string& file, std::string more = "") {
         for (const std::string& address : addresses_) more += " " + address;
         return lenswire("upgrade --yes " + file + " " + more);
+    }
+    // The same without --yes, at a terminal where somebody types that.
+    Outcome ask(const std::string& file, const std::string& answer) {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(write(ends[0], answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+        const int own = dup(STDIN_FILENO);
+        dup2(ends[1], STDIN_FILENO);
+        Outcome outcome = lenswire("upgrade " + file + " " + addresses_[0] + " " + addresses_[1]);
+        dup2(own, STDIN_FILENO);
+        for (const int descriptor : {own, ends[0], ends[1]}) close(descriptor);
+        return outcome;
     }
     Outcome check(const std::string& file) { return lenswire("firmware check --camera CAM " + file); }
 };
@@ -88,6 +104,9 @@ json last_object(const Outcome& outcome) {
 }
 
 TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
+    Ledger recorder(folder_.path("lenswire.db"));  // one at work has it open
+    recorder.account("first", {AccountEntry::Kind::kWatchBegins, 1});
+    recorder.write();
     for (const bool as_json : {true, false}) {
         addresses_.clear();
         const camera::Camera& good = add_camera();
@@ -95,7 +114,9 @@ TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
         fault.close_at = 10'000;
         add_camera().add_fault(fault);
         addresses_.push_back("admin:Secret@127.0.0.250:1");
-        const Outcome outcome = upgrade(make("name", "3000000"), as_json ? "--json" : "");
+        const std::string file = make("name", "3000000");
+        addresses_[0].insert(0, "first=");
+        const Outcome outcome = upgrade(file, as_json ? "--out DIR/ --json" : "--out DIR/");
         EXPECT_EQ(outcome.code, 8);
         EXPECT_THAT(outcome.err,
                     AllOf(HasSubstr("127.0.0.250:1 cannot be reached"), HasSubstr("upgrade failed")));
@@ -104,8 +125,16 @@ TEST_F(UpgradeTest, SaysWhichCameraFailedAndShowsItsAlarm) {
         if (!as_json) {
             EXPECT_THAT(outcome.out,
                         AllOf(HasSubstr(alarm + "\n"), HasSubstr("% failed\n"), HasSubstr(" 100% done\n")));
+            EXPECT_THAT(outcome.err, HasSubstr("the ledger does not have all of this"));
             continue;
         }
+        std::vector<std::string> noted;
+        for (const EventRow& row : recorder.events()) noted.push_back(row.stream + "|" + row.text);
+        const std::string old = "LW_20_BTAMC_1.0.0", with = " with LW_20_trial.bin, firmware ";
+        EXPECT_THAT(noted, ElementsAre("first|begun" + with + "is " + old,
+                                       "first|done" + with + "is LW_20_BTAMC_1.0.1, was " + old,
+                                       HasSubstr("|127.0.0.2-"), HasSubstr("the upgrade failed")));
+        Database(folder_.path("lenswire.db")).execute("PRAGMA user_version = 99");  // now of a later one
         const json result = last_object(outcome);
         EXPECT_EQ(result["cameras"][0]["state"], "done");
         EXPECT_NE(result["cameras"][0]["firmware_after"], result["cameras"][0]["firmware"]);
@@ -122,8 +151,11 @@ TEST_F(UpgradeTest, TriesOneCameraFirstAndAsksWhenOnlyTheNameFits) {
     const camera::Camera& second = add_camera();
     const std::string file = make("name");
     EXPECT_THAT(lenswire("upgrade " + file + " CAM").err, HasSubstr("--yes"));
+    const Outcome refused = ask(file, "n\n");
+    EXPECT_THAT(refused.out, HasSubstr("nothing but its name says that " + file));
+    EXPECT_THAT(refused.err, HasSubstr("nothing was sent"));
     EXPECT_THAT(farm_[0].uploads(), IsEmpty());
-    const Outcome outcome = upgrade(file);
+    const Outcome outcome = ask(file, "y\n");
     EXPECT_EQ(outcome.code, 8);
     EXPECT_THAT(outcome.err, HasSubstr("was left out"));
     EXPECT_THAT(second.uploads(), IsEmpty());
@@ -163,6 +195,15 @@ TEST_F(UpgradeTest, RefusesWhatItCannotDo) {
     EXPECT_THAT(upgrade(file).err, HasSubstr("cameras 127.0.0.1:1 and 127.0.0.1:2 have one address"));
     for (int i = 2; i <= 66; ++i) addresses_.push_back("a:b@127.0.1." + std::to_string(i) + ":1");
     EXPECT_THAT(upgrade(file).err, HasSubstr("more than 64 cameras"));
+    const RecordingSession::Options all{.cameras = camera_addresses(addresses_, ""),
+                                        .names = {},
+                                        .directory = folder_.path(),
+                                        .library = LENSWIRE_LIBRARY,
+                                        .database = ""};
+    EXPECT_THAT([&] { RecordingSession session(all); },
+                ThrowsMessage<Failure>(HasSubstr("motion is counted on channels 0 to 63 only")));
+    addresses_ = {"a:b@127.0.2.1:1"};
+    EXPECT_THAT(upgrade(file, "--db DIR/lenswire.db").err, HasSubstr("no channel below 64 left"));
     addresses_.clear();
     add_camera({.type = 60, .firmware_name = "W_1"});
     const std::string fitting = folder_.path(std::string(127 - folder_.path("").size(), 'x'));
