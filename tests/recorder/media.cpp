@@ -89,20 +89,13 @@ std::vector<Bytes> units_of_annex_b(const Bytes& bytes) {
 }
 
 std::vector<Bytes> units_of_packet(const Bytes& bytes) {
-    std::vector<Bytes> units;
+    Bytes annex_b = bytes;
     size_t at = 0;
-    while (at + 4 <= bytes.size()) {
-        const size_t length =
-            size_t{bytes[at]} << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
-        at += 4;
-        if (length > bytes.size() - at) return {};
-        units.emplace_back(bytes.begin() + static_cast<long>(at),
-                           bytes.begin() + static_cast<long>(at + length));
-        at += length;
-        // The splitter of the clip leaves the first zero of the next start code at a unit's end.
-        while (!units.back().empty() && units.back().back() == 0) units.back().pop_back();
+    for (size_t length = 0; at + 4 <= bytes.size(); at += length) {
+        length = size_t{bytes[at]} << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
+        for (const uint8_t byte : {0, 0, 0, 1}) annex_b[at++] = byte;
     }
-    return units;
+    return at == bytes.size() ? units_of_annex_b(annex_b) : std::vector<Bytes>{};
 }
 
 }  // namespace lenswire::recorder::media

@@ -21,22 +21,21 @@ using testing::SizeIs;
 
 struct Clip {
     const char* file;
-    const char* format;
-    uint8_t head_code;
     const char* codec;
+    uint8_t head_code;
     int width = 640;
     int height = 360;
 };
-constexpr Clip kH264 = {"h264-main.h264", "h264", 0, "h264"};
-constexpr Clip kH264Small = {"h264-sub.h264", "h264", 0, "h264", 320, 180};
-constexpr Clip kH265 = {"h265-main.h265", "hevc", 3, "hevc"};
-constexpr Clip kJpeg = {"jpeg-main.mjpeg", "mjpeg", 2, "mjpeg"};
+constexpr Clip kH264 = {"h264-main.h264", "h264", 0};
+constexpr Clip kH264Small = {"h264-sub.h264", "h264", 0, 320, 180};
+constexpr Clip kH265 = {"h265-main.h265", "hevc", 3};
+constexpr Clip kJpeg = {"jpeg-main.mjpeg", "mjpeg", 2};
 constexpr size_t kKeyDistance = 25;  // of the clips
 
 const std::vector<Bytes>& load(const Clip& clip) {
     static std::map<std::string, std::vector<Bytes>> known;
     std::vector<Bytes>& units = known[clip.file];
-    if (units.empty()) units = media::access_units(std::string(LENSWIRE_CLIPS "/") + clip.file, clip.format);
+    if (units.empty()) units = media::access_units(std::string(LENSWIRE_CLIPS "/") + clip.file, clip.codec);
     return units;
 }
 
@@ -235,7 +234,7 @@ void RecordingTest::happens(const std::string& story) {
         {"disk", [&](int) { disk_trouble_.reset(); }},
         {"pictures", [&](int count) { pictures(kH264, 40, static_cast<size_t>(count)); }},
         {"no-size", [&](int) {
-             pictures({"h264-main.h264", "h264", 0, "h264", 0, 0}, 0, 60);
+             pictures({"h264-main.h264", "h264", 0, 0, 0}, 0, 60);
          }}};
     std::istringstream words(story);
     for (std::string word; words >> word;) {
