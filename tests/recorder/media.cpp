@@ -24,18 +24,6 @@ Input open_input(const std::string& path, const char* format) {
     return input;
 }
 
-template <typename F>
-bool for_each_packet(AVFormatContext* context, F visit) {
-    AVPacket* packet = av_packet_alloc();
-    int result = 0;
-    while ((result = av_read_frame(context, packet)) >= 0) {
-        visit(*packet);
-        av_packet_unref(packet);
-    }
-    av_packet_free(&packet);
-    return result == AVERROR_EOF;
-}
-
 Track track_of(const AVStream& stream) {
     Track track;
     const AVCodecParameters& parameters = *stream.codecpar;
@@ -51,26 +39,27 @@ Track track_of(const AVStream& stream) {
 
 std::vector<Bytes> access_units(const std::string& path, const char* format) {
     std::vector<Bytes> units;
-    const Input input = open_input(path, format);
-    if (!input) return units;
-    for_each_packet(input.get(), [&units](const AVPacket& packet) {
-        units.emplace_back(packet.data, packet.data + packet.size);
-    });
+    for (Track& track : read_file(path, format)) {
+        for (Packet& packet : track.packets) units.push_back(std::move(packet.data));
+    }
     return units;
 }
 
-std::vector<Track> read_file(const std::string& path) {
-    const Input input = open_input(path, nullptr);
+std::vector<Track> read_file(const std::string& path, const char* format) {
+    const Input input = open_input(path, format);
     if (!input) return {};
     std::vector<Track> tracks;
     for (unsigned i = 0; i < input->nb_streams; ++i) tracks.push_back(track_of(*input->streams[i]));
-    const bool whole = for_each_packet(input.get(), [&](const AVPacket& packet) {
-        const AVRational base = input->streams[packet.stream_index]->time_base;
-        tracks[packet.stream_index].packets.push_back({av_rescale_q(packet.pts, base, {1, 1000}),
-                                                       (packet.flags & AV_PKT_FLAG_KEY) != 0,
-                                                       Bytes(packet.data, packet.data + packet.size)});
-    });
-    return whole ? tracks : std::vector<Track>{};
+    AVPacket* packet = av_packet_alloc();
+    int result = 0;
+    for (; (result = av_read_frame(input.get(), packet)) >= 0; av_packet_unref(packet)) {
+        const AVRational base = input->streams[packet->stream_index]->time_base;
+        tracks[packet->stream_index].packets.push_back({av_rescale_q(packet->pts, base, {1, 1000}),
+                                                        (packet->flags & AV_PKT_FLAG_KEY) != 0,
+                                                        Bytes(packet->data, packet->data + packet->size)});
+    }
+    av_packet_free(&packet);
+    return result == AVERROR_EOF ? tracks : std::vector<Track>{};
 }
 
 std::vector<Bytes> units_of_annex_b(const Bytes& bytes) {

@@ -109,6 +109,21 @@ TEST_F(FrameQueueTest, RefusesWhatIsNoFrameOfItsOwn) {
     }
 }
 
+TEST(FrameWorker, ServesAlsoWhatComesWhileItServes) {
+    FrameWorker worker;
+    struct Stream : FrameWorker::Stream {
+        explicit Stream(FrameWorker& its) : worker(its) {}
+        void record_waiting_frames() override {
+            if (++served < 3) worker.schedule(*this);
+        }
+        FrameWorker& worker;
+        int served = 0;
+    } stream(worker);
+    worker.schedule(stream);
+    worker.stop();
+    EXPECT_EQ(stream.served, 3);
+}
+
 constexpr uint32_t kPacket = 1000;  // the largest in these tests
 constexpr uint32_t kSlack = 64;
 
