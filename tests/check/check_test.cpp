@@ -385,6 +385,12 @@ TEST(Check, EachBadHostTripsItsRuleAlone) {
     EXPECT_EQ(tripped.size(), std::size(kRules));
 }
 
+TEST(Check, AGoodHostTripsNone) {
+    for (const Step drive : {receives_what_it_opened, ends_motion, sets_a_clock, writes_a_cruise_line,
+                             asks_twice, restarts_while_it_runs, logs_in})
+        EXPECT_THAT(reports({"", drive, [](Scene&) {}}), IsEmpty()) << reinterpret_cast<void*>(drive);
+}
+
 // The report stands in the file before the process crashes, or ends.
 TEST(Check, ABreachMayEndTheProcess) {
     const std::string file = testing::TempDir() + "lenswire-check-" + std::to_string(getpid());
