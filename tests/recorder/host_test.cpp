@@ -306,6 +306,20 @@ TEST(HostServices, CountMotionAndAlarmsOfAChannel) {
     }
 }
 
+TEST(HostServices, GiveZonesWhosePartsAddUpToTheirOffset) {
+    Host host;
+    host.store.set_current_zone("GMT-03:30");
+    char name[12] = {};
+    int a = 0, b = 0;
+    uint8_t hours = 9, minutes = 9;
+    const auto index = static_cast<uint32_t>(GetTimeZone(name, &a, &b)) >> 8;
+    EXPECT_STREQ(name, "GMT-03:30");
+    EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
+    EXPECT_THAT((std::vector<int>{a, b, static_cast<int8_t>(hours), minutes}), ElementsAre(-4, 30, -4, 30));
+    EXPECT_EQ(GetIpcTimeZoneMap(index), 17u);
+    EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
+}
+
 TEST(HostServices, CountTheLibrarysMemoryAndShowItsLines) {
     Host host;
     void* memory = MeMalloc(4096, __FILE__, __LINE__);

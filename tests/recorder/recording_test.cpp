@@ -253,7 +253,7 @@ TEST_F(RecordingTest, AccountsForEveryInterruption) {
         {"wait=3000 lost wait=2000 connect", "camera: silent", 5000},
         {"skip=3 wait=120", "camera: pictures missing", 120},
         {"full skip=1 wait=40", "recorder: queue full", 40},
-        {"lost unreachable wait=2000 connect", "network: unreachable", 2000},
+        {"lost unreachable lost wait=2000 connect", "network: unreachable", 2000},
         {"opened sound=10", "camera: sound but no picture", 10'000},
         {"opened in-packet quiet=5", "network: stalled", 5000},
         {"lost wait=1 opened quiet=9", "camera: silent", 9001},

@@ -37,6 +37,9 @@ TEST(Timeline, StaysWithinAFifthOfASecondOfTheTrueTimeOverAnHour) {
     const auto running = [](double rate) {
         return [rate](int64_t ms) { return static_cast<uint32_t>(static_cast<double>(ms) * rate); };
     };
+    const auto jumping = [](int64_t by) {
+        return [by](int64_t ms) { return static_cast<uint32_t>(ms / 600'000 % 2 * by + ms + 5'000'000); };
+    };
     // Its clock at a true time, and how often that jumps.
     const std::tuple<const char*, std::function<uint32_t(int64_t)>, int> cases[] = {
         {"right", running(1), 0},
@@ -45,8 +48,8 @@ TEST(Timeline, StaysWithinAFifthOfASecondOfTheTrueTimeOverAnHour) {
         {"500 ppm fast", running(1.0005), 0},
         {"wrapping", [](int64_t ms) { return static_cast<uint32_t>(ms + 0xFFFFFFFF - 1'800'000); }, 0},
         {"standing still", [](int64_t) { return 17u; }, 0},
-        {"jumping an hour ahead and back",
-         [](int64_t ms) { return static_cast<uint32_t>(ms / 600'000 % 2 * 3'600'000 + ms + 5'000'000); }, 5},
+        {"jumping an hour ahead and back", jumping(3'600'000), 5},
+        {"jumping five seconds ahead and back", jumping(5000), 5},
     };
     for (const auto& [name, camera, expected_jumps] : cases) {
         SCOPED_TRACE(name);
