@@ -58,7 +58,6 @@ TEST(Camera, CountsMessagesThatNoRecorderShouldSend) {
         {"the longest", [](Message& m) { m.payload.resize(m.buffer_size = 4064); }, 1},
         {"product", [](Message& m) { m.buffer_size = 0x10000, m.buffer_num = 0xFFFF; }, 0},
         {"flag", [](Message& m) { m.flag = 1; }, 1},
-        {"first tag", [](Message& m) { m.tag1 = 2; }, 1},
         {"reserved bytes", [](Message& m) { m.reserved[11] = 1; }, 1},
         {"payload", [](Message& m) { m.payload.push_back(m.buffer_size++ & 0); }, 1},
     };

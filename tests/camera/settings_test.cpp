@@ -195,7 +195,6 @@ TEST(Ptz, MovesAsTimePasses) {
         {kGoTo, 1, 1, "310.90 60.70 26.99 2 8 0 0"},   // the shorter way, over 360
         {kGoTo, 4, 60, "180.00 60.00 1.00 0 5 0 0"},
         {kStart, 2, 1, "180.00 60.00 1.00 0 5 0 0"},  // a line without points does not run
-        {kStart, 3, 1, "180.00 60.00 1.00 0 5 0 0"},
         {kStart, 1, 2.1, "182.26 56.99 1.00 3 5 2 4"},
         {kUnknown, 0, 4.95, "225.00 0.00 1.00 3 6 2 8"},
         {kEnd, 0, 1, "180.00 60.00 1.00 3 5 2 2"},  // another line
