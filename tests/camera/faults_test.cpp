@@ -124,7 +124,7 @@ TEST(Faults, OfUploads) {
         {"upload-fail", "0:32", 6, {1, 0}},
         {"upload-fail=770", "0:32", 6, {2, 3}},
         {"upload-late=50", "50:32 150:closed"},
-        {"upload-late=50 upload-fail=770 upload-babble=1", "0:32 50:32", 0,
+        {"upload-late=50 upload-fail=770 upload-babble=1 upload-full=501", "0:32 50:32", 0,
          kBeat + command(0x2002, {}, 770).bytes()},
         {"upload-silent", ""},
         {"upload-close=500", "0:closed"},
