@@ -51,6 +51,8 @@ TEST_F(RecordingSessionTest, RecordsEveryFrameOfSeveralCamerasWhateverHappensToT
     record();
     const uint64_t pictures[] = {200, 60 + 200, 200};
     for (size_t i = 0; i < 3; ++i) ASSERT_TRUE(until_pictures(i, pictures[i])) << i;
+    EXPECT_THAT(session_->status()[1].recording.gaps, testing::ElementsAre(testing::Key(Cause::kLost)));
+    EXPECT_THAT(session_->status()[2].recording.gaps, SizeIs(0));
     for (const uint8_t state : {1, 0}) {
         farm_[2].push_motion(state);
         ASSERT_TRUE(
@@ -71,13 +73,10 @@ TEST_F(RecordingSessionTest, RecordsEveryFrameOfSeveralCamerasWhateverHappensToT
         if (i > 0) {
             EXPECT_EQ(farm_[i].stats().logins, 1u);
             EXPECT_EQ(farm_[i].stats().connections, 4 - i) << "one control connection, and the streams";
-            EXPECT_EQ(status.recording.gaps.size(), 2 - i);
-            EXPECT_EQ(status.recording.gaps.contains(Cause::kLost), i == 1);
         }
         const auto files = Ledger(folder_.path("lenswire.db")).segments(status.title);
         ASSERT_THAT(files, SizeIs(i == 2 ? 1 : 2));
         for (const SegmentRow& file : files) {
-            EXPECT_EQ(file.state, "finished");
             const auto tracks = media::read_file(folder_.path(file.path));
             ASSERT_THAT(tracks, SizeIs(i == 2 ? 2 : 1));
             ASSERT_GE(tracks[0].packets.size(), i == 1 && file.from == files[0].from ? 60u : 200u);
