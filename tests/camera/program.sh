@@ -17,12 +17,9 @@ while read -ra arguments; do
 done <<END
 --cameras 0
 --cameras 2 --address 255.255.255.255
---address nowhere
 --codecs h264,vp9
 --clips $work --codecs h265
 --clip main=$work/missing.h264
---clip audio=$work
---fault nonsense
 --fault 2/close
 --platform longer-than-eight
 --user $(printf '%032d' 0)

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 
 #include "recorder/archive/keeper.h"
@@ -11,6 +10,7 @@
 #include "recorder/archive/verify.h"
 #include "recorder/support/failure.h"
 #include "sim_disk.h"
+#include "support/folder.h"
 
 namespace lenswire::recorder {
 namespace {
@@ -18,17 +18,12 @@ namespace {
 constexpr Ms kDay = 1'795'442'700'120;
 
 TEST(Archive, NamesStreams) {
-    struct Case {
-        StreamIdentity identity;
-        const char* name;
-    };
-    for (const Case& c : {Case{{"front", "192.0.2.7", 7001, 0, 0}, "front"},
-                          Case{{"front", "192.0.2.7", 7788, 0, 1}, "front-sub"},
-                          Case{{"", "192.0.2.7", 7788, 0, 0}, "192.0.2.7"},
-                          Case{{"", "192.0.2.7", 7001, 2, 2}, "192.0.2.7-7001-ch2-sub2"},
-                          Case{{"../a b", "x", 1, 0, 0}, "_._a_b"}}) {
-        EXPECT_EQ(stream_name(c.identity), c.name);
-    }
+    for (const auto& [identity, name] : {std::pair{StreamIdentity{"front", "192.0.2.7", 7001, 0, 0}, "front"},
+                                         {{"front", "192.0.2.7", 7788, 0, 1}, "front-sub"},
+                                         {{"", "192.0.2.7", 7788, 0, 0}, "192.0.2.7"},
+                                         {{"", "192.0.2.7", 7001, 2, 2}, "192.0.2.7-7001-ch2-sub2"},
+                                         {{"../a b", "x", 1, 0, 0}, "_._a_b"}})
+        EXPECT_EQ(stream_name(identity), name);
 }
 
 TEST(Archive, WritesAndReadsTimes) {
@@ -66,19 +61,8 @@ TEST(Archive, KeepsUtcThroughAWallClockThatIsSet) {
     EXPECT_EQ(UtcAnchor(0, kDay, kDay + 48 * kHour).utc(0), kDay) << "the last run's clock was the wrong one";
 }
 
-class LedgerFile : public testing::Test {
-  protected:
-    void SetUp() override { remove_all(); }
-    void TearDown() override { remove_all(); }
-    void remove_all() {
-        for (const char* end : {"", "-wal", "-shm", "-journal"}) std::filesystem::remove(file_ + end);
-    }
-    std::string file_ =
-        testing::TempDir() + "lenswire-" + testing::UnitTest::GetInstance()->current_test_info()->name();
-};
-
 // From every older version, stopped after each statement of the way.
-TEST_F(LedgerFile, ComesToThePresentVersionHoweverOftenItWasStopped) {
+TEST(LedgerFile, ComesToThePresentVersionHoweverOftenItWasStopped) {
     std::vector<std::string> statements;
     for (const char* step : kSchemaSteps) {
         const std::string text = step;
@@ -87,70 +71,60 @@ TEST_F(LedgerFile, ComesToThePresentVersionHoweverOftenItWasStopped) {
     }
     ASSERT_GT(statements.size(), 10u);
     for (size_t stopped = 0; stopped <= statements.size(); ++stopped) {
-        remove_all();
+        const test::Folder folder;
+        const std::string file = folder.path("ledger");
         {
-            Database database(file_);
+            Database database(file);
             database.execute("BEGIN");
             for (size_t i = 0; i < stopped; ++i) database.execute(statements[i].c_str());
         }  // gone before the commit
-        Ledger ledger(file_);
+        Ledger ledger(file);
         ledger.segment_begins({.stream = "a", .path = "a/b", .from = 1, .state = "open"});
         EXPECT_TRUE(ledger.write()) << stopped;
         EXPECT_EQ(ledger.check(), "ok");
+        Database(file).execute("PRAGMA user_version = 99");
+        EXPECT_THROW(Ledger{file}, Failure) << "of a later version";
     }
-    Database(file_).execute("PRAGMA user_version = 99");
-    EXPECT_THROW(Ledger{file_}, Failure) << "of a later version";
 }
 
 // Segments of 100 bytes, one a minute, for each of two streams; the second is gone after its third.
-class RetentionTest : public testing::Test {
-  protected:
-    void keep(KeepLimits limits) {
-        Keeper keeper(*disk_, *ledger_, limits, {"a", "b"});
-        keeper.reopen(kDay);
-        for (int stream : {0, 1}) give(keeper, AccountNote{stream, {AccountEntry::Kind::kWatchBegins, kDay}});
-        for (int minute = 0; minute < 10; ++minute) {
-            for (int stream : {0, 1}) {
-                if (stream == 1 && minute >= 3) continue;
-                const Ms from = kDay + minute * 60'000;
-                give(keeper, SegmentBegins{stream, from, 0});
-                give(keeper, SegmentGrows{stream, 0, std::vector<uint8_t>(100), from});
-                give(keeper, SegmentEnds{stream, from + 60'000, 0, 1});
-            }
-            for (Keeper::Job& job : keeper.take_jobs()) {
-                Keeper::work(job, *disk_);
-                keeper.done(std::move(job));
-            }
-            keeper.settle(kDay + (minute + 1) * 60'000);
-            if (limits.quota > 0) {
-                ASSERT_LE(disk_->recorded(), limits.quota);
-            }
+void keep(Keeper& keeper, SimDisk& disk, uint64_t quota) {
+    const auto give = [&](Note note) { EXPECT_EQ(keeper.take(note), 0); };
+    keeper.reopen(kDay);
+    for (int stream : {0, 1}) give(AccountNote{stream, {AccountEntry::Kind::kWatchBegins, kDay}});
+    for (int minute = 0; minute < 10; ++minute) {
+        const Ms from = kDay + minute * 60'000;
+        for (int stream = 0; stream < (minute < 3 ? 2 : 1); ++stream) {
+            give(SegmentBegins{stream, from, 0});
+            give(SegmentGrows{stream, 0, std::vector<uint8_t>(100), from});
+            give(SegmentEnds{stream, from + 60'000, 0, 1});
         }
+        for (Keeper::Job& job : keeper.take_jobs()) {
+            Keeper::work(job, disk);
+            keeper.done(std::move(job));
+        }
+        keeper.settle(from + 60'000);
+        ASSERT_LE(disk.recorded(), quota > 0 ? quota : 1300);
     }
-    void give(Keeper& keeper, Note note) { EXPECT_EQ(keeper.take(note), 0); }
-    size_t left(const std::string& stream) { return ledger_->segments(stream).size(); }
+}
 
-    std::optional<SimDisk> disk_;
-    std::optional<Ledger> ledger_;
-};
-
-TEST_F(RetentionTest, RemovesTheOldestRowsAndFilesTogetherAndTheLastOfAStreamLast) {
-    struct Case {
-        KeepLimits limits;
-        size_t a, b;
-    };
-    for (const Case& c : {Case{{.free_share = 0}, 10, 3}, Case{{.quota = 500, .free_share = 0}, 4, 1},
-                          Case{{.age = 210'000, .free_share = 0}, 4, 0}, Case{{.free_bytes = 999'600}, 3, 1},
-                          Case{{.free_share = 0.9995}, 4, 1}}) {
-        disk_.emplace(1'000'000, testing::TempDir() + "lenswire-retention");
-        ledger_.emplace("");
-        keep(c.limits);
-        EXPECT_EQ(left("a"), c.a);
-        EXPECT_EQ(left("b"), c.b);
-        EXPECT_EQ(disk_->list().size(), c.a + c.b);
+TEST(Retention, RemovesTheOldestRowsAndFilesTogetherAndTheLastOfAStreamLast) {
+    const std::tuple<KeepLimits, size_t, size_t> cases[] = {{{.free_share = 0}, 10, 3},
+                                                            {{.quota = 500, .free_share = 0}, 4, 1},
+                                                            {{.age = 210'000, .free_share = 0}, 4, 0},
+                                                            {{.free_bytes = 999'600}, 3, 1},
+                                                            {{.free_share = 0.9995}, 4, 1}};
+    for (const auto& [limits, a, b] : cases) {
+        SimDisk disk(1'000'000, testing::TempDir() + "lenswire-retention");
+        Ledger ledger("");
+        Keeper keeper(disk, ledger, limits, {"a", "b"});
+        keep(keeper, disk, limits.quota);
+        EXPECT_EQ(ledger.segments("a").size(), a);
+        EXPECT_EQ(ledger.segments("b").size(), b);
+        EXPECT_EQ(disk.list().size(), a + b);
         Verdict verdict;
-        verify_account(*ledger_, verdict, kDay + 600'000);
-        EXPECT_EQ(verdict.footage, static_cast<Ms>(c.a + c.b) * 60'000);
+        verify_account(ledger, verdict, kDay + 600'000);
+        EXPECT_EQ(verdict.footage, static_cast<Ms>(a + b) * 60'000);
     }
 }
 

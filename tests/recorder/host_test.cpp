@@ -75,9 +75,6 @@ TEST(HostServices, AnswerWithoutAHostWithFailure) {
                              is_channel_fish_eye(0), VideoMDGetStatus(0), MD_Disarming_Time(0)}),
                 Each(0));
     EXPECT_EQ(networkGetRunFlag(0, 0), 4);
-    EXPECT_EQ(networkGetStreampPrivateInfo(0, 0), nullptr);
-    EXPECT_EQ(GetIpcTimeZoneMap(7), 7u);
-    MeFree(MeMalloc(10, "", 0), "", 0);
 }
 
 TEST(HostServices, TellWhichCameraAChannelHas) {
@@ -125,32 +122,30 @@ TEST(HostServices, ReadAndWriteChannelRecords) {
     EXPECT_EQ(write(17, 2, expected), -1);
 }
 
-TEST(HostServices, KeepRecordsOfAChannelByTheirOwnNumberAndReadThemInOrder) {
-    Host host;
+TEST(HostServices, KeepCruiseLinesByTheirOwnNumberAndReadThemInOrder) {
+    const test::Folder folder;
+    Host host(folder.path("recorder.db"));
     const Bytes two = cruise_line(2, 0x22), other = cruise_line(1, 0x33), empty = cruise_line(1, 0);
     Bytes lines = cruise_line(0, 0x11);
     EXPECT_THAT((std::vector{write(62, 5, two), write(62, 5, lines), write(62, 6, other)}), Each(390));
     for (const Bytes& line : {empty, two}) lines.insert(lines.end(), line.begin(), line.end());
     EXPECT_EQ(read(62, 5, 1170), lines);
     EXPECT_EQ(write(62, 5, cruise_line(3, 0)), -1) << "there is no line 3";
-
-    EXPECT_EQ(read(24, 5, 9), Bytes(9));
-    EXPECT_EQ(write(24, 5, Bytes(9, 0x44)), 9);
-    EXPECT_EQ(read(24, 5, 9), Bytes(9, 0x44));
-    Bytes motion(88);
-    motion[0] = 1;
-    EXPECT_EQ(read(21, 5, 88), motion) << "motion detection is on at first";
-    EXPECT_EQ(write(21, 5, Bytes(88, 0x55)), 88);
-    EXPECT_EQ(motion_data_copy(5, motion.data()), 0);
-    EXPECT_EQ(motion, Bytes(88, 0x55));
-    EXPECT_EQ(motion_data_copy(5, nullptr), -1);
+    // As if the disk were full: the library is told, and the statement is fit for the next attempt.
+    Database disk(folder.path("recorder.db"));
+    disk.execute("CREATE TRIGGER full BEFORE INSERT ON cruise_lines BEGIN SELECT RAISE(ABORT, 'full'); END");
+    EXPECT_EQ(write(62, 5, other), -1);
+    EXPECT_EQ(read(62, 5, 1170), lines) << "what was there stays";
+    disk.execute("DROP TRIGGER full");
+    EXPECT_EQ(write(62, 5, other), 390);
+    EXPECT_EQ(read(62, 5, 1170)[391], 0x33);
 }
 
-TEST(HostServices, RefuseWhatNoTableHas) {
+TEST(HostServices, KeepRecordsOfTheirTablesAndRefuseWhatNoTableHas) {
     Host host;
     host.store.bind_camera(camera("1:80"));
-    const int sizes[][3] = {{17, 450, 450}, {21, 88, 88}, {24, 9, 9}, {62, 1170, 390}};
-    for (const auto& [table, size, written] : sizes) {
+    const int sizes[][4] = {{17, 450, 450}, {21, 88, 88, 1}, {24, 9, 9}, {62, 1170, 390}};
+    for (const auto& [table, size, written, first_byte] : sizes) {
         SCOPED_TRACE(table);
         Bytes buffer(static_cast<size_t>(size));
         EXPECT_EQ(database(table, kReadIt, 0, buffer), size);
@@ -166,7 +161,16 @@ TEST(HostServices, RefuseWhatNoTableHas) {
                                  databaseOperate(table, 2, &key, 4, bytes, -1),
                                  databaseOperate(table, 2, &key, -1, bytes, size)}),
                     Each(-1));
+        if (size > 88) continue;
+        EXPECT_EQ(buffer[0], first_byte) << "motion detection is on at first";
+        buffer.assign(buffer.size(), 0x55);
+        EXPECT_EQ(write(table, 5, buffer), size);
+        EXPECT_EQ(read(table, 5, buffer.size()), buffer);
     }
+    Bytes motion(88);
+    EXPECT_EQ(motion_data_copy(5, motion.data()), 0);
+    EXPECT_EQ(motion, Bytes(88, 0x55));
+    EXPECT_EQ(motion_data_copy(5, nullptr), -1);
     EXPECT_TRUE(read(18, 0, 2000).empty());
 }
 
@@ -194,54 +198,26 @@ TEST(HostServices, RememberInADatabaseFileButNoPassword) {
     EXPECT_THROW(Host{folder.write("text", Bytes(1000, 'x'))}, Failure);
 }
 
-// A full disk, say: what was refused is told to the library, and the statement is fit for the next attempt.
-TEST(HostServices, WriteAgainAfterTheDatabaseRefused) {
-    const test::Folder folder;
-    Host host(folder.path("recorder.db"));
-    Database disk(folder.path("recorder.db"));
-    Bytes line = cruise_line(0, 1);
-    EXPECT_EQ(write(62, 3, line), 390);
-    disk.execute("CREATE TRIGGER full BEFORE INSERT ON cruise_lines BEGIN SELECT RAISE(ABORT, 'full'); END");
-    line[5] = 2;
-    EXPECT_EQ(write(62, 3, line), -1);
-    EXPECT_EQ(read(62, 3, 1170)[5], 1) << "what was there stays";
-    disk.execute("DROP TRIGGER full");
-    EXPECT_EQ(write(62, 3, line), 390);
-    EXPECT_EQ(read(62, 3, 1170)[5], 2);
-}
-
-TEST(HostServices, HandRequestsOverInOrder) {
-    Host host;
-    StreamRequest request{};
-    DevChannelInfo info{};
-    for (uint8_t channel = 0; channel < 3; ++channel) {
-        info.ucChannelNo = channel;
-        host.requests.post(channel == 1 ? STREAM_REQ_CLOSE : STREAM_REQ_OPEN, info);
-    }
-    EXPECT_EQ(Private_Protocol_GetRequestFromQueue(nullptr), -1);
-    std::vector<std::pair<uint32_t, int>> taken;
-    while (Private_Protocol_GetRequestFromQueue(&request) == 0)
-        taken.emplace_back(request.ulType, request.info.ucChannelNo);
-    EXPECT_THAT(taken, ElementsAre(std::pair(0, 0), std::pair(1, 1), std::pair(0, 2)));
-}
-
-TEST(HostServices, PassRestartMessagesOnAndNothingElse) {
-    struct Listener : RestartListener {
-        std::vector<std::pair<int, int>> wanted;
-        void restart_wanted(int channel, int stream) override { wanted.emplace_back(channel, stream); }
+TEST(HostServices, HandRequestsOverInOrderAndTakeNothingButRestarts) {
+    struct : RestartListener {
+        void restart_wanted(int, int) override {}
     } listener;
     Host host;
-    StreamRequest message{};
-    message.ulType = STREAM_REQ_RESTART;
-    EXPECT_EQ(networkInsertMessageToQueue(1, 0, &message, 3), -1) << "nobody listens";
+    StreamRequest request{}, restart{};
+    restart.ulType = STREAM_REQ_RESTART;
+    for (const StreamRequestType type : {STREAM_REQ_OPEN, STREAM_REQ_CLOSE}) host.requests.post(type, {});
+    for (const uint32_t type : {STREAM_REQ_OPEN, STREAM_REQ_CLOSE}) {
+        EXPECT_EQ(Private_Protocol_GetRequestFromQueue(&request), 0);
+        EXPECT_EQ(request.ulType, type);
+    }
+    EXPECT_EQ(networkInsertMessageToQueue(1, 0, &restart, 3), -1) << "nobody listens";
     host.set_restart_listener(&listener);
-    EXPECT_EQ(networkInsertMessageToQueue(1, 2, &message, 3), 0);
-    StreamRequest other{};
-    EXPECT_THAT((std::vector{networkInsertMessageToQueue(1, 2, &message, 2),
-                             networkInsertMessageToQueue(1, 2, nullptr, 3),
-                             networkInsertMessageToQueue(1, 2, &other, 3)}),
-                Each(-1));
-    EXPECT_THAT(listener.wanted, ElementsAre(std::pair(1, 2)));
+    EXPECT_THAT(
+        (std::vector{
+            networkInsertMessageToQueue(1, 2, &restart, 2), networkInsertMessageToQueue(1, 2, nullptr, 3),
+            networkInsertMessageToQueue(1, 2, &request, 3), Private_Protocol_GetRequestFromQueue(nullptr),
+            Private_Protocol_GetRequestFromQueue(&request)}),
+        Each(-1));
 }
 
 TEST(HostServices, KnowTheStreamsThatAreRecorded) {
@@ -305,10 +281,8 @@ TEST(HostServices, CountMotionAndAlarmsOfAChannel) {
     EXPECT_EQ(VideoMDSetStatus(2, 0, nullptr), 0);
     host.motion.set_armed(2, false);
     EXPECT_FALSE(host.motion.counts(2).motion || MD_Disarming_Time(2));
-    for (const uint8_t type : {2, 40, 7}) {
-        uint8_t alarm[4] = {type, 2, 0, 1};
-        EXPECT_EQ(streamInsertAlarmToAlarmQueue(0, alarm), 0);
-    }
+    for (const uint8_t type : {2, 40, 7})
+        streamInsertAlarmToAlarmQueue(0, std::array{type, uint8_t{2}, uint8_t{0}, uint8_t{1}}.data());
     EXPECT_EQ(host.motion.counts(2).alarms, 3u);
     EXPECT_THAT(events(),
                 ElementsAre("motion on channel 2", "motion ended on channel 2", "alarm: motion on channel 2",
@@ -326,35 +300,17 @@ TEST(HostServices, CountMotionAndAlarmsOfAChannel) {
 }
 
 TEST(HostServices, GiveZonesWhosePartsAddUpToTheirOffset) {
-    struct Case {
-        const char* here;  // as TZ has it, where the sign counts westward
-        const char* name;
-        int hours, minutes, camera;
-    };
-    const Case cases[] = {{"LOC-08:00", "GMT+08:00", 8, 0, 40},   {"LOC-05:45", "GMT+05:45", 5, 45, 35},
-                          {"LOC+03:30", "GMT-03:30", -4, 30, 17}, {"LOC+12:00", "GMT-12:00", -12, 0, 0},
-                          {"LOC+00:00", "GMT+00:00", 0, 0, 24},   {"LOC+05:00", "GMT-05:00", -5, 0, 14},
-                          {"LOC-00:20", "GMT+00:00", 0, 0, 24}};
+    Host host;
+    host.store.set_current_zone("GMT-03:30");
     char name[12] = {};
     int a = 0, b = 0;
     uint8_t hours = 9, minutes = 9;
-    for (const Case& c : cases) {
-        setenv("TZ", c.here, 1);
-        tzset();
-        Host host;
-        const auto index = static_cast<uint32_t>(GetTimeZone(name, &a, &b)) >> 8;
-        EXPECT_STREQ(name, c.name);
-        EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
-        EXPECT_THAT((std::vector<int>{a, b, static_cast<int8_t>(hours), minutes}),
-                    ElementsAre(c.hours, c.minutes, c.hours, c.minutes));
-        EXPECT_EQ(GetIpcTimeZoneMap(index), static_cast<uint32_t>(c.camera));
-        host.store.set_current_zone("GMT+14:00");
-        EXPECT_EQ(GetTimeZone(name, nullptr, nullptr) >> 8, 37);
-        EXPECT_THROW(host.store.set_current_zone("GMT+25:00"), Failure);
-        EXPECT_STREQ(name, "GMT+14:00");
-        EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
-        EXPECT_EQ(hours + minutes, 0);
-    }
+    const auto index = static_cast<uint32_t>(GetTimeZone(name, &a, &b)) >> 8;
+    EXPECT_STREQ(name, "GMT-03:30");
+    EXPECT_EQ(GetTimeZoneTime(index, &hours, &minutes), 0);
+    EXPECT_THAT((std::vector<int>{a, b, static_cast<int8_t>(hours), minutes}), ElementsAre(-4, 30, -4, 30));
+    EXPECT_EQ(GetIpcTimeZoneMap(index), 17u);
+    EXPECT_EQ(GetTimeZoneTime(255, &hours, &minutes), -1);
 }
 
 TEST(HostServices, CountTheLibrarysMemoryAndShowItsLines) {

@@ -24,18 +24,6 @@ Input open_input(const std::string& path, const char* format) {
     return input;
 }
 
-template <typename F>
-bool for_each_packet(AVFormatContext* context, F visit) {
-    AVPacket* packet = av_packet_alloc();
-    int result = 0;
-    while ((result = av_read_frame(context, packet)) >= 0) {
-        visit(*packet);
-        av_packet_unref(packet);
-    }
-    av_packet_free(&packet);
-    return result == AVERROR_EOF;
-}
-
 Track track_of(const AVStream& stream) {
     Track track;
     const AVCodecParameters& parameters = *stream.codecpar;
@@ -51,26 +39,27 @@ Track track_of(const AVStream& stream) {
 
 std::vector<Bytes> access_units(const std::string& path, const char* format) {
     std::vector<Bytes> units;
-    const Input input = open_input(path, format);
-    if (!input) return units;
-    for_each_packet(input.get(), [&units](const AVPacket& packet) {
-        units.emplace_back(packet.data, packet.data + packet.size);
-    });
+    for (Track& track : read_file(path, format)) {
+        for (Packet& packet : track.packets) units.push_back(std::move(packet.data));
+    }
     return units;
 }
 
-std::vector<Track> read_file(const std::string& path) {
-    const Input input = open_input(path, nullptr);
+std::vector<Track> read_file(const std::string& path, const char* format) {
+    const Input input = open_input(path, format);
     if (!input) return {};
     std::vector<Track> tracks;
     for (unsigned i = 0; i < input->nb_streams; ++i) tracks.push_back(track_of(*input->streams[i]));
-    const bool whole = for_each_packet(input.get(), [&](const AVPacket& packet) {
-        const AVRational base = input->streams[packet.stream_index]->time_base;
-        tracks[packet.stream_index].packets.push_back({av_rescale_q(packet.pts, base, {1, 1000}),
-                                                       (packet.flags & AV_PKT_FLAG_KEY) != 0,
-                                                       Bytes(packet.data, packet.data + packet.size)});
-    });
-    return whole ? tracks : std::vector<Track>{};
+    AVPacket* packet = av_packet_alloc();
+    int result = 0;
+    for (; (result = av_read_frame(input.get(), packet)) >= 0; av_packet_unref(packet)) {
+        const AVRational base = input->streams[packet->stream_index]->time_base;
+        tracks[packet->stream_index].packets.push_back({av_rescale_q(packet->pts, base, {1, 1000}),
+                                                        (packet->flags & AV_PKT_FLAG_KEY) != 0,
+                                                        Bytes(packet->data, packet->data + packet->size)});
+    }
+    av_packet_free(&packet);
+    return result == AVERROR_EOF ? tracks : std::vector<Track>{};
 }
 
 std::vector<Bytes> units_of_annex_b(const Bytes& bytes) {
@@ -89,20 +78,13 @@ std::vector<Bytes> units_of_annex_b(const Bytes& bytes) {
 }
 
 std::vector<Bytes> units_of_packet(const Bytes& bytes) {
-    std::vector<Bytes> units;
+    Bytes annex_b = bytes;
     size_t at = 0;
-    while (at + 4 <= bytes.size()) {
-        const size_t length =
-            size_t{bytes[at]} << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
-        at += 4;
-        if (length > bytes.size() - at) return {};
-        units.emplace_back(bytes.begin() + static_cast<long>(at),
-                           bytes.begin() + static_cast<long>(at + length));
-        at += length;
-        // The splitter of the clip leaves the first zero of the next start code at a unit's end.
-        while (!units.back().empty() && units.back().back() == 0) units.back().pop_back();
+    for (size_t length = 0; at + 4 <= bytes.size(); at += length) {
+        length = size_t{bytes[at]} << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
+        for (const uint8_t byte : {0, 0, 0, 1}) annex_b[at++] = byte;
     }
-    return units;
+    return at == bytes.size() ? units_of_annex_b(annex_b) : std::vector<Bytes>{};
 }
 
 }  // namespace lenswire::recorder::media

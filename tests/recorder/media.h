@@ -25,8 +25,9 @@ struct Track {
     std::vector<Packet> packets;
 };
 
-// The tracks of a file; empty when it cannot be read to its end.
-std::vector<Track> read_file(const std::string& path);
+// The tracks of a file, of a format that libavformat finds out or is told; empty when it cannot be read to
+// its end.
+std::vector<Track> read_file(const std::string& path, const char* format = nullptr);
 
 // What must survive the copy into a file: the units without their start codes or lengths.
 std::vector<Bytes> units_of_annex_b(const Bytes& access_unit);

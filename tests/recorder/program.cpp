@@ -28,7 +28,8 @@ Outcome ProgramTest::lenswire(const std::string& line, const std::string& librar
     return {code, capture.out(), capture.err(), std::move(words)};
 }
 
-camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device, const std::string& clip) {
+camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device, const std::string& clip, uint64_t frames,
+                                        const std::string& sound) {
     camera::CameraConfig config;
     config.address = camera::address_above("127.0.0.1", static_cast<uint32_t>(farm_.size()));
     config.password = "Secret";
@@ -37,7 +38,9 @@ camera::Camera& ProgramTest::add_camera(camera::DeviceConfig device, const std::
     std::string error;
     for (camera::StreamConfig& stream : config.streams) {
         if (!clip.empty()) stream.video = camera::Clip::open(clip, &error);
+        if (!sound.empty()) stream.audio = camera::Clip::open(sound, &error);
         stream.pace = camera::Pace::kUnpaced;
+        stream.max_frames = frames;
     }
     camera::Camera* camera = farm_.add(config, &error);
     EXPECT_NE(camera, nullptr) << error;

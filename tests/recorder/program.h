@@ -25,8 +25,9 @@ struct Outcome {
 
 class ProgramTest : public testing::Test {
   protected:
-    // Each camera has an address of its own.
-    camera::Camera& add_camera(camera::DeviceConfig device = {}, const std::string& clip = "");
+    // Each camera has an address of its own, and sends so many pictures a stream, or without end.
+    camera::Camera& add_camera(camera::DeviceConfig device = {}, const std::string& clip = "",
+                               uint64_t frames = 0, const std::string& sound = "");
 
     // Runs a command line, words between spaces, where CAM is the first camera and DIR/ the test's folder.
     // Nothing else may write to the standard streams meanwhile.

@@ -99,9 +99,8 @@ TEST_F(SettingsTest, GoToAFileAndBack) {
     std::string file = lenswire("dump CAM").out;
     std::ofstream(folder_.path("same.toml")) << file;
     EXPECT_EQ(run("diff DIR/same.toml CAM")["differences"], json::array()) << file;
-    const std::pair<const char*, const char*> edits[] = {{"main.codec = \"h264\"", "main.codec = \"h265\""},
-                                                         {"\"7:3:9\"", "\"8\""}};
-    for (const auto& [from, to] : edits) {
+    for (const auto& [from, to] :
+         {std::pair{"main.codec = \"h264\"", "main.codec = \"h265\""}, {"\"7:3:9\"", "\"8\""}}) {
         const size_t at = file.find(from);
         ASSERT_NE(at, std::string::npos) << from << " in " << file;
         file.replace(at, std::strlen(from), to);
@@ -137,6 +136,7 @@ struct Ending {
 const Ending kEndings[] = {
     {"get CAM image", "", 0, ""},
     {"get CAM nonsense", "", 2, "cannot be read"},
+    {"time CAM --set --zone GMT+25:00", "", 2, "GMT+25:00"},
     {"get NOBODY image", "", 3, "cannot be reached: connection refused"},
     {"get CAM image", "close-answer", 3, "closed the connection during the login"},
     {"get CAM image --timeout 0.3", "silent", 4, "did not answer the login"},
@@ -203,25 +203,21 @@ TEST_F(ProgramTest, ListsTheServicesThatAProgramLacks) {
 TEST_F(SettingsTest, SayThatTheCameraClosedTheConnection) {
     const test::Capture capture;
     ControlSession session(camera_addresses(addresses_, "").front(), {LENSWIRE_LIBRARY, ""});
-    const auto failure = [](auto operation) -> std::string {
+    const auto failure = [&session](bool ask, bool succeeds) -> std::string {
+        const auto operation = [succeeds] { return succeeds; };
         try {
-            operation();
-            return "";
+            ask ? session.ask("it", operation) : session.tell("it", operation);
         } catch (const Failure& error) {
             return error.what();
         }
+        return "";
     };
-    const auto ask = [&] { session.ask("a wonder", [] { return false; }); };
-    const auto tell = [&] { session.tell("a wonder", [] { return true; }); };
-    const std::string camera = "camera " + session.camera().name();
-    EXPECT_EQ(failure(ask), camera + " answered the request for a wonder with an error");
-    EXPECT_EQ(failure(tell), "");
-    EXPECT_EQ(failure([&] { session.tell("it", [] { return false; }); }),
-              camera + " closed the connection before it was sent");
+    EXPECT_THAT(failure(true, false), testing::EndsWith(" answered the request for it with an error"));
+    EXPECT_EQ(failure(false, true), "");
     camera_->drop_control_connections();
-    EXPECT_TRUE(test::wait_until([&] { return failure(tell) != ""; }));
-    EXPECT_EQ(failure(tell), camera + " closed the connection before a wonder was sent");
-    EXPECT_EQ(failure(ask), camera + " closed the connection over the request for a wonder");
+    EXPECT_TRUE(test::wait_until([&] { return failure(false, true) != ""; }));
+    EXPECT_THAT(failure(false, true), testing::EndsWith(" closed the connection before it was sent"));
+    EXPECT_THAT(failure(true, false), testing::EndsWith(" closed the connection over the request for it"));
 }
 
 TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
@@ -234,7 +230,8 @@ TEST_F(SettingsTest, RefuseBadInputBeforeTheCameraIsAsked) {
         "set CAM osd --from DIR/short|set CAM osd --from DIR/long|ptz CAM sideways|ptz CAM preset|"
         "ptz CAM preset 256|ptz CAM left 0|ptz CAM left 256|cruise CAM start|cruise CAM start 4|"
         "cruise CAM show -1|cruise CAM start 1 2|cruise CAM set 1 0:1|cruise CAM dance|"
-        "time CAM --zone GMT+08:00|time CAM --set --zone|firmware check /nonexistent --camera CAM|"
+        "time CAM --zone GMT+08:00|time CAM --set --zone|firmware check "
+        "/nonexistent --camera CAM|"
         "firmware make wooden|upgrade /nonexistent CAM|dance CAM|set CAM encoding main.codec=mpeg2|"
         "set CAM time month=13|set CAM time zone=Mars|stream CAM -o DIR/s --format avi|apply DIR/missing CAM|"
         "apply DIR/bad.toml CAM| ");
@@ -268,19 +265,14 @@ TEST_F(SettingsTest, ShowNothingOfTheLibrarysLinesUnlessAskedTo) {
 }
 
 TEST_F(SettingsTest, OfPanAndTiltFollowTheOperations) {
-    struct Case {
-        const char* words;
-        uint8_t code, argument;
-    };
-    const Case cases[] = {{"left 200", 2, 200}, {"right", 3, 0},       {"up", 4, 0},
-                          {"down", 5, 0},       {"zoom-in", 6, 0},     {"zoom-out", 7, 0},
-                          {"stop", 1, 0},       {"preset 5", 0x28, 4}, {"set-preset 255", 0x2C, 254}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.words);
-        EXPECT_TRUE(run(std::string("ptz CAM ") + c.words)["fields"].contains("pan"));
+    const std::tuple<const char*, uint8_t, uint8_t> cases[] = {
+        {"left 200", 2, 200}, {"right", 3, 0},       {"up", 4, 0},
+        {"down", 5, 0},       {"zoom-in", 6, 0},     {"zoom-out", 7, 0},
+        {"stop", 1, 0},       {"preset 5", 0x28, 4}, {"set-preset 255", 0x2C, 254}};
+    for (const auto& [words, code, argument] : cases) {
+        EXPECT_TRUE(run(std::string("ptz CAM ") + words)["fields"].contains("pan"));
         const Bytes sent = last_payload(LENSWIRE_CMD_PTZ_OPTION);
-        EXPECT_EQ(sent[1], c.code);
-        EXPECT_EQ(sent[4], c.argument);
+        EXPECT_EQ(std::pair(sent[1], sent[4]), std::pair(code, argument)) << words;
     }
     EXPECT_EQ(run("ptz CAM speed 255")["fields"]["speed"], 255);
 }
@@ -288,6 +280,11 @@ TEST_F(SettingsTest, OfPanAndTiltFollowTheOperations) {
 TEST_F(SettingsTest, OfCruiseLinesGoThroughDatabaseAndCamera) {
     const json points = {{{"preset", 7}, {"time", 3}, {"speed", 9}},
                          {{"preset", 2}, {"time", 5}, {"speed", 5}}};
+    const Bytes before = camera_->record(LENSWIRE_CMD_CRUISE_GET);
+    run("cruise CAM start 1");
+    Bytes after = camera_->record(LENSWIRE_CMD_CRUISE_GET);
+    EXPECT_EQ(std::exchange(after[2], before[2]), 1) << "enabled now";
+    EXPECT_EQ(after, before) << "a line that only the camera knows stays";
     EXPECT_EQ(run("cruise CAM set 2 7:3:9 2")["lines"][0]["points"], points);
     const json started = run("cruise CAM start 2")["lines"];
     ASSERT_THAT(started, SizeIs(1));
@@ -302,24 +299,16 @@ TEST_F(SettingsTest, OfCruiseLinesGoThroughDatabaseAndCamera) {
     EXPECT_EQ(run("cruise CAM set 3 4 --enable")["lines"][0]["enabled"], true);
 }
 
-// Without a database the recorder knows no line; what the camera has must not be lost over a start.
-TEST_F(SettingsTest, OfACruiseLineThatOnlyTheCameraKnowsStay) {
-    const Bytes before = camera_->record(LENSWIRE_CMD_CRUISE_GET);
-    run("cruise CAM start 1");
-    Bytes after = camera_->record(LENSWIRE_CMD_CRUISE_GET);
-    EXPECT_EQ(after[2], 1) << "enabled now";
-    after[2] = before[2];
-    EXPECT_EQ(after, before);
-}
-
 TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
-    const std::pair<const char*, int> zones[] = {
-        {"GMT+00:00", 0},    {"GMT+08:00", 480},  {"GMT+14:00", 840},  {"GMT+05:45", 345},
-        {"GMT-03:30", -210}, {"GMT-05:00", -300}, {"GMT-12:00", -720}, {nullptr, 480}};
+    // In minutes. The last is the machine's, of a camera that loses the first request.
+    const std::pair<const char*, int> zones[] = {{" --zone GMT+00:00", 0},    {" --zone GMT+14:00", 840},
+                                                 {" --zone GMT+05:45", 345},  {" --zone GMT-03:30", -210},
+                                                 {" --zone GMT-12:00", -720}, {"", 480}};
     for (const auto& [zone, minutes] : zones) {
-        SCOPED_TRACE(zone != nullptr ? zone : "the machine's, of a camera that loses the first request");
+        SCOPED_TRACE(zone);
         run("set CAM time year=2001");
-        if (zone == nullptr) {
+        const bool loses = std::string(zone).empty();
+        if (loses) {
             setenv("TZ", "LOC-08:00", 1);
             tzset();
             camera_->on_command(LENSWIRE_CMD_TIME_SET, [this](const camera::Command&) {
@@ -327,13 +316,12 @@ TEST_F(SettingsTest, OfTheClockBecomeLocalTimeInEveryZone) {
                 return std::nullopt;
             });
         }
-        const json clock =
-            run(zone != nullptr ? std::string("time CAM --set --zone ") + zone : "time CAM --set");
+        const json clock = run(std::string("time CAM --set") + zone);
         const std::string text = clock["time"];
         tm fields{};
         ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
         EXPECT_LE(std::abs(timegm(&fields) - time(nullptr) - minutes * 60), 30);
-        EXPECT_EQ(clock["zone"], zone_text(zone == nullptr ? -720 : minutes / 30 * 30).view())
+        EXPECT_EQ(clock["zone"], zone_text(loses ? -720 : minutes / 30 * 30).view())
             << "the first request brings it";
     }
 }
