@@ -1,5 +1,7 @@
 // One message on a socket: sent whole, read whole, and refused when anything about it is wrong.
-#include <sys/socket.h>
+#include <arpa/inet.h>
+
+#include <regex>
 
 #include "engine/engine.h"
 
@@ -69,23 +71,12 @@ TEST(SendCommand, RefusesBadArgumentsAndOverLongMessagesWithoutSending) {
 
 TEST(SendCommand, AFullSocketFailsAndNothingMoreIsSent) {
     Pair pair;
-    Bytes message = command(0x1005, pattern(4064)).bytes();
-    size_t whole_messages = 0;
-    int length = 4096;
-    while (PC_SendCmd(pair.ours(), message.data(), &length) == 0) {
-        ++whole_messages;
-        ASSERT_LT(whole_messages, 100000u);
-        length = 4096;
-    }
+    const Bytes message = command(0x1005, pattern(4064)).bytes();
+    int whole_messages = 0, length = 4096;
+    for (; PC_SendCmd(pair.ours(), message.data(), &length) == 0; length = 4096)
+        ASSERT_LT(++whole_messages, 100000);
     EXPECT_EQ(length, 0);
-    pair.closes_ours();
-    size_t arrived = 0;
-    uint8_t buffer[65536];
-    ssize_t got;
-    while ((got = recv(pair.theirs().descriptor(), buffer, sizeof buffer, 0)) > 0)
-        arrived += static_cast<size_t>(got);
-    EXPECT_GE(arrived, whole_messages * 4096);
-    EXPECT_LT(arrived, (whole_messages + 1) * 4096);
+    EXPECT_EQ(waiting_bytes(pair.theirs().descriptor()) / 4096, whole_messages);
 }
 
 TEST(ReceiveCommand, ReadsOneMessageAndLeavesTheNext) {
@@ -103,80 +94,51 @@ TEST(ReceiveCommand, ReadsOneMessageAndLeavesTheNext) {
     }
 }
 
-TEST(ReceiveCommand, AMessageCutAtAnyByteIsRefused) {
-    const Bytes message = command(0x4141, repeated('H', 40)).bytes();
-    for (size_t cut = 1; cut < message.size(); ++cut) {
-        Pair pair;
-        pair.theirs().sends(slice(message, 0, cut));
-        if (cut != 32) pair.theirs().closes();  // a late rest of a payload is not waited for
-        Capture capture;
-        const Received received = receive(PC_RecvCmd, pair.ours());
-        EXPECT_EQ(received.result, -1) << cut;
-        EXPECT_EQ(received.length, 0) << cut;
-        const std::string out = unnumbered(capture.out());
-        const std::string socket = std::to_string(pair.ours());
-        if (cut < 32) {
-            EXPECT_THAT(out,
-                        HasSubstr("File: src/pteClient, Line: N: ************ len is ARG_HEAD_LEN != len : " +
-                                  std::to_string(cut) + ", sock : " + socket));
-        } else if (cut > 32) {
-            EXPECT_THAT(out, HasSubstr("PRIVATE_LOG src/pteClient-PC_RecvCmd-N: PC_RecvCmd  len=" +
-                                       std::to_string(cut - 32) + ",*pLen="));
-            EXPECT_THAT(out, HasSubstr("pCmd->ulBufferNum*pCmd->ulBufferSize=40 sock"));
-            EXPECT_EQ(occurrences(out, "H"), static_cast<int>(cut - 32 + occurrences(out, "ARG_H")));
-        } else {
-            EXPECT_THAT(capture.err(), HasSubstr("33333333 socket=" + socket + "  ,  "));
-        }
-        EXPECT_EQ(occurrences(out, "GG"), 0) << "bytes that never came were logged: " << out;
-    }
-}
-
-TEST(ReceiveCommand, RefusesOverLongMessagesBeforeTheirPayload) {
+// What is logged of a broken message is a text as far as it came, whatever the bytes.
+TEST(ReceiveCommand, RefusesWhatIsNoWholeMessageAndLogsWhatCame) {
+    const Bytes text = {'%', 's', 0x1B, '[', '\n', 0xE9, 0x7F, '~', ' '};
+    const std::string head = "File: src/pteClient, Line: N: ************ len is ARG_HEAD_LEN != len : ";
+    const std::string log = "PRIVATE_LOG src/pteClient-PC_RecvCmd-N: PC_RecvCmd  ";
+    const std::string forty = ",*pLen=4096,pCmd->ulBufferNum*pCmd->ulBufferSize=40 sock : S  errno : ";
+    Message packet = command(0x1004, pattern(4));
+    packet.flag = 1;
+    struct Row {
+        Bytes sent;
+        std::string out;
+        int left = 0;
+    };
+    std::vector<Row> rows = {
+        {{}, ""},
+        {packet.bytes(), "", 4},
+        {text, head + "9, sock : S, buf : %s.[...~ \n\n"},
+        {repeated('H', 31), head + "31, sock : S, buf : " + std::string(31, 'H') + "\n\n"},
+        {announcing(0x1004, {1, 40}, text).bytes(), log + "len=9" + forty + "0 pBuff : %s.[...~ \n"},
+        // A late rest is not waited for.
+        {announcing(0x1004, {1, 40}).bytes(),
+         log + "len=-1" + forty + "11 pBuff : \n33333333 socket=S  ,  Resource temporarily unavailable \n"},
+    };
     for (const Product& product : kOverLong) {
+        const std::string length = std::to_string(product.number * product.size);
+        const std::string out =
+            log + "*pLen=4096,pCmd->ulBufferNum*pCmd->ulBufferSize=" + length + ",pCmd->usCmd=1004\n";
+        rows.push_back({announcing(0x1004, product, pattern(100)).bytes(), out, 100});
+    }
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.out);
         Pair pair;
-        pair.theirs().sends(announcing(0x1004, product, pattern(100)));
+        pair.theirs().sends(row.sent);
         Capture capture;
         const Received received = receive(PC_RecvCmd, pair.ours());
-        EXPECT_EQ(received.result, -1) << product.number << " x " << product.size;
+        EXPECT_EQ(received.result, -1);
         EXPECT_EQ(received.length, 0);
-        EXPECT_EQ(slice(received.buffer, 32, 4064), repeated('G', 4064));
-        EXPECT_EQ(waiting_bytes(pair.ours()), 100);
-        EXPECT_THAT(capture.out(),
-                    HasSubstr("PC_RecvCmd  *pLen=4096,pCmd->ulBufferNum*pCmd->ulBufferSize=" +
-                              std::to_string(product.number * product.size) + ",pCmd->usCmd=1004"));
+        EXPECT_EQ(waiting_bytes(pair.ours()), row.left);
+        const std::regex socket("(sock : |socket=)[0-9]+");
+        EXPECT_EQ(std::regex_replace(unnumbered(capture.out() + capture.err()), socket, "$1S"), row.out);
     }
     // Longer than the caller's buffer, though not than a message may be.
     Pair pair;
     pair.theirs().sends(command(0x1004, pattern(36)));
-    const Received received = receive(PC_RecvCmd, pair.ours(), 67);
-    EXPECT_EQ(received.result, -1);
-    EXPECT_EQ(slice(received.buffer, 32, 35), repeated('G', 35));
-}
-
-// What is logged of a broken message is a text as far as it came, whatever the bytes.
-TEST(ReceiveCommand, ABrokenMessageIsLoggedInPrintableCharacters) {
-    const Bytes bytes = {'%', 's', 0x1B, '[', '\n', 0xE9, 0x7F, '~', ' '};
-    for (const Bytes& broken : {bytes, announcing(0x1004, {1, 40}, bytes).bytes()}) {
-        Pair pair;
-        pair.theirs().sends(broken);
-        Capture capture;
-        EXPECT_EQ(receive(PC_RecvCmd, pair.ours()).result, -1);
-        EXPECT_THAT(capture.out(), HasSubstr(" : %s.[...~ \n"));
-    }
-}
-
-TEST(ReceiveCommand, NothingThereAndStreamPacketsFailSilently) {
-    Pair pair;
-    Message packet = command(0x1004, pattern(4));
-    packet.flag = 1;
-    Capture capture;
-    for (const Bytes& bytes : {Bytes(), packet.bytes()}) {
-        pair.theirs().sends(bytes);
-        const Received received = receive(PC_RecvCmd, pair.ours());
-        EXPECT_EQ(received.result, -1);
-        EXPECT_EQ(received.length, 0);
-    }
-    EXPECT_EQ(capture.out() + capture.err(), "");
+    EXPECT_EQ(receive(PC_RecvCmd, pair.ours(), 67).result, -1);
 }
 
 TEST(ReceiveCommand, RefusesBadArgumentsWithoutReading) {
@@ -217,6 +179,86 @@ TEST(ReceiveWhateverIsThere, GivesBytesNothingOrTheEnd) {
     receives(0, 4096, 4196, 804);
     pair.theirs().closes();
     receives(-1, 4096, 0, 0);
+}
+
+// -- A command finds its camera's control connection by address alone.
+
+const uint32_t kCamera = inet_addr("10.1.2.3");
+
+class Delivery : public EngineTest {
+  protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        stops_thread(PC_G_EventLoopSwitch);  // the clients are the test's own
+    }
+    // A client with that address and socket, in a state in which nobody else uses it.
+    CmdClient* client_of(uint32_t address, int socket, uint32_t login_id = 0) {
+        CmdClient* client = PC_CreateNew()->pCmdClient;
+        client->ulIpAddr = address;
+        client->sockFd = socket;
+        client->ulLoginId = login_id;
+        return client;
+    }
+    static int delivers(Bytes& message, int time = 20, uint32_t address = kCamera) {
+        return Prv_Send_Cmd(address, message.data(), message.data(), time);
+    }
+};
+
+TEST_F(Delivery, StampsTheLoginIdentifierIntoTheMessage) {
+    Pair pair;
+    CmdClient* client = client_of(kCamera, pair.gives_ours(), 0xA0B1C2D3);
+    PC_SetCBState(client, PC_STATE_CONNECTED);  // one that is logging in gets commands, too
+    const Bytes stamped = command(0x1005, pattern(36), 0, 0xA0B1C2D3).bytes();
+    Bytes buffer = in_buffer(command(0x1005, pattern(36), 0, 55));
+    EXPECT_EQ(delivers(buffer, 0), -1) << "a budget of no attempts sends and fails";
+    EXPECT_EQ(delivers(buffer, 1), 0);
+    EXPECT_EQ(pair.theirs().reads(136), stamped + stamped);
+    EXPECT_FALSE(pair.theirs().has_bytes());
+    EXPECT_EQ(u32_at(buffer, 8), 0xA0B1C2D3);
+
+    pair.theirs().closes();
+    Capture capture;
+    EXPECT_EQ(delivers(buffer), -1);
+    EXPECT_THAT(
+        unnumbered(capture.out()),
+        HasSubstr("PRIVATE_LOG src/pteClient-Private_Protocol_CMDDelivery-N: send error\nsend error\n"));
+}
+
+TEST_F(Delivery, TheFirstClientOfAnAddressIsTheOne) {
+    Pair other, first, second;
+    client_of(inet_addr("10.1.2.4"), other.gives_ours());
+    CmdClient* client = client_of(kCamera, first.ours());
+    client_of(kCamera, second.gives_ours());
+    Bytes buffer = in_buffer(command(0x1004));
+    EXPECT_EQ(delivers(buffer), 0);
+    EXPECT_EQ(first.theirs().reads_command().command, 0x1004);
+
+    // Even when it has no socket and the second has one. Without a client nothing is sent.
+    client->sockFd = -1;
+    const Bytes before = buffer;
+    Capture capture;
+    EXPECT_EQ(Private_Protocol_CMDDelivery(inet_addr("10.1.2.9"), buffer.data(), buffer.data(), 10), -1);
+    EXPECT_EQ(buffer, before);
+    EXPECT_EQ(Private_Protocol_CMDDelivery(kCamera, buffer.data(), buffer.data(), 10), -1);
+    EXPECT_EQ(capture.out() + capture.err(), "");
+    EXPECT_EQ(delivers(buffer), -1);
+    EXPECT_EQ(unnumbered(capture.out()),
+              "PRI_LOG src/privateConfigure-Prv_Send_Cmd-N:  Private_Protocol_CMDDelivery failed,\tk=0,"
+              "ip=10.1.2.3\n");
+    EXPECT_FALSE(second.theirs().has_bytes());
+    EXPECT_FALSE(other.theirs().has_bytes());
+}
+
+TEST_F(Delivery, RefusesBadArguments) {
+    Bytes buffer = in_buffer(command(0x1004));
+    Capture capture;
+    uint8_t* const bytes = buffer.data();
+    EXPECT_THAT((std::vector{Private_Protocol_CMDDelivery(0, bytes, bytes, 1),
+                             Private_Protocol_CMDDelivery(kCamera, nullptr, bytes, 1),
+                             Private_Protocol_CMDDelivery(kCamera, bytes, nullptr, 1),
+                             Private_Protocol_CMDDelivery(kCamera, bytes, bytes, -1)}),
+                Each(-1));
+    EXPECT_EQ(occurrences(capture.out(), ": input para error ip="), 4);
 }
 
 }  // namespace

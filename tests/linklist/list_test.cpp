@@ -65,7 +65,8 @@ TEST_F(ListTest, BehavesLikeAVector) {
         const int index =
             random() % 9 == 0 ? far[random() % 2] : static_cast<int>(random() % (values.size() + 4)) - 2;
         const auto at = static_cast<size_t>(index);
-        const bool inside = index >= 0 && at < values.size(), empty = values.empty();
+        const bool inside = index >= 0 && at < values.size(), empty = values.empty(),
+                   front = random() % 2 == 0;
         Element element{step};
         Element taken{~step};
         switch (random() % 9) {
@@ -75,13 +76,10 @@ TEST_F(ListTest, BehavesLikeAVector) {
                 values.insert(values.begin() + (inside || at == values.size() ? index : 0), step);
                 break;
             case 1:
-                EXPECT_EQ(List_PushFront(list, &element), 0);
-                values.insert(values.begin(), step);
-                break;
             case 2:
             case 3:
-                EXPECT_EQ(List_PushBack(list, &element), 0);
-                values.push_back(step);
+                EXPECT_EQ((front ? List_PushFront : List_PushBack)(list, &element), 0);
+                values.insert(front ? values.begin() : values.end(), step);
                 break;
             case 4:
                 EXPECT_EQ(List_Replace(list, &element, index), inside ? 0 : -1);
@@ -96,17 +94,11 @@ TEST_F(ListTest, BehavesLikeAVector) {
                 List_RemoveAt(list, index);
                 if (inside) erase(at);
                 break;
-            case 7:
-                EXPECT_EQ(List_PopFront(list, &taken), empty ? -1 : 0);
-                EXPECT_EQ(taken.value, empty ? ~step : values.front());
-                for (int i = 0; i < 2 && !values.empty(); ++i) erase(0);
-                List_RemoveFrist(list);
-                break;
             default:
-                EXPECT_EQ(List_PopBack(list, &taken), empty ? -1 : 0);
-                EXPECT_EQ(taken.value, empty ? ~step : values.back());
-                for (int i = 0; i < 2 && !values.empty(); ++i) values.pop_back();
-                List_RemoveLast(list);
+                EXPECT_EQ((front ? List_PopFront : List_PopBack)(list, &taken), empty ? -1 : 0);
+                EXPECT_EQ(taken.value, empty ? ~step : front ? values.front() : values.back());
+                (front ? List_RemoveFrist : List_RemoveLast)(list);
+                for (int i = 0; i < 2 && !values.empty(); ++i) erase(front ? 0 : values.size() - 1);
         }
         ASSERT_NO_FATAL_FAILURE(expect(values)) << "step " << step;
     }

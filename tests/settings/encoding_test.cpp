@@ -19,22 +19,16 @@ Bytes record(uint8_t type, uint8_t flag = 0) {
 }
 
 // Records by their types and flags: "0 2/1" is one of type 0 and one of type 2 with flag 1, "-" none.
-std::vector<Bytes> records_of(const std::string& text) {
-    std::vector<Bytes> list;
+Bytes joined(const std::string& text) {
+    Bytes bytes;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         const size_t slash = word.find('/');
         const int flag = slash == std::string::npos ? 0 : std::stoi(word.substr(slash + 1));
-        list.push_back(word == "-"
-                           ? repeated('u', 32)
-                           : record(static_cast<uint8_t>(std::stoi(word)), static_cast<uint8_t>(flag)));
+        bytes =
+            bytes + (word == "-" ? repeated('u', 32)
+                                 : record(static_cast<uint8_t>(std::stoi(word)), static_cast<uint8_t>(flag)));
     }
-    return list;
-}
-
-Bytes joined(const std::string& text) {
-    Bytes bytes;
-    for (const Bytes& one : records_of(text)) bytes = bytes + one;
     return bytes;
 }
 
@@ -208,31 +202,27 @@ TEST_F(Encoding, GivesBothSlotsBackWhateverFails) {
     const Message scope = scope_answer("H264:7x8;@");
     Message bad_flag = records("0 1");
     bad_flag.flag = 3;
-    const struct {
-        Message scope, list;
-        std::string line;
-    } cases[] = {
+    const std::tuple<Message, Message, std::string> cases[] = {
         {command(kScopeCode, {}, 5), records(""), no_answer},
         {scope_answer("JUNK"), records(""), line(name, "Parse_EncodingResolution error\n")},
         {scope, command(kRecordsCode, {}, 5), no_answer},
         {scope, bad_flag, line(name, "ulBufferNum =2 ulFlag=3  ERROR")},
         {scope, records("0"), line(name, "Process_EncodingType failed k=1")},
     };
-    for (const auto& row : cases) {
+    for (const auto& [scope_sent, list, text] : cases) {
         Capture capture;
-        EXPECT_EQ(answers_both(row.list, row.scope), -1);
-        EXPECT_THAT(unnumbered(capture.out()), testing::EndsWith(row.line));
+        EXPECT_EQ(answers_both(list, scope_sent), -1);
+        EXPECT_THAT(unnumbered(capture.out()), testing::EndsWith(text));
         EXPECT_EQ(g_rs_num, 0);
     }
+    Capture capture;
     for (int refused : {1, 2}) {
-        Capture capture;
         host().refuses_allocation(refused);
         EXPECT_EQ(both(), -1);
-        EXPECT_EQ(occurrences(unnumbered(capture.out()), line(name, "cond init failed")), 1);
+        EXPECT_EQ(occurrences(unnumbered(capture.out()), line(name, "cond init failed")), refused);
         EXPECT_EQ(g_rs_num, 0);
     }
     EXPECT_FALSE(camera_was_asked());
-    Capture capture;
     const Timewarp warp;
     EXPECT_EQ(both(), -1);
     EXPECT_THAT(warp.waited_s, ElementsAre(10)) << "for the scope";

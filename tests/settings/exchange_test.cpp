@@ -79,6 +79,8 @@ const Get kGets[] = {
     {CALL(Private_Fish_Protocol_GetEncodingProperty, kSome, ip, out), 0x1061, 256, 5, 0, kInside | kFlag,
      kAddress, 4},
     {CALL(Private_Protocol_GetPlatFormType, kChannel), 0x2003, 464, 0, 0, kInside | kZero | kFlag | kBlank},
+    {CALL(Get_IPC_upgradeParam, kChannel, reinterpret_cast<char*>(out)), 0x2003, 464, 0, 0,
+     kInside | kZero | kFlag | kError},
 };
 
 std::string undelivered(uint32_t ip) {

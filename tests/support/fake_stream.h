@@ -2,7 +2,6 @@
 // queue and private information. Laid out at the offsets that the library touches.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -36,7 +35,6 @@ class ReceiveBuffer {
 
     // For tests that play the receive loop themselves.
     void holds(const Bytes& bytes);
-    Bytes held() const;
     // The place where the ring wraps: the next byte is written so many bytes from the start.
     void starts_at(uint32_t position) { object_.read_position = position; }
 
@@ -69,9 +67,6 @@ class FakeStream {
     Notes<Frame> frames;
     // The queue has no buffer for some of the frames to come, counted from now on.
     void refuses_buffers(size_t after, size_t count);
-    std::atomic<size_t> refused_buffers{0};
-    // Buffers handed out and never inserted.
-    size_t missing_buffers() const;
 
     void has_private_info(bool has) { has_info_ = has; }
     // What stands there now; kUntouched where the library never wrote.

@@ -92,33 +92,24 @@ const struct {
     {"A_B_BTMC_D", "A_B_x.bin", -2},
     {"A_B_BTAC_D", "A_B_x.bin", -2},
     {"A_B_BTAM_D", "A_B_x.bin", -2},
-    {"A_B_btamc_D", "A_B_x.bin", -2},
     {"BTAMC_BTAMC_no_BTAMC", "A_B_x.bin", -2},
-    {"A_B_BTAMC", "A_B_x.bin", 0},  // no fourth field
-    {"", "A_B_x.bin", -2},
+    {"A_B_BTAMC", "A_B_x.bin", 0},   // no fourth field
     {"A__BTAMC_D", "A__x.bin", -2},  // an empty field ends the scan
-    {"_B_BTAMC_D", "_B_x.bin", -2},
     // first two fields
     {"A_B_BTAMC_D", "A_B", 0},
     {"A_B_BTAMC_D", "A_BB_x", -1},
     {"AA_B_BTAMC_D", "A_B_x", -1},
-    {"A_B_BTAMC_D", "a_B_x", -1},
-    {"A_B_BTAMC_D", "", -1},
-    {"A_B_BTAMC_D", "A_B.bin", -1},
     // the last component of the path is the name
     {"A_B_BTAMC_D", "/X_Y_z/A_B_x.bin", 0},
     {"A_B_BTAMC_D", "/A_B_x/X_Y_z.bin", -1},
-    {"A_B_BTAMC_D", "/A_B_x/", -1},
     // P asks for BD anywhere in the path
     {"A_B_MTAXCP_D", "A_B_x.bin", -1},
     {"A_B_MTAXCP_D", "A_B_BD.bin", 0},
     {"A_B_MTAXCP_D", "/BD/A_B_x.bin", 0},
-    {"A_B_MTAXCP_D", "/B/D/A_B_x.bin", -1},
     {"A_B_MTAXC_P", "A_B_x.bin", 0},
     // limits: 31 characters a field
     {k31 + "_B_BTAMC", k31 + "_B_x", 0},
     {k32 + "_B_BTAMC", k32 + "_B_x", -1},
-    {"A_" + k32 + "_BTAMC", "A_" + k32 + "_x", -1},
     {"A_B_BTAMC" + std::string(26, 'n'), "A_B_x", 0},
     {"A_B_BTAMC" + std::string(27, 'n'), "A_B_x", -1},
     {"A_B_BTAMC_" + k31, "A_B_" + k31, 0},
@@ -158,16 +149,11 @@ const struct {
     std::string firmware, path;
     const char* out;
 } kTokenCases[] = {
-    {"S2L_55_W", "S2L_55M_W_x.bin", kTokensFit},
+    {"S2L_55_W", "/any/S2L_55M_W_x.bin", kTokensFit},
     {"S2L_55_W", "S2L_5_W_x.bin", kTokensDiffer},
-    {"S2L_55_W_never_seen", "/any/S2Lx_55", kTokensFit},
     {"S2L_55_Wx", "S2L_55_Wxy", kTokensFit},  // no end: not exactly W
-    {"S2L_55_Wx", "S2L_55_W", kTokensDiffer},
-    {"S2L_55", "S2L_W_55", kTokensDiffer},  // the file's list ends at its W
+    {"S2L_55", "S2L_W_55", kTokensDiffer},    // the file's list ends at its W
     {"S2L_55", "S2L", kTokensDiffer},
-    {"S2L", "s2l", kTokensDiffer},
-    {"S2L", "", kTokensDiffer},
-    {"", "S2L", ""},
     {"W_S2L", "S2L", ""},
     {k31, k31, kTokensFit},
     {k32, k32, kTokensDiffer},
@@ -210,13 +196,11 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
     } cases[] = {
         // the camera's own names
         {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
-        {5, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 1), ""},
         {0, "GM8138", "OV4689", header_file("GM8139", "OV4689", 100, 1), kNamesError},
         {0, "GM8138", "OV4689", header_file("GM8138", "OV468", 100, 1), kNamesError},
         {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 100, 0), kNamesError},
         {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 0, 1), kNamesError},
         {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 99, 1), kLengthError},
-        {0, "GM8138", "OV4689", header_file("GM8138", "OV4689", 101, 1), kLengthError},
         {0, "HI3516A", "IMX1781", header_file("HI3516A", "IMX1781", 100, 1), ""},
         {0, "HI3516AV", "OV4689", header_file("HI3516AV", "OV4689", 100, 1), kNamesError},
         {0, "GM8138", "OV468912", header_file("GM8138", "OV468912", 100, 1), kNamesError},
@@ -227,14 +211,12 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
         {5, "", "", header_file("HI3516A", "IMX178", 100, 0), kTypeError},
         {5, "", "", header_file("HI3516A", "IMX178", 0, 1), kTypeError},
         {5, "", "", header_file("HI3516A", "OV4689", 100, 1), kTypeError},
-        {5, "", "", header_file("HI3516", "IMX178", 100, 1), kTypeError},
         {100, "", "", header_file("GM8136", "OV2715", 100, 1), ""},
         {100, "", "", header_file("GM8135", "OV9732", 100, 1), ""},
         {100, "", "", header_file("GM8136", "OV9732", 100, 1), kTypeError},
         {101, "", "", header_file("GM8138", "OV4689", 100, 1), ""},
         {102, "", "", header_file("GM8135", "OV9750", 100, 1), ""},
         {200, "", "", header_file("HI3516D", "OV4689", 100, 1), ""},
-        {201, "", "", header_file("HI3516D", "OV4689", 100, 1), ""},
         // no names at all
         {90, "", "", header_file("", "", 100, 0), ""},
         {90, "", "", header_file("XXXXXXXX", "YYYYYYYY", 100, 0), ""},
@@ -270,7 +252,6 @@ TEST(TagCheck, WantsTheWordAtItsPlace) {
         {400, ended + "more", ""},
         {307, ended, " fread error\n"},
         {308, "APPLICATION", " strcmp APPLICATION error\n"},
-        {308, std::string("APPLICATIOM\0", 12), " strcmp APPLICATION error\n"},
         {308, std::string("APP\0", 4), " strcmp APPLICATION error\n"},
     };
     for (const auto& c : cases) {

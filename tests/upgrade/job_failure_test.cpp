@@ -1,6 +1,5 @@
 // Jobs that cannot start, cameras and files that are refused, and what the system has run out of.
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,35 +29,19 @@ class UpgradeFailure : public UpgradeTest {
 
 // -- The camera.
 
-TEST_F(UpgradeFailure, OfTheQueryReadsAsNoFit) {
-    binds({1, 2, 3}, uploads_.port());
+TEST_F(UpgradeFailure, IsToldFromAFileThatDoesNotFit) {
+    binds({1, 2}, uploads_.port());
     host().has_channel(2, Channel{.address = "0.0.0.0"});
-    host().has_channel(3, Channel{.address = "127.9.9.9"});  // nobody is logged in there
-    const struct {
-        int channel;
-        const char* name;
-        int result;
-        std::string err;
-        uint16_t state = 0, flag = 0;  // of the camera's answer
-        int refused_allocation = 0;
-    } cases[] = {
+    const std::tuple<int, std::string, int, const char*> cases[] = {
         {1, kFileName, 1, ""},
         {1, "A_C_x.bin", 0, ""},
-        {2, kFileName, -1, "IP error"},
-        {4, kFileName, -1, "IP error"},
-        {3, kFileName, 0, "Prv_Send_Cmd failed"},
-        {1, kFileName, 0, "get cond and property failed pCmd->usCmd =2003", 1},
-        {1, kFileName, 0, "ulBufferNum =1 ulFlag=7\tERROR", 0, 7},
-        {1, kFileName, 0, "cond init failed", 0, 0, 1},
+        {2, kFileName, -1, "[src/privateConfigure:Get_IPC_upgradeParam:N]:IP error\n"},
+        {4, kFileName, -1, "[src/privateConfigure:Get_IPC_upgradeParam:N]:IP error\n"},
     };
-    for (const auto& c : cases) {
-        info_state_ = c.state;
-        info_flag_ = c.flag;
-        host().refuses_allocation(c.refused_allocation);
-        const std::string operation = "[src/privateConfigure:Get_IPC_upgradeParam:N]:";
+    for (auto [channel, name, result, err] : cases) {
         Capture capture;
-        EXPECT_EQ(Get_IPC_upgradeParam(c.channel, std::string(c.name).data()), c.result) << c.err;
-        EXPECT_EQ(unnumbered(capture.err()), c.err.empty() ? "" : operation + c.err + "\n");
+        EXPECT_EQ(Get_IPC_upgradeParam(channel, name.data()), result);
+        EXPECT_EQ(unnumbered(capture.err()), err);
     }
 }
 
@@ -106,23 +89,6 @@ TEST_F(UpgradeFailure, OfArgumentsStartsNothingAndAShortChannelTableDoes) {
     host().has_record(17, 250, Bytes(100));
     waits_for_end(starts({}, has_file()));
     EXPECT_THAT(capture.out(), testing::HasSubstr("get devChannel info error, len = 100\r\n"));
-}
-
-// No thread can have a stack of this size.
-TEST_F(UpgradeFailure, OfTheThreadLeavesTheRecordFree) {
-    pthread_attr_t usual;
-    pthread_attr_t huge;
-    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
-    pthread_attr_init(&huge);
-    ASSERT_EQ(
-        pthread_attr_setstacksize(&huge, sizeof(void*) == 8 ? SIZE_MAX / (1 << 16) : SIZE_MAX / 16 * 15), 0);
-    const std::string path = has_file();
-    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
-    for (int i = 0; i < 65; ++i) starts({}, path, -1);
-    ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
-    waits_for_end(starts({}, path));
-    pthread_attr_destroy(&usual);
-    pthread_attr_destroy(&huge);
 }
 
 // A thread that no job started has nothing to do, and owns its request all the same.
@@ -183,49 +149,11 @@ TEST_F(UpgradeFailure, OfTheFileEndsTheJobAtOnce) {
 
 // -- Descriptors.
 
-void open_null_at(int descriptor) {
-    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-    if (null == descriptor) return;
-    dup2(null, descriptor);
-    close(null);
-}
-
-TEST_F(UpgradeFailure, IsNoneForASocketWithDescriptorZero) {
-    binds({1}, uploads_.port());
-    const std::string path = has_file();
-    open_null_at(STDIN_FILENO);
-    for (const bool answers : {true, false}) {
-        close(STDIN_FILENO);
-        const pthread_t job = starts({1}, path);
-        Wire wire = uploads_.accepts();
-        EXPECT_TRUE(is_open(STDIN_FILENO));
-        wire.reads(1032);
-        if (answers) wire.sends(upload_answer());
-        wire.closes();
-        EXPECT_EQ(text_of(waits_for_end(job)), answers ? "1: done 100%, " : "1: failed 100%, ");
-        EXPECT_FALSE(is_open(STDIN_FILENO));
-        open_null_at(STDIN_FILENO);
-    }
-}
-
-// Gives the process's descriptors a limit for its scope.
-struct DescriptorLimit {
-    explicit DescriptorLimit(rlim_t limit) {
-        getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit now{limit, before.rlim_max};
-        works = setrlimit(RLIMIT_NOFILE, &now) == 0;
-    }
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before); }
-
-    rlimit before;
-    bool works;
-};
-
 TEST_F(UpgradeFailure, OfEverySocketIsNoAlarm) {
     binds({1, 2}, uploads_.port());
     const std::string path = has_file();
     Capture capture;
-    const DescriptorLimit few(100);
+    ASSERT_TRUE(limits_descriptors(100));
     const std::vector<int> taken = takes_descriptors(INT_MAX);
     EXPECT_EQ(text_of(waits_for_end(starts({1, 2}, path))), "1: failed 0%, 2: failed 0%, ");
     std::for_each(taken.begin(), taken.end() - 1, close);
@@ -234,21 +162,21 @@ TEST_F(UpgradeFailure, OfEverySocketIsNoAlarm) {
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
 
-TEST_F(UpgradeFailure, OfASocketThatSelectCannotHold) {
+TEST_F(UpgradeFailure, OfASocketThatSelectCannotHoldIsNoneOfOneWithDescriptorZero) {
     binds({1, 2}, uploads_.port());
     const std::string path = has_file();
-    const DescriptorLimit more(1100);
-    if (!more.works) GTEST_SKIP() << "no more than 1024 descriptors here";
+    if (!limits_descriptors(1100)) GTEST_SKIP() << "no more than 1024 descriptors here";
     Capture capture;
-    // One descriptor below 1024 is free: the first camera gets it.
     const std::vector<int> taken = takes_descriptors(1023);
-    close(taken.back());
+    close(STDIN_FILENO);  // the first camera gets it
     const pthread_t job = starts({1, 2}, path);
     Wire wire = uploads_.accepts();
     wire.reads(1032);
+    EXPECT_TRUE(is_open(STDIN_FILENO));
     wire.sends(upload_answer());
     EXPECT_EQ(text_of(waits_for_end(job)), "1: done 100%, 2: failed 0%, ");
-    std::for_each(taken.begin(), taken.end() - 1, close);
+    EXPECT_EQ(open("/dev/null", O_RDWR | O_CLOEXEC), STDIN_FILENO) << "the socket was not closed";
+    std::for_each(taken.begin(), taken.end(), close);
     EXPECT_EQ(unnumbered(capture.err()), kThread + "sock >= 1024\n");
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }

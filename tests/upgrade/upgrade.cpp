@@ -26,13 +26,6 @@ std::string text_of(const UpgradeJobStatus& status) {
     return text;
 }
 
-UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path) {
-    UpgradeRequest request{};
-    for (const int channel : channels) request.aucChannel[channel] = 1;
-    std::memcpy(request.szFilePath, path.data(), std::min(path.size(), sizeof request.szFilePath));
-    return request;
-}
-
 void UpgradeTest::SetUp() {
     EngineTest::SetUp();
     LoggedIn login = new_login(control_);
@@ -62,9 +55,7 @@ void UpgradeTest::answers_requests() {
         const Message request = control_wire_.reads_command();
         if (request.command != 0x2003) continue;
         EXPECT_EQ(request.payload, Bytes(464));
-        Message answer = command(0x2003, info_, info_state_);
-        answer.flag = info_flag_;
-        control_wire_.sends(answer);
+        control_wire_.sends(command(0x2003, device_info(0, kFirmware)));
     }
 }
 
@@ -81,7 +72,9 @@ void UpgradeTest::binds(const std::vector<int>& channels, int port, int protocol
 }
 
 pthread_t UpgradeTest::starts(const std::vector<int>& channels, const std::string& path, int expected) {
-    const UpgradeRequest request = request_for(channels, path);
+    UpgradeRequest request{};
+    for (const int channel : channels) request.aucChannel[channel] = 1;
+    std::memcpy(request.szFilePath, path.data(), std::min(path.size(), sizeof request.szFilePath));
     pthread_t job{};
     EXPECT_EQ(Prv_ipc_upgrade(&request, &job), expected);
     return job;

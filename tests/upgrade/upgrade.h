@@ -41,9 +41,6 @@ class UpgradeTest : public EngineTest {
 
     Folder folder_;
     ScriptedCamera uploads_;  // takes the upload connections
-    Bytes info_ = device_info(0, kFirmware);
-    uint16_t info_flag_ = 0;  // ulFlag and ucState of the device information
-    uint16_t info_state_ = 0;
 
   private:
     void answers_requests();
@@ -59,12 +56,7 @@ class UpgradeTest : public EngineTest {
 // The cameras of a job, as "3: running 17%, 4: done 100%, "; a state is running, done, failed or late.
 std::string text_of(const UpgradeJobStatus& status);
 
-UpgradeRequest request_for(const std::vector<int>& channels, const std::string& path);
-
-// The header that announces an upload, and the answer to one.
-inline Bytes upload_header(uint32_t file_size) {
-    return announcing(0x2002, {1, file_size}).bytes();
-}
+// The answer to an upload.
 inline Message upload_answer(uint16_t state = 0) {
     return command(0x2002, {}, state);
 }
