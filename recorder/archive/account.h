@@ -5,6 +5,7 @@
 // overlap. That holds by construction: each begins where the one before it ended.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,10 @@ class Account {
     // From here on pictures are missing, or go missing, for this reason. While there is footage it begins a
     // gap where the footage ended.
     void trouble(Ms now, Cause cause, const std::string& detail);
+    // What was footage is none from here on: it cannot be recorded.
+    void footage_lost(Ms from) {
+        if (state_ == State::kFootage) end_ = std::min(end_, from);
+    }
     // The first picture shows that the camera was started anew.
     void camera_restarted();
     // Time passed without a word: after a while that is a gap, for this reason.

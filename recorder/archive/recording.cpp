@@ -18,6 +18,7 @@ constexpr size_t kPadding = 64;  // readable bytes that the writer wants beyond 
 constexpr Ms kLongestInterval = 2000;
 constexpr Ms kSoundOnly = 10'000;
 constexpr Ms kShortestRestart = 3000;
+constexpr const char* kUnwritable = "a picture cannot be written";
 
 }  // namespace
 
@@ -144,6 +145,7 @@ void Recording::key_frame(const StreamFrameHead& head, Ms at) {
 
 void Recording::begin(TrackParameters parameters, const StreamFrameHead& head, Ms at) {
     if (head.ucFrameRate > 0 && !begun_) interval_ = std::max<Ms>(1, 1000 / head.ucFrameRate);
+    open_held();
     const Ms from = anchor_.monotonic(account_.footage(anchor_.utc(at), anchor_.utc(at + interval_)));
     close_file(from);
     parameters_ = std::move(parameters);
@@ -162,14 +164,22 @@ void Recording::put(const Sample& sample, std::span<const uint8_t> data) {
         if (segment_frames_ > 0) interval_ = std::clamp<Ms>(sample.at - last_at_, 1, kLongestInterval);
         last_at_ = sample.at;
         camera_last_ = camera_ms_;
-        ++segment_frames_;
         account_.footage(anchor_.utc(sample.at), anchor_.utc(sample.at + interval_));
     }
-    if (writer_) return write(sample, data);
+    if (writer_) {
+        if (!write(sample, data)) give_up_from(sample.at, kUnwritable);
+        return;
+    }
+    if (sample.video) ++segment_frames_;
     Held held{.sample = sample, .data = std::vector<uint8_t>(data.size() + kPadding), .size = data.size()};
     std::ranges::copy(data, held.data.begin());
     held_.push_back(std::move(held));
     if (parameters_.audio || sample.at - segment_from_ >= kHold || held_.size() >= kHoldFrames) open_file();
+}
+
+// Before the account of what is held back is closed: it may come to nothing.
+void Recording::open_held() {
+    if (begun_ && !writer_ && !held_.empty()) open_file();
 }
 
 // The file's head, and whatever was held back.
@@ -181,7 +191,7 @@ void Recording::open_file() {
     if (!writer_) {
         event(received_, "trouble", "cannot be recorded: " + error);
         held_.clear();
-        return gap(received_, Cause::kMissing, error);
+        return give_up_from(segment_from_, error);
     }
     outbox_.emplace_back(SegmentBegins{target_.stream, from, camera_at_start_});
     cluster_from_ = segment_from_;
@@ -190,11 +200,22 @@ void Recording::open_file() {
         ++report_.segments;
     }
     const std::vector<Held> all = std::exchange(held_, {});
-    for (const Held& held : all) write(held.sample, std::span(held.data).first(held.size));
+    segment_frames_ = 0;
+    for (const Held& held : all) {
+        if (!write(held.sample, std::span(held.data).first(held.size)))
+            return give_up_from(held.sample.at, kUnwritable);
+    }
     if (!all.empty()) end_cluster();
 }
 
-void Recording::write(const Sample& sample, std::span<const uint8_t> data) {
+// What was taken for footage from then on is none.
+void Recording::give_up_from(Ms at, const std::string& why) {
+    account_.footage_lost(anchor_.utc(at));
+    gap(received_, Cause::kMissing, why);
+}
+
+// False when a picture is missing then. Those behind it stand on it, so that the segment has to end.
+bool Recording::write(const Sample& sample, std::span<const uint8_t> data) {
     if (sample.at - cluster_from_ >= kCluster) {
         end_cluster();
         cluster_from_ = sample.at;
@@ -208,6 +229,8 @@ void Recording::write(const Sample& sample, std::span<const uint8_t> data) {
     } else {
         ++(sample.video ? report_.video_frames : report_.audio_frames);
     }
+    if (written && sample.video) ++segment_frames_;
+    return written || !sample.video;
 }
 
 void Recording::end_cluster() {
@@ -226,12 +249,12 @@ void Recording::post_pieces() {
 // Pictures are missing from the latest one on.
 void Recording::gap(Ms at, Cause cause, const std::string& detail) {
     need_key_ = true;
+    open_held();
     account_.trouble(anchor_.utc(at), cause, detail);
     if (begun_) close_file(anchor_.monotonic(account_.footage_end()));
 }
 
 void Recording::close_file(Ms to) {
-    if (begun_ && !writer_ && !held_.empty()) open_file();
     begun_ = false;
     if (!writer_) return;
     writer_->finish();
@@ -284,6 +307,7 @@ void Recording::tick_gap(Ms now) {
 }
 
 void Recording::finish(Ms now) {
+    open_held();
     if (begun_ && now - picture_received_ >= kLongestInterval) gap(now, quiet(now), "no picture");
     account_.end(anchor_.utc(now), quiet(now));
     close_file(anchor_.monotonic(account_.footage_end()));

@@ -92,8 +92,10 @@ class Recording {
     bool lasts(Ms at) const;
     void begin(TrackParameters parameters, const StreamFrameHead& head, Ms at);
     void put(const Sample& sample, std::span<const uint8_t> data);
-    void write(const Sample& sample, std::span<const uint8_t> data);
+    bool write(const Sample& sample, std::span<const uint8_t> data);
     void open_file();
+    void open_held();
+    void give_up_from(Ms at, const std::string& why);
     void end_cluster();
     void gap(Ms at, Cause cause, const std::string& detail);
     void close_file(Ms to);

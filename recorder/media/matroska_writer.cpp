@@ -109,7 +109,9 @@ void MatroskaWriter::end_cluster() {
     if (!pieces_.empty()) likely_ = pieces_.back().bytes.size() * 9 / 8;
 }
 
+// The pictures first: an index that fails must not take them along.
 void MatroskaWriter::finish() {
+    end_cluster();
     av_write_trailer(context_);
     avio_flush(context_->pb);
 }
