@@ -27,32 +27,14 @@ int platform() {
     return Private_Protocol_GetPlatFormType(kChannel);
 }
 
-TEST_F(Platform, KnowsTheFamilyByItsDeviceTypes) {
+TEST_F(Platform, IsOfTheFamilyByItsDeviceTypeOrElseByItsPropertyBlock) {
     for (int type = 0; type < 256; ++type) {
         bool in_family = false;
         for (const auto& [first, last] : kFamily) in_family |= first <= type && type <= last;
         std::vector<Message> answers = {device_info(type)};
-        if (!in_family) answers.push_back(property_block(0));
-        EXPECT_EQ(runs(platform, answers).result, in_family ? 1 : 0) << type;
+        if (!in_family) answers.push_back(property_block(static_cast<uint8_t>(type % 3)));
+        EXPECT_EQ(runs(platform, answers).result, in_family || type % 3 == 1 ? 1 : 0) << type;
     }
-}
-
-TEST_F(Platform, AsksThePropertyBlockOfTheOthers) {
-    const std::string none =
-        error("Prv_Get_IPC_PropertyParam", "get cond and property failed pCmd->usCmd =2012");
-    const std::tuple<Message, int, std::string> cases[] = {{property_block(0), 0, ""},
-                                                           {property_block(1), 1, ""},
-                                                           {property_block(2), 0, ""},
-                                                           {command(0x2012, {}, 9), 0, none}};
-    for (const auto& [block, family, err] : cases) {
-        Capture capture;
-        const auto [result, requests] = runs(platform, {device_info(136), block});
-        EXPECT_EQ(result, family);
-        EXPECT_EQ(requests[1].command, 0x2012);
-        EXPECT_EQ(requests[1].payload, Bytes(1024));
-        EXPECT_EQ(unnumbered(capture.err()), err);
-    }
-    EXPECT_EQ(host().live_allocations(), 0);
 }
 
 TEST_F(Platform, NeedsACamera) {

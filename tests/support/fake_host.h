@@ -24,22 +24,21 @@ namespace lenswire::test {
 
 // Names for the services that a hook can stand in.
 enum class Service {
-    kChannelInfo,          // channel, 0
-    kDatabase,             // table, operation
-    kGetRequest,           // 0, 0
-    kInsertMessage,        // channel, stream
-    kStreamUsedNum,        // channel, stream
-    kRunFlag,              // channel, stream
-    kGetFrameQueueBuffer,  // size, 0
-    kInsertFrame,          // 0, 0
-    kSetMotionStatus,      // channel, status
-    kSnapMotion,           // channel, state
-    kAlarm,                // queue, 0
-    kMalloc,               // size, 0
-    kFree,                 // 0, 0
-    kDump,                 // 0, 0
-    kZone,                 // zone index asked about, 0
-    kUptime,               // 0, 0
+    kChannelInfo,      // channel, 0
+    kDatabase,         // table, operation
+    kGetRequest,       // 0, 0
+    kInsertMessage,    // channel, stream
+    kStreamUsedNum,    // channel, stream
+    kRunFlag,          // channel, stream
+    kInsertFrame,      // 0, 0
+    kSetMotionStatus,  // channel, status
+    kSnapMotion,       // channel, state
+    kAlarm,            // queue, 0
+    kMalloc,           // size, 0
+    kFree,             // 0, 0
+    kDump,             // 0, 0
+    kZone,             // zone index asked about, 0
+    kUptime,           // 0, 0
     kCount
 };
 
@@ -91,7 +90,6 @@ struct TimeZone {
     int result = 0;  // host zone index in bits 8 to 15, -1 fails
     uint8_t hours = 8;
     uint8_t minutes = 0;
-    int time_result = 0;
     uint32_t camera_index = 0;
 };
 
@@ -120,7 +118,6 @@ class FakeHost {
     void has_channel(int channel, Channel description) {
         tables()->channels[channel] = std::move(description);
     }
-    void loses_channel(int channel) { tables()->channels.erase(channel); }
     Channel channel(int channel) const;
     std::atomic<int> displayed{64};  // configGetDisplayNum
     void has_record(int table, uint32_t key, Bytes record) {

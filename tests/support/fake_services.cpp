@@ -135,7 +135,7 @@ int GetTimeZoneTime(uint32_t index, uint8_t* hours, uint8_t* minutes) {
     const TimeZone zone = host().zone();
     *hours = zone.hours;
     *minutes = zone.minutes;
-    return zone.time_result;
+    return 0;
 }
 
 uint32_t GetIpcTimeZoneMap(uint32_t index) {

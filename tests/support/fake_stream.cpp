@@ -155,7 +155,6 @@ int ring_pop_n(void* ring, void* dst, int length, int capacity) {
 }
 
 void* streamGetFrameQueueBuffer(void* stream, int size) {
-    host().enters(Service::kGetFrameQueueBuffer, size, 0);
     return stream_of(stream).get_buffer(size);
 }
 

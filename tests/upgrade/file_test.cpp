@@ -162,6 +162,7 @@ const struct {
     {tokens(16) + "_W", tokens(16) + "_W_a", kTokensFit},
     {tokens(17), tokens(17), kTokensDiffer},
     {"a", tokens(17), kTokensDiffer},
+    {"S2L__55", "S2L_55", kTokensFit},
     {"S2L", "S2L_" + std::string(28, 'n') + "_" + std::string(30, 'n'), kTokensFit},
     {"S2L", "S2L_" + std::string(28, 'n') + "_" + std::string(31, 'n'), kTokensDiffer},
 };
@@ -243,26 +244,20 @@ TEST(HeaderCheck, ComparesNamesAndLength) {
 TEST(TagCheck, WantsTheWordAtItsPlace) {
     const Folder folder;
     const std::string ended("APPLICATION\0", 12);
-    const struct {
-        size_t size;
-        std::string tag;
-        const char* error;
-    } cases[] = {
+    const std::tuple<size_t, std::string, std::string> cases[] = {
         {308, ended, ""},
         {400, ended + "more", ""},
         {307, ended, " fread error\n"},
         {308, "APPLICATION", " strcmp APPLICATION error\n"},
         {308, std::string("APP\0", 4), " strcmp APPLICATION error\n"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [size, tag, error] : cases) {
         Capture capture;
-        Bytes file = repeated('.', c.size);
-        std::memcpy(file.data() + 180, c.tag.data(), c.tag.size());
+        const Bytes file = repeated('.', 180) + padded(bytes_of(tag) + repeated('.', size), size - 180);
         const std::string path = folder.write("file", file);
-        const bool fits = *c.error == '\0';
-        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), fits ? 0 : -1) << c.tag;
+        EXPECT_EQ(CheckUpgradFile2(11, path.c_str()), error.empty() ? 0 : -1) << tag;
         EXPECT_EQ(unnumbered(capture.err()),
-                  fits ? "" : std::string("[src/privateConfigure:CheckUpgradFile2:N]") + c.error);
+                  error.empty() ? "" : "[src/privateConfigure:CheckUpgradFile2:N]" + error);
         EXPECT_EQ(capture.out(), "#####################checkUpgradFile2###################");
     }
 }

@@ -127,38 +127,27 @@ TEST_F(UpgradeJob, FailsTheCameraThatBreaksOff) {
     std::multiset<int> alarmed;
     for (const Alarm& alarm : host().alarms()) alarmed.insert(alarm.record[1]);
     EXPECT_EQ(alarmed, (std::multiset<int>{1, 2, 63}));
+    EXPECT_EQ(host().record(24, 63), Bytes(9));
 }
 
 // -- Time.
 
 TEST_F(UpgradeJob, GivesACameraSixtySecondsEitherWay) {
-    const struct {
-        uint32_t start;
-        int32_t step;
-        bool over;
-    } moments[] = {{1000, 59, false},
-                   {1000, 60, true},
-                   {1000, -59, false},
-                   {1000, -60, true},
-                   {UINT32_MAX - 10, 59, false},
-                   {UINT32_MAX - 10, 60, true}};
     const std::string path = has_file(100);
     binds({1}, uploads_.port());
-    for (const auto& moment : moments) {
-        SCOPED_TRACE(testing::Message() << moment.start << " " << moment.step);
-        host().clock.set(moment.start);
-        const pthread_t job = starts({1}, path);
-        Wire wire = uploads_.accepts();
-        wire.reads(total());
-        host().clock.set(moment.start + static_cast<uint32_t>(moment.step));
-        if (!moment.over) {
+    for (const uint32_t start : {1000u, UINT32_MAX - 10}) {
+        for (const int step : {59, 60, -59, -60}) {
+            host().clock.set(start);
+            const pthread_t job = starts({1}, path);
+            Wire wire = uploads_.accepts();
+            wire.reads(total());
+            host().clock.set(start + static_cast<uint32_t>(step));
+            const bool over = std::abs(step) == 60;
             counts_waits_of(job);
-            waits_while_nudged(wire, 3);
-            wire.sends(upload_answer());
-        } else {
-            nudges(wire);
+            waits_while_nudged(wire, over ? 0 : 3);
+            over ? nudges(wire) : wire.sends(upload_answer());
+            EXPECT_EQ(text_of(waits_for_end(job)), over ? "1: late 100%, " : "1: done 100%, ") << step;
         }
-        EXPECT_EQ(text_of(waits_for_end(job)), moment.over ? "1: late 100%, " : "1: done 100%, ");
     }
     EXPECT_THAT(host().alarms(), testing::IsEmpty());
 }
