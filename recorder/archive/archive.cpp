@@ -156,7 +156,7 @@ void Archive::tick() {
         const std::lock_guard lock(mutex_);
         std::ranges::move(digests, std::back_inserter(to_digest_));
         if (!choked_) unnoted = std::exchange(unnoted_, 0);
-        ready = !syncing_ && to_sync_.empty();
+        ready = !closing_ && !syncing_ && to_sync_.empty();  // when it closes, close() does what is left
     }
     wake_digester_.notify_one();
     if (unnoted > 0) {

@@ -77,6 +77,7 @@ TEST_F(RecordingSessionTest, RecordsEveryFrameOfSeveralCamerasWhateverHappensToT
         const auto files = Ledger(folder_.path("lenswire.db")).segments(status.title);
         ASSERT_THAT(files, SizeIs(i == 2 ? 1 : 2));
         for (const SegmentRow& file : files) {
+            EXPECT_EQ(file.state, "finished");
             const auto tracks = media::read_file(folder_.path(file.path));
             ASSERT_THAT(tracks, SizeIs(i == 2 ? 2 : 1));
             ASSERT_GE(tracks[0].packets.size(), i == 1 && file.from == files[0].from ? 60u : 200u);
