@@ -1,4 +1,6 @@
 // What logged-in cameras send: cut into messages wherever the network cuts it, and handed on.
+#include <thread>
+
 #include "engine/engine.h"
 
 namespace lenswire::test {
@@ -176,6 +178,27 @@ TEST_F(EventLoop, ADescriptorNumberThatChangesHandsIsNotRead) {
         ASSERT_TRUE(comes_last(deletes ? 100 : 101));
         for (const Pair& pair : pairs) EXPECT_EQ(waiting_bytes(pair.ours()), 35);
     }
+}
+
+// Logins, pushes and deletions of several threads at once. The sanitizers judge; here nothing may hang or get
+// lost.
+TEST_F(EventLoop, ManyThreadsInviteAndDelete) {
+    constexpr int kThreads = 3, kRounds = 4;
+    ScriptedCamera cameras[kThreads];
+    Capture capture;
+    std::vector<std::thread> threads;
+    for (ScriptedCamera& camera : cameras) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                LoggedIn pushing = new_login(camera);
+                for (int i = 0; i < 20; ++i) pushing.wire.sends(motion(2));
+                PC_SendHeartbeat(pushing.unit->pCmdClient);
+                PC_Delete(pushing.unit);
+                EXPECT_TRUE(pushing.wire.sees_close());
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace
