@@ -69,6 +69,11 @@ int RealDisk::create(const std::string& path, std::shared_ptr<DiskFile>& file) {
     return 0;
 }
 
+int RealDisk::sync(const std::string& path) {
+    const Descriptor descriptor(open(at(path).c_str(), O_RDONLY | O_CLOEXEC));
+    return descriptor.number() >= 0 && fdatasync(descriptor.number()) == 0 ? 0 : errno;
+}
+
 int RealDisk::sync_name(const std::string& path) {
     fs::path folder = fs::path(at(path)).parent_path();
     for (auto depth = std::ranges::count(path, '/'); depth >= 0; --depth, folder = folder.parent_path()) {

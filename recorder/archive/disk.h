@@ -31,6 +31,8 @@ class Disk {
     virtual ~Disk() = default;
     // Creates the file and the folders on the way; EEXIST when it is there.
     virtual int create(const std::string& path, std::shared_ptr<DiskFile>& file) = 0;
+    // Returns when all of a file that somebody wrote before is on the disk.
+    virtual int sync(const std::string& path) = 0;
     // Returns when the file's name, and those of the folders on the way, are on the disk.
     virtual int sync_name(const std::string& path) = 0;
     // Removes the file, and its folder when that is empty then.
@@ -62,6 +64,7 @@ class RealDisk : public Disk {
     explicit RealDisk(std::string root) : root_(std::move(root)) {}
 
     int create(const std::string& path, std::shared_ptr<DiskFile>& file) override;
+    int sync(const std::string& path) override;
     int sync_name(const std::string& path) override;
     int remove(const std::string& path) override;
     Space space() override;

@@ -41,7 +41,12 @@ void Keeper::recover(SegmentRow row) {
     row.bytes = static_cast<uint64_t>(std::max<int64_t>(0, disk_.size(row.path)));
     row.sha256 = disk_.digest(row.path, nullptr);
     row.state = "recovered";
-    if (ledger_.names(row.path)) return ledger_.segment_ends(row);
+    const bool known = ledger_.names(row.path);
+    // What was written by one that was killed may be with the system only: a power cut now would take it.
+    int error = disk_.sync(row.path);
+    if (error == 0 && !known) error = disk_.sync_name(row.path);
+    if (error != 0) say(*row.to, "trouble", row.path + ": " + std::strerror(error));
+    if (known) return ledger_.segment_ends(row);
     ledger_.take_in(row);
 }
 

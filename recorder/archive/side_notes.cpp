@@ -37,7 +37,7 @@ void SideNotes::event(const StreamIdentity& camera, const std::string& kind, con
 std::string SideNotes::stream_of(StreamIdentity camera) {
     const std::vector<std::string> known = ledger_->streams();
     for (camera.stream = 0; camera.stream < kStreamsOfCamera; ++camera.stream) {
-        const std::string name = stream_name(camera);
+        std::string name = stream_name(camera);
         if (std::ranges::find(known, name) != known.end()) return name;
     }
     return "";

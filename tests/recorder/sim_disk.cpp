@@ -70,8 +70,7 @@ class SimFile : public DiskFile {
         return growth > room ? ENOSPC : 0;
     }
     int sync() override {
-        content_->synced = content_->bytes.size();
-        content_->written_over.clear();
+        content_->sync();
         return 0;
     }
 
@@ -85,6 +84,11 @@ int SimDisk::create(const std::string& path, std::shared_ptr<DiskFile>& file) {
     if (space().free < 4096) return ENOSPC;
     files_[path] = std::make_shared<Content>();
     file = std::make_shared<SimFile>(*this, files_[path]);
+    return 0;
+}
+
+int SimDisk::sync(const std::string& path) {
+    files_.at(path)->sync();
     return 0;
 }
 

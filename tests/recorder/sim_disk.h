@@ -19,6 +19,11 @@ namespace lenswire::recorder {
 class SimDisk : public Disk {
   public:
     struct Content {
+        void sync() {
+            synced = bytes.size();
+            written_over.clear();
+        }
+
         std::vector<uint8_t> bytes;
         size_t synced = 0;  // so many of them are on the disk, but for what was written over since
         std::vector<std::pair<size_t, std::vector<uint8_t>>> written_over;  // at, what the disk has there
@@ -30,6 +35,7 @@ class SimDisk : public Disk {
     SimDisk(uint64_t total, std::string scratch) : total_(total), scratch_(std::move(scratch)) {}
 
     int create(const std::string& path, std::shared_ptr<DiskFile>& file) override;
+    int sync(const std::string& path) override;
     int sync_name(const std::string& path) override;
     int remove(const std::string& path) override;
     Space space() override { return {.total = total_, .free = used() < total_ ? total_ - used() : 0}; }
