@@ -50,8 +50,9 @@ class Keeper {
     // Does what a note says. 0, or an errno when the disk refused it: then it is to be given again.
     int take(Note& note);
     // Once a second, and after each batch of notes: writes the ledger, removes what has to go.
-    void settle(Ms now);
-    void alive(Ms now) { ledger_.alive(now); }
+    // False when the ledger could not be written.
+    bool settle(Ms now);
+    void alive(Ms now) { ledger_.alive(alive_ = now); }
     // Nothing more can be written: what the disk has of each open segment is all there is.
     void abandon(Ms now, Cause cause, const std::string& detail);
 
@@ -85,6 +86,7 @@ class Keeper {
     bool remove(const std::vector<SegmentRow>& rows);
     void recover(SegmentRow row);
     void take_in_unknown();
+    void remove_old(Ms now);
     void fill_holes(const std::string& stream, Ms since);
     void say(Ms at, const std::string& kind, const std::string& text);
 
@@ -99,6 +101,8 @@ class Keeper {
     std::set<std::string> forgotten_;  // files removed whose rows are not, since the ledger cannot be written
     std::vector<std::string> news_;
     uint64_t bytes_ = 0;  // of all files
+    Ms alive_ = 0;
+    bool ledger_refuses_ = false;
 };
 
 }  // namespace lenswire::recorder
