@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <iterator>
+#include <system_error>
 
 namespace lenswire::recorder {
 namespace {
@@ -14,6 +15,7 @@ using std::chrono::milliseconds;
 constexpr Ms kTick = 1000;
 constexpr Ms kDigestsAtTheEnd = 400;  // an end must not take long
 constexpr auto kRetry = milliseconds(250);
+constexpr int kTriesAtTheEnd = 3;
 
 // Capacity is what it costs.
 size_t size_of(const Note& note) {
@@ -43,9 +45,14 @@ Archive::Archive(const Options& options, SteeredClock& clock, Disk& disk)
              .kind = "clock",
              .text = "the clock was set back: this run is dated " + length_text(ahead) + " ahead of it"});
     }
-    keeper_thread_ = std::thread([this] { keep(); });
-    syncer_thread_ = std::thread([this] { sync(); });
-    digester_thread_ = std::thread([this] { digest(); });
+    try {
+        keeper_thread_ = std::thread([this] { keep(); });
+        syncer_thread_ = std::thread([this] { sync(); });
+        digester_thread_ = std::thread([this] { digest(); });
+    } catch (const std::system_error&) {
+        end_threads();
+        throw;
+    }
 }
 
 Archive::~Archive() {
@@ -203,8 +210,7 @@ void Archive::digest() {
     }
 }
 
-void Archive::close() {
-    if (!keeper_thread_.joinable()) return;
+void Archive::end_threads() {
     {
         const std::lock_guard lock(mutex_);
         closing_ = true;
@@ -212,17 +218,23 @@ void Archive::close() {
     }
     closing_digests_ = true;
     wake_keeper_.notify_one();
-    keeper_thread_.join();
+    if (keeper_thread_.joinable()) keeper_thread_.join();
     wake_syncer_.notify_one();
-    syncer_thread_.join();
+    if (syncer_thread_.joinable()) syncer_thread_.join();
     wake_digester_.notify_one();
-    digester_thread_.join();
+    if (digester_thread_.joinable()) digester_thread_.join();
+}
+
+void Archive::close() {
+    if (!keeper_thread_.joinable()) return;
+    end_threads();
     // From here on in this thread. What the keeper handed over last may have found the others gone.
     for (Keeper::Job& job : to_sync_) {
         Keeper::work(job, disk_);
         done_.push_back(std::move(job));
     }
-    work_off();
+    for (int i = 0; i < kTriesAtTheEnd && (i == 0 || !refused_.empty()); ++i) work_off();
+    sync_rest();
     if (!refused_.empty()) {
         int error = 0;
         {
@@ -230,12 +242,8 @@ void Archive::close() {
             error = error_;
         }
         keeper_.abandon(anchor_->utc(now()), Cause::kDiskFull, std::strerror(error));
+        sync_rest();
     }
-    for (Keeper::Job& job : keeper_.take_jobs()) {
-        Keeper::work(job, disk_);
-        keeper_.done(std::move(job));
-    }
-    keeper_.settle(anchor_->utc(now()));
     const Ms haste = now() + kDigestsAtTheEnd;
     std::ranges::move(keeper_.take_digests(), std::back_inserter(to_digest_));
     for (Keeper::Job& job : to_digest_) {
@@ -243,8 +251,16 @@ void Archive::close() {
         Keeper::work(job, disk_);
         keeper_.done(std::move(job));
     }
-    keeper_.settle(anchor_->utc(now()));
+    for (int i = 0; i < kTriesAtTheEnd && !complete_; ++i) complete_ = keeper_.settle(anchor_->utc(now()));
     std::ranges::move(keeper_.take_news(), std::back_inserter(news_));
+}
+
+void Archive::sync_rest() {
+    for (Keeper::Job& job : keeper_.take_jobs()) {
+        Keeper::work(job, disk_);
+        keeper_.done(std::move(job));
+    }
+    keeper_.settle(anchor_->utc(now()));
 }
 
 std::vector<std::string> Archive::news() {

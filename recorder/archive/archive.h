@@ -38,6 +38,8 @@ class Archive final : public NoteTaker {
 
     // Writes what was taken and ends the threads. What the disk refuses now is noted as a gap.
     void close();
+    // Whether everything is in the ledger by then. What is not, the next start takes in.
+    bool complete() const { return complete_; }
 
     // What happened since the last call, a line each.
     std::vector<std::string> news();
@@ -51,6 +53,8 @@ class Archive final : public NoteTaker {
     void digest();
     size_t leave_out_events(std::vector<Note>& notes);
     void note_trouble(int error);
+    void end_threads();
+    void sync_rest();
 
     SteeredClock& clock_;
     Disk& disk_;
@@ -65,6 +69,7 @@ class Archive final : public NoteTaker {
     std::deque<Note> refused_;  // the keeper thread's: to be given again
     Ms next_tick_ = 0;
     bool failing_ = false;
+    bool complete_ = false;
 
     mutable std::mutex mutex_;  // everything below
     std::condition_variable wake_keeper_, wake_syncer_, wake_digester_;

@@ -36,16 +36,17 @@ DatedLog::DatedLog(const std::string& file)
     if (file_ < 0) throw bad_input("cannot write the log " + file + ": " + std::strerror(errno));
     int ends[2] = {-1, -1};
     end_ = eventfd(0, EFD_CLOEXEC);
-    if (end_ < 0 || pipe2(ends, O_CLOEXEC) != 0) {
+    // A pipe that blocked would never let the thread end.
+    if (end_ < 0 || pipe2(ends, O_CLOEXEC) != 0 || fcntl(ends[0], F_SETFL, O_NONBLOCK) != 0) {
         const int error = errno;
-        close(file_);
-        if (end_ >= 0) close(end_);
+        for (const int descriptor : {file_, end_, ends[0], ends[1]}) {
+            if (descriptor >= 0) close(descriptor);
+        }
         throw bad_input(std::string("cannot make a log: ") + std::strerror(error));
     }
     from_ = ends[0];
     to_ = ends[1];
     fcntl(from_, F_SETPIPE_SZ, kPipe);
-    fcntl(from_, F_SETFL, O_NONBLOCK);
     path_ = "/proc/self/fd/" + std::to_string(to_);
     thread_ = std::thread([this] { run(); });
 }

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "recorder/support/failure.h"
+
 namespace lenswire::recorder {
 namespace {
 
@@ -24,9 +26,13 @@ void Keeper::say(Ms at, const std::string& kind, const std::string& text) {
 
 // What an earlier run left.
 
-// A segment that was cut off: as much of it as the disk has.
+// A segment that was cut off: as much of it as the disk has. One that cannot be read now stays as it is: the
+// next start tries again, and what was noted in its time meanwhile makes room.
 void Keeper::recover(SegmentRow row) {
     const FileContents contents = disk_.contents(row.path);
+    const int64_t size = disk_.size(row.path);
+    if (contents.failed || (contents.readable && size < 0))
+        return say(row.from, "trouble", row.path + ": cannot be read now, the next start tries again");
     recovered_.try_emplace(row.stream, row.from);
     recovered_[row.stream] = std::min(recovered_[row.stream], row.from);
     if (!contents.readable) {
@@ -38,7 +44,7 @@ void Keeper::recover(SegmentRow row) {
     // The file's last picture lasts as long as it looks; what is noted next begins when it does.
     if (const auto next = ledger_.next_after(row.stream, row.from)) row.to = std::min(*row.to, *next);
     row.frames = contents.pictures;
-    row.bytes = static_cast<uint64_t>(std::max<int64_t>(0, disk_.size(row.path)));
+    row.bytes = static_cast<uint64_t>(size);
     row.sha256 = disk_.digest(row.path, nullptr);
     row.state = "recovered";
     const bool known = ledger_.names(row.path);
@@ -46,8 +52,9 @@ void Keeper::recover(SegmentRow row) {
     int error = disk_.sync(row.path);
     if (error == 0 && !known) error = disk_.sync_name(row.path);
     if (error != 0) say(*row.to, "trouble", row.path + ": " + std::strerror(error));
-    if (known) return ledger_.segment_ends(row);
-    ledger_.take_in(row);
+    if (!known) return ledger_.take_in(row);
+    ledger_.segment_ends(row);
+    ledger_.cut_gaps(row.stream, row.from, *row.to);
 }
 
 void Keeper::take_in_unknown() {
@@ -105,7 +112,7 @@ void Keeper::reopen(Ms now) {
         ledger_.account(stream, {AccountEntry::Kind::kGapEnds, std::max(*end, now)});
         ledger_.account(stream, {AccountEntry::Kind::kWatchEnds, std::max(*end, now)});
     }
-    ledger_.alive(now);
+    this->alive(now);
     ledger_.write();
     bytes_ = ledger_.bytes();
     // A run that had to end at once left these to the next.
@@ -253,7 +260,7 @@ void Keeper::work(Job& job, Disk& disk, const std::atomic<bool>* stop) {
 
 void Keeper::done(Job job) {
     if (job.error != 0) {
-        const Ms at = job.finished ? *job.finished->to : ledger_.last_alive();
+        const Ms at = job.finished ? *job.finished->to : alive_;
         say(at, "trouble", job.path + ": " + std::strerror(job.error));
     }
     if (!job.finished) return;
@@ -263,14 +270,23 @@ void Keeper::done(Job job) {
 }
 
 void Keeper::alive(Ms now) {
-    ledger_.alive(now);
+    ledger_.alive(alive_ = now);
     if (std::exchange(removed_, false)) ledger_.forget_events();  // it costs a look at every watch
 }
 
 // Retention.
 
-void Keeper::settle(Ms now) {
-    if (ledger_.write()) forgotten_.clear();
+bool Keeper::settle(Ms now) {
+    const bool written = ledger_.write();
+    if (written) forgotten_.clear();
+    if (std::exchange(ledger_refuses_, !written) == written)
+        news_.push_back(written ? "the ledger takes notes again"
+                                : "the ledger takes no notes: " + ledger_.error());
+    remove_old(now);
+    return written;
+}
+
+void Keeper::remove_old(Ms now) {
     make_room(0, false);
     if (limits_.age == 0) return;
     std::vector<SegmentRow> old = oldest(kRemovedAtOnce, true);
@@ -311,9 +327,14 @@ bool Keeper::make_room(uint64_t incoming, bool at_once) {
     return at_once ? freed > 0 : !over_quota();
 }
 
-// What may go, without what has gone already.
+// What may go, without what has gone already. While the ledger cannot be read nothing may.
 std::vector<SegmentRow> Keeper::oldest(int count, bool latest_too) {
-    std::vector<SegmentRow> rows = ledger_.oldest(count + static_cast<int>(forgotten_.size()), latest_too);
+    std::vector<SegmentRow> rows;
+    try {
+        rows = ledger_.oldest(count + static_cast<int>(forgotten_.size()), latest_too);
+    } catch (const Failure&) {
+        return {};
+    }
     std::erase_if(rows, [this](const SegmentRow& row) { return forgotten_.contains(row.path); });
     return rows;
 }

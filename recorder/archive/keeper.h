@@ -50,7 +50,8 @@ class Keeper {
     // Does what a note says. 0, or an errno when the disk refused it: then it is to be given again.
     int take(Note& note);
     // Once a second, and after each batch of notes: writes the ledger, removes what has to go.
-    void settle(Ms now);
+    // False when the ledger could not be written.
+    bool settle(Ms now);
     void alive(Ms now);
     // Nothing more can be written: what the disk has of each open segment is all there is.
     void abandon(Ms now, Cause cause, const std::string& detail);
@@ -85,6 +86,7 @@ class Keeper {
     bool remove(const std::vector<SegmentRow>& rows);
     void recover(SegmentRow row);
     void take_in_unknown();
+    void remove_old(Ms now);
     void fill_holes(const std::string& stream, Ms since);
     void say(Ms at, const std::string& kind, const std::string& text);
 
@@ -100,6 +102,8 @@ class Keeper {
     std::vector<std::string> news_;
     bool removed_ = false;  // since events were looked at
     uint64_t bytes_ = 0;    // of all files
+    Ms alive_ = 0;
+    bool ledger_refuses_ = false;
 };
 
 }  // namespace lenswire::recorder

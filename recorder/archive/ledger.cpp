@@ -147,7 +147,6 @@ void Ledger::alive(Ms at) {
     alive_ = at;
 }
 
-// Footage takes the place of the gaps there.
 void Ledger::cut_gaps(const std::string& stream, Ms from, Ms to) {
     note("INSERT INTO gap SELECT stream, ?3, to_ms, side, cause, detail FROM gap WHERE stream = " STREAM
          " AND from_ms < ?2 AND ifnull(to_ms, ?3 + 1) > ?3",
@@ -187,7 +186,9 @@ void Ledger::lose(const SegmentRow& row) {
 }
 
 bool Ledger::write() {
-    return write_once() || (give_up_reserve() && write_once());
+    if (write_once()) return true;
+    give_up_reserve();
+    return write_once();
 }
 
 void Ledger::keep_reserve() {
@@ -199,8 +200,8 @@ void Ledger::keep_reserve() {
     if (!reserved_) unlink(reserve_file_.c_str());
 }
 
-bool Ledger::give_up_reserve() {
-    return std::exchange(reserved_, false) && unlink(reserve_file_.c_str()) == 0;
+void Ledger::give_up_reserve() {
+    if (std::exchange(reserved_, false)) unlink(reserve_file_.c_str());
 }
 
 bool Ledger::write_once() {

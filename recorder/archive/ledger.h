@@ -80,6 +80,8 @@ class Ledger {
     void alive(Ms at);
     // A file that no row names: in the place of gaps, and watched.
     void take_in(const SegmentRow& row);
+    // Footage takes the place of the gaps there.
+    void cut_gaps(const std::string& stream, Ms from, Ms to);
     void gap(const std::string& stream, Ms from, Ms to, Cause cause, const std::string& detail);
     // A segment whose file is gone: a gap in its place.
     void lose(const SegmentRow& row);
@@ -88,7 +90,7 @@ class Ledger {
     // From now on keeps a little room on the disk for itself, so that a full one can be noted, and what has
     // to go can be taken out. Does nothing while it has it.
     void keep_reserve();
-    std::string error() const { return database_.error(); }
+    const std::string& error() const { return database_.error(); }
 
     // -- What is written. From and to: what touches this time; an empty stream stands for all.
     std::vector<SegmentRow> segments(const std::string& stream = "", Ms from = INT64_MIN, Ms to = INT64_MAX);
@@ -117,9 +119,8 @@ class Ledger {
     };
     void migrate();
     bool write_once();
-    bool give_up_reserve();
+    void give_up_reserve();
     void note(const char* sql, decltype(Entry::values) values);
-    void cut_gaps(const std::string& stream, Ms from, Ms to);
 
     const std::string reserve_file_;
     bool reserved_ = false;

@@ -56,6 +56,7 @@ void check_file(const SegmentRow& row, Disk& disk, Verdict& verdict) {
         fault("its SHA-256 is not the ledger's");
     }
     const FileContents contents = disk.decoded(row.path);
+    if (contents.failed) return fault("cannot be read to its end");
     verdict.pictures += contents.pictures;
     if (contents.pictures != row.frames) {
         fault(std::to_string(contents.pictures) + " pictures decode, the ledger says " +

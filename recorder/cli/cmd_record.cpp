@@ -254,7 +254,9 @@ int record(const RecordOptions& options, const CommonOptions& common, Console& c
     session.finish();
     watch.show();
     const auto streams = session.status();
-    const int code = exit_code(streams, gave_up);
+    if (!session.complete())
+        console.error_line("the ledger lacks the end, the next start takes it in", kFailed);
+    const int code = session.complete() ? exit_code(streams, gave_up) : kFailed;
     show_result(options, common, console, streams);
     // Who sent a signal does not wait for cameras that do not answer: every file is finished.
     if (stopped) {

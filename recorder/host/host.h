@@ -16,6 +16,7 @@
 #include "recorder/host/motion_board.h"
 #include "recorder/host/recorder_stream.h"
 #include "recorder/host/store.h"
+#include "recorder/support/failure.h"
 
 namespace lenswire::recorder {
 
@@ -38,6 +39,16 @@ class RestartListener {
   protected:
     ~RestartListener() = default;
 };
+
+// For the services: the library's threads know no exceptions. What the database does not give is not there.
+template <typename F>
+auto or_nothing(F body) -> decltype(body()) {
+    try {
+        return body();
+    } catch (const Failure&) {
+        return {};
+    }
+}
 
 class Host {
   public:

@@ -5,6 +5,7 @@
 #include "recorder/host/host.h"
 
 using lenswire::recorder::Host;
+using lenswire::recorder::or_nothing;
 using lenswire::recorder::Zone;
 
 namespace {
@@ -13,7 +14,8 @@ constexpr size_t kNameSize = 12;
 
 std::optional<Zone> zone_at(uint32_t index) {
     const Host* host = Host::current();
-    return host != nullptr && index < 256 ? host->store.zone(static_cast<int>(index)) : std::nullopt;
+    if (host == nullptr || index >= 256) return std::nullopt;
+    return or_nothing([&] { return host->store.zone(static_cast<int>(index)); });
 }
 
 }  // namespace
@@ -21,11 +23,13 @@ std::optional<Zone> zone_at(uint32_t index) {
 int GetTimeZone(char* name12, int* a, int* b) {
     const Host* host = Host::current();
     if (host == nullptr || name12 == nullptr) return -1;
-    const Zone zone = host->store.current_zone();
-    std::strncpy(name12, zone.name.c_str(), kNameSize - 1);
-    if (a != nullptr) *a = zone.hours;
-    if (b != nullptr) *b = zone.minutes;
-    return zone.index << 8;
+    const auto zone = or_nothing([&] { return std::optional(host->store.current_zone()); });
+    if (!zone) return -1;
+    std::memset(name12, 0, kNameSize - 1);
+    zone->name.copy(name12, kNameSize - 1);
+    if (a != nullptr) *a = zone->hours;
+    if (b != nullptr) *b = zone->minutes;
+    return zone->index << 8;
 }
 
 int GetTimeZoneTime(uint32_t zoneIndex, uint8_t* hours, uint8_t* minutes) {

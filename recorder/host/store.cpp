@@ -119,13 +119,14 @@ void Store::create_tables() {
     int index = 0;
     for (const int offset : kOffsets) {
         const int hours = offset >= 0 ? offset / 60 : -((-offset + 59) / 60);
-        database_.query("INSERT OR IGNORE INTO zones VALUES(?, ?, ?, ?, ?)")
-            .bind(index++)
-            .bind(zone_name(offset))
-            .bind(hours)
-            .bind(offset - hours * 60)
-            .bind(24 + offset / 30)
-            .run();
+        const bool done = database_.query("INSERT OR IGNORE INTO zones VALUES(?, ?, ?, ?, ?)")
+                              .bind(index++)
+                              .bind(zone_name(offset))
+                              .bind(hours)
+                              .bind(offset - hours * 60)
+                              .bind(24 + offset / 30)
+                              .run();
+        if (!done) throw local_failure("the time zones cannot be written to the database");
     }
     database_.execute("COMMIT");
 }
@@ -142,12 +143,13 @@ int Store::bind_camera(const CameraAddress& camera) {
         record.ucProtocol = LENSWIRE_PROTOCOL;
         const std::string ip = camera.dotted_ip();
         std::memcpy(record.szIpAddr, ip.data(), ip.size());
-        database_.query("INSERT INTO channels VALUES(?, ?, ?, ?)")
-            .bind(channel)
-            .bind(camera.port)
-            .bind(camera.channel)
-            .bind(to_bytes(record))
-            .run();
+        const bool done = database_.query("INSERT INTO channels VALUES(?, ?, ?, ?)")
+                              .bind(channel)
+                              .bind(camera.port)
+                              .bind(camera.channel)
+                              .bind(to_bytes(record))
+                              .run();
+        if (!done) throw local_failure("camera " + camera.name() + " cannot be written to the database");
     }
     bound_[channel] = camera;
     return channel;

@@ -1,6 +1,7 @@
 #include "recorder/media/file_reader.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "recorder/media/libav.h"
 
@@ -16,12 +17,18 @@ struct CloseInput {
 };
 using Input = std::unique_ptr<AVFormatContext, CloseInput>;
 
+// Rather than the end of the file, or of what of it can be understood.
+bool is_failure(int error) {
+    return error < 0 && error != AVERROR_EOF && error != AVERROR_INVALIDDATA && error != AVERROR(ENOENT);
+}
+
 // A head is all that is read here: looking for more would decode.
-Input open_input(const std::string& path) {
+Input open_input(const std::string& path, bool& failed) {
     AVFormatContext* context = nullptr;
     const AVInputFormat* matroska = av_find_input_format("matroska");
-    if (avformat_open_input(&context, ("file:" + path).c_str(), matroska, nullptr) < 0) return nullptr;
-    return Input(context);
+    const int error = avformat_open_input(&context, ("file:" + path).c_str(), matroska, nullptr);
+    failed = is_failure(error);
+    return Input(error < 0 ? nullptr : context);
 }
 
 const AVStream* video_of(const AVFormatContext& input) {
@@ -43,10 +50,9 @@ Codec open_decoder(const AVStream& stream) {
 // Gives the decoder a packet, or null at the end; how many pictures come out.
 uint64_t decode(AVCodecContext* decoder, const AVPacket* packet) {
     uint64_t pictures = 0;
-    AVFrame* frame = av_frame_alloc();
+    const Frame frame(av_frame_alloc());
     avcodec_send_packet(decoder, packet);
-    while (avcodec_receive_frame(decoder, frame) >= 0) ++pictures;
-    av_frame_free(&frame);
+    while (frame && avcodec_receive_frame(decoder, frame.get()) >= 0) ++pictures;
     return pictures;
 }
 
@@ -56,13 +62,14 @@ FileContents read_contents(const std::string& path, bool decode_all) {
     FileContents contents;
     const int level = av_log_get_level();
     av_log_set_level(AV_LOG_QUIET);
-    const Input input = open_input(path);
+    const Input input = open_input(path, contents.failed);
     const AVStream* video = input ? video_of(*input) : nullptr;
     const Codec decoder = video != nullptr && decode_all ? open_decoder(*video) : nullptr;
     const Packet packet(av_packet_alloc());
     int64_t last_ms = 0;
     uint64_t decoded = 0;
-    while (video != nullptr && av_read_frame(input.get(), packet.get()) >= 0) {
+    int error = packet ? 0 : AVERROR(ENOMEM);
+    while (video != nullptr && error >= 0 && (error = av_read_frame(input.get(), packet.get())) >= 0) {
         if (packet->stream_index == video->index) {
             const int64_t at = av_rescale_q(packet->pts, video->time_base, {1, 1000});
             const int64_t interval = contents.pictures > 0 ? std::clamp<int64_t>(at - last_ms, 1, 2000) : 40;
@@ -75,6 +82,7 @@ FileContents read_contents(const std::string& path, bool decode_all) {
     }
     if (decoder) decoded += decode(decoder.get(), nullptr);
     if (decode_all) contents.pictures = decoded;
+    contents.failed = contents.failed || is_failure(error) || (input && is_failure(input->pb->error));
     contents.readable = contents.pictures > 0;
     av_log_set_level(level);
     return contents;

@@ -8,6 +8,7 @@ namespace lenswire::recorder {
 
 struct FileContents {
     bool readable = false;  // it has a head and a picture
+    bool failed = false;    // there may be more in it: the disk, or memory, did not play along
     uint64_t pictures = 0;
     int64_t to_ms = 0;  // end of the last picture; the first is at 0
 };

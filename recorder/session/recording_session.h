@@ -59,6 +59,8 @@ class RecordingSession {
 
     // Finishes every file and the ledger; what comes later is not recorded any more.
     void finish();
+    // Whether the ledger has it all, once that is done.
+    bool complete() const { return archive_->complete(); }
     // The same, and ends connections and unloads the library, which may take some seconds.
     void stop();
     // To be called a few times a second.

@@ -2,8 +2,6 @@
 
 #include <sqlite3.h>
 
-#include "recorder/support/failure.h"
-
 namespace lenswire::recorder {
 
 Query::~Query() {
@@ -29,7 +27,10 @@ Query& Query::bind(std::span<const uint8_t> bytes) {
 }
 
 bool Query::row() {
-    return sqlite3_step(statement_) == SQLITE_ROW;
+    const int result = sqlite3_step(statement_);
+    if (result != SQLITE_ROW && result != SQLITE_DONE)
+        throw local_failure(std::string("the database cannot be read: ") + sqlite3_errstr(result));
+    return result == SQLITE_ROW;
 }
 
 bool Query::run() {
@@ -87,12 +88,13 @@ Query Database::query(const char* sql) {
     return Query(statement);
 }
 
-std::string Database::error() const {
-    return sqlite3_errmsg(connection_.get());
+void Database::roll_back() {
+    error_ = sqlite3_errmsg(connection_.get());
+    sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 void Database::fail() {
-    const std::string reason = error();
+    const std::string reason = sqlite3_errmsg(connection_.get());
     throw bad_input((file_.empty() ? "database" : "database " + file_) + ": " + reason);
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "recorder/support/failure.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -26,7 +28,7 @@ class Query {
     Query& bind(std::string_view text);
     Query& bind(std::span<const uint8_t> bytes);
 
-    bool row();  // steps to the next row; false at the end and on an error
+    bool row();  // steps to the next row; false at the end; throws when it cannot be read
     bool null(int column) const;
     bool run();  // for statements without rows; true when it was done
 
@@ -54,21 +56,26 @@ class Database {
     // Runs `body` in a transaction; what it did is undone when it returns false or cannot be committed.
     template <typename F>
     bool transact(F body) {
-        if (!query("BEGIN IMMEDIATE").run()) return false;
-        if (body() && query("COMMIT").run()) return true;
-        query("ROLLBACK").run();
-        return false;
+        bool done = false;
+        try {
+            done = query("BEGIN IMMEDIATE").run() && body() && query("COMMIT").run();
+        } catch (const Failure&) {
+        }
+        if (!done) roll_back();
+        return done;
     }
-    std::string error() const;  // of the latest call that failed
+    const std::string& error() const { return error_; }  // of the latest transaction that failed
 
   private:
     [[noreturn]] void fail();
+    void roll_back();
 
     struct Close {
         void operator()(sqlite3* connection) const;
     };
 
     std::string file_;
+    std::string error_;
     std::unique_ptr<sqlite3, Close> connection_;
     std::map<const char*, sqlite3_stmt*> statements_;
 };
