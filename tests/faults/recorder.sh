@@ -16,7 +16,7 @@ record() { # FOLDER SLOT SECONDS OPTION...
 
 # Empty when all is as it should be.
 trouble() { # FOLDER SLOT CASE
-    local out=$1 code end
+    local out=$1 code end seconds
     cp -r "$work/left" "$out"
     end=$(date -u -d '+1 second' +%FT%T)
     record "$out" "$2" 1.3 env LD_PRELOAD="$preload" LENSWIRE_FAIL="$3" LENSWIRE_FAIL_COUNTS="$out/counts" >"$out/out" 2>"$out/err"
@@ -34,9 +34,12 @@ trouble() { # FOLDER SLOT CASE
             ;;
         *) (($(wc -l <"$out/err") == 1)) || echo "exit code $code, and says: $(cat "$out/err")" ;;
     esac
-    record "$out" "$2" 0.3 >"$out/next" 2>&1
-    code=$?
-    ((code == 0 || code == 8)) && (($(grep -c '"recorded": true' "$out/summary") == 2)) || echo "the next start ends with $code: $(tail -n 1 "$out/next")"
+    for seconds in 0.3 5; do # a busy machine may take longer
+        record "$out" "$2" $seconds >"$out/next" 2>&1
+        code=$?
+        ((code == 0 || code == 8)) && (($(grep -c '"recorded": true' "$out/summary") == 2)) && break
+        [[ $seconds == 0.3 ]] || echo "the next start ends with $code: $(tail -n 1 "$out/next")"
+    done
     verify "$out" --repair && verify "$out" || echo "after the next start $(verify "$out" --say)"
 }
 
