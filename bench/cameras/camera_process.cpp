@@ -1,16 +1,14 @@
 #include "bench/cameras/camera_process.h"
 
-#include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <vector>
 
 #include "bench/cameras/answers.h"
+#include "bench/cameras/connection_loop.h"
 #include "bench/support/measure.h"
 #include "lenswire/records.h"
 
@@ -25,60 +23,19 @@ constexpr int kReceiveBufferBytes = 64 * 1024;
 }  // namespace
 
 // The cameras' side, in their process.
-class CameraLoop {
+class CameraLoop final : public ConnectionLoop {
   public:
-    CameraLoop(CameraProcess::Board* board, uint32_t cameras) : board_(board), epoll_(epoll_create1(0)) {
-        for (uint32_t camera = 0; camera < cameras; ++camera) {
-            int port = 0;
-            const int listener = listen_at(CameraProcess::address_text(camera).c_str(), port);
-            setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
-            connections_[listener] = {.camera = camera, .listens = true};
-            watch(listener);
-            board_[camera].port = port;
-        }
-    }
-
-    [[noreturn]] void run() {
-        epoll_event events[64];
-        while (true) {
-            const int count = epoll_wait(epoll_, events, 64, -1);
-            for (int i = 0; i < count; ++i) serve(events[i].data.fd);
-        }
+    CameraLoop(CameraProcess::Board* board, uint32_t cameras) : board_(board) {
+        for (uint32_t camera = 0; camera < cameras; ++camera)
+            board_[camera].port =
+                listen_for(camera, CameraProcess::address_text(camera), kReceiveBufferBytes);
     }
 
   private:
-    struct Connection {
-        uint32_t camera = 0;
-        bool listens = false;
-        uint64_t firmware_left = 0;
-        std::vector<uint8_t> bytes = {};
-    };
-
-    void watch(int fd) const {
-        epoll_event event{.events = EPOLLIN, .data = {.fd = fd}};
-        epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
-    }
-
-    void serve(int fd) {
-        Connection& connection = connections_[fd];
-        if (connection.listens) {
-            const int accepted = accept4(fd, nullptr, nullptr, SOCK_NONBLOCK);
-            if (accepted < 0) return;
-            connections_[accepted] = {.camera = connection.camera};
-            watch(accepted);
-        } else if (!(connection.firmware_left > 0 ? take_firmware(fd, connection) : read(fd, connection))) {
-            connections_.erase(fd);
-            close(fd);
-        }
-    }
-
-    bool read(int fd, Connection& connection) {
-        uint8_t received[MAX_CMD_SIZE];
-        const ssize_t count = recv(fd, received, sizeof received, 0);
-        if (count <= 0) return count < 0 && errno == EAGAIN;
-        std::vector<uint8_t>& bytes = connection.bytes;
-        bytes.insert(bytes.end(), received, received + count);
-        while (bytes.size() >= sizeof(PrivateCmd) && answer_first(fd, connection)) {
+    bool take(int fd, Connection& connection) override {
+        if (connection.firmware_left > 0) return take_firmware(fd, connection);
+        if (!receive(fd, connection)) return false;
+        while (connection.bytes.size() >= sizeof(PrivateCmd) && answer_first(fd, connection)) {
         }
         return true;
     }
@@ -124,8 +81,6 @@ class CameraLoop {
     }
 
     CameraProcess::Board* board_;
-    int epoll_;
-    std::map<int, Connection> connections_;
 };
 
 CameraProcess::CameraProcess(uint32_t cameras)

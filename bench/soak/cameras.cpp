@@ -1,14 +1,14 @@
 #include "bench/soak/cameras.h"
 
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cstring>
-#include <map>
+#include <iterator>
 #include <vector>
 
 #include "bench/cameras/answers.h"
 #include "bench/cameras/camera_process.h"
+#include "bench/cameras/connection_loop.h"
 #include "bench/cameras/video.h"
 #include "bench/support/measure.h"
 #include "lenswire/records.h"
@@ -26,72 +26,23 @@ void send_all(int fd, std::span<const uint8_t> bytes) {
 
 }  // namespace
 
-// The cameras' side, in their process. One thread serves all; connections that the recorder closes are
-// forgotten.
-class CameraLoop {
+// The cameras' side, in their process.
+class CameraLoop final : public ConnectionLoop {
   public:
     CameraLoop(Cameras::Board* board, uint32_t count)
         : board_(board), packets_(count), babble_(payload_bytes(kBabbleBytes)) {
-        for (uint32_t camera = 0; camera < count; ++camera) {
-            int port = 0;
-            const int listener = listen_at(CameraProcess::address_text(camera).c_str(), port);
-            connections_[listener] = {.camera = camera, .listens = true};
-            watch(listener);
-            board_[camera].port = port;
-        }
-    }
-
-    [[noreturn]] void run() {
-        epoll_event events[64];
-        while (true) {
-            const int count = epoll_wait(epoll_, events, 64, -1);
-            for (int i = 0; i < count; ++i) {
-                if (const auto found = connections_.find(events[i].data.fd); found != connections_.end())
-                    serve(found->first, found->second);
-            }
-        }
+        for (uint32_t camera = 0; camera < count; ++camera)
+            board_[camera].port = listen_for(camera, CameraProcess::address_text(camera));
     }
 
   private:
-    struct Connection {
-        uint32_t camera = 0;
-        bool listens = false;
-        std::vector<uint8_t> bytes = {};
-    };
-
-    void watch(int fd) const {
-        epoll_event event{.events = EPOLLIN, .data = {.fd = fd}};
-        epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
-    }
-
-    void serve(int fd, Connection& connection) {
-        if (connection.listens) {
-            const int accepted = accept4(fd, nullptr, nullptr, SOCK_NONBLOCK);
-            if (accepted < 0) return;
-            connections_[accepted] = {.camera = connection.camera};
-            watch(accepted);
-        } else if (!read(fd, connection)) {
-            forget(fd);
-        }
-    }
-
-    void forget(int fd) {
-        connections_.erase(fd);
-        close(fd);
-    }
-
-    // False when the connection has ended.
-    bool read(int fd, Connection& connection) {
-        uint8_t received[MAX_CMD_SIZE];
-        const ssize_t count = recv(fd, received, sizeof received, 0);
-        if (count <= 0) return count < 0 && errno == EAGAIN;
+    bool take(int fd, Connection& connection) override {
+        if (!receive(fd, connection)) return false;
         const uint32_t camera = connection.camera;
         const End end{board_[camera].end.load()};
         if (end == End::kMute) return true;
-        std::vector<uint8_t>& bytes = connection.bytes;
-        bytes.insert(bytes.end(), received, received + count);
         while (true) {
-            const std::vector<uint8_t> answer = answer_first_of(bytes);
+            const std::vector<uint8_t> answer = answer_first_of(connection.bytes);
             if (answer.empty()) return true;
             send_all(fd, answer);
             PrivateCmd header;
@@ -127,10 +78,8 @@ class CameraLoop {
     }
 
     Cameras::Board* board_;
-    int epoll_ = epoll_create1(0);
     CameraPackets packets_;
     std::vector<uint8_t> babble_;
-    std::map<int, Connection> connections_;
 };
 
 Cameras::Cameras(uint32_t count)
