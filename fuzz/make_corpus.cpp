@@ -11,6 +11,9 @@
 #include "camera/wire/message.h"
 #include "camera/wire/packet.h"
 #include "lenswire/protocol.h"
+#include "recorder/records/cruise_line.h"
+#include "recorder/records/layouts.h"
+#include "recorder/records/settings_file.h"
 
 namespace {
 
@@ -175,6 +178,30 @@ void write_streams(const std::string& clips) {
     }
 }
 
+// What a dump of a camera says, a setting a file; and a file in which little is right.
+void write_settings_files() {
+    Settings settings({.device = {}, .address = "127.0.0.1", .port = 9, .streams = {}});
+    const std::pair<lenswire::recorder::FileSetting, uint16_t> rows[] = {
+        {{"image", &lenswire::recorder::kImageLayout}, LENSWIRE_CMD_IMAGE_GET},
+        {{"osd", &lenswire::recorder::kOsdLayout}, LENSWIRE_CMD_OSD_GET},
+        {{"motion", &lenswire::recorder::kMotionLayout}, LENSWIRE_CMD_MOTION_GET},
+        {{"cover", &lenswire::recorder::kCoverLayout}, LENSWIRE_CMD_COVER_GET},
+        {{"encoding", &lenswire::recorder::kEncodingLayout}, LENSWIRE_CMD_ENCODING_GET},
+        {{"fish-encoding", &lenswire::recorder::kFishEncodingLayout}, LENSWIRE_CMD_FISH_ENCODING_GET}};
+    for (const auto& [setting, code] : rows) {
+        const auto found = answer(settings, code);
+        if (found && found->payload.size() == setting.layout->whole_size())
+            seed("settings_file", std::string(setting.name),
+                 bytes_of(settings_table(setting, found->payload)));
+    }
+    const auto line = lenswire::recorder::parse_cruise_line(2, {"1", "256:42:255"}, true);
+    seed("settings_file", "cruise", bytes_of(lenswire::recorder::settings_table(line)));
+    seed("settings_file", "broken",
+         bytes_of("camera = 3\n[image]\nchannel = 1\nhue = 256\nmirror = 1.5\n[encoding.main]\n"
+                  "codec = \"mpeg\"\n[osd]\nname = 3\nline = \"\\u0001\"\n[[cruise]]\nline = 1\n"
+                  "points = [\"0\"]\n[[cruise]]\nline = 4\n"));
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -185,6 +212,7 @@ int main(int count, char** arguments) {
     g_folder = arguments[1];
     write_commands();
     write_firmware();
+    write_settings_files();
     write_streams(LENSWIRE_CLIPS);
     return 0;
 }

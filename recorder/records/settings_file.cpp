@@ -1,6 +1,7 @@
 #include "recorder/records/settings_file.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fstream>
 #include <iterator>
 
@@ -9,16 +10,69 @@
 #include "recorder/support/text.h"
 
 #define TOML_EXCEPTIONS 0
+#define TOML_MAX_NESTED_VALUES 8
+// What the parser asserts of a text does not hold of every text ("[=" is one), and is handled behind the
+// assertion. With NDEBUG some compilers would take it for true.
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(expression) static_assert(true)
 #include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
 
 namespace lenswire::recorder {
 namespace {
 
 constexpr size_t kLargestFile = 1024 * 1024;
 
+constexpr ptrdiff_t kMostDots = 256;  // in a line
+
+// The parser is given ASCII only: of other characters it takes some for white space in an undefined way. They
+// stand as ~ and two hex digits for each byte, as ~ itself does; one that is spelt \u007e is not told from
+// these.
+std::string in_ascii(std::string_view text) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string ascii;
+    for (const char c : text.substr(text.starts_with("\xEF\xBB\xBF") ? 3 : 0)) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (byte < '~')
+            ascii += c;
+        else
+            ascii += {'~', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return ascii;
+}
+
+std::string from_ascii(std::string_view ascii) {
+    std::string text;
+    for (size_t i = 0; i < ascii.size(); ++i) {
+        unsigned byte = 0;
+        const char* digits = ascii.data() + i + 1;
+        const bool stands_for = ascii[i] == '~' && ascii.size() - i > 2 &&
+                                std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        text += stands_for ? static_cast<char>(byte) : ascii[i];
+        if (stands_for) i += 2;
+    }
+    return text;
+}
+
+// The first line with more dots than names have; 0 if there is none. The parser makes a table of every part
+// of a name, and tables within tables need the stack when they go.
+unsigned line_of_dots(std::string_view text) {
+    for (unsigned line = 1; !text.empty(); ++line) {
+        const size_t end = std::min(text.find('\n'), text.size() - 1);
+        if (std::ranges::count(text.substr(0, end), '.') > kMostDots) return line;
+        text.remove_prefix(end + 1);
+    }
+    return 0;
+}
+
 // The camera's own numbering, not a setting.
 bool is_place(const std::string& name) {
     return name == "channel" || name == "stream" || name.ends_with(".channel") || name.ends_with(".stream");
+}
+
+bool prints(const std::string& text) {
+    return printable(std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size())) == text;
 }
 
 class Reader {
@@ -43,8 +97,10 @@ class Reader {
         }
     }
     void problem(const toml::source_region& where, const std::string& what, const std::string& why) {
-        const std::string line = std::to_string(where.begin.line);
-        file_.problems.push_back(path_ + ":" + line + ": " + (what.empty() ? "" : what + ": ") + why);
+        problem(where.begin.line, (what.empty() ? "" : from_ascii(what) + ": ") + why);
+    }
+    void problem(unsigned line, const std::string& why) {
+        file_.problems.push_back(path_ + ":" + std::to_string(line) + ": " + why);
     }
 
   private:
@@ -81,7 +137,7 @@ class Reader {
         const bool number = field.field.kind == Field::kUnsigned || field.field.kind == Field::kSigned;
         std::string text;
         if (const auto* string = node.as_string()) {
-            text = string->get();
+            text = from_ascii(string->get());
         } else if (const auto* integer = node.as_integer(); integer != nullptr && number) {
             text = std::to_string(integer->get());
         } else if (const auto* truth = node.as_boolean(); truth != nullptr && number) {
@@ -89,6 +145,11 @@ class Reader {
         } else {
             return problem(node.source(), what, number ? "must be a number or a name" : "must be a text");
         }
+        const bool twice = std::ranges::any_of(
+            values.values, [&](const SettingsFile::Value& each) { return each.field.name == field.name; });
+        if (twice) return problem(node.source(), what, "stands there twice");
+        if (field.field.kind == Field::kText && !prints(text))
+            return problem(node.source(), what, "must be a text that prints");
         try {
             store_value(field, text, trial);
             values.values.push_back({field, text, node.source().begin.line});
@@ -125,7 +186,7 @@ class Reader {
         for (const toml::node& point : *points) {
             const auto* text = point.as_string();
             if (text == nullptr) return problem(point.source(), "cruise.points", "must be a list of texts");
-            texts.push_back(text->get());
+            texts.push_back(from_ascii(text->get()));
         }
         try {
             file_.cruise_lines.push_back(parse_cruise_line(number, texts, enabled.value_or(false)));
@@ -171,11 +232,15 @@ SettingsFile parse_settings(std::string_view text, const std::string& path,
                             std::span<const FileSetting> known) {
     SettingsFile file;
     Reader reader(path, known, file);
-    const toml::parse_result result = toml::parse(text, path);
+    if (const unsigned line = line_of_dots(text); line != 0) {
+        reader.problem(line, "has more dots than names have");
+        return file;
+    }
+    const toml::parse_result result = toml::parse(in_ascii(text), path);
     if (result) {
         reader.read(result.table());
     } else {
-        reader.problem(result.error().source(), "", std::string(result.error().description()));
+        reader.problem(result.error().source(), "", from_ascii(result.error().description()));
     }
     return file;
 }

@@ -140,6 +140,8 @@ TEST(SettingsFiles, SayInWhichLineSomethingIsWrong) {
         "[image]|channel = 1#2: image.channel: no such field|[camera]#1: camera: no such setting|"
         "image = 3#1: image: must be a table|[encoding.main]|codec = \"mpeg\"#2: encoding.main.codec: must "
         "be h264|"
+        "[osd]|name = \"a\\u0000b\"#2: osd.name: must be a text that prints|"
+        "[encoding]|\"main.gop\" = 1|main.gop = 2#2: encoding.main.gop: stands there twice|"
         "[image]|hue = 1|hue = 2#3: |[image#1: |[[cruise]]|line = 4#1: cruise.line: must|"
         "[[cruise]]|line = 1#1: cruise.points: must|[[cruise]]|line = 1|points = [\"0\"]#3: cruise: point "
         "'0'|"
@@ -154,7 +156,10 @@ TEST(SettingsFiles, SayInWhichLineSomethingIsWrong) {
         ASSERT_EQ(problems.size(), 1u) << line;
         EXPECT_THAT(problems[0], testing::StartsWith("a.toml:" + line.substr(mark + 1)));
     }
-    const char* good = "[image]\nmirror = true\nhue = 9\n[encoding]\nsub.codec = \"h265\"\n";
+    std::string deep = "[a";
+    for (int i = 0; i < 400'000; ++i) deep += ".a";
+    EXPECT_EQ(parse_settings(deep + "]", "", known).problems.size(), 1u);
+    const char* good = "[image]\nmirror = true # Übër\nhue = 9\n[encoding]\nsub.codec = \"h265\"\n";
     const SettingsFile file = parse_settings(good, "", known);
     EXPECT_THAT(file.problems, testing::IsEmpty());
     EXPECT_EQ(file.tables.size(), 2u);

@@ -13,7 +13,7 @@ declare -A allowed=([recorder]="recorder/* lenswire/*"
         recorder/host/host.h recorder/session/plugin.h"
     [examples]="lenswire/* ring.h frame_queue.h"
     [fuzz]="fuzz/* lenswire/* pteClient/* privateConfigure/* camera/* recorder/host/ring.h recorder/media/*
-        tests/support/*")
+        recorder/records/* tests/support/*")
 for folder in "$root"/src/*/; do
     name=$(basename "$folder")
     allowed[src/$name]="$name/* common/* lenswire/*"
