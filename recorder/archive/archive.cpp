@@ -235,13 +235,14 @@ void Archive::close() {
     }
     for (int i = 0; i < kTriesAtTheEnd && (i == 0 || !refused_.empty()); ++i) work_off();
     sync_rest();
+    bool told = true;
     if (!refused_.empty()) {
         int error = 0;
         {
             const std::lock_guard lock(mutex_);
             error = error_;
         }
-        keeper_.abandon(anchor_->utc(now()), Cause::kDiskFull, std::strerror(error));
+        told = keeper_.abandon(anchor_->utc(now()), Cause::kDiskFull, std::strerror(error));
         sync_rest();
     }
     const Ms haste = now() + kDigestsAtTheEnd;
@@ -251,7 +252,8 @@ void Archive::close() {
         Keeper::work(job, disk_);
         keeper_.done(std::move(job));
     }
-    for (int i = 0; i < kTriesAtTheEnd && !complete_; ++i) complete_ = keeper_.settle(anchor_->utc(now()));
+    for (int i = 0; i < kTriesAtTheEnd && !complete_; ++i)
+        complete_ = keeper_.settle(anchor_->utc(now())) && told;
     std::ranges::move(keeper_.take_news(), std::back_inserter(news_));
 }
 

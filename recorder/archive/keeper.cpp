@@ -33,6 +33,12 @@ void Keeper::recover(SegmentRow row) {
     const int64_t size = disk_.size(row.path);
     if (contents.failed || (contents.readable && size < 0))
         return say(row.from, "trouble", row.path + ": cannot be read now, the next start tries again");
+    const bool known = ledger_.names(row.path);
+    // What was written by one that was killed may be with the system only: a power cut now would take it.
+    int error = contents.readable ? disk_.sync(row.path) : 0;
+    if (error == 0 && contents.readable && !known) error = disk_.sync_name(row.path);
+    if (error != 0)
+        return say(row.from, "trouble", row.path + ", left to the next start: " + std::strerror(error));
     recovered_.try_emplace(row.stream, row.from);
     recovered_[row.stream] = std::min(recovered_[row.stream], row.from);
     if (!contents.readable) {
@@ -47,11 +53,6 @@ void Keeper::recover(SegmentRow row) {
     row.bytes = static_cast<uint64_t>(size);
     row.sha256 = disk_.digest(row.path, nullptr);
     row.state = "recovered";
-    const bool known = ledger_.names(row.path);
-    // What was written by one that was killed may be with the system only: a power cut now would take it.
-    int error = disk_.sync(row.path);
-    if (error == 0 && !known) error = disk_.sync_name(row.path);
-    if (error != 0) say(*row.to, "trouble", row.path + ": " + std::strerror(error));
     if (!known) return ledger_.take_in(row);
     ledger_.segment_ends(row);
     ledger_.cut_gaps(row.stream, row.from, *row.to);
@@ -216,23 +217,30 @@ int Keeper::take(EventNote& note) {
     return 0;
 }
 
-void Keeper::abandon(Ms now, Cause cause, const std::string& detail) {
-    if (!ledger_.write()) return;  // the next start takes in what there is
-    for (Slot& slot : slots_) {
-        if (!ledger_.open_end(slot.name)) continue;
-        const auto stream = static_cast<int>(&slot - slots_.data());
-        const Ms end = slot.segment && slot.file ? slot.written_to : *ledger_.open_end(slot.name);
-        if (slot.segment) {
-            SegmentEnds ends{
-                .stream = stream, .to = end, .camera_to = slot.segment->camera_from, .frames = 0};
-            if (slot.file) ends.frames = disk_.contents(slot.segment->path).pictures;
-            take(ends);
-        }
-        ledger_.account(slot.name, {AccountEntry::Kind::kGapEnds, end});
-        ledger_.account(slot.name, {AccountEntry::Kind::kGapBegins, end, cause, detail});
-        ledger_.account(slot.name, {AccountEntry::Kind::kGapEnds, std::max(end, now)});
-        ledger_.account(slot.name, {AccountEntry::Kind::kWatchEnds, std::max(end, now)});
+bool Keeper::abandon(Ms now, Cause cause, const std::string& detail) {
+    if (!ledger_.write()) return false;  // the next start takes in what there is
+    try {
+        for (Slot& slot : slots_) abandon(slot, now, cause, detail);
+    } catch (const Failure&) {
+        return false;
     }
+    return true;
+}
+
+void Keeper::abandon(Slot& slot, Ms now, Cause cause, const std::string& detail) {
+    const auto open_end = ledger_.open_end(slot.name);
+    if (!open_end) return;
+    const auto stream = static_cast<int>(&slot - slots_.data());
+    const Ms end = slot.segment && slot.file ? slot.written_to : *open_end;
+    if (slot.segment) {
+        SegmentEnds ends{.stream = stream, .to = end, .camera_to = slot.segment->camera_from, .frames = 0};
+        if (slot.file) ends.frames = disk_.contents(slot.segment->path).pictures;
+        take(ends);
+    }
+    ledger_.account(slot.name, {AccountEntry::Kind::kGapEnds, end});
+    ledger_.account(slot.name, {AccountEntry::Kind::kGapBegins, end, cause, detail});
+    ledger_.account(slot.name, {AccountEntry::Kind::kGapEnds, std::max(end, now)});
+    ledger_.account(slot.name, {AccountEntry::Kind::kWatchEnds, std::max(end, now)});
 }
 
 // Syncs and digests.

@@ -53,8 +53,9 @@ class Keeper {
     // False when the ledger could not be written.
     bool settle(Ms now);
     void alive(Ms now);
-    // Nothing more can be written: what the disk has of each open segment is all there is.
-    void abandon(Ms now, Cause cause, const std::string& detail);
+    // Nothing more can be written: what the disk has of each open segment is all there is. False when the
+    // ledger cannot be told either.
+    bool abandon(Ms now, Cause cause, const std::string& detail);
 
     std::vector<Job> take_jobs();     // syncs
     std::vector<Job> take_digests();  // what is left of them is for the next start
@@ -84,6 +85,7 @@ class Keeper {
     bool make_room(uint64_t incoming, bool at_once);
     std::vector<SegmentRow> oldest(int count, bool latest_too);
     bool remove(const std::vector<SegmentRow>& rows);
+    void abandon(Slot& slot, Ms now, Cause cause, const std::string& detail);
     void recover(SegmentRow row);
     void take_in_unknown();
     void remove_old(Ms now);

@@ -187,6 +187,7 @@ void Ledger::lose(const SegmentRow& row) {
 
 bool Ledger::write() {
     if (write_once()) return true;
+    if (database_.was_busy()) return false;  // it has waited already
     give_up_reserve();
     return write_once();
 }

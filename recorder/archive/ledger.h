@@ -59,7 +59,7 @@ class Ledger {
     static std::string file_of(const std::string& folder, const std::string& named) {
         return named.empty() ? folder + "/lenswire.db" : named;
     }
-    // Whether the file has been a ledger before. Throws a bad-input Failure when it is no database.
+    // Whether the file has been a ledger before. Throws a Failure when it cannot be read as a database.
     static bool is_there(const std::string& file);
 
     // Opens the file and brings it to the present version. Throws a bad-input Failure when it cannot be used,

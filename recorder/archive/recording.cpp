@@ -208,9 +208,9 @@ void Recording::open_file() {
     if (!all.empty()) end_cluster();
 }
 
-// What was taken for footage from then on is none.
+// What was taken for footage from then on is none. A segment's first picture may be older than the segment.
 void Recording::give_up_from(Ms at, const std::string& why) {
-    account_.footage_lost(anchor_.utc(at));
+    account_.footage_lost(anchor_.utc(std::max(at, segment_from_)));
     gap(received_, Cause::kMissing, why);
 }
 

@@ -29,7 +29,7 @@ void SideNotes::event(const StreamIdentity& camera, const std::string& kind, con
         const std::string where = stream.empty() ? stream_name(camera) + ": " : "";
         ledger_->event({.at = now, .stream = stream, .kind = kind, .text = where + text});
     } catch (const Failure& failure) {
-        trouble_ = failure.what();
+        lost_ = failure.what();
     }
 }
 

@@ -25,14 +25,15 @@ class SideNotes {
     void write();
 
     // Why not all is in the ledger; empty when all is, or when there is none.
-    std::string trouble() const { return trouble_; }
+    std::string trouble() const { return lost_.empty() ? trouble_ : lost_; }
 
   private:
     std::string stream_of(StreamIdentity camera);
 
     const std::string file_;
     std::optional<Ledger> ledger_;
-    std::string trouble_;
+    std::string lost_;     // why an event could not be collected
+    std::string trouble_;  // why what was collected is not written
 };
 
 }  // namespace lenswire::recorder

@@ -114,7 +114,8 @@ Store::Store(const std::string& file) : database_(file) {
 }
 
 void Store::create_tables() {
-    database_.execute("BEGIN");
+    // Waits for a recorder at work in the same file; one that began to read would be refused at once.
+    database_.execute("BEGIN IMMEDIATE");
     database_.execute(kTables);
     int index = 0;
     for (const int offset : kOffsets) {

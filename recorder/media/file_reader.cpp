@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 
 #include "recorder/media/libav.h"
 
@@ -22,12 +23,25 @@ bool is_failure(int error) {
     return error < 0 && error != AVERROR_EOF && error != AVERROR_INVALIDDATA && error != AVERROR(ENOENT);
 }
 
+bool reads_to_its_end(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    char block[4096];
+    while (file.read(block, sizeof block)) {
+    }
+    return file.eof() && !file.bad();
+}
+
+// A head that ends early is an error of input to the demuxer, too.
+bool is_failure_of(const std::string& path, int error) {
+    return is_failure(error) && (error != AVERROR(EIO) || !reads_to_its_end(path));
+}
+
 // A head is all that is read here: looking for more would decode.
 Input open_input(const std::string& path, bool& failed) {
     AVFormatContext* context = nullptr;
     const AVInputFormat* matroska = av_find_input_format("matroska");
     const int error = avformat_open_input(&context, ("file:" + path).c_str(), matroska, nullptr);
-    failed = is_failure(error);
+    failed = is_failure_of(path, error);
     return Input(error < 0 ? nullptr : context);
 }
 
@@ -82,7 +96,8 @@ FileContents read_contents(const std::string& path, bool decode_all) {
     }
     if (decoder) decoded += decode(decoder.get(), nullptr);
     if (decode_all) contents.pictures = decoded;
-    contents.failed = contents.failed || is_failure(error) || (input && is_failure(input->pb->error));
+    contents.failed =
+        contents.failed || is_failure_of(path, error) || (input && is_failure(input->pb->error));
     contents.readable = contents.pictures > 0;
     av_log_set_level(level);
     return contents;

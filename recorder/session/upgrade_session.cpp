@@ -93,7 +93,7 @@ std::optional<IpcDeviceInfo> UpgradeSession::device_of(size_t index) {
 std::string UpgradeSession::objection(size_t index, const std::string& path) {
     Camera& camera = cameras_[index];
     const std::string name = "camera " + camera.name;
-    const auto record = host_.store.channel_record(camera.channel);
+    const auto record = or_nothing([&] { return host_.store.channel_record(camera.channel); });
     camera.code = kFailed;
     if (!record || record->ucProtocol != LENSWIRE_PROTOCOL) {
         return name + " is on channel " + std::to_string(camera.channel) + ", which is of another protocol";

@@ -90,6 +90,7 @@ Query Database::query(const char* sql) {
 
 void Database::roll_back() {
     error_ = sqlite3_errmsg(connection_.get());
+    busy_ = (sqlite3_errcode(connection_.get()) & 0xFF) == SQLITE_BUSY;
     sqlite3_exec(connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 

@@ -65,6 +65,7 @@ class Database {
         return done;
     }
     const std::string& error() const { return error_; }  // of the latest transaction that failed
+    bool was_busy() const { return busy_; }              // that it was another's turn for too long
 
   private:
     [[noreturn]] void fail();
@@ -76,6 +77,7 @@ class Database {
 
     std::string file_;
     std::string error_;
+    bool busy_ = false;
     std::unique_ptr<sqlite3, Close> connection_;
     std::map<const char*, sqlite3_stmt*> statements_;
 };

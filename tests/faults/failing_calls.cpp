@@ -260,7 +260,7 @@ ANSWERS(int, av_write_frame, (AVFormatContext * context, AVPacket* packet), (con
 ANSWERS(int, av_write_trailer, (AVFormatContext * context), (context), error, AVERROR(EIO), 0)
 ANSWERS(int, avformat_open_input,
         (AVFormatContext * *made, const char* url, const AVInputFormat* format, AVDictionary** options),
-        (made, url, format, options), error, AVERROR(EIO), 0)
+        (made, url, format, options), error, AVERROR(ENOMEM), 0)
 ANSWERS(int, av_read_frame, (AVFormatContext * context, AVPacket* packet), (context, packet), error,
-        AVERROR(EIO), 0)
+        AVERROR(ENOMEM), 0)
 }

@@ -32,7 +32,7 @@ trouble() { # FOLDER SLOT CASE
                 END { if (bad || last < least) exit 1 }' "$out/footage" || { echo "exit code $code, and nothing is known up to the end" && return; }
             ! grep '"cause"' "$out/summary" | grep -qv '"not running"' || grep -q '"event":"note"' "$out/out" || echo "a gap without a word"
             ;;
-        *) (($(wc -l <"$out/err") == 1)) || echo "exit code $code, and says: $(cat "$out/err")" ;;
+        *) (($(wc -l <"$out/err") >= 1)) || echo "exit code $code, and says: $(cat "$out/err")" ;;
     esac
     for seconds in 0.3 5; do # a busy machine may take longer
         record "$out" "$2" $seconds >"$out/next" 2>&1
