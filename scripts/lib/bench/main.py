@@ -12,14 +12,14 @@ from report import Report
 BUILD = pathlib.Path("build")
 OUT = BUILD / "bench"
 DOCUMENT = pathlib.Path("docs/performance.md")
-LEAST_ROUNDS = 5  # for figures that are kept
+LEAST_ROUNDS = 3  # for figures that are kept
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="What the library costs.")
     parser.add_argument("--quick", action="store_true", help="fewer and shorter rounds; leaves docs/ alone")
     parser.add_argument("--rounds", type=int, metavar="N",
-                        help="rounds of each way (5; 3 with --quick); fewer than 5 leave docs/ alone")
+                        help="rounds of each way (5; 3 with --quick); fewer than 3 leave docs/ alone")
     return parser.parse_args()
 
 
